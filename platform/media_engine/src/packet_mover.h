@@ -1,0 +1,45 @@
+/// Takes packets from one endpoint's socket and sends them on through another's, many per system call.
+///
+/// The buffers belong to the worker and serve one batch at a time, so nothing is allocated per packet. A batch is
+/// bounded: an endpoint that is flooded gets its turn like every other, and the rest waits in its socket.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+#include "participant.h"
+
+namespace media_engine {
+
+class PacketMover {
+ public:
+  static constexpr std::size_t kBatch = 32;
+  /// Longer than any packet that fits an Ethernet frame; what is longer is dropped.
+  static constexpr std::size_t kPacketRoom = 2048;
+
+  PacketMover();
+
+  void MoveRtp(Participant& from, TimePoint now);
+  void CountRtcp(Participant& from);
+
+ private:
+  struct Buffers {
+    std::array<std::array<uint8_t, kPacketRoom>, kBatch> packets;
+    std::array<SocketAddress, kBatch> sources;
+    std::array<iovec, kBatch> received_parts;
+    std::array<mmsghdr, kBatch> received;
+    std::array<Handover, kBatch> handovers;
+    std::array<iovec, kBatch> sent_parts;
+    std::array<mmsghdr, kBatch> sent;
+  };
+
+  std::size_t Receive(int fd, Participant& from);
+  void Send(Participant& through, std::size_t count);
+
+  const std::unique_ptr<Buffers> buffers_;
+};
+
+}  // namespace media_engine

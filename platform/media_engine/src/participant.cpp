@@ -1,0 +1,151 @@
+#include "participant.h"
+
+#include <utility>
+
+#include "endpoint_route.h"
+#include "g711.h"
+#include "server_context.h"
+
+namespace media_engine {
+
+Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<ServerContext> server,
+                         std::shared_ptr<EndpointEvents> events, const SessionRoute* session)
+    : route_(std::move(route)),
+      server_(std::move(server)),
+      events_(std::move(events)),
+      session_(session),
+      outgoing_(OutgoingStream::MakeRandom()) {}
+
+Participant::~Participant() {
+  route_->MarkClosed();
+}
+
+bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimePoint now) {
+  if (remote_.IsExpected(from)) return true;
+  if (!understood || !remote_.MayLearn(now)) return false;
+  server_->Log(LogLevel::kInfo,
+               route_->name() + ": the far end is at " + from.Text() + " instead of " + remote_.rtp().Text());
+  remote_.Learn(from);
+  return true;
+}
+
+Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
+  if (pass_through_) return Relay(packet, length, from, now);
+  const bool may_be_far_end = remote_.IsExpected(from) || remote_.MayLearn(now);
+  const std::optional<RtpHeader> header = may_be_far_end ? ParseRtp(packet, length) : std::nullopt;
+  if (!may_be_far_end || (header && !AcceptSource(from, payload_types_.Understands(header->payload_type), now))) {
+    ++counters_.strangers;
+    return {};
+  }
+  if (!header) {
+    ++counters_.malformed;
+    return {};
+  }
+  ++counters_.rtp_packets_received;
+  counters_.rtp_octets_received += header->payload_length;
+  reception_.Count(*header, payload_types_.ClockRateOf(header->payload_type), now);
+  silence_.Received(now);
+  return Carry(packet, *header, now);
+}
+
+SourcePosition Participant::PositionOf(const RtpHeader& header) const {
+  return {peer_->feed_, header.ssrc, header.sequence_number, header.timestamp};
+}
+
+void Participant::DropFor(uint64_t& counter, const RtpHeader& header) {
+  ++counter;
+  peer_->outgoing_.Skip(PositionOf(header));
+}
+
+Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint now) {
+  if (peer_ == nullptr || !carries_) {
+    ++counters_.not_joined;
+    return {};
+  }
+  const PayloadRoute& route = routes_[header.payload_type];
+  if (route.way == PayloadRoute::Way::kUnknown) {
+    DropFor(counters_.unknown_payload_types, header);
+    return {};
+  }
+  if (route.way == PayloadRoute::Way::kNoCounterpart) {
+    DropFor(counters_.untranslatable, header);
+    return {};
+  }
+  if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
+    DropFor(counters_.on_hold, header);
+    return {};
+  }
+  const uint32_t clock_rate = static_cast<uint32_t>(
+      peer_->payload_types_.agreed() != nullptr ? peer_->payload_types_.agreed()->clock_rate : 8000);
+  const std::optional<OutgoingPosition> position = peer_->outgoing_.Place(PositionOf(header), clock_rate, now);
+  if (!position) {
+    ++counters_.late;
+    return {};
+  }
+  uint8_t* payload = packet + header.payload_offset;
+  if (route.way == PayloadRoute::Way::kMuLawToALaw) ConvertMuLawToALaw(payload, header.payload_length);
+  if (route.way == PayloadRoute::Way::kALawToMuLaw) ConvertALawToMuLaw(payload, header.payload_length);
+
+  RtpHeader out;
+  // An event's marker says that the event begins here (RFC 4733, section 2.5.1.1); a change of source does not.
+  out.marker = header.marker || (position->first && !route.telephone_event);
+  out.payload_type = route.payload_type;
+  out.sequence_number = position->sequence_number;
+  out.timestamp = position->timestamp;
+  out.ssrc = peer_->outgoing_.ssrc();
+  WriteRtpHeader(out, payload - kRtpHeaderLength);
+  return {peer_, payload - kRtpHeaderLength, kRtpHeaderLength + header.payload_length, header.payload_length, true};
+}
+
+Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
+  if (!remote_.IsExpected(from)) {
+    ++counters_.strangers;
+    return {};
+  }
+  silence_.Received(now);
+  if (peer_ == nullptr || !carries_) {
+    ++counters_.not_joined;
+    return {};
+  }
+  if (!peer_->pass_through_) {
+    ++counters_.untranslatable;
+    return {};
+  }
+  if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
+    ++counters_.on_hold;
+    return {};
+  }
+  ++counters_.datagrams_relayed;
+  return {peer_, packet, length, 0, false};
+}
+
+void Participant::TakeRtcp(const SocketAddress& from) {
+  ++(remote_.IsRtcpExpected(from) ? counters_.rtcp_packets_received : counters_.rtcp_strangers);
+}
+
+void Participant::CountSent(const Handover& packet) {
+  if (!packet.rtp) return;
+  ++counters_.rtp_packets_sent;
+  counters_.rtp_octets_sent += packet.payload_length;
+}
+
+void Participant::CheckSilence(TimePoint now) {
+  const bool expected = !pass_through_ && (peer_ == nullptr || carries_);
+  const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
+  if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
+  events_->OnRtpTimeout(verdict == SilenceWatch::Verdict::kInactive);
+}
+
+EndpointStatistics Participant::Statistics() const {
+  EndpointStatistics statistics = counters_;
+  statistics.rtp_packets_lost = reception_.lost();
+  statistics.source_changes = reception_.source_changes();
+  statistics.jitter = reception_.jitter();
+  statistics.jitter_maximum = reception_.jitter_maximum();
+  statistics.jitter_average = reception_.jitter_average();
+  statistics.local_ssrc = outgoing_.ssrc();
+  statistics.remote_ssrc = reception_.ssrc();
+  return statistics;
+}
+
+}  // namespace media_engine

@@ -1,0 +1,130 @@
+#include "payload_types.h"
+
+#include <strings.h>
+
+namespace media_engine {
+namespace {
+
+bool Named(const Codec& codec, const char* name) {
+  return strcasecmp(codec.name.c_str(), name) == 0;
+}
+bool IsAmr(const Codec& codec) {
+  return Named(codec, "AMR") || Named(codec, "AMR-WB");
+}
+
+/// Codecs whose payloads of different bit rates are different formats that do not tell themselves apart.
+bool BitRateMatters(const Codec& codec) {
+  return Named(codec, "G7221") || Named(codec, "iLBC");
+}
+
+bool SameCodec(const Codec& a, const Codec& b) {
+  return Named(a, b.name.c_str()) && a.clock_rate == b.clock_rate && (!BitRateMatters(a) || a.bit_rate == b.bit_rate);
+}
+
+bool IsNarrow(const Codec& codec, const char* name) {
+  return Named(codec, name) && codec.clock_rate == 8000;
+}
+
+}  // namespace
+
+std::string PayloadTypes::FaultIn(const std::vector<Codec>& codecs) {
+  for (const Codec& codec : codecs) {
+    if (codec.name.empty()) return "a codec without a name";
+    if (codec.payload_type < 0 || codec.payload_type > 127) {
+      return "codec " + codec.name + ": payload type " + std::to_string(codec.payload_type) + " is not in 0-127";
+    }
+    if (codec.clock_rate <= 0) {
+      return "codec " + codec.name + ": clock rate " + std::to_string(codec.clock_rate) + " is not positive";
+    }
+  }
+  return "";
+}
+
+void PayloadTypes::SetLocal(const LocalSettings& settings) {
+  if (!settings.codecs.empty()) local_codecs_ = settings.codecs;
+  if (settings.amr_octet_align) amr_octet_align_ = *settings.amr_octet_align;
+  if (settings.telephone_event) local_events_ = *settings.telephone_event;
+  if (settings.telephone_event_payload_type) local_event_type_ = settings.telephone_event_payload_type;
+  Rebuild();
+}
+
+void PayloadTypes::SetRemote(const RemoteDescription& description) {
+  if (!description.codecs.empty()) remote_codecs_ = description.codecs;
+  if (description.amr_octet_align) amr_octet_align_ = *description.amr_octet_align;
+  if (description.telephone_event) remote_events_ = *description.telephone_event;
+  if (description.telephone_event_payload_type) remote_event_type_ = description.telephone_event_payload_type;
+  Rebuild();
+}
+
+/// A number may be claimed twice: a list of everything we could do holds numbers that the far end has given to
+/// something else. What was agreed on therefore claims first.
+void PayloadTypes::Rebuild() {
+  meanings_.fill(Meaning());
+  for (const Codec& codec : local_codecs_) {
+    if (agreed() != nullptr && SameCodec(codec, *agreed())) Claim(codec.payload_type, codec);
+  }
+  ClaimEvents(local_events_, local_event_type_);
+  for (const Codec& codec : local_codecs_) Claim(codec.payload_type, codec);
+  // Many a far end sends with the numbers of its own description.
+  for (const Codec& codec : remote_codecs_) Claim(codec.payload_type, codec);
+  ClaimEvents(remote_events_, remote_event_type_);
+}
+
+void PayloadTypes::Claim(int payload_type, const Codec& codec) {
+  Meaning& meaning = meanings_[static_cast<std::size_t>(payload_type)];
+  if (meaning.kind != Kind::kNothing) return;
+  meaning = {Kind::kCodec, static_cast<uint32_t>(codec.clock_rate), codec};
+}
+
+void PayloadTypes::ClaimEvents(bool understood, const std::optional<uint8_t>& payload_type) {
+  if (!understood || !payload_type || *payload_type > 127) return;
+  Meaning& meaning = meanings_[*payload_type];
+  // An event's packets all carry the time of its beginning, so they say nothing of the clock.
+  if (meaning.kind == Kind::kNothing) meaning = {Kind::kTelephoneEvent, 0, Codec()};
+}
+
+std::string PayloadTypes::AgreedText() const {
+  const Codec* codec = agreed();
+  if (codec == nullptr) return "none";
+  std::string text = codec->name + "/" + std::to_string(codec->clock_rate);
+  if (IsAmr(*codec)) text += std::string(" octet-align=") + (amr_octet_align_ ? "1" : "0");
+  if (BitRateMatters(*codec)) text += " bitrate=" + std::to_string(codec->bit_rate);
+  return text;
+}
+
+PayloadRoute::Way PayloadTypes::WayTo(const Codec& mine, const PayloadTypes& other) const {
+  const Codec* theirs = other.agreed();
+  if (theirs == nullptr) return PayloadRoute::Way::kNoCounterpart;
+  if (SameCodec(mine, *theirs)) {
+    const bool unlike = IsAmr(mine) && amr_octet_align_ != other.amr_octet_align_;
+    return unlike ? PayloadRoute::Way::kNoCounterpart : PayloadRoute::Way::kAsItIs;
+  }
+  if (IsNarrow(mine, "PCMU") && IsNarrow(*theirs, "PCMA")) return PayloadRoute::Way::kMuLawToALaw;
+  if (IsNarrow(mine, "PCMA") && IsNarrow(*theirs, "PCMU")) return PayloadRoute::Way::kALawToMuLaw;
+  return PayloadRoute::Way::kNoCounterpart;
+}
+
+bool PayloadTypes::CanCarry(const PayloadTypes& other) const {
+  if (agreed() == nullptr || other.agreed() == nullptr) return true;
+  return WayTo(*agreed(), other) != PayloadRoute::Way::kNoCounterpart;
+}
+
+PayloadRoutes PayloadTypes::RoutesTo(const PayloadTypes& other) const {
+  PayloadRoutes routes;
+  const bool other_takes_events = other.remote_events_ && other.remote_event_type_ && *other.remote_event_type_ <= 127;
+  for (std::size_t type = 0; type < routes.size(); ++type) {
+    PayloadRoute& route = routes[type];
+    const Meaning& meaning = meanings_[type];
+    if (meaning.kind == Kind::kCodec) {
+      route.way = WayTo(meaning.codec, other);
+      if (other.agreed() != nullptr) route.payload_type = static_cast<uint8_t>(other.agreed()->payload_type);
+    } else if (meaning.kind == Kind::kTelephoneEvent) {
+      route.telephone_event = true;
+      route.way = other_takes_events ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kNoCounterpart;
+      if (other_takes_events) route.payload_type = *other.remote_event_type_;
+    }
+  }
+  return routes;
+}
+
+}  // namespace media_engine

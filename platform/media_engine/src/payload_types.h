@@ -1,0 +1,72 @@
+/// Which payload type means what, on each side of an endpoint, and how a packet of one endpoint gets through another.
+///
+/// Payload types are agreed per leg and per direction: 96 may be AMR towards us, 97 AMR towards the far end, and 96
+/// iLBC on the other leg. So a packet's payload type is turned into a codec by what was said towards its sender, and
+/// back into a payload type by what the other far end said. RFC 4733 events take the same way beside the codec.
+///
+/// Threads: none of their own; used by the thread that owns the endpoint.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "media_engine/description.h"
+
+namespace media_engine {
+
+/// What becomes of a received payload type on the way to the joined endpoint.
+struct PayloadRoute {
+  enum class Way : uint8_t { kUnknown, kNoCounterpart, kAsItIs, kMuLawToALaw, kALawToMuLaw };
+  Way way = Way::kUnknown;
+  bool telephone_event = false;
+  uint8_t payload_type = 0;  // on the other side
+};
+
+using PayloadRoutes = std::array<PayloadRoute, 128>;
+
+/// One endpoint's agreements.
+class PayloadTypes {
+ public:
+  void SetLocal(const LocalSettings& settings);
+  void SetRemote(const RemoteDescription& description);
+
+  /// The codec that is sent to the far end, and that it is therefore expected to send; null when none is agreed.
+  const Codec* agreed() const { return remote_codecs_.empty() ? nullptr : &remote_codecs_.front(); }
+  /// "AMR/8000 octet-align=1", for people.
+  std::string AgreedText() const;
+  /// The clock of a received payload type's timestamps; 0 when it is not known or when they do not advance evenly.
+  uint32_t ClockRateOf(uint8_t payload_type) const { return meanings_[payload_type].clock_rate; }
+  bool Understands(uint8_t payload_type) const { return meanings_[payload_type].kind != Kind::kNothing; }
+
+  /// How packets from here get to the other.
+  PayloadRoutes RoutesTo(const PayloadTypes& other) const;
+  /// Whether the two agreed codecs can be carried into each other; true as long as either has none.
+  bool CanCarry(const PayloadTypes& other) const;
+
+  /// Empty, or what is wrong with the list.
+  static std::string FaultIn(const std::vector<Codec>& codecs);
+
+ private:
+  enum class Kind : uint8_t { kNothing, kCodec, kTelephoneEvent };
+  struct Meaning {
+    Kind kind = Kind::kNothing;
+    uint32_t clock_rate = 0;
+    Codec codec;
+  };
+
+  void Rebuild();
+  void Claim(int payload_type, const Codec& codec);
+  void ClaimEvents(bool understood, const std::optional<uint8_t>& payload_type);
+  PayloadRoute::Way WayTo(const Codec& mine, const PayloadTypes& other) const;
+
+  std::vector<Codec> local_codecs_, remote_codecs_;
+  bool amr_octet_align_ = false;
+  bool local_events_ = false, remote_events_ = false;
+  std::optional<uint8_t> local_event_type_, remote_event_type_;
+  std::array<Meaning, 128> meanings_;  // by received payload type
+};
+
+}  // namespace media_engine

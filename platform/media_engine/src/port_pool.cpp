@@ -1,0 +1,104 @@
+#include "port_pool.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace media_engine {
+
+PortPair::PortPair(std::shared_ptr<PortPool> pool, std::size_t index, UdpSocket rtp, UdpSocket rtcp,
+                   SocketAddress address)
+    : pool_(std::move(pool)), index_(index), rtp_(std::move(rtp)), rtcp_(std::move(rtcp)), address_(address) {}
+
+PortPair::~PortPair() {
+  // Closed before the pool may hand the ports out again.
+  rtp_.Close();
+  rtcp_.Close();
+  pool_->Release(index_);
+}
+
+namespace {
+
+uint16_t EvenFrom(uint16_t port) {
+  return port % 2 == 0 ? port : static_cast<uint16_t>(port + 1);
+}
+
+std::size_t PairsIn(uint16_t first, uint16_t last) {
+  const uint32_t even = static_cast<uint32_t>(first) + first % 2;
+  return last > even ? (last - even + 1u) / 2u : 0u;
+}
+
+}  // namespace
+
+PortPool::PortPool(SocketAddress address, uint16_t first, uint16_t last)
+    : address_(address), first_(EvenFrom(first)), last_(last), size_(PairsIn(first, last)), taken_(size_) {}
+
+std::unique_ptr<PortPair> PortPool::Acquire(std::string& reason) {
+  std::size_t taken_by_others = 0;
+  // Every pair at most once: what others hold stays marked until the search is over, so that it ends.
+  std::vector<std::size_t> passed_over;
+  std::unique_ptr<PortPair> pair;
+  std::size_t index = 0;
+  while (!pair && Reserve(index)) {
+    UdpSocket rtp, rtcp;
+    const Attempt attempt = BindPair(index, rtp, rtcp, reason);
+    if (attempt == Attempt::kBound) {
+      pair = std::make_unique<PortPair>(shared_from_this(), index, std::move(rtp), std::move(rtcp),
+                                        address_.WithPort(PortOf(index)));
+      break;
+    }
+    passed_over.push_back(index);
+    if (attempt == Attempt::kFailed) break;
+    ++taken_by_others;
+  }
+  for (std::size_t passed : passed_over) Release(passed);
+  if (!pair && reason.empty()) {
+    reason = "no free RTP port pair in " + RangeText() + ": of " + std::to_string(size_) + " pairs " +
+             std::to_string(in_use()) + " serve calls and " + std::to_string(taken_by_others) +
+             " are held by other programs";
+  }
+  return pair;
+}
+
+std::size_t PortPool::in_use() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return in_use_;
+}
+
+bool PortPool::Reserve(std::size_t& index) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (in_use_ == size_) return false;
+  while (taken_[next_]) next_ = (next_ + 1) % size_;
+  index = next_;
+  next_ = (next_ + 1) % size_;
+  taken_[index] = true;
+  ++in_use_;
+  return true;
+}
+
+void PortPool::Release(std::size_t index) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  taken_[index] = false;
+  --in_use_;
+}
+
+PortPool::Attempt PortPool::BindPair(std::size_t index, UdpSocket& rtp, UdpSocket& rtcp, std::string& reason) const {
+  const SocketAddress rtp_address = address_.WithPort(PortOf(index));
+  const SocketAddress rtcp_address = address_.WithPort(static_cast<uint16_t>(PortOf(index) + 1));
+  const SocketAddress* address = &rtp_address;
+  int error = rtp.Bind(*address);
+  if (error == 0) {
+    address = &rtcp_address;
+    error = rtcp.Bind(*address);
+  }
+  if (error == 0) return Attempt::kBound;
+  if (error == EADDRINUSE) return Attempt::kTaken;
+  reason = "cannot bind " + address->Text() + ": " + std::strerror(error);
+  return Attempt::kFailed;
+}
+
+std::string PortPool::RangeText() const {
+  return std::to_string(first_) + "-" + std::to_string(last_) + " on " + address_.Host();
+}
+
+}  // namespace media_engine

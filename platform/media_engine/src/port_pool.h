@@ -1,0 +1,76 @@
+/// A server's RTP ports: an even one for RTP and the odd one above it for RTCP (RFC 3550, section 11).
+///
+/// The range is shared with other programs and used up only slowly, so the pool goes on from where it last was (a port
+/// just freed is the last to come again: late packets of a former call do not reach the next one) and passes over ports
+/// that others hold.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "socket_address.h"
+#include "udp_socket.h"
+
+namespace media_engine {
+
+class PortPool;
+
+/// A bound port pair, given back to its pool when it is destroyed.
+class PortPair {
+ public:
+  PortPair(std::shared_ptr<PortPool> pool, std::size_t index, UdpSocket rtp, UdpSocket rtcp, SocketAddress address);
+  ~PortPair();
+  PortPair(const PortPair&) = delete;
+  PortPair& operator=(const PortPair&) = delete;
+
+  const UdpSocket& rtp() const { return rtp_; }
+  const UdpSocket& rtcp() const { return rtcp_; }
+  /// What the RTP socket is bound to.
+  const SocketAddress& address() const { return address_; }
+  uint16_t rtp_port() const { return address_.port(); }
+  uint16_t rtcp_port() const { return static_cast<uint16_t>(address_.port() + 1); }
+
+ private:
+  const std::shared_ptr<PortPool> pool_;
+  const std::size_t index_;
+  UdpSocket rtp_, rtcp_;
+  const SocketAddress address_;
+};
+
+/// Threads: all operations from any thread. Acquire makes system calls, so it belongs on the threads that make
+/// requests, not on the ones that move packets.
+class PortPool : public std::enable_shared_from_this<PortPool> {
+ public:
+  PortPool(SocketAddress address, uint16_t first, uint16_t last);
+
+  /// Null when there is none; reason says why.
+  std::unique_ptr<PortPair> Acquire(std::string& reason);
+  std::size_t capacity() const { return size_; }
+  std::size_t in_use() const;
+
+ private:
+  friend class PortPair;
+  enum class Attempt { kBound, kTaken, kFailed };
+
+  /// Marks the next free pair as taken; none when all are.
+  bool Reserve(std::size_t& index);
+  void Release(std::size_t index);
+  Attempt BindPair(std::size_t index, UdpSocket& rtp, UdpSocket& rtcp, std::string& reason) const;
+  uint16_t PortOf(std::size_t index) const { return static_cast<uint16_t>(first_ + 2 * index); }
+  std::string RangeText() const;
+
+  const SocketAddress address_;
+  const uint16_t first_;  // even
+  const uint16_t last_;
+  const std::size_t size_;  // in pairs
+
+  mutable std::mutex mutex_;
+  std::vector<bool> taken_;  // guarded by mutex_
+  std::size_t next_ = 0;     // guarded by mutex_
+  std::size_t in_use_ = 0;   // guarded by mutex_
+};
+
+}  // namespace media_engine

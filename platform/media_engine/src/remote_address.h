@@ -1,0 +1,44 @@
+/// Where the far end is, and whether a packet comes from there.
+///
+/// A phone behind a NAT does not know the address under which its packets arrive; anyone else who finds our port would
+/// like to be taken for that phone. So the address of the description stands, unless learning was asked for; then the
+/// first valid RTP packet from elsewhere may replace it, once, within a bounded time. Everything else is a stranger.
+///
+/// Threads: none of its own; used by the thread that owns the endpoint.
+#pragma once
+
+#include "media_engine/clock.h"
+#include "socket_address.h"
+
+namespace media_engine {
+
+class RemoteAddress {
+ public:
+  static constexpr seconds kLearningTime{10};
+
+  /// What the far end said. The same again leaves a learned address in place.
+  void Describe(const SocketAddress& rtp, const SocketAddress& rtcp, TimePoint now);
+  void AllowLearning(TimePoint now);
+  /// Starts the time anew: media is to be expected only from now on.
+  void ExtendLearning(TimePoint now);
+  void Learn(const SocketAddress& from);
+
+  bool IsExpected(const SocketAddress& from) const { return described() && from == rtp_; }
+  bool MayLearn(TimePoint now) const { return described() && learning_ && now - learning_since_ <= kLearningTime; }
+  /// RTCP may come from any port of the far end's host: NATs move ports about.
+  bool IsRtcpExpected(const SocketAddress& from) const { return described() && from.SameHost(rtp_); }
+
+  bool described() const { return !described_rtp_.empty(); }
+  /// Whether the far end wants anything sent.
+  bool CanSend() const { return described() && rtp_.port() != 0 && !rtp_.IsWildcard(); }
+  const SocketAddress& rtp() const { return rtp_; }
+  const SocketAddress& rtcp() const { return rtcp_; }
+
+ private:
+  SocketAddress described_rtp_, described_rtcp_;
+  SocketAddress rtp_, rtcp_;  // the described ones, or the learned
+  bool learning_ = false;
+  TimePoint learning_since_{};
+};
+
+}  // namespace media_engine

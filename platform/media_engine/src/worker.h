@@ -1,0 +1,89 @@
+/// The loop that serves a share of a server's sessions: packets, requests, timers.
+///
+/// Threads: everything here runs on one thread, except what says otherwise. Nothing waits but the epoll in RunOnce.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "endpoint_route.h"
+#include "packet_mover.h"
+#include "participant.h"
+
+namespace media_engine {
+
+/// What others want to know of a worker. Threads: from any thread.
+struct WorkerGauges {
+  std::atomic<std::size_t> sessions{0};  ///< counted up by whoever posts a session, so that a burst spreads out
+  std::atomic<std::size_t> endpoints{0};
+  std::atomic<uint64_t> beats{0};  ///< advances as long as the worker serves
+};
+
+class Worker {
+ public:
+  Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox);
+  ~Worker();
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
+
+  /// Whether the system gave what the loop needs; asked once, before the first turn.
+  Outcome Ready() const;
+  /// One turn of the loop. Waits for something to do, as long as that at most.
+  void RunOnce(milliseconds longest_wait);
+  /// Ends every session and endpoint, and refuses requests from now on.
+  void Finish();
+  WorkerGauges& gauges() { return gauges_; }  ///< any thread
+
+  // What tasks do.
+  TimePoint now() const { return now_; }
+  void OpenSession(const std::shared_ptr<SessionRoute>& session);
+  void CloseSession(const SessionRoute& session);
+  /// False when the session has ended; the participant then ends too.
+  bool Admit(std::unique_ptr<Participant> participant);
+  /// Null when the endpoint is not here.
+  Participant* Find(const EndpointRoute& endpoint);
+  void Close(const EndpointRoute& endpoint);
+  Outcome DescribeLocal(Participant& participant, const LocalSettings& settings, std::unique_ptr<PortPair>& offered);
+  /// Brings the endpoint into its home session, here or elsewhere.
+  void BringHome(const EndpointRoute& endpoint);
+
+ private:
+  /// What epoll gives back for a socket.
+  struct SocketTag {
+    Participant* participant = nullptr;
+    bool rtcp = false;
+  };
+  struct Resident {
+    std::unique_ptr<Participant> participant;
+    SocketTag rtp, rtcp;
+  };
+  struct SessionRecord {
+    std::shared_ptr<SessionRoute> route;
+    std::vector<Participant*> members;
+  };
+
+  void Serve(const SocketTag& tag);
+  void RunTasks();
+  void RunTimers();
+  bool Watch(Resident& resident);
+  void Unwatch(const Participant& participant);
+  void LeaveSession(const Participant& participant);
+  void MoveWithin(Participant& participant, const SessionRoute& home);
+  void MoveAway(const std::shared_ptr<EndpointRoute>& route);
+
+  const std::shared_ptr<ServerContext> server_;
+  const std::shared_ptr<Mailbox> mailbox_;
+  const int epoll_fd_;
+  WorkerGauges gauges_;
+  PacketMover mover_;
+  TimePoint now_;
+  TimePoint next_timers_;
+  // Keys stay valid: the records hold what they point to.
+  std::unordered_map<const EndpointRoute*, Resident> residents_;
+  std::unordered_map<const SessionRoute*, SessionRecord> sessions_;
+};
+
+}  // namespace media_engine

@@ -1,0 +1,134 @@
+#include "far_end.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <random>
+#include <stdexcept>
+
+namespace media_engine_test {
+
+Bytes Serialise(const Rtp& packet) {
+  media_engine::RtpHeader header;
+  header.marker = packet.marker;
+  header.payload_type = packet.payload_type;
+  header.sequence_number = packet.sequence_number;
+  header.timestamp = packet.timestamp;
+  header.ssrc = packet.ssrc;
+  Bytes data(media_engine::kRtpHeaderLength);
+  media_engine::WriteRtpHeader(header, data.data());
+  data.insert(data.end(), packet.payload.begin(), packet.payload.end());
+  return data;
+}
+
+Bytes PayloadOf(uint16_t number, std::size_t length) {
+  Bytes payload(length);
+  std::minstd_rand random(number + 1u);
+  for (uint8_t& octet : payload) octet = static_cast<uint8_t>(random());
+  if (length >= 2) {
+    payload[0] = static_cast<uint8_t>(number >> 8);
+    payload[1] = static_cast<uint8_t>(number);
+  }
+  return payload;
+}
+
+FarEnd::FarEnd(const std::string& address) {
+  if (socket_.Bind(*SocketAddress::Parse(address, 0)) != 0) throw std::runtime_error("cannot bind " + address);
+  address_ = *SocketAddress::OfSocket(socket_.fd());
+}
+
+void FarEnd::Send(const Bytes& data, uint16_t to_port) const {
+  const SocketAddress to = address_.WithPort(to_port);
+  const ssize_t sent = sendto(socket_.fd(), data.data(), data.size(), 0, to.native(), to.length());
+  if (sent != static_cast<ssize_t>(data.size())) throw std::runtime_error("cannot send to " + to.Text());
+}
+
+std::optional<Bytes> FarEnd::Receive(std::chrono::milliseconds limit) const {
+  pollfd waiting{socket_.fd(), POLLIN, 0};
+  if (poll(&waiting, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
+  std::array<uint8_t, 65536> buffer;
+  const ssize_t length = recv(socket_.fd(), buffer.data(), buffer.size(), 0);
+  if (length < 0) return std::nullopt;
+  return Bytes(buffer.begin(), buffer.begin() + length);
+}
+
+std::optional<Rtp> FarEnd::ReceiveRtp(std::chrono::milliseconds limit) const {
+  const std::optional<Bytes> data = Receive(limit);
+  if (!data) return std::nullopt;
+  const auto header = media_engine::ParseRtp(data->data(), data->size());
+  if (!header) return std::nullopt;
+  Rtp packet;
+  packet.marker = header->marker;
+  packet.payload_type = header->payload_type;
+  packet.sequence_number = header->sequence_number;
+  packet.timestamp = header->timestamp;
+  packet.ssrc = header->ssrc;
+  const auto begin = data->begin() + static_cast<std::ptrdiff_t>(header->payload_offset);
+  packet.payload.assign(begin, begin + static_cast<std::ptrdiff_t>(header->payload_length));
+  return packet;
+}
+
+media_engine::RemoteDescription FarEnd::Description(const media_engine::Codec& codec, uint8_t events) const {
+  media_engine::RemoteDescription description;
+  description.address = address_.Host();
+  description.rtp_port = port();
+  description.codecs = {codec};
+  if (events != 0) {
+    description.telephone_event = true;
+    description.telephone_event_payload_type = events;
+  }
+  return description;
+}
+
+media_engine::Codec MakeCodec(const std::string& name, int payload_type, int clock_rate, int bit_rate) {
+  media_engine::Codec codec;
+  codec.name = name;
+  codec.payload_type = payload_type;
+  codec.clock_rate = clock_rate;
+  codec.bit_rate = bit_rate;
+  return codec;
+}
+
+media_engine::Codec Pcmu(int payload_type) {
+  return MakeCodec("PCMU", payload_type, 8000, 64000);
+}
+media_engine::Codec Pcma(int payload_type) {
+  return MakeCodec("PCMA", payload_type, 8000, 64000);
+}
+
+media_engine::LocalSettings LocalFor(const media_engine::Codec& codec, uint8_t events) {
+  media_engine::LocalSettings settings;
+  settings.codecs = {codec};
+  if (events != 0) {
+    settings.telephone_event = true;
+    settings.telephone_event_payload_type = events;
+  }
+  return settings;
+}
+
+namespace {
+
+bool AllFree(uint16_t first, unsigned pairs) {
+  std::vector<media_engine::UdpSocket> held(2 * pairs);
+  for (std::size_t i = 0; i < held.size(); ++i) {
+    const auto port = static_cast<uint16_t>(first + i);
+    if (held[i].Bind(*SocketAddress::Parse("127.0.0.1", port)) != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::pair<uint16_t, uint16_t> FreePortRange(unsigned pairs) {
+  // Below the range from which the system takes ports for others.
+  static std::mt19937 random(std::random_device{}());
+  std::uniform_int_distribution<int> start(10000, 15000);
+  for (int attempt = 0; attempt < 200; ++attempt) {
+    const auto first = static_cast<uint16_t>(2 * start(random));
+    if (AllFree(first, pairs)) return {first, static_cast<uint16_t>(first + 2 * pairs - 1)};
+  }
+  throw std::runtime_error("no range of free ports");
+}
+
+}  // namespace media_engine_test

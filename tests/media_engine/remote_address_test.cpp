@@ -1,0 +1,161 @@
+// Whose packets are taken, and when the far end's address is learned.
+#include "engine_fixture.h"
+
+namespace media_engine_test {
+namespace {
+
+class RemoteAddressing : public EngineTest {
+ protected:
+  void SetUp() override {
+    server_ = Open(Config());
+    session_ = NewSession(*server_);
+    a_ = NewCallLeg(*session_);
+    b_ = NewCallLeg(*session_);
+    ASSERT_TRUE(a_.endpoint->Join(Direction::kDuplex, *b_.endpoint, kLimit).ok);
+  }
+  void SendFrom(const FarEnd& from, uint16_t number, uint8_t payload_type = 0) const {
+    from.SendRtp({payload_type, number, 160u * number, 5, false, PayloadOf(number)}, a_.local.rtp_port);
+  }
+  bool ArrivesAtB(uint16_t number) const {
+    const auto came = b_.far_end->ReceiveRtp();
+    return came && came->payload == PayloadOf(number);
+  }
+  void WaitForStrangers(uint64_t count) const {
+    EXPECT_TRUE(Eventually([&] { return a_.Statistics().strangers == count; })) << a_.Statistics().strangers;
+  }
+  void Detect() const { ASSERT_TRUE(a_.endpoint->DetectRemoteAddress(kLimit).ok); }
+
+  std::unique_ptr<Server> server_;
+  std::shared_ptr<Session> session_;
+  Leg a_, b_;
+  FarEnd elsewhere_;
+};
+
+TEST_F(RemoteAddressing, StrangersAreCountedAndGetNowhere) {
+  SendFrom(*a_.far_end, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  for (uint16_t i = 1; i <= 1000; ++i) {
+    SendFrom(elsewhere_, i);
+    if (i % 100 == 0) WaitForStrangers(i);  // no more at once than fits into the socket
+  }
+  EXPECT_FALSE(b_.far_end->Receive(milliseconds{0}));
+  SendFrom(*a_.far_end, 2);
+  EXPECT_TRUE(ArrivesAtB(2));
+  // What is sent still goes to the far end only, and nothing to the stranger.
+  b_.Send({0, 1, 160, 6, false, PayloadOf(3)});
+  EXPECT_TRUE(a_.far_end->ReceiveRtp());
+  EXPECT_FALSE(elsewhere_.Receive(milliseconds{0}));
+  EXPECT_EQ(a_.Statistics().rtp_packets_received, 2u);
+}
+
+TEST_F(RemoteAddressing, LearnsOnceWhenAskedForAndThenIsFixed) {
+  Detect();
+  SendFrom(elsewhere_, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  b_.Send({0, 1, 160, 6, false, PayloadOf(2)});
+  EXPECT_TRUE(elsewhere_.ReceiveRtp());
+  EXPECT_FALSE(a_.far_end->Receive(milliseconds{0}));
+  // Neither a third address nor the one that was described is taken now.
+  const FarEnd third;
+  SendFrom(third, 3);
+  SendFrom(*a_.far_end, 4);
+  WaitForStrangers(2);
+  SendFrom(elsewhere_, 5);
+  EXPECT_TRUE(ArrivesAtB(5));
+}
+
+TEST_F(RemoteAddressing, TheDescribedAddressIsGoodWhileLearning) {
+  Detect();
+  SendFrom(*a_.far_end, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  SendFrom(elsewhere_, 2);
+  EXPECT_TRUE(ArrivesAtB(2));
+}
+
+TEST_F(RemoteAddressing, LearnsNothingAfterTenSeconds) {
+  Detect();
+  clock_->Advance(seconds{10} + milliseconds{1});
+  SendFrom(elsewhere_, 1);
+  WaitForStrangers(1);
+  SendFrom(*a_.far_end, 2);
+  EXPECT_TRUE(ArrivesAtB(2));
+}
+
+TEST_F(RemoteAddressing, ALongRingingDoesNotUseUpTheTimeForLearning) {
+  Detect();
+  clock_->Advance(seconds{60});
+  ASSERT_TRUE(a_.endpoint->DescribeLocal(LocalFor(Pcmu()), a_.local, kLimit).ok);  // the answer goes out
+  clock_->Advance(seconds{9});
+  SendFrom(elsewhere_, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+}
+
+TEST_F(RemoteAddressing, OnceMediaHasComeTheTimeIsNotExtended) {
+  Detect();
+  SendFrom(*a_.far_end, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  clock_->Advance(seconds{60});
+  ASSERT_TRUE(a_.endpoint->Join(Direction::kReceive, *b_.endpoint, kLimit).ok);
+  SendFrom(elsewhere_, 2);
+  WaitForStrangers(1);
+}
+
+TEST_F(RemoteAddressing, OnlyValidRtpOfAKnownPayloadTypeIsLearnedFrom) {
+  Detect();
+  elsewhere_.Send({0x80, 0, 1}, a_.local.rtp_port);
+  EXPECT_TRUE(Eventually([&] { return a_.Statistics().malformed == 1; }));
+  SendFrom(elsewhere_, 1, 55);
+  WaitForStrangers(1);
+  SendFrom(*a_.far_end, 2);
+  EXPECT_TRUE(ArrivesAtB(2));
+  EXPECT_EQ(a_.Statistics().rtp_packets_received, 1u);
+}
+
+TEST_F(RemoteAddressing, ARepeatedDescriptionKeepsWhatWasLearnedAndAnotherOneReplacesIt) {
+  Detect();
+  SendFrom(elsewhere_, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(a_.far_end->Description(Pcmu()), kLimit).ok);
+  SendFrom(elsewhere_, 2);
+  EXPECT_TRUE(ArrivesAtB(2));
+  const FarEnd moved;
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(moved.Description(Pcmu()), kLimit).ok);
+  SendFrom(elsewhere_, 3);
+  WaitForStrangers(1);
+  SendFrom(moved, 4);
+  EXPECT_TRUE(ArrivesAtB(4));
+}
+
+TEST_F(RemoteAddressing, NothingIsTakenBeforeTheFarEndIsDescribed) {
+  Leg fresh = NewLeg(*session_);
+  ASSERT_TRUE(fresh.endpoint->DescribeLocal(LocalFor(Pcmu()), fresh.local, kLimit).ok);
+  ASSERT_TRUE(fresh.endpoint->DetectRemoteAddress(kLimit).ok);
+  fresh.Send({0, 1, 160, 5, false, PayloadOf(1)});
+  EXPECT_TRUE(Eventually([&] { return fresh.Statistics().strangers == 1; }));
+}
+
+TEST_F(RemoteAddressing, RtcpIsCountedByWhetherItComesFromTheFarEndsHost) {
+  const auto rtcp_port = a_.local.rtcp_port;
+  EXPECT_EQ(rtcp_port, a_.local.rtp_port + 1);
+  a_.far_end->Send({0x80, 200, 0, 1, 0, 0, 0, 1}, rtcp_port);
+  EXPECT_TRUE(Eventually([&] { return a_.Statistics().rtcp_packets_received == 1; }));
+  const FarEnd other_host("127.0.0.2");
+  other_host.Send({0x80, 200, 0, 1, 0, 0, 0, 1}, rtcp_port);  // goes to 127.0.0.2: nobody there
+  const SocketAddress to = *SocketAddress::Parse("127.0.0.1", rtcp_port);
+  const uint8_t octet = 0x80;
+  ASSERT_EQ(sendto(other_host.fd(), &octet, 1, 0, to.native(), to.length()), 1);
+  EXPECT_TRUE(Eventually([&] { return a_.Statistics().rtcp_strangers == 1; }));
+  EXPECT_EQ(a_.Statistics().rtcp_packets_received, 1u);
+}
+
+TEST_F(RemoteAddressing, ATextThatIsNoAddressIsRefusedAndChangesNothing) {
+  RemoteDescription wrong = a_.far_end->Description(Pcmu());
+  wrong.address = "phone.example";
+  const Outcome outcome = a_.endpoint->DescribeRemote(wrong, kLimit);
+  EXPECT_EQ(outcome.reason, "remote address 'phone.example' is not a numeric IPv4 or IPv6 address");
+  SendFrom(*a_.far_end, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+}
+
+}  // namespace
+}  // namespace media_engine_test

@@ -1,0 +1,145 @@
+// The arithmetic of streams, without sockets and threads.
+#include "engine_fixture.h"
+#include "g711.h"
+#include "outgoing_stream.h"
+#include "reception.h"
+
+namespace media_engine_test {
+namespace {
+
+using media_engine::OutgoingStream;
+using media_engine::Reception;
+using media_engine::RtpHeader;
+
+TimePoint At(int ms) {
+  return TimePoint(seconds{1000} + milliseconds{ms});
+}
+
+TEST(OutgoingStream, StartsWithRandomValues) {
+  EXPECT_NE(OutgoingStream::MakeRandom().ssrc(), OutgoingStream::MakeRandom().ssrc());
+}
+
+TEST(OutgoingStream, KeepsTheTimeThatPassedBetweenSources) {
+  OutgoingStream stream(1, 100, 5000);
+  EXPECT_EQ(stream.Place({1, 7, 40, 160}, 8000, At(0))->timestamp, 5000u);
+  EXPECT_EQ(stream.Place({1, 7, 41, 320}, 8000, At(20))->timestamp, 5160u);
+  // Another source a second later: as many ticks.
+  const auto later = stream.Place({2, 8, 9, 77}, 8000, At(1020));
+  EXPECT_TRUE(later->first);
+  EXPECT_EQ(later->sequence_number, 102);
+  EXPECT_EQ(later->timestamp, 5160u + 8000u);
+  // At once: not the same time, but one packet further, as far as its packets have been apart.
+  EXPECT_EQ(stream.Place({3, 9, 9, 77}, 8000, At(1020))->timestamp, 5160u + 8000u + 160u);
+}
+
+TEST(OutgoingStream, TheStepIsThatOfThePacketsSeen) {
+  OutgoingStream stream(1, 0, 0);
+  stream.Place({1, 7, 1, 0}, 16000, At(0));
+  stream.Place({1, 7, 2, 640}, 16000, At(40));
+  EXPECT_EQ(stream.Place({2, 7, 1, 0}, 16000, At(40))->timestamp, 1280u);
+}
+
+TEST(OutgoingStream, GivesNoNumberTwice) {
+  OutgoingStream stream(1, 100, 0);
+  stream.Place({1, 7, 40, 0}, 8000, At(0));
+  stream.Place({1, 7, 41, 160}, 8000, At(20));
+  stream.Place({2, 8, 500, 0}, 8000, At(40));
+  EXPECT_FALSE(stream.Place({2, 8, 499, 0}, 8000, At(41)));  // would be the former source's last
+  stream.Skip({2, 8, 501, 160});
+  EXPECT_FALSE(stream.Place({2, 8, 501, 160}, 8000, At(42)));
+  EXPECT_EQ(stream.Place({2, 8, 502, 320}, 8000, At(60))->sequence_number, 103);
+}
+
+TEST(OutgoingStream, ANewNumberingOfTheSameSourceContinues) {
+  OutgoingStream stream(1, 100, 0);
+  stream.Place({1, 7, 40, 0}, 8000, At(0));
+  const auto restarted = stream.Place({1, 7, 30000, 9}, 8000, At(20));
+  EXPECT_TRUE(restarted->first);
+  EXPECT_EQ(restarted->sequence_number, 101);
+  EXPECT_EQ(stream.Place({1, 7, 30002, 329}, 8000, At(60))->sequence_number, 103);
+}
+
+TEST(OutgoingStream, SkippingBeforeAnythingWasPlacedDoesNothing) {
+  OutgoingStream stream(1, 100, 0);
+  stream.Skip({1, 7, 39, 0});
+  EXPECT_EQ(stream.Place({1, 7, 40, 0}, 8000, At(0))->sequence_number, 100);
+}
+
+RtpHeader Header(uint16_t number, uint32_t timestamp = 0, uint32_t ssrc = 1) {
+  RtpHeader header;
+  header.sequence_number = number;
+  header.timestamp = timestamp;
+  header.ssrc = ssrc;
+  return header;
+}
+
+TEST(Reception, CountsLossAcrossWrapsAndNeverBelowZero) {
+  Reception reception;
+  for (uint32_t i = 0; i < 70000; ++i) {
+    if (i % 10 != 3) reception.Count(Header(static_cast<uint16_t>(65000 + i)), 0, At(0));
+  }
+  EXPECT_EQ(reception.lost(), 7000u);
+  Reception doubled;
+  for (uint16_t i = 0; i < 10; ++i) {
+    doubled.Count(Header(i), 0, At(0));
+    doubled.Count(Header(i), 0, At(0));
+  }
+  EXPECT_EQ(doubled.lost(), 0u);
+}
+
+TEST(Reception, LateOnesAreNotLost) {
+  Reception reception;
+  for (uint16_t number : {65534, 0, 65535, 2, 1}) reception.Count(Header(number), 0, At(0));
+  EXPECT_EQ(reception.lost(), 0u);
+}
+
+TEST(Reception, ASourceThatRestartsIsNotALoss) {
+  Reception reception;
+  for (uint16_t number : {10, 12, 40000, 40001, 40003}) reception.Count(Header(number), 0, At(0));
+  EXPECT_EQ(reception.source_changes(), 1u);
+  EXPECT_EQ(reception.lost(), 2u);  // 11 and 40002
+  reception.Count(Header(7, 0, 2), 0, At(0));
+  EXPECT_EQ(reception.source_changes(), 2u);
+  EXPECT_EQ(reception.lost(), 2u);
+  EXPECT_EQ(reception.ssrc(), 2u);
+}
+
+TEST(Reception, JitterFollowsTheFormulaOfTheRfc) {
+  Reception reception;
+  // Arrivals 20, 30 and 20 ms apart at 8000 Hz: differences of 0, 80 and 0 ticks.
+  reception.Count(Header(1, 0), 8000, At(0));
+  reception.Count(Header(2, 160), 8000, At(20));
+  EXPECT_EQ(reception.jitter(), 0u);
+  reception.Count(Header(3, 320), 8000, At(50));
+  EXPECT_EQ(reception.jitter(), 5u);  // 80 / 16
+  reception.Count(Header(4, 480), 8000, At(70));
+  EXPECT_EQ(reception.jitter(), 4u);  // 5 - 5/16, in whole units
+  EXPECT_EQ(reception.jitter_maximum(), 5u);
+  EXPECT_EQ(reception.jitter_average(), 3u);  // of 0, 5 and 4
+}
+
+TEST(G711, TheLawsDecodeToTheirKnownEnds) {
+  EXPECT_EQ(media_engine::DecodeMuLaw(0x80), 32124);
+  EXPECT_EQ(media_engine::DecodeMuLaw(0x00), -32124);
+  EXPECT_EQ(media_engine::DecodeMuLaw(0xff), 0);
+  EXPECT_EQ(media_engine::DecodeALaw(0xaa), 32256);
+  EXPECT_EQ(media_engine::DecodeALaw(0x2a), -32256);
+  EXPECT_EQ(media_engine::DecodeALaw(0xd5), 8);
+}
+
+TEST(G711, ConversionIsAsNearAsTheOtherLawAllows) {
+  for (int code = 0; code < 256; ++code) {
+    auto octet = static_cast<uint8_t>(code);
+    const int before = media_engine::DecodeMuLaw(octet);
+    media_engine::ConvertMuLawToALaw(&octet, 1);
+    // A quarter of an octave's sixteenth, or the softest step.
+    EXPECT_LE(std::abs(media_engine::DecodeALaw(octet) - before), std::max(8, std::abs(before) / 16)) << code;
+    octet = static_cast<uint8_t>(code);
+    const int other = media_engine::DecodeALaw(octet);
+    media_engine::ConvertALawToMuLaw(&octet, 1);
+    EXPECT_LE(std::abs(media_engine::DecodeMuLaw(octet) - other), std::max(8, std::abs(other) / 16)) << code;
+  }
+}
+
+}  // namespace
+}  // namespace media_engine_test
