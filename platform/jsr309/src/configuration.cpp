@@ -1,0 +1,190 @@
+#include "configuration.h"
+
+#include "address_text.h"
+#include "driver_registry.h"
+
+#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/xml_parser.hpp>
+
+#include <algorithm>
+#include <charconv>
+
+namespace kelvaro::jsr309 {
+namespace {
+
+using boost::property_tree::ptree;
+
+constexpr unsigned kMaxRequestTimeoutMs = 60000;
+constexpr unsigned kMaxLostEventsPerSecond = 1000000;
+constexpr unsigned kMaxCapacity = 1000000;
+constexpr unsigned kMaxThreads = 256;
+constexpr unsigned kLowestPort = 1024;
+constexpr unsigned kHighestPort = 65535;
+constexpr char kServers[] = "jsr309.media_servers";
+
+[[noreturn]] void Refuse(std::string element, std::string value, std::string reason) {
+  throw SettingError{std::move(element), std::move(value), std::move(reason)};
+}
+
+unsigned Number(const std::string& element, const ptree& node, unsigned lowest, unsigned highest) {
+  const std::string& text = node.data();
+  unsigned number = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (failure != std::errc() || end != text.data() + text.size() || number < lowest || number > highest) {
+    Refuse(element, text, "not a number from " + std::to_string(lowest) + " to " + std::to_string(highest));
+  }
+  return number;
+}
+
+std::string Address(const std::string& element, const ptree& node) {
+  if (!ParseIp(node.data())) Refuse(element, node.data(), "not a numeric IP address");
+  return WithoutBrackets(node.data());
+}
+
+void AddDriverSetting(const std::string& name, const ptree& node, MediaServerSettings& settings) {
+  if (node.empty()) settings.driver_settings.emplace_back(name, node.data());
+  for (const auto& [child, value] : node) AddDriverSetting(name + "." + child, value, settings);
+}
+
+/// Reads one media_server element, child by child.
+class ServerReader {
+ public:
+  ServerReader(ServerConfiguration& server, unsigned request_timeout_ms) : server_(server) {
+    server_.driver = kEmbeddedDriver;
+    server_.settings.request_timeout_ms = request_timeout_ms;
+  }
+
+  void Read(const ptree& node) {
+    for (const auto& [name, child] : node) ReadChild(name, child);
+    if (!IsKnownMediaServerDriver(server_.driver)) Refuse(Path("driver"), server_.driver, "no such driver");
+    if (server_.settings.mac.empty()) Refuse(Path("mac"), "", "missing");
+    if (server_.settings.addresses.empty()) Refuse(Path("address"), "", "missing");
+    if (server_.settings.rtp_port_min >= server_.settings.rtp_port_max) {
+      Refuse(Path("rtp_port_min"), std::to_string(server_.settings.rtp_port_min),
+             "not below rtp_port_max, which is " + std::to_string(server_.settings.rtp_port_max));
+    }
+  }
+
+ private:
+  std::string Path(const std::string& name) const { return server_.element + "." + name; }
+
+  void ReadChild(const std::string& name, const ptree& child) {
+    MediaServerSettings& settings = server_.settings;
+    const std::string path = Path(name);
+    if (name != "address" && std::find(seen_.begin(), seen_.end(), name) != seen_.end()) {
+      Refuse(path, child.data(), "given twice");
+    }
+    seen_.push_back(name);
+    if (name == "driver") {
+      server_.driver = child.data();
+    } else if (name == "mac") {
+      const auto mac = NormalisedMac(child.data());
+      if (!mac) Refuse(path, child.data(), "not a MAC address");
+      settings.mac = *mac;
+    } else if (name == "address") {
+      settings.addresses.push_back(Address(path, child));
+    } else if (name == "public_address") {
+      settings.public_address = Address(path, child);
+    } else if (name == "rtp_port_min") {
+      settings.rtp_port_min = static_cast<uint16_t>(Number(path, child, kLowestPort, kHighestPort));
+    } else if (name == "rtp_port_max") {
+      settings.rtp_port_max = static_cast<uint16_t>(Number(path, child, kLowestPort, kHighestPort));
+    } else if (name == "capacity") {
+      settings.capacity = Number(path, child, 1, kMaxCapacity);
+    } else if (name == "threads") {
+      settings.threads = Number(path, child, 1, kMaxThreads);
+    } else if (name == "request_timeout_ms") {
+      settings.request_timeout_ms = Number(path, child, 1, kMaxRequestTimeoutMs);
+    } else {
+      AddDriverSetting(name, child, settings);
+    }
+  }
+
+  ServerConfiguration& server_;
+  std::vector<std::string> seen_;
+};
+
+void RefuseDuplicates(const std::vector<ServerConfiguration>& servers) {
+  for (size_t i = 0; i < servers.size(); ++i) {
+    const ServerConfiguration& server = servers[i];
+    const auto& addresses = server.settings.addresses;
+    for (size_t a = 0; a < addresses.size(); ++a) {
+      for (size_t b = 0; b < a; ++b) {
+        if (SameIp(addresses[a], addresses[b])) Refuse(server.element + ".address", addresses[a], "given twice");
+      }
+    }
+    for (size_t j = 0; j < i; ++j) {
+      const ServerConfiguration& former = servers[j];
+      if (server.settings.mac == former.settings.mac) {
+        Refuse(server.element + ".mac", server.settings.mac, "already that of " + former.element);
+      }
+      for (const std::string& address : addresses) {
+        for (const std::string& taken : former.settings.addresses) {
+          if (SameIp(address, taken)) Refuse(server.element + ".address", address, "already that of " + former.element);
+        }
+      }
+    }
+  }
+}
+
+void ReadServers(const ptree& media_servers, Configuration& configuration) {
+  unsigned request_timeout_ms = MediaServerSettings().request_timeout_ms;
+  for (const auto& [name, child] : media_servers) {
+    const std::string path = std::string(kServers) + "." + name;
+    if (name == "request_timeout_ms") {
+      request_timeout_ms = Number(path, child, 1, kMaxRequestTimeoutMs);
+    } else if (name == "lost_events_per_second") {
+      configuration.lost_events_per_second = Number(path, child, 1, kMaxLostEventsPerSecond);
+    } else if (name != "media_server") {
+      Refuse(path, child.data(), "not known");
+    }
+  }
+  for (const auto& [name, child] : media_servers) {
+    if (name != "media_server") continue;
+    configuration.servers.emplace_back();
+    ServerConfiguration& server = configuration.servers.back();
+    server.element = std::string(kServers) + ".media_server[" + std::to_string(configuration.servers.size()) + "]";
+    ServerReader(server, request_timeout_ms).Read(child);
+  }
+  if (configuration.servers.empty()) Refuse(std::string(kServers) + ".media_server", "", "missing");
+  RefuseDuplicates(configuration.servers);
+}
+
+ptree ReadXml(const std::string& path) {
+  namespace xml = boost::property_tree::xml_parser;
+  ptree tree;
+  try {
+    xml::read_xml(path, tree, xml::trim_whitespace | xml::no_comments);
+  } catch (const xml::xml_parser_error& error) {
+    const std::string line = error.line() == 0 ? "" : " (line " + std::to_string(error.line()) + ")";
+    Refuse("", "", error.message() + line);
+  }
+  return tree;
+}
+
+}  // namespace
+
+bool ReadConfiguration(const std::string& path, Configuration& configuration, std::string& error) {
+  configuration = Configuration();
+  try {
+    const ptree tree = ReadXml(path);
+    if (!tree.get_child_optional("jsr309")) Refuse("jsr309", "", "missing");
+    const auto media_servers = tree.get_child_optional(kServers);
+    if (!media_servers) Refuse(kServers, "", "missing");
+    ReadServers(*media_servers, configuration);
+    return true;
+  } catch (const SettingError& refused) {
+    error = DescribeSettingError(path, refused);
+  } catch (const std::exception& failure) {
+    error = DescribeSettingError(path, {"", "", failure.what()});
+  }
+  return false;
+}
+
+std::string DescribeSettingError(const std::string& path, const SettingError& error) {
+  std::string message = "Configuration file " + path;
+  if (!error.element.empty()) message += ", element " + error.element + ", value \"" + error.value + "\"";
+  return message + ": " + error.reason;
+}
+
+}  // namespace kelvaro::jsr309

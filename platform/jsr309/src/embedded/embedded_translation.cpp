@@ -1,0 +1,109 @@
+#include "embedded/embedded_translation.h"
+
+namespace kelvaro::jsr309 {
+namespace {
+
+std::vector<media_engine::Codec> ToCodecs(const MediaConfig& config) {
+  std::vector<media_engine::Codec> codecs;
+  for (const MediaCodec& from : config.GetCodecs()) {
+    if (from.video) continue;
+    media_engine::Codec codec;
+    codec.name = from.name;
+    codec.payload_type = from.payload_type;
+    codec.clock_rate = from.sample_rate;
+    codec.packet_time_ms = from.packet_time_ms;
+    codec.bit_rate = from.bit_rate;
+    codecs.push_back(std::move(codec));
+  }
+  return codecs;
+}
+
+media_engine::CryptoSettings ToCrypto(const MediaConfig& config) {
+  media_engine::CryptoSettings crypto;
+  if (config.GetCrypto()) crypto.suite = config.GetCrypto()->suite;
+  crypto.mandatory = config.GetCryptoMandFlag().value_or(false);
+  return crypto;
+}
+
+std::optional<std::chrono::seconds> ToTimeout(const MediaConfig& config, MediaConfig::RtpTimeoutType type) {
+  const std::optional<uint32_t> timeout = config.GetRtpTimeoutSec(type);
+  if (!timeout) return std::nullopt;
+  return std::chrono::seconds(*timeout);
+}
+
+media_engine::IpHeaderSettings ToIpHeader(const MediaConfig& config) {
+  media_engine::IpHeaderSettings header;
+  if (config.HasIpv4Tos()) header.ipv4_tos = config.GetIpv4Tos();
+  if (config.HasIpv4TimeToLive()) header.ipv4_time_to_live = config.GetIpv4TimeToLive();
+  if (config.HasIpv6TrafficClass()) header.ipv6_traffic_class = config.GetIpv6TrafficClass();
+  if (config.HasIpv6HopLimit()) header.ipv6_hop_limit = config.GetIpv6HopLimit();
+  return header;
+}
+
+}  // namespace
+
+media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind kind) {
+  media_engine::LocalSettings settings;
+  settings.codecs = ToCodecs(config);
+  settings.amr_octet_align = config.GetAMROctetAlign();
+  settings.telephone_event = config.GetRfc2833Flag();
+  settings.telephone_event_payload_type = config.GetRfc2833Payload();
+  settings.ip_header = ToIpHeader(config);
+  settings.inactive_timeout = ToTimeout(config, MediaConfig::RTP_TIMEOUT_INACTIVE);
+  settings.pending_timeout = ToTimeout(config, MediaConfig::RTP_TIMEOUT_PENDING);
+  settings.udp_pass_through = config.GetUdpPassThru();
+  // The far end of an offer of ours may be sending to the port already.
+  settings.renew_ports = kind == LocalKind::kAnswer && config.GetAutoLocalPortRenew().value_or(false);
+  settings.crypto = ToCrypto(config);
+  return settings;
+}
+
+media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config) {
+  media_engine::RemoteDescription description;
+  if (config.GetIPAddress() != nullptr) description.address = config.GetIPAddress();
+  description.rtp_port = config.GetRtpPort();
+  description.rtcp_port = config.GetRtcpPort();
+  description.codecs = ToCodecs(config);
+  description.amr_octet_align = config.GetAMROctetAlign();
+  description.telephone_event = config.GetRfc2833Flag();
+  description.telephone_event_payload_type = config.GetRfc2833Payload();
+  description.udp_pass_through = config.GetUdpPassThru();
+  description.crypto = ToCrypto(config);
+  return description;
+}
+
+media_engine::Direction ToEngineDirection(Direction direction) {
+  switch (direction) {
+    case kDuplex:
+    case kAudioNoVideo:
+      return media_engine::Direction::kDuplex;
+    case kReceive:
+      return media_engine::Direction::kReceive;
+    case kSend:
+      return media_engine::Direction::kSend;
+    case kVideoNoAudio:
+    case kDisable:
+      break;
+  }
+  return media_engine::Direction::kNone;
+}
+
+void FillLocal(const media_engine::LocalDescription& description, MediaConfig& config) {
+  config.SetIPAddress(description.address.c_str());
+  config.SetPublicIPAddress(description.public_address.empty() ? nullptr : description.public_address.c_str());
+  config.SetRtpPort(description.rtp_port);
+  config.SetRtcpPort(description.rtcp_port);
+}
+
+std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics) {
+  if (statistics.rtp_packets_sent == 0 && statistics.rtp_packets_received == 0) return {};
+  RtcpStatsReport report;
+  report.lssRTPPacketsSent = statistics.rtp_packets_sent;
+  report.lssBytesSent = statistics.rtp_octets_sent;
+  report.lrsTotalLostRTPPacketsCnt = static_cast<unsigned long>(statistics.rtp_packets_lost);
+  report.lrsMaxInterArrivalJitter = statistics.jitter_maximum;
+  report.lrsAvgInterArrivalJitter = statistics.jitter_average;
+  return {report};
+}
+
+}  // namespace kelvaro::jsr309

@@ -1,0 +1,107 @@
+#include "handles.h"
+
+#include "endpoint.h"
+#include "session.h"
+
+#include <boost/pointer_cast.hpp>
+
+namespace kelvaro::jsr309 {
+namespace {
+
+NetworkConnection* MakeHandle(const std::shared_ptr<Endpoint>& endpoint) {
+  if (endpoint == nullptr || !endpoint->AddHandle()) return nullptr;
+  return new NetworkConnectionHandle(endpoint);
+}
+
+// Null when the other is gone or is no connection of this library.
+boost::shared_ptr<NetworkConnectionHandle> Lock(const JoinableWeakPtr& other) {
+  return boost::dynamic_pointer_cast<NetworkConnectionHandle>(other.lock());
+}
+
+}  // namespace
+
+MediaSessionHandle::MediaSessionHandle(std::shared_ptr<Session> session) : session_(std::move(session)) {}
+
+MediaSessionHandle::~MediaSessionHandle() {
+  session_->End();
+}
+
+NetworkConnection* MediaSessionHandle::CreateNetworkConnection(const char* log_id) {
+  return MakeHandle(session_->CreateEndpoint(log_id));
+}
+
+NetworkConnection* MediaSessionHandle::ImportNetworkConnection(NetworkConnectionSharedPtr connection) {
+  const auto handle = boost::dynamic_pointer_cast<NetworkConnectionHandle>(connection);
+  if (handle == nullptr || !session_->ImportEndpoint(handle->endpoint())) return nullptr;
+  return MakeHandle(handle->endpoint());
+}
+
+bool MediaSessionHandle::AddListener(const MediaServerLostListenerSharedPtr& listener) {
+  return session_->AddListener(listener);
+}
+
+bool MediaSessionHandle::RemoveListener(const MediaServerLostListenerSharedPtr& listener) {
+  return session_->RemoveListener(listener);
+}
+
+NetworkConnectionHandle::NetworkConnectionHandle(std::shared_ptr<Endpoint> endpoint) : endpoint_(std::move(endpoint)) {}
+
+NetworkConnectionHandle::~NetworkConnectionHandle() {
+  endpoint_->DropHandle();
+}
+
+bool NetworkConnectionHandle::GetLocalOffer(MediaConfig& config) {
+  return endpoint_->Fill("make a local offer", &ServerEndpoint::GetLocalOffer, config);
+}
+
+bool NetworkConnectionHandle::GetLocalAnswer(MediaConfig& config) {
+  return endpoint_->Fill("make a local answer", &ServerEndpoint::GetLocalAnswer, config);
+}
+
+bool NetworkConnectionHandle::SetRemoteOffer(const MediaConfig& config) {
+  return endpoint_->Apply("take the remote offer", &ServerEndpoint::SetRemoteOffer, config);
+}
+
+bool NetworkConnectionHandle::SetRemoteAnswer(const MediaConfig& config) {
+  return endpoint_->Apply("take the remote answer", &ServerEndpoint::SetRemoteAnswer, config);
+}
+
+bool NetworkConnectionHandle::SetRemoteAddressDetection() {
+  return endpoint_->DetectRemoteAddress();
+}
+
+bool NetworkConnectionHandle::GetLocalImageConfig(MediaConfig& config) {
+  return endpoint_->Fill("describe the local image stream", &ServerEndpoint::GetLocalImageConfig, config);
+}
+
+bool NetworkConnectionHandle::GetRemoteImageConfig(MediaConfig& config) {
+  return endpoint_->Fill("describe the remote image stream", &ServerEndpoint::GetRemoteImageConfig, config);
+}
+
+void NetworkConnectionHandle::Close() {
+  endpoint_->Close();
+}
+
+bool NetworkConnectionHandle::Join(Direction direction, const JoinableWeakPtr& other) {
+  const auto handle = Lock(other);
+  return handle != nullptr && endpoint_->Join(direction, handle->endpoint());
+}
+
+bool NetworkConnectionHandle::Unjoin(const JoinableWeakPtr& other) {
+  const auto handle = Lock(other);
+  return handle != nullptr && endpoint_->Unjoin(handle->endpoint());
+}
+
+bool NetworkConnectionHandle::GetRtcpStatsReport(std::vector<RtcpStatsReport>& reports) {
+  return endpoint_->GetReports(reports);
+}
+
+bool NetworkConnectionHandle::AddListener(const RtpTimeoutListenerSharedPtr& listener) {
+  return endpoint_->AddListener(listener);
+}
+
+bool NetworkConnectionHandle::RemoveListener() {
+  return endpoint_->RemoveListener();
+}
+
+}  // namespace kelvaro::jsr309

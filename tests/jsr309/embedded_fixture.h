@@ -1,0 +1,163 @@
+/// A factory over embedded media servers, and call legs with real far ends.
+#pragma once
+
+#include "kelvaro/jsr309/jsr309.h"
+#include "support/free_ports.h"
+#include "support/jsr309_recording_listeners.h"
+#include "support/jsr309_recording_logger.h"
+#include "support/rtp_packet.h"
+#include "support/udp_socket.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+#include <boost/make_shared.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace test_support {
+
+struct EmbeddedOptions {
+  std::vector<std::string> addresses = {"127.0.0.1"};  // one server each
+  std::string public_address;
+  unsigned pairs = 8;
+  unsigned threads = 2;
+  std::string heartbeat_ms;
+  unsigned request_timeout_ms = 5000;
+  std::string extra;  // XML inside every media_server
+};
+
+class EmbeddedTest : public ::testing::Test {
+ protected:
+  using MediaConfig = kelvaro::jsr309::MediaConfig;
+  using ConnectionPtr = kelvaro::jsr309::NetworkConnectionSharedPtr;
+  using SessionPtr = kelvaro::jsr309::MediaSessionSharedPtr;
+
+  ~EmbeddedTest() override { std::remove(path_.c_str()); }
+
+  bool Init(const EmbeddedOptions& options = {}) {
+    port_min_ = FreeRange(options.pairs);
+    WriteConfiguration(options);
+    factory_ = std::make_unique<kelvaro::jsr309::MSControlFactory>();
+    return factory_->Init(path_.c_str(), &logger_);
+  }
+  void Start(const EmbeddedOptions& options = {}) {
+    if (!Init(options)) throw std::runtime_error("the factory does not start");
+  }
+
+  SessionPtr NewSession() { return SessionPtr(factory_->CreateMediaSession()); }
+  static ConnectionPtr NewConnection(const SessionPtr& session) {
+    return ConnectionPtr(session->CreateNetworkConnection(nullptr));
+  }
+
+  /// A connection and its far end.
+  struct Leg {
+    ConnectionPtr connection;
+    std::shared_ptr<UdpSocket> far_end = std::make_shared<UdpSocket>();
+    MediaConfig local;
+
+    UdpAddress target() const { return {local.GetIPAddress(), local.GetRtpPort()}; }
+    void Send(std::uint16_t number, std::uint8_t payload_type = 0) const {
+      const RtpPacket packet{false, payload_type, number, 160u * number, 0x12345678, Payload(number)};
+      if (!far_end->SendTo(target(), serialise_rtp(packet))) throw std::runtime_error("cannot send");
+    }
+    std::optional<RtpPacket> Receive(int milliseconds = 5000) const {
+      pollfd waiting{far_end->Descriptor(), POLLIN, 0};
+      if (poll(&waiting, 1, milliseconds) <= 0) return std::nullopt;
+      const auto datagram = far_end->Receive();
+      if (!datagram) return std::nullopt;
+      return parse_rtp(datagram->data.data(), datagram->data.size());
+    }
+  };
+
+  static std::vector<std::uint8_t> Payload(std::uint16_t number) {
+    std::vector<std::uint8_t> payload(160, static_cast<std::uint8_t>(number * 7));
+    payload[0] = static_cast<std::uint8_t>(number >> 8);
+    payload[1] = static_cast<std::uint8_t>(number);
+    return payload;
+  }
+
+  static void AddCodec(MediaConfig& config, const char* name = "PCMU", int payload_type = 0) {
+    config.AddCodec(name, payload_type, 20, 8000, 64000, false, 0, 0, 0, nullptr, 0, 1.0);
+  }
+  static MediaConfig RemoteOf(const Leg& leg, const char* codec = "PCMU", int payload_type = 0) {
+    MediaConfig remote;
+    remote.SetIPAddress("127.0.0.1");
+    remote.SetRtpPort(leg.far_end->Port());
+    AddCodec(remote, codec, payload_type);
+    return remote;
+  }
+  /// Offers and gets an answer, as the leg that was called.
+  static Leg NewLeg(const SessionPtr& session, const char* codec = "PCMU", int payload_type = 0) {
+    Leg leg;
+    leg.connection = NewConnection(session);
+    if (!leg.connection) throw std::runtime_error("no connection");
+    AddCodec(leg.local, codec, payload_type);
+    if (!leg.connection->GetLocalOffer(leg.local)) throw std::runtime_error("no local offer");
+    if (!leg.connection->SetRemoteAnswer(RemoteOf(leg, codec, payload_type))) throw std::runtime_error("no answer");
+    return leg;
+  }
+  static bool Join(const Leg& a, const Leg& b, kelvaro::jsr309::Direction direction = kelvaro::jsr309::kDuplex) {
+    return a.connection->Join(direction, b.connection);
+  }
+  /// Whether a packet sent at the one comes out at the other.
+  static bool Flows(const Leg& from, const Leg& to, std::uint16_t number, int patience_ms = 5000) {
+    from.Send(number);
+    const auto came = to.Receive(patience_ms);
+    return came && came->payload == Payload(number);
+  }
+
+  kelvaro::jsr309::MSControlFactory& factory() { return *factory_; }
+  void DestroyFactory() { factory_.reset(); }
+  RecordingLogger& logger() { return logger_; }
+  std::uint16_t port_min() const { return port_min_; }
+  const std::string& path() const { return path_; }
+
+ private:
+  static std::uint16_t FreeRange(unsigned pairs) {
+    static std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> start(10000, 15000);
+    for (int attempt = 0; attempt < 200; ++attempt) {
+      const auto first = static_cast<std::uint16_t>(2 * start(random));
+      bool free = true;
+      for (unsigned i = 0; free && i < 2 * pairs; ++i) free = udp_port_is_free(static_cast<std::uint16_t>(first + i));
+      if (free) return first;
+    }
+    throw std::runtime_error("no range of free ports");
+  }
+
+  void WriteConfiguration(const EmbeddedOptions& options) {
+    static int count = 0;
+    path_ = (std::filesystem::temp_directory_path() /
+             ("embedded_test_" + std::to_string(getpid()) + "_" + std::to_string(++count) + ".xml"))
+                .string();
+    std::ofstream file(path_);
+    file << "<jsr309><media_servers><request_timeout_ms>" << options.request_timeout_ms << "</request_timeout_ms>\n";
+    int number = 0;
+    for (const std::string& address : options.addresses) {
+      file << "<media_server><mac>02:00:00:00:00:0" << ++number << "</mac><address>" << address << "</address>\n";
+      if (!options.public_address.empty()) file << "<public_address>" << options.public_address << "</public_address>";
+      file << "<rtp_port_min>" << port_min_ << "</rtp_port_min><rtp_port_max>" << port_min_ + 2 * options.pairs - 1
+           << "</rtp_port_max><threads>" << options.threads << "</threads>\n";
+      if (!options.heartbeat_ms.empty()) file << "<heartbeat_ms>" << options.heartbeat_ms << "</heartbeat_ms>";
+      file << options.extra << "</media_server>\n";
+    }
+    file << "</media_servers></jsr309>\n";
+  }
+
+  RecordingLogger logger_;
+  std::string path_;
+  std::uint16_t port_min_ = 0;
+  std::unique_ptr<kelvaro::jsr309::MSControlFactory> factory_;
+};
+
+}  // namespace test_support
