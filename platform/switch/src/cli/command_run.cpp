@@ -1,0 +1,72 @@
+#include "command_run.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace kvx_cli {
+namespace {
+
+std::string seconds(std::chrono::milliseconds time) {
+  return std::to_string(time.count() / 1000) + " s";
+}
+
+ExitCode report_lost_switch(Outcome outcome, const EventSocketClient& client, const Options& options) {
+  const std::string address = shown_address(options);
+  std::string text;
+  switch (outcome) {
+    case Outcome::kUnreachable:
+      text = "no switch at " + address + ": " + client.error();
+      break;
+    case Outcome::kTimedOut:
+      text = "no answer from " + address + " within " + seconds(options.timeout);
+      break;
+    case Outcome::kWrongPassword:
+      text = "wrong password for " + address;
+      break;
+    case Outcome::kDisconnected:
+      text = "connection to " + address + " lost: " + client.error();
+      break;
+    default:
+      text = "unexpected answer from " + address + ": " + client.error();
+      break;
+  }
+  std::fprintf(stderr, "kvx-cli: %s\n", text.c_str());
+  return outcome == Outcome::kWrongPassword ? kExitWrongPassword : kExitNoSwitch;
+}
+
+bool starts_with(const std::string& text, const std::string& start) {
+  return text.rfind(start, 0) == 0;
+}
+
+/// A command's output may or may not end its last line; a terminal wants it ended.
+void print_output(const std::string& output) {
+  std::fwrite(output.data(), 1, output.size(), stdout);
+  if (!output.empty() && output.back() != '\n') std::fputc('\n', stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+ExitCode connect_to_switch(EventSocketClient& client, const Options& options) {
+  const Outcome outcome = client.Connect(options.host, options.port, options.password, options.timeout);
+  return outcome == Outcome::kDone ? kExitDone : report_lost_switch(outcome, client, options);
+}
+
+ExitCode run_command(EventSocketClient& client, const Options& options, const std::string& line) {
+  const std::string command = line.substr(std::min(line.find_first_not_of(" \t"), line.size()));
+  std::string output;
+  const Outcome outcome = client.Api(command, options.timeout, output);
+  if (outcome != Outcome::kDone) return report_lost_switch(outcome, client, options);
+
+  const std::string name = command.substr(0, command.find(' '));
+  if (starts_with(output, "-ERR " + name + " Command not found!")) {
+    std::fprintf(stderr, "kvx-cli: unknown command: %s\n", name.c_str());
+    return kExitUnknownCommand;
+  }
+  // How the event socket says that a command wrote nothing; that is no failure of the command.
+  if (output == "-ERR no reply\n") return kExitDone;
+  print_output(output);
+  return starts_with(output, "-ERR") || starts_with(output, "-USAGE") ? kExitCommandFailed : kExitDone;
+}
+
+}  // namespace kvx_cli

@@ -1,0 +1,29 @@
+#include <cstdio>
+
+#include "command_run.h"
+#include "console_loop.h"
+#include "options.h"
+
+int main(int argc, char** argv) {
+  using namespace kvx_cli;
+  Options options;
+  std::string error;
+  if (!read_options(argc, argv, options, error)) {
+    std::fprintf(stderr, "kvx-cli: %s\n%s", error.c_str(), usage().c_str());
+    return kExitWrongUse;
+  }
+  if (options.help) {
+    std::fputs(usage().c_str(), stdout);
+    return kExitDone;
+  }
+
+  EventSocketClient client;
+  ExitCode result = connect_to_switch(client, options);
+  if (result != kExitDone) return result;
+  if (options.commands.empty()) return run_console(client, options);
+  for (const std::string& command : options.commands) {
+    result = run_command(client, options, command);
+    if (result != kExitDone) break;
+  }
+  return result;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kvx_cli {
+
+/// What a call of kvx-cli asks for. The order of precedence is command line, environment, built-in default.
+struct Options {
+  std::string host = "127.0.0.1";
+  uint16_t port = 8021;
+  std::string password = "kelvaro";  ///< the sample configuration's, which the switch accepts on loopback only
+  std::chrono::milliseconds timeout{10000};
+  std::vector<std::string> commands;  ///< from -x, in order; none means interactive
+  bool help = false;
+};
+
+/// The address as messages and prompts show it, an IPv6 address in brackets.
+std::string shown_address(const Options& options);
+
+/// Fills the options from KVX_EVENT_SOCKET and KVX_EVENT_SOCKET_PASSWORD, then from the command line.
+/// False with a sentence that names the argument or variable when one makes no sense.
+bool read_options(int argc, char** argv, Options& options, std::string& error);
+
+/// The text of --help.
+std::string usage();
+
+}  // namespace kvx_cli

@@ -1,0 +1,235 @@
+#include "console/event_socket_server.h"
+
+#include <switch.h>
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+namespace kvx_switch {
+namespace {
+
+constexpr int kBacklog = 32;
+/// After accept() failed for want of descriptors the arrival is still there; without a pause the loop would spin.
+constexpr int kPauseWhenExhaustedMs = 100;
+
+const char* const kPasswordsEverybodyKnows[] = {"kelvaro", "ClueCon"};
+
+const char kRefusal[] = "Content-Type: text/rude-rejection\nContent-Length: 22\n\nToo many connections.\n";
+
+bool is_loopback(const sockaddr* address) {
+  if (address->sa_family == AF_INET) {
+    const auto* ipv4 = reinterpret_cast<const sockaddr_in*>(address);
+    return (ntohl(ipv4->sin_addr.s_addr) >> 24) == IN_LOOPBACKNET;
+  }
+  const in6_addr& ipv6 = reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr;
+  return IN6_IS_ADDR_LOOPBACK(&ipv6) || (IN6_IS_ADDR_V4MAPPED(&ipv6) && ipv6.s6_addr[12] == IN_LOOPBACKNET);
+}
+
+std::string host_and_port(const std::string& host, const std::string& port) {
+  const bool ipv6 = host.find(':') != std::string::npos;
+  return (ipv6 ? "[" + host + "]" : host) + ":" + port;
+}
+
+std::string to_text(const sockaddr_storage& address, socklen_t length) {
+  char host[NI_MAXHOST] = "?";
+  char port[NI_MAXSERV] = "?";
+  getnameinfo(reinterpret_cast<const sockaddr*>(&address), length, host, sizeof(host), port, sizeof(port),
+              NI_NUMERICHOST | NI_NUMERICSERV);
+  return host_and_port(host, port);
+}
+
+using Addresses = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
+/// Numeric addresses only: the switch must not wait for a name server to come up.
+Addresses resolve(const std::string& host, const std::string& port) {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_PASSIVE | AI_NUMERICHOST | AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  const std::string numeric = host == "localhost" ? "127.0.0.1" : host;
+  if (getaddrinfo(numeric.c_str(), port.c_str(), &hints, &found) != 0) found = nullptr;
+  return Addresses(found, &freeaddrinfo);
+}
+
+bool is_known_to_everybody(const std::string& password) {
+  return std::any_of(std::begin(kPasswordsEverybodyKnows), std::end(kPasswordsEverybodyKnows),
+                     [&password](const char* known) { return password == known; });
+}
+
+}  // namespace
+
+struct EventSocketServer::Client {
+  Client(EventSocketConnection connection_, std::string peer_)
+      : connection(std::move(connection_)), peer(std::move(peer_)) {}
+
+  EventSocketConnection connection;  // of the client's thread alone
+  const std::string peer;
+  std::atomic<bool> gone{false};
+  std::thread thread;
+};
+
+EventSocketServer::EventSocketServer(EventSocketSettings settings, ApiRunner run_api)
+    : settings_(std::move(settings)), run_api_(std::move(run_api)) {}
+
+EventSocketServer::~EventSocketServer() {
+  Stop();
+}
+
+bool EventSocketServer::Start(std::string& error) {
+  if (!Listen(error)) return false;
+  acceptor_ = std::thread([this] { AcceptClients(); });
+  return true;
+}
+
+bool EventSocketServer::Listen(std::string& error) {
+  const std::string port = std::to_string(settings_.listen_port);
+  const std::string wanted = host_and_port(settings_.listen_ip, port);
+  const std::string failed = settings_.source + ": cannot listen on " + wanted + ": ";
+  const Addresses addresses = resolve(settings_.listen_ip, port);
+  if (!addresses) {
+    error = failed + "\"" + settings_.listen_ip + "\" is not an IP address";
+    return false;
+  }
+  if (!is_loopback(addresses->ai_addr) && is_known_to_everybody(settings_.password)) {
+    error = failed + "the password is one that everybody knows, which is accepted on loopback addresses only";
+    return false;
+  }
+  FileDescriptor listener(socket(addresses->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  if (listener.valid()) setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+  if (!listener.valid() || bind(listener.get(), addresses->ai_addr, addresses->ai_addrlen) != 0 ||
+      listen(listener.get(), kBacklog) != 0) {
+    error = failed + std::strerror(errno);
+    return false;
+  }
+  sockaddr_storage bound{};
+  socklen_t length = sizeof(bound);
+  getsockname(listener.get(), reinterpret_cast<sockaddr*>(&bound), &length);
+  address_ = to_text(bound, length);
+  listener_ = std::move(listener);
+  return true;
+}
+
+void EventSocketServer::Stop() {
+  stop_.Raise();
+  if (acceptor_.joinable()) acceptor_.join();
+  std::list<std::unique_ptr<Client>> last;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    last.swap(clients_);
+  }
+  for (const auto& client : last) client->thread.join();
+  listener_ = FileDescriptor();
+  address_.clear();
+}
+
+std::string EventSocketServer::address() const {
+  return address_;
+}
+
+size_t EventSocketServer::connections() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return clients_.size();
+}
+
+void EventSocketServer::AcceptClients() {
+  pollfd waiting[] = {
+      {listener_.get(), POLLIN, 0}, {client_gone_.descriptor(), POLLIN, 0}, {stop_.descriptor(), POLLIN, 0}};
+  for (;;) {
+    if (poll(waiting, 3, -1) < 0) continue;
+    if (waiting[2].revents != 0) return;
+    if (waiting[1].revents != 0) ReapClients();
+    if (waiting[0].revents != 0) AcceptOne();
+  }
+}
+
+void EventSocketServer::AcceptOne() {
+  sockaddr_storage address{};
+  socklen_t length = sizeof(address);
+  FileDescriptor socket(
+      accept4(listener_.get(), reinterpret_cast<sockaddr*>(&address), &length, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  if (!socket.valid()) {
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: cannot accept a connection: %s\n",
+                        std::strerror(errno));
+      pollfd stop{stop_.descriptor(), POLLIN, 0};
+      poll(&stop, 1, kPauseWhenExhaustedMs);
+    }
+    return;
+  }
+  const std::string peer = to_text(address, length);
+  if (connections() >= settings_.max_connections) {
+    send(socket.get(), kRefusal, sizeof(kRefusal) - 1, MSG_NOSIGNAL);
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
+                      "Event socket: connection from %s refused, %zu connections are the limit\n", peer.c_str(),
+                      settings_.max_connections);
+    return;
+  }
+  try {
+    Serve(std::move(socket), peer);
+  } catch (const std::exception& exception) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: connection from %s dropped: %s\n",
+                      peer.c_str(), exception.what());
+  }
+}
+
+void EventSocketServer::Serve(FileDescriptor socket, const std::string& peer) {
+  const int on = 1;
+  setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+  setsockopt(socket.get(), SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
+  auto client = std::make_unique<Client>(
+      EventSocketConnection(std::move(socket), EventSocketDialogue(settings_.password, peer, run_api_),
+                            settings_.patience, stop_),
+      peer);
+  Client& served = *client;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  clients_.push_back(std::move(client));
+  try {
+    served.thread = std::thread([this, &served] { ServeClient(served); });
+  } catch (const std::system_error&) {
+    clients_.pop_back();
+    throw;
+  }
+}
+
+void EventSocketServer::ServeClient(Client& client) {
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Event socket: connection from %s\n", client.peer.c_str());
+  try {
+    client.connection.Run();
+  } catch (const std::exception& exception) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: connection from %s given up: %s\n",
+                      client.peer.c_str(), exception.what());
+  }
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Event socket: connection from %s ended\n",
+                    client.peer.c_str());
+  client.gone = true;
+  client_gone_.Raise();
+}
+
+void EventSocketServer::ReapClients() {
+  client_gone_.Clear();
+  std::list<std::unique_ptr<Client>> gone;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (auto client = clients_.begin(); client != clients_.end();) {
+      const auto next = std::next(client);
+      if ((*client)->gone) gone.splice(gone.end(), clients_, client);
+      client = next;
+    }
+  }
+  for (const auto& client : gone) client->thread.join();
+}
+
+}  // namespace kvx_switch

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+
+#include <switch.h>
+
+namespace kvx_switch {
+
+void StartEvents();
+/// Delivers what is queued, ends the dispatcher's thread, forgets all bindings and reservations.
+void StopEvents();
+/// Returns when every event fired before the call has been delivered. Not from inside a callback.
+void FlushEvents();
+
+/// What every event begins with: its name, the core's identity, the time, where it was made, and its number.
+void AddCoreHeaders(switch_event_t* event, const char* file, const char* func, int line);
+
+/// Removes the bindings whose callback `is_doomed` names; returns how many there were.
+int RemoveEventBindingsIf(const std::function<bool(void* callback)>& is_doomed);
+
+}  // namespace kvx_switch

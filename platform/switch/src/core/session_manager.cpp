@@ -1,0 +1,361 @@
+#include "core/session_manager.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
+#include "core/session_record.h"
+
+namespace kvx_switch {
+namespace {
+
+constexpr uint32_t kUsualMaximum = 1000;
+constexpr std::chrono::seconds kTellAgain{10};
+
+struct State {
+  mutable std::mutex mutex;
+  std::condition_variable ended;                                    // a leg is gone
+  std::condition_variable to_reap;                                  // a thread is over, or the reaper shall end
+  std::unordered_map<std::string, switch_core_session_t*> by_uuid;  // guarded by mutex
+  std::map<uint64_t, std::thread> threads;                          // guarded by mutex; by leg
+  std::vector<uint64_t> over;                                       // guarded by mutex; threads to be joined
+  std::thread reaper;                                               // Start and Stop only
+  bool running = false;                                             // guarded by mutex
+  bool paused = false;                                              // guarded by mutex
+  bool reaper_may_end = false;                                      // guarded by mutex
+  uint32_t maximum = kUsualMaximum;                                 // guarded by mutex
+  uint32_t alive = 0;                                               // guarded by mutex; until they are freed
+  uint32_t peak = 0;                                                // guarded by mutex
+  uint64_t total = 0;                                               // guarded by mutex
+  uint64_t last_id = 0;                                             // guarded by mutex
+};
+
+State& state() {
+  static State* const all = new State;
+  return *all;
+}
+
+std::string fresh_uuid() {
+  char text[SWITCH_UUID_FORMATTED_LENGTH + 1];
+  return switch_uuid_str(text, sizeof(text));
+}
+
+std::string local_time(switch_time_t when) {
+  switch_time_exp_t parts;
+  switch_time_exp_lt(&parts, when);
+  char text[32];
+  switch_size_t length = 0;
+  switch_strftime(text, &length, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
+  return std::string(text, length);
+}
+
+SessionInfo info_of(switch_core_session_t* session) {
+  switch_channel_t& channel = session->channel;
+  SessionInfo info;
+  info.uuid = session->uuid.load();
+  info.name = switch_str_nil(channel.name.load());
+  info.direction = channel.direction == SWITCH_CALL_DIRECTION_INBOUND ? "inbound" : "outbound";
+  info.state = switch_channel_state_name(static_cast<switch_channel_state_t>(channel.state.load()));
+  info.partner_uuid = PartnerUuid(&channel);
+  std::lock_guard<std::mutex> lock(channel.mutex);
+  info.callstate = switch_channel_callstate2str(channel.callstate);
+  info.cid_name = channel.caller.caller_id_name;
+  info.cid_number = channel.caller.caller_id_number;
+  info.destination = channel.caller.destination_number;
+  info.context = channel.caller.context;
+  info.created_time = channel.times.created;
+  info.answered_time = channel.times.answered;
+  info.created = local_time(info.created_time);
+  return info;
+}
+
+/// Runs what the leg does; however that ends, the leg is hung up afterwards.
+void run_program(switch_core_session_t* session, LegProgram& program) {
+  switch_channel_t* channel = &session->channel;
+  switch_call_cause_t cause = SWITCH_CAUSE_NORMAL_CLEARING;
+  try {
+    program.Run(session);
+  } catch (const std::exception& error) {
+    switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session), SWITCH_LOG_ERROR, "An exception ended the leg %s: %s\n",
+                      switch_channel_get_name(channel), error.what());
+    cause = SWITCH_CAUSE_DESTINATION_OUT_OF_ORDER;
+  }
+  if (!IsHungUp(channel)) switch_channel_hangup(channel, cause);
+}
+
+void report_end(switch_core_session_t* session) {
+  switch_channel_t* channel = &session->channel;
+  FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_HANGUP_COMPLETE, __FILE__, __func__, __LINE__);
+  switch_channel_set_state(channel, CS_REPORTING);
+  switch_channel_set_state(channel, CS_DESTROY);
+  FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_DESTROY, __FILE__, __func__, __LINE__);
+}
+
+}  // namespace
+
+SessionManager& SessionManager::Get() {
+  static SessionManager manager;
+  return manager;
+}
+
+void SessionManager::Start() {
+  State& all = state();
+  {
+    std::lock_guard<std::mutex> lock(all.mutex);
+    all.running = true;
+    all.paused = false;
+    all.reaper_may_end = false;
+    all.maximum = kUsualMaximum;
+    all.peak = 0;
+    all.total = 0;
+  }
+  all.reaper = std::thread([this] { Reap(); });
+}
+
+void SessionManager::BeginShutdown() {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  state().running = false;
+}
+
+void SessionManager::Stop() {
+  BeginShutdown();
+  HangUpAll(SWITCH_CAUSE_SYSTEM_SHUTDOWN);
+  DestroyUnlaunched();
+  while (!WaitForNone(std::chrono::steady_clock::now() + kTellAgain)) {
+    for (const SessionInfo& leg : List()) {
+      switch_log_printf(SWITCH_CHANNEL_UUID_LOG(leg.uuid.c_str()), SWITCH_LOG_WARNING, "Waiting for leg %s in %s\n",
+                        leg.name.c_str(), leg.state.c_str());
+    }
+    HangUpAll(SWITCH_CAUSE_SYSTEM_SHUTDOWN);
+  }
+  State& all = state();
+  {
+    std::lock_guard<std::mutex> lock(all.mutex);
+    all.reaper_may_end = true;
+    all.to_reap.notify_all();
+  }
+  if (all.reaper.joinable()) all.reaper.join();
+}
+
+switch_core_session_t* SessionManager::Create(switch_call_direction_t direction, switch_memory_pool_t** pool,
+                                              const std::string& wanted_uuid, std::string& reason) {
+  const std::string uuid = wanted_uuid.empty() ? fresh_uuid() : wanted_uuid;
+  switch_memory_pool_t* own_pool = pool ? *pool : nullptr;
+  if (!own_pool && switch_core_new_memory_pool(&own_pool) != SWITCH_STATUS_SUCCESS) {
+    reason = "there is no memory";
+    return nullptr;
+  }
+  State& all = state();
+  std::lock_guard<std::mutex> lock(all.mutex);
+  if (uuid.size() > SWITCH_UUID_FORMATTED_LENGTH) {
+    reason = "the uuid is too long";
+  } else if (!all.running) {
+    reason = "the switch is shutting down";
+  } else if (all.paused) {
+    reason = "the switch takes no new calls at the moment";
+  } else if (all.alive >= all.maximum) {
+    reason = "there are " + std::to_string(all.alive) + " of at most " + std::to_string(all.maximum) + " legs";
+  } else if (all.by_uuid.count(uuid)) {
+    reason = "the uuid " + uuid + " is in use";
+  }
+  if (!reason.empty()) {
+    if (!pool || !*pool) switch_core_destroy_memory_pool(&own_pool);
+    return nullptr;
+  }
+  if (pool) *pool = nullptr;
+  auto* session = new switch_core_session(++all.last_id, own_pool, direction);
+  session->uuid = switch_core_strdup(own_pool, uuid.c_str());
+  session->channel.times.created = switch_time_now();
+  all.by_uuid.emplace(uuid, session);
+  all.peak = std::max(all.peak, ++all.alive);
+  ++all.total;
+  return session;
+}
+
+bool SessionManager::Launch(switch_core_session_t* session, std::shared_ptr<LegProgram> program) {
+  State& all = state();
+  if (session->started.exchange(true)) return false;
+  session->running = true;
+  FireChannelEvent(&session->channel, SWITCH_EVENT_CHANNEL_CREATE, __FILE__, __func__, __LINE__);
+  std::lock_guard<std::mutex> lock(all.mutex);
+  const uint64_t id = session->id;
+  try {
+    all.threads.emplace(id, std::thread([this, session, program = std::move(program), id]() mutable {
+                          RunLeg(session, std::move(program), id);
+                        }));
+  } catch (const std::system_error& error) {
+    switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session), SWITCH_LOG_CRIT, "Cannot start a leg's thread: %s\n",
+                      error.what());
+    session->running = false;
+    session->started = false;
+    return false;
+  }
+  return true;
+}
+
+void SessionManager::RunLeg(switch_core_session_t* session, std::shared_ptr<LegProgram> program, uint64_t id) {
+  if (switch_channel_get_state(&session->channel) == CS_NEW) switch_channel_set_state(&session->channel, CS_INIT);
+  run_program(session, *program);
+  session->tasks.Close();
+  report_end(session);
+  session->running = false;
+  Free(session);
+  program.reset();
+  State& all = state();
+  std::lock_guard<std::mutex> lock(all.mutex);
+  --all.alive;
+  all.over.push_back(id);
+  all.ended.notify_all();
+  all.to_reap.notify_all();
+}
+
+void SessionManager::Destroy(switch_core_session_t* session) {
+  if (!IsHungUp(&session->channel)) switch_channel_hangup(&session->channel, SWITCH_CAUSE_NORMAL_CLEARING);
+  session->tasks.Close();
+  Free(session);
+  State& all = state();
+  std::lock_guard<std::mutex> lock(all.mutex);
+  --all.alive;
+  all.ended.notify_all();
+}
+
+void SessionManager::Free(switch_core_session_t* session) {
+  {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().by_uuid.erase(session->uuid.load());
+  }
+  // Nobody finds the leg any more; those who have found it finish first.
+  while (!session->lock.TryLockWriteFor(kTellAgain)) {
+    switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session), SWITCH_LOG_WARNING,
+                      "Leg %s is over, but still somebody reads it\n", switch_channel_get_name(&session->channel));
+  }
+  switch_core_destroy_memory_pool(&session->pool);
+  delete session;
+}
+
+void SessionManager::Reap() {
+  State& all = state();
+  std::unique_lock<std::mutex> lock(all.mutex);
+  for (;;) {
+    all.to_reap.wait(lock, [&] { return !all.over.empty() || (all.reaper_may_end && all.threads.empty()); });
+    if (all.over.empty()) return;
+    std::vector<std::thread> threads;
+    for (const uint64_t id : all.over) threads.push_back(std::move(all.threads.extract(id).mapped()));
+    all.over.clear();
+    lock.unlock();
+    for (std::thread& thread : threads) thread.join();
+    lock.lock();
+  }
+}
+
+void SessionManager::DestroyUnlaunched() {
+  std::vector<switch_core_session_t*> unlaunched;
+  {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    for (const auto& item : state().by_uuid) {
+      if (!item.second->started) unlaunched.push_back(item.second);
+    }
+  }
+  for (switch_core_session_t* session : unlaunched) {
+    switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session), SWITCH_LOG_WARNING,
+                      "Leg %s was requested, but neither launched nor destroyed\n",
+                      switch_channel_get_name(&session->channel));
+    Destroy(session);
+  }
+}
+
+switch_core_session_t* SessionManager::Locate(const std::string& uuid, bool also_hung_up) {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  const auto found = state().by_uuid.find(uuid);
+  if (found == state().by_uuid.end()) return nullptr;
+  switch_core_session_t* session = found->second;
+  if (!also_hung_up && IsHungUp(&session->channel)) return nullptr;
+  return session->lock.TryLockRead() ? session : nullptr;
+}
+
+bool SessionManager::Rename(switch_core_session_t* session, const std::string& uuid) {
+  if (uuid.empty() || uuid.size() > SWITCH_UUID_FORMATTED_LENGTH) return false;
+  char* text = switch_core_strdup(session->pool, uuid.c_str());
+  std::lock_guard<std::mutex> lock(state().mutex);
+  if (session->uuid.load() == uuid) return true;
+  if (!state().by_uuid.emplace(uuid, session).second) return false;
+  state().by_uuid.erase(session->uuid.load());
+  session->uuid = text;
+  return true;
+}
+
+std::vector<switch_core_session_t*> SessionManager::LockAll() {
+  std::vector<switch_core_session_t*> locked;
+  std::lock_guard<std::mutex> lock(state().mutex);
+  for (const auto& item : state().by_uuid) {
+    if (item.second->lock.TryLockRead()) locked.push_back(item.second);
+  }
+  std::sort(locked.begin(), locked.end(), [](const auto* a, const auto* b) { return a->id < b->id; });
+  return locked;
+}
+
+std::vector<SessionInfo> SessionManager::List() {
+  std::vector<SessionInfo> list;
+  for (switch_core_session_t* session : LockAll()) {
+    list.push_back(info_of(session));
+    switch_core_session_rwunlock(session);
+  }
+  return list;
+}
+
+bool SessionManager::WaitForNone(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock<std::mutex> lock(state().mutex);
+  return state().ended.wait_until(lock, deadline, [] { return state().alive == 0; });
+}
+
+uint32_t SessionManager::Count() const {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().alive;
+}
+
+uint32_t SessionManager::Peak() const {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().peak;
+}
+
+uint64_t SessionManager::Total() const {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().total;
+}
+
+bool SessionManager::Running() const {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().running;
+}
+
+void SessionManager::SetPaused(bool paused) {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  state().paused = paused;
+}
+
+bool SessionManager::Paused() const {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().paused;
+}
+
+void SessionManager::SetMaximum(uint32_t maximum) {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  state().maximum = maximum;
+}
+
+uint32_t SessionManager::Maximum() const {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  return state().maximum;
+}
+
+void HangUpAll(switch_call_cause_t cause) {
+  for (switch_core_session_t* session : SessionManager::Get().LockAll()) {
+    switch_channel_hangup(&session->channel, cause);
+    switch_core_session_rwunlock(session);
+  }
+}
+
+}  // namespace kvx_switch

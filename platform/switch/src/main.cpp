@@ -1,0 +1,278 @@
+#include <fcntl.h>
+#include <getopt.h>
+#include <switch.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "console/console.h"
+#include "console/version.h"
+#include "core/log.h"
+#include "core/session.h"
+#include "core/variables.h"
+#include "sip/sip_front.h"
+
+namespace kvx_switch {
+namespace {
+
+constexpr std::chrono::seconds kPatience{20};  // with calls that do not end, before the switch leaves them
+
+struct Options {
+  std::string conf_dir;
+  std::string mod_dir;
+  std::string log_level;
+  std::string pid_file;
+  std::string ready_file;
+  std::vector<std::pair<std::string, std::string>> variables;
+};
+
+void PrintHelp() {
+  std::cout << "usage: kvx-switch [options]\n"
+               "\n"
+               "A back-to-back SIP switch whose media is carried by a media server module.\n"
+               "\n"
+               "  --conf DIR         configuration directory (default: conf)\n"
+               "  --mod DIR          directory of the loadable modules (default: mod beside the program's directory)\n"
+               "  --log-level LEVEL  debug, info, notice, warning, err or crit (default: that of switch.conf)\n"
+               "  --set NAME=VALUE   sets $${NAME} of the configuration files, before vars.xml; may be repeated\n"
+               "  --pid-file FILE    writes the process id there\n"
+               "  --ready-file FILE  writes the addresses there, once everything listens\n"
+               "  --help             shows this text\n"
+               "  --version          shows the version\n"
+               "\n"
+               "SIGINT or SIGTERM ends all calls and then the switch; a second one does not wait for the calls.\n";
+}
+
+bool Complain(const std::string& text) {
+  std::cerr << "kvx-switch: " << text << "\n";
+  return false;
+}
+
+bool AddVariable(const std::string& text, Options& options) {
+  size_t equals = text.find('=');
+  if (equals == 0 || equals == std::string::npos) return Complain("--set \"" + text + "\": expected NAME=VALUE");
+  options.variables.emplace_back(text.substr(0, equals), text.substr(equals + 1));
+  return true;
+}
+
+/// False when the program is to end at once, with `exit_code`.
+bool ParseOptions(int argc, char** argv, Options& options, int& exit_code) {
+  static const option kOptions[] = {{"conf", required_argument, nullptr, 'c'},
+                                    {"mod", required_argument, nullptr, 'm'},
+                                    {"log-level", required_argument, nullptr, 'l'},
+                                    {"set", required_argument, nullptr, 's'},
+                                    {"pid-file", required_argument, nullptr, 'p'},
+                                    {"ready-file", required_argument, nullptr, 'r'},
+                                    {"help", no_argument, nullptr, 'h'},
+                                    {"version", no_argument, nullptr, 'v'},
+                                    {nullptr, 0, nullptr, 0}};
+  exit_code = EXIT_FAILURE;
+  for (int choice; (choice = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
+    switch (choice) {
+      case 'c': options.conf_dir = optarg; break;
+      case 'm': options.mod_dir = optarg; break;
+      case 'l': options.log_level = optarg; break;
+      case 'p': options.pid_file = optarg; break;
+      case 'r': options.ready_file = optarg; break;
+      case 's':
+        if (!AddVariable(optarg, options)) return false;
+        break;
+      case 'h':
+        PrintHelp();
+        exit_code = EXIT_SUCCESS;
+        return false;
+      case 'v':
+        std::cout << kSwitchName << " " << kSwitchVersion << "\n";
+        exit_code = EXIT_SUCCESS;
+        return false;
+      default:
+        std::cerr << "kvx-switch --help shows the options\n";
+        return false;
+    }
+  }
+  if (optind < argc) return Complain(std::string("unexpected argument \"") + argv[optind] + "\"");
+  return true;
+}
+
+std::string ProgramDirectory() {
+  std::error_code problem;
+  std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", problem);
+  return problem ? "." : program.parent_path().string();
+}
+
+/// The core frees these texts.
+char* HeapText(const std::string& text) { return strdup(text.c_str()); }
+
+bool SetDirectories(const Options& options) {
+  std::error_code problem;
+  const std::string conf = options.conf_dir.empty() ? "conf" : options.conf_dir;
+  const std::string mod = options.mod_dir.empty() ? ProgramDirectory() + "/../mod" : options.mod_dir;
+  std::filesystem::path conf_path = std::filesystem::canonical(conf, problem);
+  if (problem) return Complain("configuration directory " + conf + ": " + problem.message());
+  if (!std::filesystem::is_directory(conf_path)) return Complain("configuration directory " + conf + ": not a directory");
+  SWITCH_GLOBAL_dirs.conf_dir = HeapText(conf_path.string());
+  SWITCH_GLOBAL_dirs.mod_dir = HeapText(std::filesystem::weakly_canonical(mod, problem).string());
+  switch_core_set_globals();
+  return true;
+}
+
+bool SetLevel(const std::string& name) {
+  if (name.empty()) return true;
+  switch_log_level_t level = switch_log_str2level(name.c_str());
+  if (level == SWITCH_LOG_INVALID) return Complain("--log-level " + name + ": not a log level");
+  int32_t value = level;
+  switch_core_session_ctl(SCSC_LOGLEVEL, &value);
+  return true;
+}
+
+/// Complete or not there: written beside the file and renamed into place.
+bool WriteFile(const std::string& path, const std::string& text) {
+  const std::string draft = path + ".new";
+  std::ofstream file(draft, std::ios::trunc);
+  file << text << std::flush;
+  bool good = file.good();
+  file.close();
+  if (good && std::rename(draft.c_str(), path.c_str()) == 0) return true;
+  const std::string reason = std::strerror(errno);
+  std::remove(draft.c_str());
+  return Complain(path + ": cannot be written: " + reason);
+}
+
+/// SIGINT and SIGTERM as something to read, on the main thread alone. To be made before any other thread is.
+class EndSignals {
+ public:
+  EndSignals() {
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGINT);
+    sigaddset(&signals_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+  }
+
+  void Wait() {
+    int signal = 0;
+    while (sigwait(&signals_, &signal) != 0) {
+    }
+  }
+
+  /// True when one came within `timeout`.
+  bool WaitFor(std::chrono::milliseconds timeout) {
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(timeout.count() / 1000);
+    time.tv_nsec = static_cast<long>(timeout.count() % 1000) * 1000000L;
+    return sigtimedwait(&signals_, nullptr, &time) > 0;
+  }
+
+ private:
+  sigset_t signals_{};
+};
+
+/// True when no leg is left. A further signal ends the waiting.
+bool EndCalls(EndSignals& signals) {
+  int32_t on = 1;
+  switch_core_session_ctl(SCSC_PAUSE_ALL, &on);
+  uint32_t legs = switch_core_session_count();
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Stopping: %u legs to hang up\n", legs);
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  do {
+    // Again and again: a leg may have been on its way when the switch stopped taking calls.
+    switch_core_session_hupall(SWITCH_CAUSE_SYSTEM_SHUTDOWN);
+    if (WaitForNoSessions(std::chrono::milliseconds(250))) return true;
+    if (signals.WaitFor(std::chrono::milliseconds(0))) break;
+  } while (std::chrono::steady_clock::now() < deadline);
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%u legs did not end; leaving them\n",
+                    switch_core_session_count());
+  return false;
+}
+
+bool Announce(const Options& options) {
+  const std::string sip = SipAddress();
+  const std::string event_socket = EventSocketAddress();
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Ready: sip=%s event_socket=%s conf=%s\n", sip.c_str(),
+                    event_socket.c_str(), SWITCH_GLOBAL_dirs.conf_dir);
+  return options.ready_file.empty() ||
+         WriteFile(options.ready_file, "sip=" + sip + "\nevent_socket=" + event_socket + "\n");
+}
+
+bool StartFronts(std::string& error) {
+  if (!StartConsole(error)) return false;
+  if (StartSip(error)) return true;
+  StopConsole();
+  return false;
+}
+
+int Serve(const Options& options, EndSignals& signals) {
+  std::string error;
+  if (!StartFronts(error)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
+    switch_core_destroy();
+    Complain(error);
+    return EXIT_FAILURE;
+  }
+  // The command "shutdown" comes on a client's thread and only may ask.
+  SetShutdownHook([] { kill(getpid(), SIGTERM); });
+  bool good = Announce(options);
+  if (good) signals.Wait();
+
+  bool all_ended = EndCalls(signals);
+  StopSip();
+  SetShutdownHook({});
+  StopConsole();
+  if (!all_ended) {
+    // Legs that still run use the modules: nothing can be taken from under them.
+    FlushLog();
+    std::_Exit(EXIT_FAILURE);
+  }
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Stopped\n");
+  switch_core_destroy();
+  return good ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int Main(int argc, char** argv) {
+  Options options;
+  int exit_code = EXIT_FAILURE;
+  if (!ParseOptions(argc, argv, options, exit_code)) return exit_code;
+  EndSignals signals;
+  if (!SetDirectories(options)) return EXIT_FAILURE;
+  for (const auto& [name, value] : options.variables) OverrideVariable(name, value);
+  const char* reason = "";
+  if (switch_core_init_and_modload(0, SWITCH_TRUE, &reason) != SWITCH_STATUS_SUCCESS) {
+    Complain(std::string("cannot start: ") + reason);
+    return EXIT_FAILURE;
+  }
+  if (!SetLevel(options.log_level) ||
+      (!options.pid_file.empty() && !WriteFile(options.pid_file, std::to_string(getpid()) + "\n"))) {
+    switch_core_destroy();
+    return EXIT_FAILURE;
+  }
+  exit_code = Serve(options, signals);
+  if (!options.pid_file.empty()) std::remove(options.pid_file.c_str());
+  if (!options.ready_file.empty()) std::remove(options.ready_file.c_str());
+  return exit_code;
+}
+
+}  // namespace
+}  // namespace kvx_switch
+
+int main(int argc, char** argv) {
+  try {
+    return kvx_switch::Main(argc, argv);
+  } catch (const std::exception& problem) {
+    std::cerr << "kvx-switch: " << problem.what() << "\n";
+    return EXIT_FAILURE;
+  }
+}

@@ -1,0 +1,242 @@
+#include "sip/called_leg.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "sip/leg_helpers.h"
+
+namespace kvx_switch {
+
+namespace {
+
+// How long the calling leg may take to undo the bridge before this leg's media goes anyway. More than a request to a
+// media server may take.
+constexpr std::chrono::seconds kReleasePatience{10};
+
+/// The codecs of the offer with one payload type each: two that share one cannot be told apart.
+std::vector<CodecMatch> Distinct(const std::vector<CodecMatch>& offered) {
+  std::vector<CodecMatch> distinct;
+  std::set<uint8_t> types;
+  for (const CodecMatch& match : offered) {
+    if (types.insert(match.implementation->ianacode).second) distinct.push_back(match);
+  }
+  return distinct;
+}
+
+/// A payload type for telephone-events that no codec of the offer has.
+uint8_t FreePayloadType(uint8_t wanted, const std::vector<SdpPayload>& taken) {
+  auto is_taken = [&taken](uint8_t type) {
+    return std::any_of(taken.begin(), taken.end(), [type](const SdpPayload& payload) { return payload.type == type; });
+  };
+  for (uint8_t type = wanted; type <= 127; ++type) {
+    if (!is_taken(type)) return type;
+  }
+  uint8_t type = 96;
+  while (is_taken(type) && type < 127) ++type;
+  return type;
+}
+
+bool SameCodec(const switch_codec_implementation_t& a, const switch_codec_implementation_t& b) {
+  return strcasecmp(a.iananame, b.iananame) == 0 && a.samples_per_second == b.samples_per_second &&
+         a.number_of_channels == b.number_of_channels;
+}
+
+}  // namespace
+
+void CalledLeg::Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg,
+                        const std::string& ended_by) {
+  PostToSession(uuid, [leg, ended_by] {
+    std::shared_ptr<CalledLeg> self = leg.lock();
+    if (!self) return;
+    self->released_ = true;
+    if (self->ended_by_.empty()) self->ended_by_ = ended_by;
+  });
+}
+
+void CalledLeg::Run(switch_core_session_t* session) {
+  session_ = session;
+  channel_ = switch_core_session_get_channel(session);
+  switch_channel_set_state(channel_, CS_ROUTING);
+  media_.emplace(session, request_.agent->profile().media);
+  RunGuarded(session_, [this] {
+    if (!SendInvite()) return;
+    WaitForAnswer();
+    ServeWhileUp(session_);
+  });
+  Finish();
+}
+
+bool CalledLeg::SendInvite() {
+  if (switch_channel_down(channel_)) return false;
+  if (media_->Create(LegMedia::NewCall::kNo) != LegMedia::Start::kStarted) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+    return false;
+  }
+  const MediaSettings& settings = request_.agent->profile().media;
+  const std::vector<CodecMatch> offered = Distinct(request_.offered);
+  LocalDescription description;
+  CodecImplementations implementations;
+  for (const CodecMatch& match : offered) {
+    implementations.push_back(match.implementation);
+    description.payloads.push_back(OfferedPayload(match));
+  }
+  uint8_t event_type = FreePayloadType(settings.telephone_event_type, description.payloads);
+  uint32_t event_rate = offered.front().implementation->samples_per_second;
+  if (request_.telephone_events) description.payloads.push_back(TelephoneEventPayload(event_type, event_rate));
+
+  LocalMedia local;
+  if (!media_->GetLocalForOffer(implementations, request_.telephone_events ? event_type : 0, local)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+    return false;
+  }
+  offered_packet_time_ = offered.front().PacketTime();
+  FillLocalDescription(session_, local, offered_packet_time_, description);
+
+  std::string uuid = switch_core_session_get_uuid(session_);
+  std::weak_ptr<CalledLeg> weak = weak_from_this();
+  dialog_ = std::make_shared<SipDialog>(request_.agent, [uuid, weak](const DialogEvent& event) {
+    PostToSession(uuid, [weak, event] {
+      if (std::shared_ptr<CalledLeg> self = weak.lock()) self->OnDialogEvent(event);
+    });
+  });
+  LegLog(session_, SWITCH_LOG_INFO,
+         "Calling " + request_.target + " from " + request_.from_user + ", offering " +
+             CodecNames(implementations) + ", at most " + std::to_string(request_.timeout.count()) + " s");
+  dialog_->Invite({request_.target, request_.from_name, request_.from_user, BuildOffer(description),
+                   request_.max_forwards});
+  switch_channel_set_callstate(channel_, CCS_DIALING);
+  return true;
+}
+
+void CalledLeg::WaitForAnswer() {
+  ServeUntil(session_, std::chrono::steady_clock::now() + request_.timeout, [this] { return answered_; });
+  if (answered_ || switch_channel_down(channel_)) return;
+  LegLog(session_, SWITCH_LOG_INFO, "No answer within " + std::to_string(request_.timeout.count()) + " s");
+  switch_channel_hangup(channel_, SWITCH_CAUSE_NO_ANSWER);
+}
+
+void CalledLeg::OnDialogEvent(const DialogEvent& event) {
+  if (finished_) return;
+  switch (event.kind) {
+    case DialogEvent::Kind::kProgress: {
+      LegLog(session_, SWITCH_LOG_INFO,
+             "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
+                 (event.sdp.empty() ? "" : "; its early media is not passed on"));
+      if (event.status == 180) switch_channel_mark_ring_ready(channel_);
+      CalledLegReport report{};
+      report.kind = CalledLegReport::Kind::kProgress;
+      report.status = event.status;
+      request_.report(report);
+      break;
+    }
+    case DialogEvent::Kind::kAnswered:
+      if (switch_channel_up(channel_)) OnAnswered(event);
+      break;
+    case DialogEvent::Kind::kRefused:
+      refused_status_ = event.status;
+      LegLog(session_, SWITCH_LOG_INFO, "Refused: " + std::to_string(event.status) + " " + event.phrase);
+      [[fallthrough]];
+    default:
+      ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")" : "the called side";
+      switch_channel_hangup(channel_, event.cause);
+      break;
+  }
+}
+
+/// What the answer takes of our offer; false, with the reason logged, when that is nothing we can work with.
+bool CalledLeg::AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& session_name, CalledLegReport& report) {
+  std::string error;
+  std::optional<SessionDescription> answer = ParseSdp(sdp, error);
+  if (!answer) {
+    LegLog(session_, SWITCH_LOG_ERROR, "The answer's session description cannot be read: " + error);
+    return false;
+  }
+  stream = answer->media.front();
+  session_name = answer->session_name;
+  if (!stream.IsPlainRtpAudio() || stream.port == 0) {
+    LegLog(session_, SWITCH_LOG_ERROR, "The answer refuses the audio stream");
+    return false;
+  }
+  if (stream.packet_time == 0) stream.packet_time = offered_packet_time_;
+  const SipProfile& profile = request_.agent->profile();
+  CodecImplementations candidates;
+  for (const switch_codec_implementation_t* codec : PreferredCodecs(RegisteredCodecs(), profile.codec_prefs)) {
+    auto same = [codec](const CodecMatch& match) { return SameCodec(*match.implementation, *codec); };
+    if (std::any_of(request_.offered.begin(), request_.offered.end(), same)) candidates.push_back(codec);
+  }
+  std::vector<CodecMatch> common = CommonCodecs(stream, candidates);
+  if (common.empty()) {
+    LegLog(session_, SWITCH_LOG_ERROR,
+           "The answer takes none of the offered codecs: it names " + CodecNames(stream) + ", offered were " +
+               CodecNames(candidates));
+    return false;
+  }
+  report.agreed.codec = common.front();
+  report.offered_index = OfferedIndex(common.front());
+  AgreeOnTelephoneEvents(stream, request_.telephone_events, report.agreed);
+  if (common.front().remote.type != common.front().implementation->ianacode) {
+    LegLog(session_, SWITCH_LOG_WARNING,
+           "The answer gives " + common.front().remote.name + " payload type " +
+               std::to_string(common.front().remote.type) + " where " +
+               std::to_string(common.front().implementation->ianacode) + " was offered; the offered one is sent");
+  }
+  return true;
+}
+
+/// Which codec of the offer the answer's `taken` stands for. Names may repeat (two bit rates of one codec); the payload
+/// type tells them apart, unless the answer changed it.
+size_t CalledLeg::OfferedIndex(const CodecMatch& taken) const {
+  size_t index = 0;
+  bool found = false;
+  for (size_t i = 0; i < request_.offered.size(); ++i) {
+    const switch_codec_implementation_t& offered = *request_.offered[i].implementation;
+    if (!SameCodec(offered, *taken.implementation)) continue;
+    if (offered.ianacode == taken.remote.type) return i;
+    if (!std::exchange(found, true)) index = i;
+  }
+  return index;
+}
+
+void CalledLeg::OnAnswered(const DialogEvent& event) {
+  SdpMedia stream;
+  std::string session_name;
+  CalledLegReport report{};
+  report.kind = CalledLegReport::Kind::kAnswered;
+  answered_at_ = std::chrono::steady_clock::now();
+  if (!AgreeOn(event.sdp, stream, session_name, report)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
+    return;
+  }
+  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, session_name, report.agreed)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+    return;
+  }
+  answered_ = true;
+  switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
+  switch_channel_mark_answered(channel_);
+  LogAnswered(session_, report.agreed);
+  request_.report(report);
+}
+
+void CalledLeg::Finish() {
+  finished_ = true;
+  switch_call_cause_t cause = switch_channel_get_cause(channel_);
+  if (dialog_) dialog_->End(cause, 0, "");
+  CalledLegReport report{};
+  report.kind = CalledLegReport::Kind::kEnded;
+  report.cause = cause;
+  report.status = refused_status_;
+  request_.report(report);
+  if (answered_ && !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience,
+                                     [this] { return released_; })) {
+    LegLog(session_, SWITCH_LOG_WARNING, "The calling leg did not undo the bridge in time");
+  }
+  DrainTasks(session_);
+  media_.reset();
+  LogHungUp(session_, ended_by_.empty() ? "the switch" : ended_by_, answered_, answered_at_);
+}
+
+}  // namespace kvx_switch

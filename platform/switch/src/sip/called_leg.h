@@ -1,0 +1,76 @@
+#pragma once
+
+#include <switch.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/session.h"
+#include "sip/leg_media.h"
+#include "sip/sip_agent.h"
+
+/// The leg that a bridge calls: offers what the calling leg can take, and tells that leg how the call goes.
+namespace kvx_switch {
+
+struct CalledLegReport {
+  enum class Kind { kProgress, kAnswered, kEnded };
+  Kind kind;
+  int status = 0;            ///< kProgress: 180, 183, ...; kEnded: of the final response, 0 when there was none
+  size_t offered_index = 0;  ///< kAnswered: which of the offered codecs was taken
+  AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
+  switch_call_cause_t cause = SWITCH_CAUSE_NONE;  ///< kEnded
+};
+
+struct CalledLegRequest {
+  std::shared_ptr<SipAgent> agent;
+  std::string target;               ///< a SIP URI
+  std::vector<CodecMatch> offered;  ///< in the calling side's order; at least one
+  bool telephone_events = false;
+  std::string from_name;
+  std::string from_user;
+  int max_forwards = 70;
+  std::chrono::seconds timeout{60};
+  /// May be called from the leg's thread at any time until the leg is over; must not block.
+  std::function<void(const CalledLegReport&)> report;
+};
+
+class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledLeg> {
+ public:
+  explicit CalledLeg(CalledLegRequest request) : request_(std::move(request)) {}
+
+  void Run(switch_core_session_t* session) override;
+
+  /// The calling leg, ended by `ended_by`, needs this one's media no longer: it has undone the bridge, or will not make
+  /// one. From any thread; `uuid` is this leg's.
+  static void Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by);
+
+ private:
+  bool SendInvite();
+  void WaitForAnswer();
+  void OnDialogEvent(const DialogEvent& event);
+  void OnAnswered(const DialogEvent& event);
+  bool AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& session_name, CalledLegReport& report);
+  size_t OfferedIndex(const CodecMatch& taken) const;
+  void Finish();
+
+  const CalledLegRequest request_;
+
+  // Used on the leg's thread only.
+  switch_core_session_t* session_ = nullptr;
+  switch_channel_t* channel_ = nullptr;
+  std::shared_ptr<SipDialog> dialog_;
+  std::optional<LegMedia> media_;
+  std::chrono::steady_clock::time_point answered_at_;
+  uint32_t offered_packet_time_ = 0;
+  int refused_status_ = 0;
+  bool answered_ = false;
+  bool finished_ = false;
+  bool released_ = false;
+  std::string ended_by_;
+};
+
+}  // namespace kvx_switch

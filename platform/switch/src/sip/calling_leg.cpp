@@ -1,0 +1,226 @@
+#include "sip/calling_leg.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "sip/leg_helpers.h"
+#include "sip/sip_cause.h"
+
+namespace kvx_switch {
+
+CallingLeg::CallingLeg(InboundInvite invite, std::shared_ptr<SipDialog> dialog,
+                       std::shared_ptr<const Dialplan> dialplan)
+    : invite_(std::move(invite)),
+      dialog_(std::move(dialog)),
+      dialplan_(std::move(dialplan)),
+      profile_(dialog_->agent()->profile()) {}
+
+SipDialog::Sink CallingLeg::EventSink(const std::string& uuid, const std::shared_ptr<CallingLeg>& leg) {
+  std::weak_ptr<CallingLeg> weak = leg;
+  return [uuid, weak](const DialogEvent& event) {
+    PostToSession(uuid, [weak, event] {
+      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnDialogEvent(event);
+    });
+  };
+}
+
+void CallingLeg::Run(switch_core_session_t* session) {
+  session_ = session;
+  channel_ = switch_core_session_get_channel(session);
+  media_.emplace(session, profile_.media);
+  LegLog(session_, SWITCH_LOG_NOTICE,
+         "Incoming call from " + invite_.from_user + " at " + invite_.network_address + ":" +
+             std::to_string(invite_.network_port) + " to " + invite_.request_user + ", call-id " + invite_.call_id);
+  switch_channel_set_state(channel_, CS_ROUTING);
+  RunGuarded(session_, [this] {
+    Route route;
+    if (ReadOffer() && FindRoute(route)) RunActions(route);
+  });
+  Finish();
+}
+
+std::string CallingLeg::Variable(const std::string& name) const { return LegVariable(channel_, name); }
+
+void CallingLeg::Fail(switch_call_cause_t cause, int status, const std::string& warning, const std::string& log) {
+  if (switch_channel_down(channel_)) return;
+  if (!log.empty()) LegLog(session_, SWITCH_LOG_ERROR, log);
+  fail_cause_ = cause;
+  fail_status_ = status;
+  fail_warning_ = warning;
+  switch_channel_hangup(channel_, cause);
+}
+
+bool CallingLeg::ReadOffer() {
+  const std::string call = " (call-id " + invite_.call_id + ")";
+  if (invite_.max_forwards == 0) {
+    Fail(SWITCH_CAUSE_EXCHANGE_ROUTING_ERROR, 483, "", "INVITE with Max-Forwards 0 refused" + call);
+    return false;
+  }
+  if (invite_.body.empty()) {
+    Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "an offer (SDP) is needed in the INVITE",
+         "INVITE without SDP refused with 488" + call);
+    return false;
+  }
+  if (strcasecmp(invite_.content_type.c_str(), "application/sdp") != 0) {
+    Fail(SWITCH_CAUSE_SERVICE_NOT_IMPLEMENTED, 415, "application/sdp is needed",
+         "INVITE with a body of type \"" + invite_.content_type + "\" refused with 415" + call);
+    return false;
+  }
+  std::string error;
+  std::optional<SessionDescription> offer = ParseSdp(invite_.body, error);
+  if (!offer) {
+    Fail(SWITCH_CAUSE_PROTOCOL_ERROR, 400, "the SDP cannot be read", "INVITE with malformed SDP, " + error + call);
+    return false;
+  }
+  offer_ = std::move(*offer);
+  CodecImplementations codecs = PreferredCodecs(RegisteredCodecs(), profile_.codec_prefs);
+  std::string offered;
+  for (stream_ = 0; stream_ < offer_.media.size(); ++stream_) {
+    const SdpMedia& stream = offer_.media[stream_];
+    if (!stream.IsPlainRtpAudio() || stream.port == 0) {
+      offered += (offered.empty() ? "" : "; ") + stream.kind + " over " + stream.protocol;
+      continue;
+    }
+    common_ = CommonCodecs(stream, codecs);
+    if (!common_.empty()) break;
+    offered += (offered.empty() ? "" : "; ") + CodecNames(stream);
+  }
+  if (common_.empty() && !codecs.empty()) {
+    Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "no common codec",
+         "No common codec: offered are " + offered + "; supported are " + CodecNames(codecs) + call);
+    return false;
+  }
+  if (common_.empty()) {
+    Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "",
+         "No codec is registered: no media server module is loaded, or \"codec-prefs\" of " + profile_.file +
+             " names none of its codecs" + call);
+    return false;
+  }
+  agreed_.codec = common_.front();
+  AgreeOnTelephoneEvents(offer_.media[stream_], profile_.media.telephone_events, agreed_);
+  return true;
+}
+
+bool CallingLeg::FindRoute(Route& route) {
+  const std::string& number = invite_.request_user;
+  route = dialplan_->Find(profile_.context, [this](const std::string& name) { return Variable(name); });
+  if (route.actions.empty()) {
+    Fail(SWITCH_CAUSE_NO_ROUTE_DESTINATION, 404, "",
+         "No route: the dialplan has nothing for \"" + number + "\" in context \"" + profile_.context + "\"");
+    return false;
+  }
+  LegLog(session_, SWITCH_LOG_INFO,
+         "Routed: \"" + number + "\" in context \"" + profile_.context + "\" matches extension \"" + route.extension +
+             "\"");
+  return true;
+}
+
+void CallingLeg::RunActions(const Route& route) {
+  switch_channel_set_state(channel_, CS_EXECUTE);
+  for (const DialplanAction& action : route.actions) {
+    if (switch_channel_down(channel_)) return;
+    RunAction(action);
+  }
+  Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");  // the dialplan has nothing further for this call
+}
+
+void CallingLeg::RunAction(const DialplanAction& action) {
+  std::string data = ExpandChannelVariables(action.data, [this](const std::string& name) { return Variable(name); });
+  LegLog(session_, SWITCH_LOG_DEBUG, "Action " + action.application + "(" + data + ")");
+  if (action.application == "set") Set(data);
+  else if (action.application == "log") Log(data);
+  else if (action.application == "hangup") HangUp(data);
+  else if (action.application == "answer") EnsureMedia() && AnswerCaller();
+  else if (action.application == "bridge") Bridge(data);
+}
+
+void CallingLeg::Set(const std::string& data) {
+  size_t equals = data.find('=');
+  if (equals == 0 || equals == std::string::npos) {
+    LegLog(session_, SWITCH_LOG_ERROR, "set: \"" + data + "\" is not name=value");
+    return;
+  }
+  switch_channel_set_variable(channel_, data.substr(0, equals).c_str(), data.substr(equals + 1).c_str());
+}
+
+void CallingLeg::Log(const std::string& data) {
+  size_t blank = data.find(' ');
+  switch_log_level_t level = switch_log_str2level(data.substr(0, blank).c_str());
+  bool named = level != SWITCH_LOG_INVALID && blank != std::string::npos;
+  LegLog(session_, named ? level : SWITCH_LOG_INFO, named ? data.substr(blank + 1) : data);
+}
+
+void CallingLeg::HangUp(const std::string& data) {
+  switch_call_cause_t cause = data.empty() ? SWITCH_CAUSE_NORMAL_CLEARING : switch_channel_str2cause(data.c_str());
+  Fail(cause, 0, "", "");
+}
+
+bool CallingLeg::EnsureMedia() {
+  if (media_->created()) return true;
+  switch (media_->Create(LegMedia::NewCall::kYes)) {
+    case LegMedia::Start::kUnavailable:
+      Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "Call refused with 503: no media server is available");
+      return false;
+    case LegMedia::Start::kFailed:
+      Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "Call refused with 503: no media for the leg");
+      return false;
+    case LegMedia::Start::kStarted:
+      break;
+  }
+  if (media_->SetRemote(SWITCH_SDP_OFFER_RECEIVED, offer_.media[stream_], offer_.session_name, agreed_)) return true;
+  Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The offer could not be given to the media server");
+  return false;
+}
+
+bool CallingLeg::AnswerCaller() {
+  if (answered_) return true;
+  LocalMedia local;
+  if (!media_->GetLocalForAnswer(agreed_, local)) {
+    Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The media server has no answer to the offer");
+    return false;
+  }
+  LocalDescription description;
+  description.payloads.push_back(AnsweredPayload(agreed_.codec));
+  if (agreed_.HasTelephoneEvents()) {
+    description.payloads.push_back(TelephoneEventPayload(agreed_.telephone_event_type, agreed_.telephone_event_rate));
+  }
+  description.direction = Reversed(offer_.media[stream_].direction);
+  FillLocalDescription(session_, local, agreed_.codec.PacketTime(), description);
+  dialog_->Answer(BuildAnswer(description, offer_, stream_));
+  answered_ = true;
+  answered_at_ = std::chrono::steady_clock::now();
+  switch_channel_mark_answered(channel_);
+  LogAnswered(session_, agreed_);
+  return true;
+}
+
+void CallingLeg::OnDialogEvent(const DialogEvent& event) {
+  if (finished_) return;
+  ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")" : "the calling side";
+  if (event.kind == DialogEvent::Kind::kCancelled) LegLog(session_, SWITCH_LOG_INFO, "Cancelled by the calling side");
+  switch_channel_hangup(channel_, event.cause);
+}
+
+/// Both legs get the same cause; the caller sees the called side's own status where it may.
+void CallingLeg::LetCalledLegGo(switch_call_cause_t cause) {
+  if (!called_) return;
+  HangUpLeg(called_->uuid, cause);
+  media_->Unbridge();
+  CalledLeg::Release(called_->uuid, called_->leg, ended_by_);
+}
+
+void CallingLeg::Finish() {
+  finished_ = true;
+  switch_call_cause_t cause = switch_channel_get_cause(channel_);
+  bool ours = cause == fail_cause_ && fail_status_ != 0;
+  dialog_->End(cause, ours ? fail_status_ : StatusOfCause(cause), ours ? fail_warning_ : "");
+  bool was_bridged = media_->bridged();
+  LetCalledLegGo(cause);
+  if (was_bridged) FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, called_->uuid);
+  media_.reset();
+  LogHungUp(session_, ended_by_, answered_, answered_at_);
+}
+
+}  // namespace kvx_switch

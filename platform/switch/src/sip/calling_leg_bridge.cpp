@@ -1,0 +1,160 @@
+#include <cstdlib>
+#include <utility>
+
+#include "sip/bridge_target.h"
+#include "sip/calling_leg.h"
+#include "sip/leg_helpers.h"
+#include "sip/sip_cause.h"
+
+namespace kvx_switch {
+
+namespace {
+
+constexpr long kLongestLegTimeout = 3600;
+
+}  // namespace
+
+/// The calling leg's media is set up first, so that the called leg lands in the same media session; the caller is
+/// answered last, with the codec that the called side took.
+void CallingLeg::Bridge(const std::string& data) {
+  if (called_) {
+    LegLog(session_, SWITCH_LOG_ERROR, "bridge: the call has a second leg already");
+    return;
+  }
+  if (EnsureMedia() && StartCalledLeg(data) && AwaitAnswer() && TakeOver(*called_->answer) && AnswerCaller()) Join();
+}
+
+std::chrono::seconds CallingLeg::LegTimeout() const {
+  for (const char* name : {"leg_timeout", "call_timeout"}) {
+    const std::string value = Variable(name);
+    if (value.empty()) continue;
+    char* end = nullptr;
+    long seconds = std::strtol(value.c_str(), &end, 10);
+    if (*end == '\0' && seconds >= 1 && seconds <= kLongestLegTimeout) return std::chrono::seconds(seconds);
+    LegLog(session_, SWITCH_LOG_WARNING,
+           std::string(name) + " is \"" + value + "\", not a number from 1 to 3600; ignored");
+  }
+  return std::chrono::seconds(profile_.leg_timeout_seconds);
+}
+
+bool CallingLeg::StartCalledLeg(const std::string& data) {
+  BridgeTarget target;
+  std::string error;
+  if (!ParseBridgeTarget(data, target, error)) {
+    Fail(SWITCH_CAUSE_INVALID_NUMBER_FORMAT, 0, "", "bridge: " + error);
+    return false;
+  }
+  switch_core_session_t* session =
+      RequestSession(SWITCH_CALL_DIRECTION_OUTBOUND, "sip/" + profile_.name + "/" + target.uri.substr(4));
+  if (!session) {
+    Fail(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "", "bridge: no session for the called leg");
+    return false;
+  }
+  const std::string own_uuid = switch_core_session_get_uuid(session_);
+  const std::string uuid = switch_core_session_get_uuid(session);
+  CallerData caller = GetCallerData(session_);
+  caller.destination_number = target.uri.substr(4, target.uri.find_first_of("@:;", 4) - 4);
+  caller.network_address.clear();
+  SetCallerData(session, caller);
+  switch_channel_t* channel = switch_core_session_get_channel(session);
+  for (const auto& [name, value] : target.variables) switch_channel_set_variable(channel, name.c_str(), value.c_str());
+  // Linked before the leg is launched: its media is created beside this leg's.
+  switch_channel_set_variable(channel, SWITCH_SIGNAL_BOND_VARIABLE, own_uuid.c_str());
+  switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, uuid.c_str());
+
+  CalledLegRequest request;
+  request.agent = dialog_->agent();
+  request.target = target.uri;
+  request.offered = answered_ ? std::vector<CodecMatch>{agreed_.codec} : common_;
+  request.telephone_events = agreed_.HasTelephoneEvents();
+  request.from_name = invite_.from_name;
+  request.from_user = invite_.from_user;
+  request.max_forwards = invite_.max_forwards - 1;
+  request.timeout = LegTimeout();
+  std::weak_ptr<CallingLeg> weak = weak_from_this();
+  request.report = [own_uuid, uuid, weak](const CalledLegReport& report) {
+    PostToSession(own_uuid, [weak, uuid, report] {
+      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnCalledLegReport(uuid, report);
+    });
+  };
+  auto leg = std::make_shared<CalledLeg>(std::move(request));
+  called_.emplace();
+  called_->uuid = uuid;
+  called_->leg = leg;
+  LegLog(session_, SWITCH_LOG_INFO, "Bridging to " + target.uri + ", leg " + uuid);
+  if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return true;
+  switch_core_session_destroy(&session);
+  called_.reset();
+  Fail(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "", "bridge: the called leg's thread could not be started");
+  return false;
+}
+
+void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegReport& report) {
+  if (finished_ || !called_ || called_->uuid != uuid) return;
+  switch (report.kind) {
+    case CalledLegReport::Kind::kProgress:
+      if (answered_ || relayed_status_ == report.status) break;
+      relayed_status_ = report.status;
+      // Provisional responses other than these say nothing that matters beyond one hop.
+      if (report.status == 180 || report.status == 183) dialog_->Ring(report.status);
+      if (report.status == 180) switch_channel_mark_ring_ready(channel_);
+      break;
+    case CalledLegReport::Kind::kAnswered:
+      called_->answer = report;
+      break;
+    case CalledLegReport::Kind::kEnded:
+      called_->ended = true;
+      called_->cause = report.cause;
+      called_->status = report.status;
+      if (media_->bridged()) {
+        ended_by_ = "the called side";
+        switch_channel_hangup(channel_, report.cause);
+      }
+      break;
+  }
+}
+
+bool CallingLeg::AwaitAnswer() {
+  // The called leg watches its own timeout; this one only guards against a leg that does not report.
+  const auto deadline = std::chrono::steady_clock::now() + LegTimeout() + std::chrono::seconds(60);
+  bool settled = ServeUntil(session_, deadline, [this] { return called_->answer || called_->ended; });
+  if (switch_channel_down(channel_)) return false;
+  if (settled && !called_->ended) return true;
+  ended_by_ = "the called side";
+  const int status = StatusPassesThrough(called_->status) ? called_->status : StatusOfCause(called_->cause);
+  Fail(settled ? called_->cause : SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE, settled ? status : 0, "", "");
+  return false;
+}
+
+/// Both sides run the codec that the called side took: nothing has to be converted.
+bool CallingLeg::TakeOver(const CalledLegReport& answer) {
+  if (answered_) return true;
+  const switch_codec_implementation_t* provisional = agreed_.codec.implementation;
+  const uint8_t provisional_type = agreed_.codec.remote.type;
+  const SdpMedia& stream = offer_.media[stream_];
+  agreed_.codec = common_[answer.offered_index];
+  agreed_.codec.implementation = answer.agreed.codec.implementation;
+  AgreeOnTelephoneEvents(stream, answer.agreed.HasTelephoneEvents(), agreed_);
+  if (agreed_.codec.implementation == provisional && agreed_.codec.remote.type == provisional_type) return true;
+  if (media_->SetRemote(SWITCH_SDP_OFFER_RECEIVED, stream, offer_.session_name, agreed_)) return true;
+  Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The agreed codec could not be given to the media server");
+  return false;
+}
+
+void CallingLeg::Join() {
+  DrainTasks(session_);
+  if (switch_channel_down(channel_)) return;
+  if (called_->ended || !media_->Bridge(RTPDIR_DUPLEX)) {
+    if (called_->ended) ended_by_ = "the called side";
+    Fail(called_->ended ? called_->cause : SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
+    return;
+  }
+  switch_channel_set_variable(channel_, SWITCH_BRIDGE_UUID_VARIABLE, called_->uuid.c_str());
+  switch_channel_set_flag(channel_, CF_BRIDGED);
+  switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
+  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_BRIDGE, called_->uuid);
+  LegLog(session_, SWITCH_LOG_INFO, "Bridged with leg " + called_->uuid);
+  ServeWhileUp(session_);
+}
+
+}  // namespace kvx_switch

@@ -1,0 +1,195 @@
+#include "sip/dialplan.h"
+
+#include <algorithm>
+
+#include "sip/located_xml.h"
+
+namespace kvx_switch {
+
+namespace {
+
+// Regular expressions recurse over what they match; nothing a number or a name may be is longer.
+constexpr size_t kLongestSubject = 256;
+
+const char* const kApplications[] = {"answer", "bridge", "hangup", "log", "set"};
+
+bool KnownApplication(const std::string& name) {
+  return std::find(std::begin(kApplications), std::end(kApplications), name) != std::end(kApplications);
+}
+
+/// Replaces $1 to $9 by the groups of `match`.
+std::string ExpandGroups(const std::string& text, const std::smatch& match) {
+  std::string expanded;
+  for (size_t i = 0; i < text.size(); ++i) {
+    bool group = text[i] == '$' && i + 1 < text.size() && text[i + 1] >= '1' && text[i + 1] <= '9';
+    if (!group) {
+      expanded += text[i];
+      continue;
+    }
+    size_t number = static_cast<size_t>(text[++i] - '0');
+    if (number < match.size()) expanded += match[number].str();
+  }
+  return expanded;
+}
+
+}  // namespace
+
+/// Turns elements into a dialplan; stops at the first mistake.
+class DialplanReader {
+ public:
+  DialplanReader(Dialplan& dialplan, std::string& error) : dialplan_(dialplan), error_(error) {}
+
+  bool ReadFile(const std::string& path) {
+    path_ = path;
+    LocatedElement root;
+    if (!ReadLocatedXml(path, root, error_)) return false;
+    if (root.name == "context") return ReadContext(root);
+    if (root.name != "include") return Fail(root, "expected <include> or <context>, not <" + root.name + ">");
+    return std::all_of(root.children.begin(), root.children.end(), [this](const LocatedElement& child) {
+      return child.name == "context" ? ReadContext(child) : Unexpected(child, "context");
+    });
+  }
+
+ private:
+  bool Fail(const LocatedElement& element, const std::string& what) {
+    error_ = At(path_, element) + what;
+    return false;
+  }
+
+  bool Unexpected(const LocatedElement& element, const std::string& expected) {
+    return Fail(element, "expected <" + expected + ">, not <" + element.name + ">");
+  }
+
+  bool ReadContext(const LocatedElement& element) {
+    const std::string* name = element.Attribute("name");
+    if (!name || name->empty()) return Fail(element, "a context needs a name");
+    auto same = std::find_if(dialplan_.contexts_.begin(), dialplan_.contexts_.end(),
+                             [name](const Dialplan::Context& context) { return context.name == *name; });
+    if (same == dialplan_.contexts_.end()) {
+      dialplan_.contexts_.push_back({*name, {}});
+      same = std::prev(dialplan_.contexts_.end());
+    }
+    for (const LocatedElement& child : element.children) {
+      if (child.name != "extension") return Unexpected(child, "extension");
+      Dialplan::Extension extension;
+      if (!ReadExtension(child, extension)) return false;
+      same->extensions.push_back(std::move(extension));
+    }
+    return true;
+  }
+
+  bool ReadExtension(const LocatedElement& element, Dialplan::Extension& extension) {
+    const std::string* name = element.Attribute("name");
+    extension.name = name ? *name : "(no name)";
+    const std::string* continues = element.Attribute("continue");
+    extension.continues = continues && *continues == "true";
+    if (element.children.empty()) return Fail(element, "extension \"" + extension.name + "\" has no condition");
+    for (const LocatedElement& child : element.children) {
+      if (child.name != "condition") return Unexpected(child, "condition");
+      Dialplan::Condition condition;
+      if (!ReadCondition(child, condition)) return false;
+      extension.conditions.push_back(std::move(condition));
+    }
+    return true;
+  }
+
+  bool ReadCondition(const LocatedElement& element, Dialplan::Condition& condition) {
+    for (const auto& [attribute, value] : element.attributes) {
+      if (attribute != "field" && attribute != "expression") {
+        return Fail(element, "a condition has no attribute \"" + attribute + "\"");
+      }
+    }
+    const std::string* field = element.Attribute("field");
+    const std::string* expression = element.Attribute("expression");
+    if (!field != !expression) return Fail(element, "a condition needs both \"field\" and \"expression\", or neither");
+    if (field) {
+      condition.field = *field;
+      try {
+        condition.expression = std::regex(*expression, std::regex::ECMAScript | std::regex::optimize);
+      } catch (const std::regex_error& problem) {
+        return Fail(element, "expression \"" + *expression + "\": " + problem.what());
+      }
+    }
+    return std::all_of(element.children.begin(), element.children.end(),
+                       [&](const LocatedElement& child) { return ReadAction(child, condition); });
+  }
+
+  bool ReadAction(const LocatedElement& element, Dialplan::Condition& condition) {
+    if (element.name != "action") return Unexpected(element, "action");
+    const std::string* application = element.Attribute("application");
+    if (!application) return Fail(element, "an action needs an \"application\"");
+    if (!KnownApplication(*application)) return Fail(element, "there is no application \"" + *application + "\"");
+    const std::string* data = element.Attribute("data");
+    condition.actions.push_back({*application, data ? *data : ""});
+    return true;
+  }
+
+  Dialplan& dialplan_;
+  std::string& error_;
+  std::string path_;
+};
+
+std::shared_ptr<const Dialplan> Dialplan::Load(const std::string& directory, std::string& error) {
+  std::vector<std::string> paths;
+  if (!ListXmlFiles(directory, paths, error)) return nullptr;
+  auto dialplan = std::make_shared<Dialplan>();
+  DialplanReader reader(*dialplan, error);
+  for (const std::string& path : paths) {
+    if (!reader.ReadFile(path)) return nullptr;
+  }
+  return dialplan;
+}
+
+bool Dialplan::Matches(const Extension& extension, const VariableLookup& variables,
+                       std::vector<DialplanAction>& actions) {
+  for (const Condition& condition : extension.conditions) {
+    std::smatch match;
+    std::string subject;
+    if (!condition.field.empty()) {
+      // A field is a variable's name, or text with references in it.
+      subject = condition.field.find("${") == std::string::npos ? variables(condition.field)
+                                                                : ExpandChannelVariables(condition.field, variables);
+      if (subject.size() > kLongestSubject || !std::regex_search(subject, match, condition.expression)) return false;
+    }
+    for (const DialplanAction& action : condition.actions) {
+      actions.push_back({action.application, ExpandGroups(action.data, match)});
+    }
+  }
+  return true;
+}
+
+Route Dialplan::Find(const std::string& context, const VariableLookup& variables) const {
+  Route route;
+  auto found = std::find_if(contexts_.begin(), contexts_.end(),
+                            [&context](const Context& candidate) { return candidate.name == context; });
+  if (found == contexts_.end()) return route;
+  for (const Extension& extension : found->extensions) {
+    std::vector<DialplanAction> actions;
+    if (!Matches(extension, variables, actions)) continue;
+    route.extension = extension.name;
+    route.actions.insert(route.actions.end(), actions.begin(), actions.end());
+    if (!extension.continues) break;
+  }
+  return route;
+}
+
+bool Dialplan::HasContext(const std::string& context) const {
+  return std::any_of(contexts_.begin(), contexts_.end(),
+                     [&context](const Context& candidate) { return candidate.name == context; });
+}
+
+std::string ExpandChannelVariables(const std::string& text, const VariableLookup& variables) {
+  std::string expanded;
+  size_t position = 0;
+  while (true) {
+    size_t start = text.find("${", position);
+    size_t end = start == std::string::npos ? start : text.find('}', start);
+    if (end == std::string::npos) break;
+    expanded.append(text, position, start - position);
+    expanded += variables(text.substr(start + 2, end - start - 2));
+    position = end + 1;
+  }
+  return expanded.append(text, position, std::string::npos);
+}
+
+}  // namespace kvx_switch

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+/// Which actions an incoming call runs: the contexts, extensions and conditions of conf/dialplan. A dialplan is built
+/// once and then only read, so any number of legs may route through it at once.
+namespace kvx_switch {
+
+/// The value of a variable by its name; "" when it is not set.
+using VariableLookup = std::function<std::string(const std::string& name)>;
+
+struct DialplanAction {
+  std::string application;
+  std::string data;  ///< with $1 replaced, ${name} not yet
+};
+
+struct Route {
+  std::string extension;  ///< name of the (last) extension that matched
+  std::vector<DialplanAction> actions;
+};
+
+class Dialplan {
+ public:
+  /// Reads every *.xml below `directory`. Null and `error`, as "file:line: what", on the first mistake.
+  static std::shared_ptr<const Dialplan> Load(const std::string& directory, std::string& error);
+
+  /// The actions for a call in `context`; empty when no extension matches. An extension with continue="true" adds its
+  /// actions and lets the ones below it be tried too.
+  Route Find(const std::string& context, const VariableLookup& variables) const;
+
+  bool HasContext(const std::string& context) const;
+
+ private:
+  friend class DialplanReader;
+
+  struct Condition {
+    std::string field;  // empty: always holds
+    std::regex expression;
+    std::vector<DialplanAction> actions;
+  };
+  struct Extension {
+    std::string name;
+    bool continues = false;
+    std::vector<Condition> conditions;
+  };
+  struct Context {
+    std::string name;
+    std::vector<Extension> extensions;
+  };
+
+  static bool Matches(const Extension& extension, const VariableLookup& variables, std::vector<DialplanAction>& actions);
+
+  std::vector<Context> contexts_;
+};
+
+/// Replaces ${name} by the variable's value, once: what a value holds is not looked at again, so a caller cannot smuggle
+/// a reference in. A "${" that is not closed stays as it is.
+std::string ExpandChannelVariables(const std::string& text, const VariableLookup& variables);
+
+}  // namespace kvx_switch

@@ -1,0 +1,220 @@
+#include "sip/sip_dialog.h"
+
+#include <switch.h>
+
+#include <utility>
+
+#include "sip/sip_agent.h"
+#include "sip/sip_cause.h"
+#include "sip/sofia.h"
+
+namespace kvx_switch {
+
+namespace {
+
+constexpr const char* kSdpType = "application/sdp";
+
+std::string Body(const sip_t* sip) {
+  if (!sip || !sip->sip_payload || !sip->sip_payload->pl_data) return "";
+  return std::string(sip->sip_payload->pl_data, sip->sip_payload->pl_len);
+}
+
+/// The Q.850 cause of the message's Reason headers, else `otherwise`.
+switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
+  for (const sip_reason_t* reason = sip ? sip->sip_reason : nullptr; reason; reason = reason->re_next) {
+    if (!reason->re_protocol || !reason->re_cause) continue;
+    switch_call_cause_t cause = CauseOfReason(reason->re_protocol, reason->re_cause);
+    if (cause != SWITCH_CAUSE_NONE) return cause;
+  }
+  return otherwise;
+}
+
+/// A display name as a quoted string (RFC 3261, 25.1).
+std::string Quoted(const std::string& name) {
+  std::string quoted = "\"";
+  for (char c : name) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    if (static_cast<unsigned char>(c) >= 0x20) quoted += c;
+  }
+  return quoted + "\"";
+}
+
+/// Frees what is allocated for building one request.
+class Home {
+ public:
+  Home() { su_home_init(home_); }
+  ~Home() { su_home_deinit(home_); }
+  Home(const Home&) = delete;
+  Home& operator=(const Home&) = delete;
+  operator su_home_t*() { return home_; }
+
+ private:
+  su_home_t home_[1] = {SU_HOME_INIT(home_)};
+};
+
+}  // namespace
+
+void SipDialog::PostSelf(std::function<void(SipDialog&)> task) {
+  agent_->Post([self = shared_from_this(), task = std::move(task)] { task(*self); });
+}
+
+void SipDialog::Invite(OutboundInvite invite) {
+  PostSelf([invite = std::move(invite)](SipDialog& self) { self.InviteOnSipThread(invite); });
+}
+
+void SipDialog::Ring(int status) {
+  PostSelf([status](SipDialog& self) { self.RingOnSipThread(status); });
+}
+
+void SipDialog::Answer(std::string sdp) {
+  PostSelf([sdp = std::move(sdp)](SipDialog& self) { self.AnswerOnSipThread(sdp); });
+}
+
+void SipDialog::End(switch_call_cause_t cause, int status, std::string warning) {
+  PostSelf([cause, status, warning = std::move(warning)](SipDialog& self) {
+    self.EndOnSipThread(cause, status, warning);
+  });
+}
+
+void SipDialog::AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp) {
+  handle_ = handle;
+  phase_ = Phase::kIncoming;
+  remote_sdp_ = remote_sdp;
+  nua_handle_bind(handle_, this);
+  agent_->AddOnSipThread(shared_from_this());
+}
+
+void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
+  if (phase_ != Phase::kNew) return;
+  Home home;
+  url_t* target = url_make(home, invite.target.c_str());
+  const std::string from_uri = (invite.from_user.empty() ? "" : invite.from_user + "@") + agent_->address();
+  const std::string from_text = (invite.from_name.empty() ? "" : Quoted(invite.from_name) + " ") + "<sip:" + from_uri + ">";
+  sip_from_t* from = sip_from_make(home, from_text.c_str());
+  if (!from) from = sip_from_make(home, ("<sip:" + agent_->address() + ">").c_str());
+  sip_to_t* to = target ? sip_to_create(home, reinterpret_cast<const url_string_t*>(target)) : nullptr;
+  if (to && from) handle_ = nua_handle(agent_->StackOnSipThread(), this, SIPTAG_TO(to), SIPTAG_FROM(from), TAG_END());
+  if (!handle_) {
+    FinishOnSipThread({DialogEvent::Kind::kLost, 0, "the INVITE could not be made", "", SWITCH_CAUSE_INVALID_URL});
+    return;
+  }
+  phase_ = Phase::kCalling;
+  local_sdp_ = invite.sdp;
+  agent_->AddOnSipThread(shared_from_this());
+  nua_invite(handle_, NUTAG_URL(target), SIPTAG_MAX_FORWARDS_STR(std::to_string(invite.max_forwards).c_str()),
+             SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(invite.sdp.c_str()), TAG_END());
+}
+
+void SipDialog::RingOnSipThread(int status) {
+  if (phase_ != Phase::kIncoming) return;
+  nua_respond(handle_, status, PhraseOfStatus(status), TAG_END());
+}
+
+void SipDialog::AnswerOnSipThread(const std::string& sdp) {
+  if (phase_ != Phase::kIncoming) return;
+  phase_ = Phase::kUp;
+  local_sdp_ = sdp;
+  nua_respond(handle_, SIP_200_OK, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(sdp.c_str()), TAG_END());
+}
+
+void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning) {
+  const std::string reason = ReasonHeader(cause);
+  const std::string warning_value = "399 " + agent_->address() + " " + Quoted(warning);
+  sink_ = nullptr;
+  switch (std::exchange(phase_, Phase::kEnding)) {
+    case Phase::kIncoming:
+      nua_respond(handle_, status, PhraseOfStatus(status), SIPTAG_REASON_STR(reason.c_str()),
+                  TAG_IF(!warning.empty(), SIPTAG_WARNING_STR(warning_value.c_str())), TAG_END());
+      break;
+    case Phase::kCalling:
+      nua_cancel(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
+      break;
+    case Phase::kUp:
+      nua_bye(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
+      break;
+    case Phase::kEnding:
+      break;
+    case Phase::kNew:
+    case Phase::kOver:
+      phase_ = Phase::kOver;
+      break;
+  }
+}
+
+void SipDialog::FinishOnSipThread(DialogEvent event) {
+  if (phase_ != Phase::kOver) phase_ = Phase::kEnding;
+  if (Sink sink = std::exchange(sink_, nullptr)) sink(event);
+}
+
+void SipDialog::CloseOnSipThread() {
+  phase_ = Phase::kOver;
+  sink_ = nullptr;
+  nua_handle_s* handle = std::exchange(handle_, nullptr);
+  if (!handle) return;
+  nua_handle_bind(handle, nullptr);
+  nua_handle_destroy(handle);
+}
+
+void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip) {
+  if (phase_ == Phase::kEnding && status >= 200 && status < 300) {
+    // Our CANCEL and the far end's answer crossed: the call stands and has to be taken down.
+    nua_bye(handle_, TAG_END());
+    return;
+  }
+  if (phase_ != Phase::kCalling || !sip) {
+    if (phase_ == Phase::kCalling && status >= 300) {
+      FinishOnSipThread({DialogEvent::Kind::kRefused, status, phrase, "", CauseOfStatus(status)});
+    }
+    return;
+  }
+  if (status < 200) {
+    if (status > 100 && sink_) sink_({DialogEvent::Kind::kProgress, status, phrase, Body(sip), SWITCH_CAUSE_NONE});
+  } else if (status < 300) {
+    phase_ = Phase::kUp;
+    remote_sdp_ = Body(sip);
+    if (sink_) sink_({DialogEvent::Kind::kAnswered, status, phrase, remote_sdp_, SWITCH_CAUSE_NONE});
+  } else {
+    FinishOnSipThread({DialogEvent::Kind::kRefused, status, phrase, "", CauseOf(sip, CauseOfStatus(status))});
+  }
+}
+
+/// A further INVITE inside the call. One that changes nothing, as sent to refresh a session, is answered with what was
+/// agreed; a change of media is not taken, and the call goes on as it was (RFC 3261, 14.2).
+void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
+  const std::string offer = Body(sip);
+  if (phase_ == Phase::kUp && (offer.empty() || offer == remote_sdp_)) {
+    nua_respond(handle_, SIP_200_OK, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(local_sdp_.c_str()),
+                TAG_END());
+    return;
+  }
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
+                    "re-INVITE with other media refused with 488; the call goes on as it was (call-id %s)\n",
+                    sip && sip->sip_call_id ? sip->sip_call_id->i_id : "?");
+  nua_respond(handle_, SIP_488_NOT_ACCEPTABLE, TAG_END());
+}
+
+void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, bool terminated) {
+  switch (event) {
+    case nua_r_invite:
+      OnInviteResponseOnSipThread(status, phrase, sip);
+      break;
+    case nua_i_invite:
+      OnReinviteOnSipThread(sip);
+      break;
+    case nua_i_cancel:
+      FinishOnSipThread({DialogEvent::Kind::kCancelled, 487, phrase, "", CauseOf(sip, SWITCH_CAUSE_ORIGINATOR_CANCEL)});
+      break;
+    case nua_i_bye:
+      FinishOnSipThread({DialogEvent::Kind::kHungUp, 200, phrase, "", CauseOf(sip, SWITCH_CAUSE_NORMAL_CLEARING)});
+      break;
+    case nua_i_state:
+      if (!terminated) break;
+      FinishOnSipThread({DialogEvent::Kind::kLost, status, phrase, "", SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE});
+      agent_->ForgetOnSipThread(this);
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace kvx_switch

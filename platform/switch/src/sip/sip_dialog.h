@@ -1,0 +1,91 @@
+#pragma once
+
+#include <switch_types.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+struct nua_handle_s;
+struct sip_s;
+
+/// One call as SIP sees it (RFC 3261, 12), between the leg that it belongs to and the stack on the SIP thread.
+namespace kvx_switch {
+
+class SipAgent;
+
+/// What the far end did.
+struct DialogEvent {
+  enum class Kind {
+    kProgress,   ///< a provisional response to our INVITE: status, perhaps a description
+    kAnswered,   ///< a 2xx to our INVITE, already acknowledged: description
+    kRefused,    ///< a final response from 300 on to our INVITE: status, cause
+    kCancelled,  ///< the far end took its INVITE back: cause
+    kHungUp,     ///< the far end sent BYE: cause
+    kLost,       ///< the stack gave the dialog up, for one because nothing came back: cause
+  };
+  Kind kind;
+  int status = 0;
+  std::string phrase;
+  std::string sdp;
+  switch_call_cause_t cause = SWITCH_CAUSE_NONE;
+};
+
+/// An INVITE to send.
+struct OutboundInvite {
+  std::string target;  ///< a SIP URI
+  std::string from_name;
+  std::string from_user;
+  std::string sdp;
+  int max_forwards = 70;
+};
+
+/// The methods without "OnSipThread" in their names may be called from any thread: they hand over what they are told and
+/// return at once. Events go to the sink, on the SIP thread, until the dialog has ended or End was called; the sink must
+/// not block.
+class SipDialog : public std::enable_shared_from_this<SipDialog> {
+ public:
+  using Sink = std::function<void(const DialogEvent& event)>;
+
+  SipDialog(std::shared_ptr<SipAgent> agent, Sink sink) : agent_(std::move(agent)), sink_(std::move(sink)) {}
+
+  void Invite(OutboundInvite invite);
+  /// 180 or 183, without a description.
+  void Ring(int status);
+  void Answer(std::string sdp);
+  /// Refuses an INVITE with `status`, takes our own back, or sends BYE, whichever the dialog is ripe for; nothing when
+  /// it has ended. `warning` is the text of a Warning header (RFC 3261, 20.43), empty for none.
+  void End(switch_call_cause_t cause, int status, std::string warning);
+
+  const std::shared_ptr<SipAgent>& agent() const { return agent_; }
+
+  /// Takes over an incoming INVITE's handle.
+  void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp);
+  void SetSinkOnSipThread(Sink sink) { sink_ = std::move(sink); }
+  void OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, bool terminated);
+  /// Lets go of the stack's handle; the agent forgets the dialog.
+  void CloseOnSipThread();
+
+ private:
+  enum class Phase { kNew, kCalling, kIncoming, kUp, kEnding, kOver };
+
+  void InviteOnSipThread(const OutboundInvite& invite);
+  void RingOnSipThread(int status);
+  void AnswerOnSipThread(const std::string& sdp);
+  void EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning);
+  void OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
+  void OnReinviteOnSipThread(const sip_s* sip);
+  void FinishOnSipThread(DialogEvent event);
+  void PostSelf(std::function<void(SipDialog&)> task);
+
+  const std::shared_ptr<SipAgent> agent_;
+
+  // Used on the SIP thread only.
+  Sink sink_;
+  nua_handle_s* handle_ = nullptr;
+  Phase phase_ = Phase::kNew;
+  std::string local_sdp_;
+  std::string remote_sdp_;
+};
+
+}  // namespace kvx_switch

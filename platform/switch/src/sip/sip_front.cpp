@@ -1,0 +1,190 @@
+#include "sip/sip_front.h"
+
+#include <switch.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "core/session.h"
+#include "sip/calling_leg.h"
+#include "sip/codec_negotiation.h"
+#include "sip/dialplan.h"
+#include "sip/located_xml.h"
+#include "sip/sip_agent.h"
+#include "sip/sip_profile.h"
+#include "sip/sofia.h"
+
+namespace kvx_switch {
+
+namespace {
+
+class SipFront {
+ public:
+  bool Start(std::string& error);
+  void Stop();
+  std::string Address();
+
+ private:
+  static void OnReloadXml(switch_event_t* event);
+  static void StackLog(void*, char const* format, va_list arguments);
+
+  bool LoadDialplan(std::string& error);
+  bool StartProfile(const std::string& path, std::string& error);
+  void OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog);
+
+  std::mutex mutex_;
+  std::shared_ptr<const Dialplan> dialplan_;       // guarded by mutex_
+  std::vector<std::shared_ptr<SipAgent>> agents_;  // guarded by mutex_
+  switch_event_node_t* reload_node_ = nullptr;     // the starting thread's
+};
+
+/// Lives as long as the process: events may still be on their way when SIP stops.
+SipFront& the_front() {
+  static SipFront* const front = new SipFront;
+  return *front;
+}
+
+std::string ConfigurationDirectory(const char* name) {
+  return std::string(SWITCH_GLOBAL_dirs.conf_dir ? SWITCH_GLOBAL_dirs.conf_dir : ".") + "/" + name;
+}
+
+void WarnOfUnknownPreferences(const SipProfile& profile) {
+  for (const std::string& preference : profile.codec_prefs) {
+    if (!PreferredCodecs(RegisteredCodecs(), {preference}).empty()) continue;
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: \"codec-prefs\" names %s, which no module registered\n",
+                      profile.file.c_str(), preference.c_str());
+  }
+}
+
+void SipFront::StackLog(void*, char const* format, va_list arguments) {
+  char text[1024];
+  int length = std::vsnprintf(text, sizeof(text), format, arguments);
+  while (length > 0 && length < static_cast<int>(sizeof(text)) && text[length - 1] == '\n') text[--length] = '\0';
+  if (length > 0) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "SIP stack: %s\n", text);
+}
+
+bool SipFront::LoadDialplan(std::string& error) {
+  std::shared_ptr<const Dialplan> dialplan = Dialplan::Load(ConfigurationDirectory("dialplan"), error);
+  if (!dialplan) return false;
+  std::lock_guard<std::mutex> lock(mutex_);
+  dialplan_ = std::move(dialplan);
+  return true;
+}
+
+void SipFront::OnReloadXml(switch_event_t*) {
+  std::string error;
+  if (the_front().LoadDialplan(error)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Dialplan read anew\n");
+  } else {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s; the dialplan stays as it was\n", error.c_str());
+  }
+}
+
+bool SipFront::StartProfile(const std::string& path, std::string& error) {
+  SipProfile profile;
+  if (!LoadSipProfile(path, profile, error)) return false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!dialplan_->HasContext(profile.context)) {
+      error = path + ": context \"" + profile.context + "\" is in no file of " + ConfigurationDirectory("dialplan");
+      return false;
+    }
+  }
+  WarnOfUnknownPreferences(profile);
+  std::shared_ptr<SipAgent> agent = SipAgent::Start(
+      profile,
+      [this](const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) { OnInvite(invite, dialog); }, error);
+  if (!agent) return false;
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "SIP profile \"%s\" listens on udp %s\n",
+                    profile.name.c_str(), agent->address().c_str());
+  std::lock_guard<std::mutex> lock(mutex_);
+  agents_.push_back(std::move(agent));
+  return true;
+}
+
+bool SipFront::Start(std::string& error) {
+  su_log_redirect(nullptr, StackLog, nullptr);
+  std::vector<std::string> paths;
+  const std::string directory = ConfigurationDirectory("sip_profiles");
+  bool good = LoadDialplan(error) && ListXmlFiles(directory, paths, error);
+  if (good && paths.empty()) {
+    error = directory + ": there is no profile (*.xml)";
+    good = false;
+  }
+  for (size_t i = 0; good && i < paths.size(); ++i) good = StartProfile(paths[i], error);
+  if (!good) {
+    Stop();
+    return false;
+  }
+  switch_event_bind_removable("sip", SWITCH_EVENT_RELOADXML, nullptr, OnReloadXml, nullptr, &reload_node_);
+  return true;
+}
+
+void SipFront::Stop() {
+  if (reload_node_) switch_event_unbind(&reload_node_);
+  reload_node_ = nullptr;
+  std::vector<std::shared_ptr<SipAgent>> agents;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    agents.swap(agents_);
+  }
+  for (const std::shared_ptr<SipAgent>& agent : agents) agent->Stop();
+}
+
+std::string SipFront::Address() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return agents_.empty() ? "" : agents_.front()->address();
+}
+
+/// On the SIP thread: only makes the leg and lets it run.
+void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) {
+  const SipProfile& profile = dialog->agent()->profile();
+  switch_core_session_t* session = RequestSession(
+      SWITCH_CALL_DIRECTION_INBOUND, "sip/" + profile.name + "/" + invite.from_user + "@" + invite.from_host);
+  if (!session) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "Call to %s refused with 503: no session (call-id %s)\n",
+                      invite.request_user.c_str(), invite.call_id.c_str());
+    dialog->End(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "");
+    return;
+  }
+  SetCallerData(session, {invite.from_name.empty() ? invite.from_user : invite.from_name, invite.from_user,
+                          invite.request_user, invite.network_address, profile.context});
+  switch_channel_t* channel = switch_core_session_get_channel(session);
+  const std::pair<const char*, std::string> variables[] = {
+      {"sip_call_id", invite.call_id},
+      {"sip_from_user", invite.from_user},
+      {"sip_from_host", invite.from_host},
+      {"sip_from_display", invite.from_name},
+      {"sip_to_user", invite.to_user},
+      {"sip_req_user", invite.request_user},
+      {"sip_req_host", invite.request_host},
+      {"sip_network_ip", invite.network_address},
+      {"sip_network_port", std::to_string(invite.network_port)},
+  };
+  for (const auto& [name, value] : variables) switch_channel_set_variable(channel, name, value.c_str());
+
+  std::shared_ptr<const Dialplan> dialplan;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    dialplan = dialplan_;
+  }
+  auto leg = std::make_shared<CallingLeg>(invite, dialog, dialplan);
+  dialog->SetSinkOnSipThread(CallingLeg::EventSink(switch_core_session_get_uuid(session), leg));
+  if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return;
+  switch_core_session_destroy(&session);
+  dialog->End(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "");
+}
+
+}  // namespace
+
+bool StartSip(std::string& error) { return the_front().Start(error); }
+
+void StopSip() { the_front().Stop(); }
+
+std::string SipAddress() { return the_front().Address(); }
+
+}  // namespace kvx_switch

@@ -1,0 +1,148 @@
+#include "sip/sip_profile.h"
+
+#include <arpa/inet.h>
+#include <switch.h>
+
+#include <charconv>
+#include <functional>
+#include <map>
+#include <utility>
+
+#include "sip/located_xml.h"
+
+namespace kvx_switch {
+
+namespace {
+
+/// Takes a parameter's value; false with the expectation that it does not meet.
+using Setter = std::function<bool(const std::string& value, std::string& expected)>;
+
+template <typename Number>
+Setter NumberBetween(Number& target, uint32_t least, uint32_t most) {
+  return [&target, least, most](const std::string& value, std::string& expected) {
+    uint32_t number = 0;
+    auto result = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (result.ec != std::errc() || result.ptr != value.data() + value.size() || number < least || number > most) {
+      expected = "a number from " + std::to_string(least) + " to " + std::to_string(most);
+      return false;
+    }
+    target = static_cast<Number>(number);
+    return true;
+  };
+}
+
+Setter TruthValue(bool& target) {
+  return [&target](const std::string& value, std::string& expected) {
+    target = switch_true(value.c_str());
+    if (target || (!value.empty() && switch_false(value.c_str()))) return true;
+    expected = "\"true\" or \"false\"";
+    return false;
+  };
+}
+
+Setter NumericAddress(std::string& target) {
+  return [&target](const std::string& value, std::string& expected) {
+    unsigned char address[sizeof(in6_addr)];
+    target = value;
+    if (inet_pton(AF_INET, value.c_str(), address) == 1 || inet_pton(AF_INET6, value.c_str(), address) == 1) return true;
+    expected = "a numeric address";
+    return false;
+  };
+}
+
+Setter Word(std::string& target) {
+  return [&target](const std::string& value, std::string& expected) {
+    target = value;
+    expected = "a word";
+    return !value.empty();
+  };
+}
+
+Setter DtmfType(bool& telephone_events) {
+  return [&telephone_events](const std::string& value, std::string& expected) {
+    telephone_events = value == "rfc2833";
+    expected = "\"rfc2833\" or \"none\"";
+    return telephone_events || value == "none";
+  };
+}
+
+Setter CommaList(std::vector<std::string>& target) {
+  return [&target](const std::string& value, std::string&) {
+    target.clear();
+    std::string word;
+    for (char c : value + ",") {
+      if (c == ' ') continue;
+      if (c != ',') word += c;
+      else if (!word.empty()) target.push_back(std::exchange(word, {}));
+    }
+    return true;
+  };
+}
+
+std::map<std::string, Setter> Parameters(SipProfile& profile) {
+  MediaSettings& media = profile.media;
+  return {{"sip-ip", NumericAddress(profile.sip_address)},
+          {"sip-port", NumberBetween(profile.sip_port, 0, 65535)},
+          {"context", Word(profile.context)},
+          {"leg-timeout", NumberBetween(profile.leg_timeout_seconds, 1, 3600)},
+          {"codec-prefs", CommaList(profile.codec_prefs)},
+          {"dtmf-type", DtmfType(media.telephone_events)},
+          {"rfc2833-pt", NumberBetween(media.telephone_event_type, 96, 127)},
+          {"inband-dtmf-to-rfc2833", TruthValue(media.inband_dtmf_to_events)},
+          {"silence-suppression", TruthValue(media.silence_suppression)},
+          {"suppress-cng", TruthValue(media.suppress_comfort_noise)},
+          {"sid", TruthValue(media.sid)},
+          {"g729-annexb", TruthValue(media.g729_annex_b)},
+          {"rtp-ipv4-tos", NumberBetween(media.ipv4_tos, 0, 255)},
+          {"rtp-ipv6-traffic-class", NumberBetween(media.ipv6_traffic_class, 0, 255)},
+          {"rtp-hop-limit", NumberBetween(media.hop_limit, 1, 255)},
+          {"rtp-timeout-sec", NumberBetween(media.rtp_timeout_seconds, 0, 86400)},
+          {"remote-address-detection", TruthValue(media.remote_address_detection)},
+          {"auto-local-port-renew", TruthValue(media.auto_local_port_renew)},
+          {"asymmetric-dynamic-payload", TruthValue(media.asymmetric_dynamic_payload)}};
+}
+
+bool ApplyParameter(const LocatedElement& param, const std::map<std::string, Setter>& known, const SipProfile& profile,
+                    std::string& error) {
+  const std::string* name = param.Attribute("name");
+  const std::string* value = param.Attribute("value");
+  if (!name || !value) {
+    error = At(profile.file, param) + "a \"param\" needs \"name\" and \"value\"";
+    return false;
+  }
+  auto setter = known.find(*name);
+  if (setter == known.end()) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sunknown parameter \"%s\", ignored\n",
+                      At(profile.file, param).c_str(), name->c_str());
+    return true;
+  }
+  std::string expected;
+  if (setter->second(*value, expected)) return true;
+  error = At(profile.file, param) + "\"" + *name + "\" is \"" + *value + "\", not " + expected;
+  return false;
+}
+
+}  // namespace
+
+bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error) {
+  LocatedElement root;
+  if (!ReadLocatedXml(path, root, error)) return false;
+  const std::string* name = root.Attribute("name");
+  if (root.name != "profile" || !name || name->empty()) {
+    error = At(path, root) + "expected <profile name=\"...\">, not <" + root.name + ">";
+    return false;
+  }
+  profile = {};
+  profile.file = path;
+  profile.name = *name;
+  const std::map<std::string, Setter> known = Parameters(profile);
+  for (const LocatedElement& section : root.children) {
+    if (section.name != "settings") continue;
+    for (const LocatedElement& param : section.children) {
+      if (param.name == "param" && !ApplyParameter(param, known, profile, error)) return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace kvx_switch

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// A SIP address to serve and what holds for every call through it: one file of conf/sip_profiles. Values only.
+namespace kvx_switch {
+
+/// What get_media and set_media are told for every leg of the profile.
+struct MediaSettings {
+  bool telephone_events = true;        ///< negotiate RFC 4733 events
+  uint8_t telephone_event_type = 101;  ///< payload type that we offer, 96 to 127
+  bool inband_dtmf_to_events = false;
+  bool silence_suppression = false;
+  bool suppress_comfort_noise = false;
+  bool sid = false;
+  bool g729_annex_b = true;
+  uint8_t ipv4_tos = 0;
+  uint8_t ipv6_traffic_class = 0;
+  uint8_t hop_limit = 64;            ///< 1 to 255
+  uint32_t rtp_timeout_seconds = 0;  ///< 0: never
+  bool remote_address_detection = false;
+  bool auto_local_port_renew = false;
+  bool asymmetric_dynamic_payload = false;
+};
+
+struct SipProfile {
+  std::string file;  ///< path it was read from
+  std::string name;
+  std::string sip_address = "127.0.0.1";  ///< numeric
+  uint16_t sip_port = 5060;               ///< 0: any free port
+  std::string context = "default";
+  uint32_t leg_timeout_seconds = 60;       ///< how long a called leg may ring
+  std::vector<std::string> codec_prefs;    ///< NAME@20i@8000h; empty: every registered codec
+  MediaSettings media;
+};
+
+/// False and `error`, as "file:line: what", when the file is malformed or a value is out of its range. A parameter that
+/// is not known is logged and passed over.
+bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error);
+
+}  // namespace kvx_switch

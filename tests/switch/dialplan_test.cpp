@@ -1,0 +1,155 @@
+#include "sip/dialplan.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "core/variables.h"
+#include "sip_temporary_directory.h"
+
+namespace kvx_switch {
+namespace {
+
+class DialplanFiles : public testing::Test {
+ protected:
+  std::shared_ptr<const Dialplan> Load(const std::string& text) {
+    path_ = directory_.Write("default.xml", text);
+    return Dialplan::Load(directory_.Path(), error_);
+  }
+
+  std::shared_ptr<const Dialplan> LoadExtensions(const std::string& extensions) {
+    return Load("<include>\n<context name=\"default\">\n" + extensions + "\n</context>\n</include>\n");
+  }
+
+  /// The mistake, without the file's path before it.
+  std::string ErrorOf(const std::string& text) {
+    EXPECT_EQ(Load(text), nullptr);
+    EXPECT_EQ(error_.compare(0, path_.size() + 1, path_ + ":"), 0) << error_;
+    return error_.substr(path_.size() + 1);
+  }
+
+  VariableLookup Variables(std::map<std::string, std::string> values) {
+    return [values = std::move(values)](const std::string& name) {
+      auto found = values.find(name);
+      return found == values.end() ? "" : found->second;
+    };
+  }
+
+  Route Find(const Dialplan& dialplan, const std::string& number) {
+    return dialplan.Find("default", Variables({{"destination_number", number}, {"caller_id_number", "300"}}));
+  }
+
+  TemporaryDirectory directory_;
+  std::string path_;
+  std::string error_;
+};
+
+TEST_F(DialplanFiles, FirstMatchingExtensionDecides) {
+  auto dialplan = LoadExtensions(
+      R"(<extension name="one"><condition field="destination_number" expression="^1...$">
+           <action application="bridge" data="sip:a@127.0.0.1:5070"/></condition></extension>
+         <extension name="all"><condition><action application="hangup" data="USER_BUSY"/></condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  Route route = Find(*dialplan, "1234");
+  EXPECT_EQ(route.extension, "one");
+  ASSERT_EQ(route.actions.size(), 1u);
+  EXPECT_EQ(route.actions[0].application, "bridge");
+  EXPECT_EQ(route.actions[0].data, "sip:a@127.0.0.1:5070");
+  EXPECT_EQ(Find(*dialplan, "9").extension, "all");
+}
+
+TEST_F(DialplanFiles, ContinuingExtensionAddsItsActions) {
+  auto dialplan = LoadExtensions(
+      R"(<extension name="first" continue="true"><condition><action application="log" data="a"/></condition></extension>
+         <extension name="second"><condition><action application="hangup"/></condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  Route route = Find(*dialplan, "1");
+  ASSERT_EQ(route.actions.size(), 2u);
+  EXPECT_EQ(route.actions[1].application, "hangup");
+}
+
+TEST_F(DialplanFiles, AllConditionsMustHold) {
+  auto dialplan = LoadExtensions(
+      R"(<extension name="x"><condition field="destination_number" expression="^2000$"/>
+           <condition field="caller_id_number" expression="^4"><action application="answer"/></condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  EXPECT_TRUE(Find(*dialplan, "2000").actions.empty());
+  EXPECT_EQ(dialplan->Find("default", Variables({{"destination_number", "2000"}, {"caller_id_number", "44"}})).actions.size(),
+            1u);
+}
+
+TEST_F(DialplanFiles, GroupsReachTheActions) {
+  auto dialplan = LoadExtensions(
+      R"(<extension name="x"><condition field="destination_number" expression="^(\d)(\d+)$">
+           <action application="bridge" data="sip:$2@host$1.example$9:$"/></condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  EXPECT_EQ(Find(*dialplan, "7123").actions[0].data, "sip:123@host7.example:$");
+}
+
+TEST_F(DialplanFiles, GlobalVariablesAreReplacedWhenTheFileIsRead) {
+  OverrideVariable("dialplan_test_phone", "127.0.0.1:5999");
+  auto dialplan = LoadExtensions(
+      R"(<extension name="x"><condition><action application="bridge" data="sip:x@$${dialplan_test_phone}"/></condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  EXPECT_EQ(Find(*dialplan, "1").actions[0].data, "sip:x@127.0.0.1:5999");
+}
+
+TEST_F(DialplanFiles, ContextsOfSeveralFilesComeTogether) {
+  directory_.Write("a.xml", R"(<context name="default"><extension name="a"><condition field="destination_number"
+      expression="^1$"><action application="answer"/></condition></extension></context>)");
+  directory_.Write("b.xml", R"(<context name="default"><extension name="b"><condition><action application="answer"/>
+      </condition></extension></context>)");
+  directory_.Write("ignored.txt", "<not xml");
+  auto dialplan = Dialplan::Load(directory_.Path(), error_);
+  ASSERT_TRUE(dialplan) << error_;
+  EXPECT_EQ(Find(*dialplan, "1").extension, "a");
+  EXPECT_EQ(Find(*dialplan, "2").extension, "b");
+  EXPECT_TRUE(dialplan->HasContext("default"));
+  EXPECT_FALSE(dialplan->HasContext("public"));
+  EXPECT_TRUE(dialplan->Find("public", Variables({})).actions.empty());
+}
+
+TEST_F(DialplanFiles, MistakesNameFileAndLine) {
+  EXPECT_EQ(ErrorOf("<include>\n<context name=\"default\">\n</include>\n"), "3: mismatched tag");
+  EXPECT_EQ(ErrorOf("<dialplan/>"), "1: expected <include> or <context>, not <dialplan>");
+  EXPECT_EQ(ErrorOf("<include>\n<context>\n</context></include>"), "2: a context needs a name");
+  EXPECT_EQ(ErrorOf("<context name=\"c\">\n\n<action/></context>"), "3: expected <extension>, not <action>");
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition field=\"x\"/></extension></context>"),
+            "2: a condition needs both \"field\" and \"expression\", or neither");
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition break=\"never\"/></extension></context>"),
+            "2: a condition has no attribute \"break\"");
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\"><condition>\n\n<action application=\"fly\"/>"
+                    "</condition></extension></context>"),
+            "3: there is no application \"fly\"");
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\"></extension></context>"),
+            "1: extension \"e\" has no condition");
+  std::string regex = ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition field=\"x\" expression=\"(\"/>"
+                              "</extension></context>");
+  EXPECT_EQ(regex.compare(0, 19, "2: expression \"(\": ", 19), 0) << regex;
+}
+
+TEST_F(DialplanFiles, MissingDirectoryIsNamed) {
+  EXPECT_EQ(Dialplan::Load(directory_.Path() + "/none", error_), nullptr);
+  EXPECT_EQ(error_, directory_.Path() + "/none: cannot be listed: No such file or directory");
+}
+
+TEST_F(DialplanFiles, VeryLongNumbersMatchNothing) {
+  auto dialplan = LoadExtensions(
+      R"(<extension name="x"><condition field="destination_number" expression="(a|b)*"><action application="answer"/>
+         </condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  EXPECT_TRUE(Find(*dialplan, std::string(100000, 'a')).actions.empty());
+}
+
+TEST(DialplanVariables, AreReplacedOnceOnly) {
+  VariableLookup lookup = [](const std::string& name) {
+    if (name == "a") return std::string("${b}");
+    return name == "b" ? std::string("secret") : std::string();
+  };
+  EXPECT_EQ(ExpandChannelVariables("<${a}|${b}|${none}>", lookup), "<${b}|secret|>");
+  EXPECT_EQ(ExpandChannelVariables("$ { ${b", lookup), "$ { ${b");
+}
+
+}  // namespace
+}  // namespace kvx_switch

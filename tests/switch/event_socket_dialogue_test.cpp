@@ -1,0 +1,147 @@
+#include "console/event_socket_dialogue.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kvx_switch {
+namespace {
+
+constexpr char kGoodbye[] = "Content-Type: text/disconnect-notice\nContent-Length: 23\n\nDisconnected, goodbye.\n";
+
+std::string reply(const std::string& text) {
+  return "Content-Type: command/reply\nReply-Text: " + text + "\n\n";
+}
+
+class EventSocketDialogueTest : public testing::Test {
+ protected:
+  std::string Ask(const std::string& command, const std::string& arguments = "") {
+    EventSocketRequest request;
+    request.command = command;
+    request.arguments = arguments;
+    return dialogue_.Answer(request);
+  }
+
+  std::vector<std::pair<std::string, std::string>> calls_;
+  std::string output_ = "done\n";
+  EventSocketDialogue dialogue_{"secret", "127.0.0.1:5", [this](const std::string& command, const std::string& args) {
+                                  calls_.emplace_back(command, args);
+                                  return output_;
+                                }};
+};
+
+TEST_F(EventSocketDialogueTest, AsksForThePasswordFirst) {
+  EXPECT_EQ(dialogue_.Greeting(), "Content-Type: auth/request\n\n");
+  EXPECT_FALSE(dialogue_.logged_in());
+  EXPECT_FALSE(dialogue_.over());
+}
+
+TEST_F(EventSocketDialogueTest, AcceptsTheRightPassword) {
+  EXPECT_EQ(Ask("auth", "secret"), reply("+OK accepted"));
+  EXPECT_TRUE(dialogue_.logged_in());
+  EXPECT_FALSE(dialogue_.over());
+}
+
+TEST_F(EventSocketDialogueTest, RefusesEveryOtherPassword) {
+  for (const char* guess : {"", "s", "secre", "secrets", "SECRET", "secretsecret"}) {
+    EventSocketDialogue dialogue("secret", "127.0.0.1:5", [](auto&, auto&) { return ""; });
+    EventSocketRequest request;
+    request.command = "auth";
+    request.arguments = guess;
+    EXPECT_EQ(dialogue.Answer(request), reply("-ERR invalid")) << guess;
+    EXPECT_FALSE(dialogue.logged_in()) << guess;
+  }
+}
+
+TEST_F(EventSocketDialogueTest, EndsAfterThreeWrongPasswords) {
+  EXPECT_EQ(Ask("auth", "a"), reply("-ERR invalid"));
+  EXPECT_EQ(Ask("auth", "b"), reply("-ERR invalid"));
+  EXPECT_FALSE(dialogue_.over());
+  EXPECT_EQ(Ask("auth", "c"), reply("-ERR invalid") + kGoodbye);
+  EXPECT_TRUE(dialogue_.over());
+  EXPECT_FALSE(dialogue_.logged_in());
+}
+
+TEST_F(EventSocketDialogueTest, KnowsNoApiBeforeThePassword) {
+  EXPECT_EQ(Ask("api", "status"), reply("-ERR command not found"));
+  EXPECT_TRUE(calls_.empty());
+}
+
+TEST_F(EventSocketDialogueTest, LetsGoAtExitEvenBeforeThePassword) {
+  EXPECT_EQ(Ask("exit"), reply("+OK bye") + kGoodbye);
+  EXPECT_TRUE(dialogue_.over());
+}
+
+TEST_F(EventSocketDialogueTest, TakesCommandNamesInAnyCase) {
+  EXPECT_EQ(Ask("AUTH", "secret"), reply("+OK accepted"));
+  EXPECT_EQ(Ask("Exit"), reply("+OK bye") + kGoodbye);
+}
+
+TEST_F(EventSocketDialogueTest, AnswersUnknownCommandsAndGoesOn) {
+  Ask("auth", "secret");
+  for (const char* command : {"", "apis", "ap", "sendmsg", "api\tstatus"}) {
+    EXPECT_EQ(Ask(command), reply("-ERR command not found")) << command;
+  }
+  EXPECT_FALSE(dialogue_.over());
+  EXPECT_TRUE(dialogue_.logged_in());
+}
+
+TEST_F(EventSocketDialogueTest, RunsApiCommandsWithTheirArguments) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("api", "show   calls  now "), "Content-Type: api/response\nContent-Length: 5\n\ndone\n");
+  EXPECT_EQ(Ask("api", "status"), "Content-Type: api/response\nContent-Length: 5\n\ndone\n");
+  EXPECT_EQ(Ask("api", "status "), "Content-Type: api/response\nContent-Length: 5\n\ndone\n");
+  ASSERT_EQ(calls_.size(), 3u);
+  EXPECT_EQ(calls_[0], std::make_pair(std::string("show"), std::string("calls  now ")));
+  EXPECT_EQ(calls_[1], std::make_pair(std::string("status"), std::string()));
+  EXPECT_EQ(calls_[2], std::make_pair(std::string("status"), std::string()));
+}
+
+TEST_F(EventSocketDialogueTest, CountsTheBodyInBytes) {
+  Ask("auth", "secret");
+  output_ = "\xc3\xbc\n\n";
+  EXPECT_EQ(Ask("api", "x"), "Content-Type: api/response\nContent-Length: 4\n\n\xc3\xbc\n\n");
+}
+
+TEST_F(EventSocketDialogueTest, NeverSendsAnEmptyBody) {
+  Ask("auth", "secret");
+  output_.clear();
+  EXPECT_EQ(Ask("api", "x"), "Content-Type: api/response\nContent-Length: 14\n\n-ERR no reply\n");
+}
+
+TEST_F(EventSocketDialogueTest, WantsACommandBehindApi) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("api"), reply("-ERR no api command given"));
+  EXPECT_TRUE(calls_.empty());
+}
+
+TEST_F(EventSocketDialogueTest, TurnsAnExceptionOfACommandIntoItsAnswer) {
+  EventSocketDialogue dialogue("secret", "127.0.0.1:5",
+                               [](auto&, auto&) -> std::string { throw std::runtime_error("no such tree"); });
+  EventSocketRequest request;
+  request.command = "auth";
+  request.arguments = "secret";
+  dialogue.Answer(request);
+  request.command = "api";
+  request.arguments = "x";
+  EXPECT_EQ(dialogue.Answer(request), "Content-Type: api/response\nContent-Length: 18\n\n-ERR no such tree\n");
+  EXPECT_FALSE(dialogue.over());
+}
+
+TEST_F(EventSocketDialogueTest, EndsAfterBytesThatAreNoRequest) {
+  EXPECT_EQ(dialogue_.AnswerUnreadable(EventSocketRequestParser::Result::kTooLarge),
+            reply("-ERR request too large") + kGoodbye);
+  EXPECT_TRUE(dialogue_.over());
+  EXPECT_EQ(dialogue_.AnswerUnreadable(EventSocketRequestParser::Result::kMalformed),
+            reply("-ERR malformed request") + kGoodbye);
+}
+
+TEST_F(EventSocketDialogueTest, SaysWhyTheSwitchEndsIt) {
+  EXPECT_EQ(dialogue_.Farewell("Enough."), "Content-Type: text/disconnect-notice\nContent-Length: 8\n\nEnough.\n");
+  EXPECT_TRUE(dialogue_.over());
+}
+
+}  // namespace
+}  // namespace kvx_switch

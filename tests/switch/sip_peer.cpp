@@ -1,0 +1,189 @@
+#include "sip_peer.h"
+
+#include <poll.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace kvx_switch {
+
+namespace {
+
+constexpr std::chrono::seconds kLimit{10};
+
+std::string WithCrlf(const std::string& text) {
+  std::string result;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) result += '\r';
+    result += text[i];
+  }
+  return result;
+}
+
+SipMessage Parse(const std::string& text) {
+  SipMessage message;
+  size_t position = text.find("\r\n");
+  message.start_line = text.substr(0, position);
+  while (position != std::string::npos) {
+    position += 2;
+    size_t end = text.find("\r\n", position);
+    if (end == std::string::npos || end == position) break;
+    std::string line = text.substr(position, end - position);
+    size_t colon = line.find(':');
+    if (colon != std::string::npos) {
+      size_t value = std::min(line.find_first_not_of(" ", colon + 1), line.size());
+      message.headers.emplace_back(line.substr(0, colon), line.substr(value));
+    }
+    position = end;
+  }
+  size_t blank = text.find("\r\n\r\n");
+  if (blank != std::string::npos) message.body = text.substr(blank + 4);
+  return message;
+}
+
+std::string Tag(const std::string& value) {
+  size_t start = value.find(";tag=");
+  if (start == std::string::npos) return "";
+  start += 5;
+  return value.substr(start, value.find(';', start) - start);
+}
+
+std::string BodyHeaders(const std::string& sdp) {
+  const std::string body = WithCrlf(sdp);
+  return (body.empty() ? "" : "Content-Type: application/sdp\n") + ("Content-Length: " + std::to_string(body.size())) +
+         "\n\n" + body;
+}
+
+}  // namespace
+
+int SipMessage::Status() const {
+  return start_line.compare(0, 8, "SIP/2.0 ") == 0 ? std::atoi(start_line.c_str() + 8) : 0;
+}
+
+std::string SipMessage::Method() const {
+  return Status() ? "" : start_line.substr(0, start_line.find(' '));
+}
+
+std::string SipMessage::Header(const std::string& name) const {
+  for (const auto& [key, value] : headers) {
+    if (strcasecmp(key.c_str(), name.c_str()) == 0) return value;
+  }
+  return "";
+}
+
+std::string SipMessage::CSeqMethod() const {
+  std::string sequence = Header("CSeq");
+  size_t blank = sequence.find(' ');
+  return blank == std::string::npos ? "" : sequence.substr(blank + 1);
+}
+
+SipPeer::SipPeer(const std::string& switch_address) : switch_(*test_support::parse_udp_address(switch_address)) {}
+
+std::string SipPeer::Sdp(const std::string& formats, const std::string& lines) {
+  return "v=0\no=- 1 1 IN IP4 127.0.0.1\ns=test call\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 40000 RTP/AVP " + formats +
+         "\n" + lines;
+}
+
+void SipPeer::SendRaw(const std::string& text) {
+  const std::string bytes = WithCrlf(text);
+  socket_.SendTo(switch_, {bytes.begin(), bytes.end()});
+}
+
+std::string SipPeer::Request(const std::string& method, int sequence, const std::string& branch,
+                             const std::string& to_tag, const std::string& more_headers, const std::string& sdp) const {
+  return method + " sip:" + number_ + "@" + switch_.ToString() + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
+         ";branch=" + branch + ";rport\nMax-Forwards: 70\nFrom: \"Al \\\"Ice\\\"\" <sip:alice@" + Address() +
+         ">;tag=alice" + std::to_string(calls_) + "\nTo: <sip:" + number_ + "@" + switch_.ToString() + ">" +
+         (to_tag.empty() ? "" : ";tag=" + to_tag) + "\nCall-ID: " + call_id_ + "\nCSeq: " + std::to_string(sequence) +
+         " " + method + "\nContact: <sip:alice@" + Address() + ">\n" + more_headers + BodyHeaders(sdp);
+}
+
+void SipPeer::SendInvite(const std::string& number, const std::string& sdp, const std::string& more_headers) {
+  ++calls_;
+  number_ = number;
+  call_id_ = "call-" + std::to_string(calls_) + "-" + std::to_string(socket_.Port());
+  branch_ = "z9hG4bK-" + call_id_;
+  remote_tag_.clear();
+  seen_.clear();
+  SendRaw(Request("INVITE", 1, branch_, "", more_headers, sdp));
+}
+
+void SipPeer::SendAck(const SipMessage& response) {
+  remote_tag_ = Tag(response.Header("To"));
+  bool answered = response.Status() < 300;
+  SendRaw(Request("ACK", 1, answered ? branch_ + "-ack" : branch_, remote_tag_, "", ""));
+}
+
+void SipPeer::SendCancel(const std::string& more_headers) {
+  SendRaw(Request("CANCEL", 1, branch_, "", more_headers, ""));
+}
+
+void SipPeer::SendBye(const std::string& more_headers) {
+  SendRaw(Request("BYE", 2, branch_ + "-bye", remote_tag_, more_headers, ""));
+}
+
+void SipPeer::Reply(const SipMessage& request, int status, const std::string& more_headers, const std::string& sdp) {
+  std::string text = "SIP/2.0 " + std::to_string(status) + " Whatever\n";
+  for (const auto& [name, value] : request.headers) {
+    bool copied = strcasecmp(name.c_str(), "Via") == 0 || strcasecmp(name.c_str(), "From") == 0 ||
+                  strcasecmp(name.c_str(), "Call-ID") == 0 || strcasecmp(name.c_str(), "CSeq") == 0;
+    if (copied) text += name + ": " + value + "\n";
+    if (strcasecmp(name.c_str(), "To") == 0) {
+      text += name + ": " + value + (Tag(value).empty() && status > 100 ? ";tag=bob" : "") + "\n";
+    }
+  }
+  SendRaw(text + "Contact: <sip:bob@" + Address() + ">\n" + more_headers + BodyHeaders(sdp));
+}
+
+void SipPeer::SendByeAsCalled(const SipMessage& invite, const std::string& more_headers) {
+  std::string contact = invite.Header("Contact");
+  size_t start = contact.find('<') + 1;
+  SendRaw("BYE " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
+          ";branch=z9hG4bK-bob-bye;rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") + ";tag=bob\nTo: " +
+          invite.Header("From") + "\nCall-ID: " + invite.Header("Call-ID") + "\nCSeq: 1 BYE\n" + more_headers +
+          "Content-Length: 0\n\n");
+}
+
+std::optional<SipMessage> SipPeer::Receive(std::chrono::steady_clock::time_point deadline) {
+  while (true) {
+    while (std::optional<test_support::UdpDatagram> datagram = socket_.Receive()) {
+      std::string text(datagram->data.begin(), datagram->data.end());
+      if (std::find(seen_.begin(), seen_.end(), text) != seen_.end()) continue;
+      seen_.push_back(text);
+      return Parse(text);
+    }
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return std::nullopt;
+    pollfd descriptor{socket_.Descriptor(), POLLIN, 0};
+    poll(&descriptor, 1, static_cast<int>(left.count()));
+  }
+}
+
+std::optional<SipMessage> SipPeer::AwaitResponse(const std::string& method) {
+  const auto deadline = std::chrono::steady_clock::now() + kLimit;
+  while (std::optional<SipMessage> message = Receive(deadline)) {
+    if (message->Status() > 100 && message->CSeqMethod() == method) return message;
+    if (message->Method() == "BYE") Reply(*message, 200);
+  }
+  return std::nullopt;
+}
+
+std::optional<SipMessage> SipPeer::AwaitRequest(const std::string& method) {
+  const auto deadline = std::chrono::steady_clock::now() + kLimit;
+  while (std::optional<SipMessage> message = Receive(deadline)) {
+    if (message->Method() == method) return message;
+    if (message->Method() == "BYE") Reply(*message, 200);
+  }
+  return std::nullopt;
+}
+
+bool SipPeer::StaysSilent(const std::string& method, std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (std::optional<SipMessage> message = Receive(deadline)) {
+    if (message->Method() == method || (message->Status() && message->CSeqMethod() == method)) return false;
+  }
+  return true;
+}
+
+}  // namespace kvx_switch

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/udp_socket.h"
+
+namespace kvx_switch {
+
+struct SipMessage {
+  std::string start_line;
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+
+  int Status() const;          ///< 0 for a request
+  std::string Method() const;  ///< of a request; "" for a response
+  std::string Header(const std::string& name) const;
+  std::string CSeqMethod() const;
+};
+
+/// A phone made of one socket and text: sends what a test tells it to and hands over what comes, so that a test can do
+/// what no well-behaved phone does. One call at a time; the time limits are generous, since only a failure waits for
+/// them.
+class SipPeer {
+ public:
+  explicit SipPeer(const std::string& switch_address);
+
+  std::string Address() const { return "127.0.0.1:" + std::to_string(socket_.Port()); }
+
+  /// Sends text as it stands, with every line end made CRLF.
+  void SendRaw(const std::string& text);
+
+  // As a calling phone.
+  void SendInvite(const std::string& number, const std::string& sdp, const std::string& more_headers = "");
+  /// ACK for the final response that came (to a 2xx a transaction of its own).
+  void SendAck(const SipMessage& response);
+  void SendCancel(const std::string& more_headers = "");
+  void SendBye(const std::string& more_headers = "");
+
+  // As a called phone.
+  void Reply(const SipMessage& request, int status, const std::string& more_headers = "", const std::string& sdp = "");
+  /// BYE inside the call that `invite` set up and this peer answered.
+  void SendByeAsCalled(const SipMessage& invite, const std::string& more_headers = "");
+
+  /// The next response to INVITE other than 100, or to another method; empty when none comes in time.
+  std::optional<SipMessage> AwaitResponse(const std::string& method = "INVITE");
+  /// The next request of that method; others that come meanwhile are answered 200 (BYE) or passed over.
+  std::optional<SipMessage> AwaitRequest(const std::string& method);
+  /// Nothing of that method comes within `limit`.
+  bool StaysSilent(const std::string& method, std::chrono::milliseconds limit);
+
+  /// Of a session description with one audio stream on this machine.
+  static std::string Sdp(const std::string& formats = "0 8", const std::string& lines = "");
+
+ private:
+  std::optional<SipMessage> Receive(std::chrono::steady_clock::time_point deadline);
+  std::string Request(const std::string& method, int sequence, const std::string& branch, const std::string& to_tag,
+                      const std::string& more_headers, const std::string& sdp) const;
+
+  test_support::UdpSocket socket_;
+  test_support::UdpAddress switch_;
+  int calls_ = 0;
+  std::string number_;
+  std::string call_id_;
+  std::string branch_;
+  std::string remote_tag_;
+  std::vector<std::string> seen_;  ///< messages already handed over, to pass over their repetitions
+};
+
+}  // namespace kvx_switch
