@@ -1,0 +1,67 @@
+#include "leg_lookup.h"
+
+#include "mod_kelvaro_media_server.h"
+
+namespace kvx_media_server {
+
+const char* const kNoMediaSessionMessage =
+    "Cannot find Media Session in (fsuuid=%s; msuuid=%s) in media sessions Table\n";
+
+std::unique_lock<std::mutex> hold_legs() {
+  static std::mutex mutex;
+  return std::unique_lock<std::mutex>(mutex);
+}
+
+boost::optional<Leg> find_leg(const std::string& fs_uuid, const LegLookupMessages& messages) {
+  const auto& uuids = mod_globals->GetFSUuidTable();
+  const auto& sessions = mod_globals->GetMSTable();
+
+  auto held = hold_legs();
+  if (!uuids->IsFSUuidAlreadyThere(fs_uuid)) {
+    held.unlock();
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.unknown_leg, fs_uuid.c_str());
+    objects_cleanup(fs_uuid.c_str());
+    return boost::none;
+  }
+
+  const boost::uuids::uuid ms_uuid = uuids->GetMediaSessionUuid(fs_uuid);
+  if (!sessions->GetMediaSession(ms_uuid)) {
+    held.unlock();
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.no_media_session, fs_uuid.c_str(),
+                      uuid_to_text(ms_uuid).c_str());
+    return boost::none;
+  }
+
+  const auto connection = sessions->GetNetworkConnection(ms_uuid, fs_uuid);
+  if (!connection) {
+    held.unlock();
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.no_connection, fs_uuid.c_str(),
+                      uuid_to_text(ms_uuid).c_str());
+    objects_cleanup(fs_uuid.c_str());
+    return boost::none;
+  }
+  return Leg{fs_uuid, ms_uuid, *connection};
+}
+
+OwnMediaSession lock_media_session_of(const std::string& fs_uuid) {
+  const auto& uuids = mod_globals->GetFSUuidTable();
+  for (;;) {
+    OwnMediaSession own;
+    {
+      const auto held = hold_legs();
+      own.ms_uuid = uuids->GetMediaSessionUuid(fs_uuid);
+      if (own.ms_uuid.is_nil()) return own;
+      own.record = mod_globals->GetMSTable()->GetFSMediaSession(own.ms_uuid).get_value_or(own.record);
+      if (!own.record) return own;
+    }
+    own.lock = boost::unique_lock<boost::recursive_mutex>(own.record->mutex_);
+    if (uuids->GetMediaSessionUuid(fs_uuid) == own.ms_uuid) return own;
+  }
+}
+
+void forget_fs_uuid(const std::string& fs_uuid) {
+  const auto& uuids = mod_globals->GetFSUuidTable();
+  if (uuids->IsFSUuidAlreadyThere(fs_uuid)) uuids->UnregisterMediaSession(fs_uuid);
+}
+
+}  // namespace kvx_media_server
