@@ -1,0 +1,101 @@
+#include "switch_call_fixture.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace end_to_end {
+
+using std::chrono::seconds;
+using test_support::CallTrial;
+using test_support::CallTrialSettings;
+using test_support::RtpCallResult;
+using test_support::SippAgent;
+using test_support::SippCallFields;
+using test_support::SippSettings;
+using test_support::SwitchProcess;
+
+bool has_line(const std::string& log, const std::vector<std::string>& texts) {
+  std::istringstream in(log);
+  for (std::string line; std::getline(in, line);) {
+    if (std::all_of(texts.begin(), texts.end(),
+                    [&line](const std::string& text) { return line.find(text) != std::string::npos; })) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void SwitchCall::StartWithPhones(CallTrialSettings settings) {
+  settings.directory = directory_.Path();
+  trial_ = std::make_unique<CallTrial>(settings);
+  StartSwitch(trial_->CalleeAddress().ToString());
+}
+
+void SwitchCall::StartSwitch(const std::string& phone_b) {
+  switch_settings_.directory = directory_.Path();
+  switch_settings_.variables.emplace_back("phone_b", phone_b);
+  switch_ = std::make_unique<SwitchProcess>(switch_settings_);
+  switch_->WaitReady(seconds(60));
+  before_ = switch_->SettledHoldings();
+}
+
+void SwitchCall::ExpectCallsToCarrySpeech(std::size_t calls) {
+  trial_->Dial(switch_->Sip(), calls);
+  trial_->WaitEstablished(seconds(30));
+  const auto counts = test_support::ask_counts(*switch_);
+  EXPECT_EQ(counts.sessions, static_cast<long>(2 * calls));
+  EXPECT_EQ(counts.media_sessions, static_cast<long>(calls));
+  const auto results = trial_->Talk();
+  ASSERT_EQ(results.size(), calls);
+  for (std::size_t call = 0; call < calls; ++call) {
+    SCOPED_TRACE("call " + std::to_string(call));
+    const RtpCallResult& result = results[call];
+    EXPECT_TRUE(result.to_callee.Passed()) << "to the callee: " << result.to_callee.Reasons();
+    EXPECT_TRUE(result.to_caller.Passed()) << "to the caller: " << result.to_caller.Reasons();
+    EXPECT_EQ(result.to_callee.received, result.to_callee.sent);
+    EXPECT_EQ(result.to_caller.received, result.to_caller.sent);
+  }
+}
+
+void SwitchCall::ExpectHungUp() {
+  ASSERT_NO_THROW(trial_->WaitHungUp(seconds(30)));
+  ASSERT_NO_THROW(trial_->WaitCalleeDone(seconds(30)));
+}
+
+void SwitchCall::ExpectAtRest() {
+  const auto rest = test_support::await_rest(*switch_, before_, seconds(15));
+  EXPECT_TRUE(rest.AtRest()) << rest.Faults();
+}
+
+void SwitchCall::ExpectCleanStop() {
+  ASSERT_NO_THROW(switch_->Stop(seconds(30)));
+  for (const std::string& line : test_support::error_lines(switch_->Log())) ADD_FAILURE() << line;
+}
+
+int SwitchCall::RefusedWith(const std::string& scenario, const std::string& dialled, const SippCallFields& fields) {
+  SippSettings settings;
+  settings.name = "refused_" + std::to_string(refused_calls_++);
+  settings.scenario = scenario;
+  settings.dialled = dialled;
+  settings.remote = switch_->Sip();
+  settings.directory = directory_.Path();
+  settings.calls = {fields};
+  settings.calls[0].number = "3999";
+  settings.calls[0].media_port = 40000;  // nothing is ever sent there
+  settings.limit = seconds(50);
+  SippAgent caller(settings);
+  const auto exit = caller.WaitForExit(seconds(60));
+  EXPECT_TRUE(exit && exit->Succeeded()) << caller.Account();
+  const auto dialogue = caller.Dialogue("3999");
+  const auto* answer = dialogue ? dialogue->FinalAnswer() : nullptr;
+  EXPECT_NE(answer, nullptr) << caller.Account();
+  return answer != nullptr ? answer->Status() : 0;
+}
+
+void SwitchCall::ExpectLogLine(const std::vector<std::string>& texts) {
+  const bool found = test_support::wait_until(seconds(5), [&] { return has_line(switch_->Log(), texts); });
+  EXPECT_TRUE(found) << "no line of the log has " << testing::PrintToString(texts) << "\n"
+                     << test_support::last_lines(switch_->Log(), 40);
+}
+
+}  // namespace end_to_end

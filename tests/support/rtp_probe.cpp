@@ -1,0 +1,191 @@
+#include "support/rtp_probe.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+namespace test_support {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// One direction of a call, driven by the loop below: it is told the time and the packets that arrived.
+class Direction {
+ public:
+  Direction(const RtpDirectionSettings& settings, RtpPhone& from, const RtpExchangeLimits& limits)
+      : settings_(settings), from_(from), limits_(limits), talk_(settings.talk) {}
+
+  void Start(Clock::time_point now) {
+    started_ = now;
+    next_ = now;
+  }
+
+  void Heard(const UdpDatagram& datagram, Clock::time_point now) {
+    auto packet = parse_rtp(datagram.data.data(), datagram.data.size());
+    if (packet) {
+      record_.received.push_back({std::move(*packet), datagram.from.ToString(), now});
+    } else {
+      ++record_.unreadable;
+    }
+  }
+
+  // Sends what is due; returns when it wants to be called again.
+  Clock::time_point Speak(Clock::time_point now) {
+    while (!Done(now) && next_ <= now) Step(now);
+    return Done(now) ? now + milliseconds(20) : std::max(next_, now);
+  }
+
+  bool Done(Clock::time_point now) {
+    if (gave_up_) return true;
+    if (!scripted_ || spoken_ < script_.size()) return false;
+    if (!complete_ && record_.received.size() >= record_.sent.size() - missed_) complete_ = now;
+    return complete_ ? now >= *complete_ + limits_.afterwards : now >= last_sent_ + limits_.last_packet;
+  }
+
+  RtpComparison Compare() const { return compare_rtp(record_, settings_.expected); }
+
+ private:
+  void Step(Clock::time_point now) {
+    if (!scripted_) {
+      if (!record_.received.empty()) {
+        BeginScript();
+      } else if (now - started_ > limits_.path_open) {
+        gave_up_ = true;
+      } else {
+        Send({talk_.Prime(), RtpKind::kPriming}, now);
+        next_ += settings_.talk.codec.ptime;
+      }
+      return;
+    }
+    if (spoken_ == script_.size()) {
+      next_ = now + milliseconds(5);  // nothing left to say; look again whether all has arrived
+      return;
+    }
+    Send({script_[spoken_].packet, script_[spoken_].kind}, now);
+    ++spoken_;
+    next_ = spoken_ < script_.size() ? script_start_ + script_[spoken_].due : now + milliseconds(5);
+  }
+
+  void BeginScript() {
+    scripted_ = true;
+    script_ = talk_.Script();
+    script_start_ = next_;
+    const auto& first = record_.received.front().packet.payload;
+    while (missed_ < record_.sent.size() && record_.sent[missed_].packet.payload != first) ++missed_;
+    if (missed_ == record_.sent.size()) missed_ = 0;
+  }
+
+  void Send(SentPacket sent, Clock::time_point now) {
+    // A packet that the system refuses to take counts as sent: the comparison then misses it.
+    from_.Rtp().SendTo(settings_.to, serialise_rtp(sent.packet));
+    record_.sent.push_back(std::move(sent));
+    last_sent_ = now;
+  }
+
+  RtpDirectionSettings settings_;
+  RtpPhone& from_;
+  RtpExchangeLimits limits_;
+  RtpTalk talk_;
+  RtpRecord record_;
+  std::vector<PlannedPacket> script_;
+  std::size_t spoken_ = 0;
+  std::size_t missed_ = 0;
+  bool scripted_ = false;
+  bool gave_up_ = false;
+  Clock::time_point started_;
+  Clock::time_point script_start_;
+  Clock::time_point next_;
+  Clock::time_point last_sent_;
+  std::optional<Clock::time_point> complete_;
+};
+
+struct Call {
+  Call(const RtpCallSettings& settings, const RtpExchangeLimits& limits)
+      : caller(*settings.caller),
+        callee(*settings.callee),
+        to_callee(settings.to_callee, caller, limits),
+        to_caller(settings.to_caller, callee, limits) {}
+
+  RtpPhone& caller;
+  RtpPhone& callee;
+  Direction to_callee;
+  Direction to_caller;
+  std::size_t rtcp_at_caller = 0;
+  std::size_t rtcp_at_callee = 0;
+};
+
+void listen(UdpSocket& socket, Direction& direction) {
+  while (auto datagram = socket.Receive()) direction.Heard(*datagram, Clock::now());
+}
+
+std::size_t count(UdpSocket& socket) {
+  std::size_t datagrams = 0;
+  while (socket.Receive()) ++datagrams;
+  return datagrams;
+}
+
+void listen(Call& call) {
+  listen(call.callee.Rtp(), call.to_callee);
+  listen(call.caller.Rtp(), call.to_caller);
+  call.rtcp_at_caller += count(call.caller.Rtcp());
+  call.rtcp_at_callee += count(call.callee.Rtcp());
+}
+
+void wait_for_packets(const std::vector<std::unique_ptr<Call>>& calls, Clock::time_point until) {
+  std::vector<pollfd> polled;
+  for (const auto& call : calls) {
+    for (int descriptor : {call->caller.Rtp().Descriptor(), call->callee.Rtp().Descriptor()}) {
+      polled.push_back({descriptor, POLLIN, 0});
+    }
+  }
+  const auto rest = std::chrono::duration_cast<milliseconds>(until - Clock::now()).count();
+  poll(polled.data(), polled.size(), static_cast<int>(std::clamp<long>(rest, 0, 20)));
+}
+
+}  // namespace
+
+RtpPhone::RtpPhone() {
+  for (int attempt = 0; attempt < 200; ++attempt) {
+    UdpSocket rtp;
+    if (rtp.Port() % 2 != 0) continue;
+    try {
+      rtcp_ = UdpSocket(static_cast<std::uint16_t>(rtp.Port() + 1));
+      rtp_ = std::move(rtp);
+      return;
+    } catch (const std::exception&) {  // the port after it is somebody else's: try another pair
+    }
+  }
+  throw std::runtime_error("no pair of free UDP ports on 127.0.0.1");
+}
+
+std::vector<RtpCallResult> exchange_rtp(const std::vector<RtpCallSettings>& settings, const RtpExchangeLimits& limits) {
+  std::vector<std::unique_ptr<Call>> calls;
+  for (const RtpCallSettings& one : settings) calls.push_back(std::make_unique<Call>(one, limits));
+  for (auto& call : calls) {
+    call->to_callee.Start(Clock::now());
+    call->to_caller.Start(Clock::now());
+  }
+  for (bool running = true; running;) {
+    running = false;
+    auto wake = Clock::now() + milliseconds(20);
+    for (auto& call : calls) {
+      listen(*call);
+      wake = std::min({wake, call->to_callee.Speak(Clock::now()), call->to_caller.Speak(Clock::now())});
+      running = running || !call->to_callee.Done(Clock::now()) || !call->to_caller.Done(Clock::now());
+    }
+    if (running) wait_for_packets(calls, wake);
+  }
+  std::vector<RtpCallResult> results;
+  for (auto& call : calls) {
+    listen(*call);
+    results.push_back(
+        {call->to_callee.Compare(), call->to_caller.Compare(), call->rtcp_at_caller, call->rtcp_at_callee});
+  }
+  return results;
+}
+
+}  // namespace test_support

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "support/rtp_comparison.h"
+#include "support/rtp_talk.h"
+#include "support/udp_socket.h"
+
+namespace test_support {
+
+/// The media side of one phone: an RTP socket on an even port and the RTCP socket on the port after it, so that
+/// reports for this phone never reach another one's RTP port.
+class RtpPhone {
+ public:
+  RtpPhone();
+
+  std::uint16_t Port() const { return rtp_.Port(); }
+  UdpSocket& Rtp() { return rtp_; }
+  UdpSocket& Rtcp() { return rtcp_; }
+
+ private:
+  UdpSocket rtp_;
+  UdpSocket rtcp_;
+};
+
+/// One direction: what `from` says to the media server at `to`, and what `at` hears of it.
+struct RtpDirectionSettings {
+  RtpTalkSettings talk;
+  UdpAddress to;
+  RtpExpectation expected;
+};
+
+struct RtpCallSettings {
+  RtpPhone* caller = nullptr;  // not owned; outlives the exchange
+  RtpPhone* callee = nullptr;
+  RtpDirectionSettings to_callee;
+  RtpDirectionSettings to_caller;
+};
+
+struct RtpCallResult {
+  RtpComparison to_callee;
+  RtpComparison to_caller;
+  std::size_t rtcp_at_caller = 0;  // datagrams on the RTCP ports
+  std::size_t rtcp_at_callee = 0;
+
+  bool Passed() const { return to_callee.Passed() && to_caller.Passed(); }
+};
+
+struct RtpExchangeLimits {
+  std::chrono::milliseconds path_open{5000};    // from the first priming packet to the first arrival
+  std::chrono::milliseconds last_packet{2000};  // from the last packet sent to the last arrival
+  std::chrono::milliseconds afterwards{100};    // listening on for what should not come
+};
+
+/// Speaks and listens on all calls at once, on the caller's thread, and compares both ends. Bounded by the longest
+/// script plus the limits.
+std::vector<RtpCallResult> exchange_rtp(const std::vector<RtpCallSettings>& calls,
+                                        const RtpExchangeLimits& limits = {});
+
+}  // namespace test_support

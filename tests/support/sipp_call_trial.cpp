@@ -1,0 +1,166 @@
+#include "support/sipp_call_trial.h"
+
+#include <random>
+#include <stdexcept>
+
+namespace test_support {
+namespace {
+
+std::string number_of(std::size_t call) {
+  return std::to_string(3000 + call);
+}
+
+RtpPhone* phone_at(std::vector<RtpPhone>& phones, int port) {
+  for (RtpPhone& phone : phones) {
+    if (phone.Port() == port) return &phone;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+CallTrial::CallTrial(const CallTrialSettings& settings)
+    : settings_(settings), caller_phones_(settings.calls), callee_phones_(settings.calls) {
+  SippSettings callee;
+  callee.name = "callee";
+  callee.scenario = settings.callee_scenario;
+  callee.directory = settings.directory;
+  callee.hold = Hold();
+  callee.limit = std::chrono::seconds(170);
+  for (const RtpPhone& phone : callee_phones_) {
+    callee.calls.push_back(settings.callee);
+    callee.calls.back().number = settings.dialled;
+    callee.calls.back().media_port = phone.Port();
+  }
+  callee_ = std::make_unique<SippAgent>(callee);
+}
+
+std::chrono::milliseconds CallTrial::Hold() const {
+  const auto ramp = std::chrono::milliseconds(1000 * static_cast<long>(settings_.calls) / settings_.calls_per_second);
+  return settings_.talk + settings_.hold_margin + ramp;
+}
+
+void CallTrial::Dial(const UdpAddress& to, std::size_t count) {
+  if (dialled_ + count > settings_.calls) throw std::runtime_error("more calls dialled than the trial was made for");
+  first_ = dialled_;
+  count_ = count;
+  dialled_ += count;
+  views_.clear();
+  SippSettings caller;
+  caller.name = "caller_" + std::to_string(first_);
+  caller.scenario = settings_.caller_scenario;
+  caller.dialled = settings_.dialled;
+  caller.remote = to;
+  caller.directory = settings_.directory;
+  caller.hold = Hold();
+  caller.calls_per_second = settings_.calls_per_second;
+  caller.limit = std::chrono::duration_cast<std::chrono::seconds>(Hold()) + std::chrono::seconds(60);
+  for (std::size_t call = first_; call < first_ + count_; ++call) {
+    caller.calls.push_back(settings_.caller);
+    caller.calls.back().number = number_of(call);
+    caller.calls.back().media_port = caller_phones_[call].Port();
+  }
+  caller_ = std::make_unique<SippAgent>(caller);
+}
+
+bool CallTrial::Collect() {
+  std::vector<CallView> views;
+  const auto callers = caller_->Dialogues();
+  const auto callees = callee_->Dialogues();
+  for (std::size_t call = first_; call < first_ + count_; ++call) {
+    CallView view;
+    for (const SipDialogue& one : callers) {
+      if (one.FromUser() == number_of(call)) view.caller = one;
+    }
+    // The number in From ties the two legs together: the switch hands the caller's on.
+    for (const SipDialogue& one : callees) {
+      if (one.FromUser() == number_of(call)) view.callee = one;
+    }
+    if (!view.caller.Established() || !view.callee.Established()) return false;
+    const auto caller_own = view.caller.OwnAudio();
+    const auto caller_far = view.caller.FarAudio();
+    const auto callee_own = view.callee.OwnAudio();
+    const auto callee_far = view.callee.FarAudio();
+    if (!caller_own || !caller_far || !callee_own || !callee_far) Fail("a description without an audio stream");
+    view.caller_own = *caller_own;
+    view.caller_far = *caller_far;
+    view.callee_own = *callee_own;
+    view.callee_far = *callee_far;
+    views.push_back(view);
+  }
+  views_ = std::move(views);
+  return true;
+}
+
+void CallTrial::WaitEstablished(std::chrono::milliseconds limit) {
+  if (caller_ == nullptr) throw std::runtime_error("nothing was dialled");
+  wait_until(limit, [this] { return Collect() || !caller_->Running() || !callee_->Running(); });
+  if (views_.size() != count_ && !Collect()) Fail("not every call came up");
+}
+
+RtpDirectionSettings CallTrial::DirectionOf(const SdpAudio& talker_far, const SdpAudio& listener_own,
+                                            const SdpAudio& listener_far, const std::string& digits) const {
+  static std::mt19937 seeds{std::random_device{}()};
+  const SdpCodec* spoken = talker_far.FirstAudio();
+  if (spoken == nullptr) throw std::runtime_error("the switch's description has no audio codec");
+  const SdpCodec* heard = listener_own.Find(spoken->name);
+  if (heard == nullptr) {
+    throw std::runtime_error("one leg speaks " + spoken->name + ", the other has no such codec");
+  }
+  RtpDirectionSettings direction;
+  direction.talk = random_talk(static_cast<std::uint32_t>(seeds()));
+  direction.talk.codec = settings_.codec;
+  direction.talk.length = settings_.talk;
+  direction.talk.digits = digits;
+  direction.talk.audio_payload_type = static_cast<std::uint8_t>(spoken->payload_type);
+  direction.to = {talker_far.address, talker_far.port};
+  direction.expected.audio_payload_type = static_cast<std::uint8_t>(heard->payload_type);
+  direction.expected.from = UdpAddress{listener_far.address, listener_far.port}.ToString();
+  direction.expected.digits = digits;
+  if (!digits.empty()) {
+    const SdpCodec* sent_events = talker_far.Find("telephone-event");
+    const SdpCodec* heard_events = listener_own.Find("telephone-event");
+    if (sent_events == nullptr || heard_events == nullptr) throw std::runtime_error("telephone-event not negotiated");
+    direction.talk.event_payload_type = static_cast<std::uint8_t>(sent_events->payload_type);
+    direction.expected.event_payload_type = static_cast<std::uint8_t>(heard_events->payload_type);
+  }
+  return direction;
+}
+
+std::vector<RtpCallResult> CallTrial::Talk() {
+  if (views_.empty()) throw std::runtime_error("no call is up");
+  std::vector<RtpCallSettings> calls;
+  for (const CallView& view : views_) {
+    RtpCallSettings call;
+    call.caller = phone_at(caller_phones_, view.caller_own.port);
+    call.callee = phone_at(callee_phones_, view.callee_own.port);
+    if (call.caller == nullptr || call.callee == nullptr) Fail("a phone named a media port that is none of ours");
+    call.to_callee = DirectionOf(view.caller_far, view.callee_own, view.callee_far, settings_.caller_digits);
+    call.to_caller = DirectionOf(view.callee_far, view.caller_own, view.caller_far, settings_.callee_digits);
+    calls.push_back(call);
+  }
+  return exchange_rtp(calls);
+}
+
+void CallTrial::WaitHungUp(std::chrono::milliseconds limit) {
+  if (caller_ == nullptr) throw std::runtime_error("nothing was dialled");
+  const auto exit = caller_->WaitForExit(limit);
+  if (!exit) Fail("the caller is not done");
+  if (!exit->Succeeded()) Fail("the caller's scenario did not go as written");
+}
+
+void CallTrial::WaitCalleeDone(std::chrono::milliseconds limit) {
+  const auto exit = callee_->WaitForExit(limit);
+  if (!exit) Fail("the callee is not done");
+  if (!exit->Succeeded()) Fail("the callee's scenario did not go as written");
+}
+
+std::string CallTrial::Account() {
+  return (caller_ ? caller_->Account() : "") + callee_->Account();
+}
+
+void CallTrial::Fail(const std::string& what) {
+  throw std::runtime_error(what + "\n" + Account());
+}
+
+}  // namespace test_support
