@@ -1,6 +1,8 @@
 #include "sip/dialplan.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 #include "sip/located_xml.h"
 
@@ -8,7 +10,7 @@ namespace kvx_switch {
 
 namespace {
 
-// Regular expressions recurse over what they match; nothing a number or a name may be is longer.
+// Nothing a number or a name may be is longer.
 constexpr size_t kLongestSubject = 256;
 
 const char* const kApplications[] = {"answer", "bridge", "hangup", "log", "set"};
@@ -18,7 +20,7 @@ bool KnownApplication(const std::string& name) {
 }
 
 /// Replaces $1 to $9 by the groups of `match`.
-std::string ExpandGroups(const std::string& text, const std::smatch& match) {
+std::string ExpandGroups(const std::string& text, const std::vector<std::string>& match) {
   std::string expanded;
   for (size_t i = 0; i < text.size(); ++i) {
     bool group = text[i] == '$' && i + 1 < text.size() && text[i + 1] >= '1' && text[i + 1] <= '9';
@@ -27,7 +29,7 @@ std::string ExpandGroups(const std::string& text, const std::smatch& match) {
       continue;
     }
     size_t number = static_cast<size_t>(text[++i] - '0');
-    if (number < match.size()) expanded += match[number].str();
+    if (number < match.size()) expanded += match[number];
   }
   return expanded;
 }
@@ -104,11 +106,9 @@ class DialplanReader {
     if (!field != !expression) return Fail(element, "a condition needs both \"field\" and \"expression\", or neither");
     if (field) {
       condition.field = *field;
-      try {
-        condition.expression = std::regex(*expression, std::regex::ECMAScript | std::regex::optimize);
-      } catch (const std::regex_error& problem) {
-        return Fail(element, "expression \"" + *expression + "\": " + problem.what());
-      }
+      std::string problem;
+      condition.expression = Pattern::Compile(*expression, problem);
+      if (!condition.expression) return Fail(element, "expression \"" + *expression + "\": " + problem);
     }
     return std::all_of(element.children.begin(), element.children.end(),
                        [&](const LocatedElement& child) { return ReadAction(child, condition); });
@@ -143,13 +143,15 @@ std::shared_ptr<const Dialplan> Dialplan::Load(const std::string& directory, std
 bool Dialplan::Matches(const Extension& extension, const VariableLookup& variables,
                        std::vector<DialplanAction>& actions) {
   for (const Condition& condition : extension.conditions) {
-    std::smatch match;
-    std::string subject;
+    std::vector<std::string> match;
     if (!condition.field.empty()) {
       // A field is a variable's name, or text with references in it.
-      subject = condition.field.find("${") == std::string::npos ? variables(condition.field)
-                                                                : ExpandChannelVariables(condition.field, variables);
-      if (subject.size() > kLongestSubject || !std::regex_search(subject, match, condition.expression)) return false;
+      const std::string subject = condition.field.find("${") == std::string::npos
+                                      ? variables(condition.field)
+                                      : ExpandChannelVariables(condition.field, variables);
+      auto found = subject.size() > kLongestSubject ? std::nullopt : condition.expression->Search(subject);
+      if (!found) return false;
+      match = std::move(*found);
     }
     for (const DialplanAction& action : condition.actions) {
       actions.push_back({action.application, ExpandGroups(action.data, match)});

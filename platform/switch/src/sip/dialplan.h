@@ -1,8 +1,9 @@
 #pragma once
 
+#include "sip/pattern.h"
+
 #include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,7 @@ class Dialplan {
 
   struct Condition {
     std::string field;  // empty: always holds
-    std::regex expression;
+    std::shared_ptr<const Pattern> expression;
     std::vector<DialplanAction> actions;
   };
   struct Extension {
@@ -52,13 +53,14 @@ class Dialplan {
     std::vector<Extension> extensions;
   };
 
-  static bool Matches(const Extension& extension, const VariableLookup& variables, std::vector<DialplanAction>& actions);
+  static bool Matches(const Extension& extension, const VariableLookup& variables,
+                      std::vector<DialplanAction>& actions);
 
   std::vector<Context> contexts_;
 };
 
-/// Replaces ${name} by the variable's value, once: what a value holds is not looked at again, so a caller cannot smuggle
-/// a reference in. A "${" that is not closed stays as it is.
+/// Replaces ${name} by the variable's value, once: what a value holds is not looked at again, so a caller cannot
+/// smuggle a reference in. A "${" that is not closed stays as it is.
 std::string ExpandChannelVariables(const std::string& text, const VariableLookup& variables);
 
 }  // namespace kvx_switch
