@@ -14,7 +14,13 @@ class Import : public LibraryTest {
  protected:
   // A call of two legs, and the session that is going to adopt one.
   void Begin(size_t server_count = 1) {
-    Start(server_count);
+    ScriptedOptions options;
+    options.servers = server_count;
+    Begin(options);
+  }
+
+  void Begin(const ScriptedOptions& options) {
+    Start(options);
     from_ = NewSession();
     a_ = NewConnection(from_);
     b_ = NewConnection(from_);
@@ -175,9 +181,37 @@ TEST_F(Import, OfAnEndpointThatAnotherThreadIsImportingIsRefused) {
   EXPECT_EQ(servers().SessionOf(kA), 2u);
 }
 
+TEST_F(Import, OfAConnectionOfAnotherDriverIsRefused) {
+  const ScriptedMediaServers others;  // lends the driver
+  ScriptedOptions options;
+  options.more_servers = "<media_server><driver>" + others.driver_name() +
+                         "</driver><mac>02:00:00:00:01:00</mac><address>127.0.3.1</address></media_server>";
+  Start(options);
+  const auto here = NewSession();
+  factory().SetMediaServerStatus(servers().Address().c_str(), false);
+  const auto there = NewSession();
+  ASSERT_EQ(others.OpenSessions(), 1u);
+  const auto connection = NewConnection(there);
+  EXPECT_EQ(here->ImportNetworkConnection(connection), nullptr);
+  EXPECT_THAT(servers().Calls(Operation::kImportEndpoint), IsEmpty());
+}
+
+TEST_F(Import, IntoASessionThatIsLostMeanwhileEndsTheEndpoint) {
+  ScriptedOptions options;
+  options.servers = 2;
+  options.request_timeout_ms = 60000;
+  Begin(options);
+  servers().Hold(Operation::kImportEndpoint);
+  auto import = std::async(std::launch::async, [&] { return LibraryTest::Import(to_, a_); });
+  ASSERT_TRUE(servers().WaitForHeld(Operation::kImportEndpoint));
+  servers().ReportLost(1);  // while the server itself still answers
+  servers().Resume(Operation::kImportEndpoint);
+  EXPECT_EQ(import.get(), nullptr);
+  EXPECT_THAT(servers().OpenEndpoints(), ElementsAre(kB, kC));
+}
+
 TEST_F(Import, IntoASessionThatEndsMeanwhileEndsTheEndpoint) {
   Begin();
-  // The session is ended through a handle of its own, as the factory does it when it stops.
   servers().Hold(Operation::kImportEndpoint);
   auto import = std::async(std::launch::async, [&] { return LibraryTest::Import(to_, a_); });
   ASSERT_TRUE(servers().WaitForHeld(Operation::kImportEndpoint));

@@ -166,6 +166,15 @@ TEST_F(Life, DropsLostListenersWithTheSession) {
   EXPECT_TRUE(watched.expired());
 }
 
+TEST_F(Life, DropsLostListenersWhenTheFactoryStops) {
+  Start();
+  const auto session = NewSession();
+  const auto listener = boost::make_shared<RecordingLostListener>();
+  session->AddListener(listener);
+  factory().Stop();
+  EXPECT_EQ(listener.use_count(), 1);
+}
+
 TEST_F(Life, SessionsEndWithoutWaitingForTheServer) {
   Start();
   auto session = NewSession();

@@ -8,15 +8,15 @@ using namespace test_support;
 
 namespace {
 
-// Keeps a handler inside OnEvent until the test lets it go.
+// Keeps a handler inside OnEvent until the test lets it go. Handlers get a copy: they may outlast the test's body.
 class Gate {
  public:
-  void Pass() { opened_.wait_for(kPatience); }
-  void Open() { open_.set_value(); }
+  void Pass() const { opened_.wait_for(kPatience); }
+  void Open() { open_->set_value(); }
 
  private:
-  std::promise<void> open_;
-  std::shared_future<void> opened_ = open_.get_future().share();
+  std::shared_ptr<std::promise<void>> open_ = std::make_shared<std::promise<void>>();
+  std::shared_future<void> opened_ = open_->get_future().share();
 };
 
 class Listeners : public LibraryTest {
@@ -60,7 +60,7 @@ TEST_F(Listeners, LearnWhichSilenceItWasAndWhose) {
 
 TEST_F(Listeners, GetOneEventAtATime) {
   Gate gate;
-  listener_->during_event = [&] { gate.Pass(); };
+  listener_->during_event = [gate] { gate.Pass(); };
   connection_->AddListener(listener_);
   servers().FireRtpTimeout(1);
   servers().FireRtpTimeout(1);
@@ -102,7 +102,7 @@ TEST_F(Listeners, AreNotCalledAnyMoreOnceRemoved) {
 
 TEST_F(Listeners, AreNotCalledForEventsThatWaitedWhenTheyWereRemoved) {
   Gate gate;
-  listener_->during_event = [&] { gate.Pass(); };
+  listener_->during_event = [gate] { gate.Pass(); };
   connection_->AddListener(listener_);
   servers().FireRtpTimeout(1);
   ASSERT_TRUE(listener_->WaitForEvents(1));
@@ -118,7 +118,7 @@ TEST_F(Listeners, AreNotCalledForEventsThatWaitedWhenTheyWereRemoved) {
 
 TEST_F(Listeners, AreKeptAliveWhileTheirHandlerRuns) {
   Gate gate;
-  listener_->during_event = [&] { gate.Pass(); };
+  listener_->during_event = [gate] { gate.Pass(); };
   connection_->AddListener(listener_);
   servers().FireRtpTimeout(1);
   ASSERT_TRUE(listener_->WaitForEvents(1));
@@ -147,6 +147,26 @@ TEST_F(Listeners, AreNotCalledWhileDisabled) {
   EXPECT_EQ(listener_->Events().size(), 1u);  // what happened meanwhile is not made up for
 }
 
+TEST_F(Listeners, AreNotCalledWhenTheyWereRemovedWhileTheyWereAsked) {
+  class LeavingListener : public RecordingRtpTimeoutListener {
+   public:
+    bool IsListenerEnabled() const override {
+      leave();
+      return true;
+    }
+    std::function<void()> leave;
+  };
+  const auto leaving = boost::make_shared<LeavingListener>();
+  leaving->leave = [connection = connection_.get()] { connection->RemoveListener(); };
+  connection_->AddListener(leaving);
+  servers().FireRtpTimeout(1);
+  const auto second = NewConnection(session_);
+  second->AddListener(other_listener_);
+  servers().FireRtpTimeout(2);
+  ASSERT_TRUE(other_listener_->WaitForEvents(1));
+  EXPECT_TRUE(leaving->Events().empty());
+}
+
 TEST_F(Listeners, ReplaceTheFormerOneOfTheEndpoint) {
   connection_->AddListener(listener_);
   connection_->AddListener(other_listener_);
@@ -158,7 +178,7 @@ TEST_F(Listeners, ReplaceTheFormerOneOfTheEndpoint) {
 
 TEST_F(Listeners, DoNotHoldUpOperationsOrDestructors) {
   Gate gate;
-  listener_->during_event = [&] { gate.Pass(); };
+  listener_->during_event = [gate] { gate.Pass(); };
   connection_->AddListener(listener_);
   servers().FireRtpTimeout(1);
   ASSERT_TRUE(listener_->WaitForEvents(1));

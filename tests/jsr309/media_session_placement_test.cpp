@@ -1,6 +1,7 @@
 // Where sessions are placed, and when there is no place.
 #include "library_fixture.h"
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -69,13 +70,29 @@ TEST_F(Placement, GivesNoSessionBeyondTheCapacity) {
 }
 
 TEST_F(Placement, NeverExceedsTheCapacityWhenManyAskAtOnce) {
-  Start(1, 5);
-  std::vector<MediaSessionSharedPtr> sessions(20);
+  constexpr size_t kCapacity = 5, kAsking = 20;
+  ScriptedOptions options;
+  options.capacity = kCapacity;
+  options.request_timeout_ms = 60000;
+  Start(options);
+  servers().Hold(Operation::kCreateSession);
+  std::atomic<size_t> answered{0};
+  std::vector<MediaSessionSharedPtr> sessions(kAsking);
   std::vector<std::thread> threads;
-  for (auto& session : sessions) threads.emplace_back([&] { session = NewSession(); });
+  for (auto& session : sessions) {
+    threads.emplace_back([&] {
+      session = NewSession();
+      ++answered;
+    });
+  }
+  // Those that found the places taken do not wait for the server.
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (answered < kAsking - kCapacity && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_EQ(answered, kAsking - kCapacity);
+  servers().Resume(Operation::kCreateSession);
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(std::count(sessions.begin(), sessions.end(), nullptr), 15);
-  EXPECT_EQ(servers().OpenSessions(), 5u);
+  EXPECT_EQ(servers().OpenSessions(), kCapacity);
+  EXPECT_EQ(servers().Calls(Operation::kCreateSession).size(), kCapacity);
 }
 
 TEST_F(Placement, LeavesOutServersOutOfService) {

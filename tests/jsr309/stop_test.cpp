@@ -125,6 +125,26 @@ TEST_F(Stop, WaitsForAListenerInItsHandler) {
   EXPECT_TRUE(listener->WaitForFinished(1, std::chrono::milliseconds(0)));
 }
 
+TEST_F(Stop, ReturnsInTimeAlthoughAListenerDoesNot) {
+  ScriptedOptions options;
+  options.request_timeout_ms = 10;
+  Start(options);
+  const auto session = NewSession();
+  const auto connection = NewConnection(session);
+  const auto listener = boost::make_shared<RecordingRtpTimeoutListener>();
+  const auto release = std::make_shared<std::promise<void>>();
+  listener->during_event = [release, released = release->get_future().share()] { released.wait_for(kPatience); };
+  connection->AddListener(listener);
+  servers().FireRtpTimeout(1);
+  ASSERT_TRUE(listener->WaitForEvents(1));
+  factory().Stop();
+  EXPECT_FALSE(listener->WaitForFinished(1, std::chrono::milliseconds(0)));
+  EXPECT_TRUE(logger().Has(kelvaro::WARN_LOG_LEVEL, "a listener has not returned"));
+  release->set_value();
+  DestroyFactory();  // waits for the event thread
+  EXPECT_TRUE(listener->WaitForFinished(1, std::chrono::milliseconds(0)));
+}
+
 TEST_F(Stop, MayBeCalledByAListener) {
   Start();
   const auto session = NewSession();

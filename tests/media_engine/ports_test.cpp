@@ -143,20 +143,13 @@ TEST_F(Ports, AreNotTakenByADescriptionThatIsRefused) {
   EXPECT_TRUE(Describe(leg).ok);
 }
 
-TEST_F(Ports, CarryTheIpHeaderFieldsOfTheDescription) {
-  const auto server = Open(Config(2));
-  const auto session = NewSession(*server);
-  Leg a = NewCallLeg(*session), b = NewCallLeg(*session);
-  ASSERT_TRUE(a.endpoint->Join(Direction::kDuplex, *b.endpoint, kLimit).ok);
-  LocalSettings settings = LocalFor(Pcmu());
-  settings.ip_header.ipv4_tos = 0xb8;
-  settings.ip_header.ipv4_time_to_live = 17;
-  ASSERT_TRUE(b.endpoint->DescribeLocal(settings, b.local, kLimit).ok);
-  const int on = 1;
-  ASSERT_EQ(setsockopt(b.far_end->fd(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on), 0);
-  ASSERT_EQ(setsockopt(b.far_end->fd(), IPPROTO_IP, IP_RECVTTL, &on, sizeof on), 0);
-  a.Send({0, 1, 160, 1, false, PayloadOf(1)});
-  ASSERT_TRUE(Eventually([&] { return b.Statistics().rtp_packets_sent == 1; }));
+/// What the header of the next packet at a far end said: the traffic class or type of service, and the hops left.
+struct ReceivedHeader {
+  int traffic_class = -1;
+  int hops = -1;
+};
+
+ReceivedHeader ReceiveHeader(const FarEnd& far_end) {
   uint8_t data[2048];
   alignas(cmsghdr) uint8_t control[256];
   iovec part{data, sizeof data};
@@ -165,14 +158,61 @@ TEST_F(Ports, CarryTheIpHeaderFieldsOfTheDescription) {
   message.msg_iovlen = 1;
   message.msg_control = control;
   message.msg_controllen = sizeof control;
-  ASSERT_GT(recvmsg(b.far_end->fd(), &message, 0), 0);
-  int tos = -1, time_to_live = -1;
+  ReceivedHeader header;
+  if (recvmsg(far_end.fd(), &message, MSG_DONTWAIT) <= 0) return header;
   for (cmsghdr* field = CMSG_FIRSTHDR(&message); field != nullptr; field = CMSG_NXTHDR(&message, field)) {
-    if (field->cmsg_type == IP_TOS) tos = *CMSG_DATA(field);
-    if (field->cmsg_type == IP_TTL) std::memcpy(&time_to_live, CMSG_DATA(field), sizeof time_to_live);
+    const bool v6 = field->cmsg_level == IPPROTO_IPV6;
+    if (!v6 && field->cmsg_type == IP_TOS) header.traffic_class = *CMSG_DATA(field);
+    if (v6 && field->cmsg_type == IPV6_TCLASS) std::memcpy(&header.traffic_class, CMSG_DATA(field), sizeof(int));
+    const bool hops = v6 ? field->cmsg_type == IPV6_HOPLIMIT : field->cmsg_type == IP_TTL;
+    if (hops) std::memcpy(&header.hops, CMSG_DATA(field), sizeof(int));
   }
-  EXPECT_EQ(tos, 0xb8);
-  EXPECT_EQ(time_to_live, 17);
+  return header;
+}
+
+void AskForHeader(const FarEnd& far_end) {
+  const int on = 1;
+  const bool v6 = far_end.address().family() == AF_INET6;
+  const int level = v6 ? IPPROTO_IPV6 : IPPROTO_IP;
+  ASSERT_EQ(setsockopt(far_end.fd(), level, v6 ? IPV6_RECVTCLASS : IP_RECVTOS, &on, sizeof on), 0);
+  ASSERT_EQ(setsockopt(far_end.fd(), level, v6 ? IPV6_RECVHOPLIMIT : IP_RECVTTL, &on, sizeof on), 0);
+}
+
+TEST_F(Ports, CarryTheIpHeaderFieldsOfTheDescription) {
+  for (const char* address : {"127.0.0.1", "::1"}) {
+    ServerConfig config = Config(2);
+    config.addresses = {address};
+    const auto server = Open(config);
+    const auto session = NewSession(*server);
+    LocalSettings settings = LocalFor(Pcmu());
+    settings.ip_header.ipv4_tos = 0xb8;
+    settings.ip_header.ipv4_time_to_live = 17;
+    settings.ip_header.ipv6_traffic_class = 0x88;
+    settings.ip_header.ipv6_hop_limit = 23;
+    Leg legs[2] = {NewLeg(*session, address), NewLeg(*session, address)};
+    for (Leg& leg : legs) {
+      ASSERT_TRUE(leg.endpoint->DescribeLocal(settings, leg.local, kLimit).ok);
+      ASSERT_TRUE(leg.endpoint->DescribeRemote(leg.far_end->Description(Pcmu()), kLimit).ok);
+    }
+    ASSERT_TRUE(legs[0].endpoint->Join(Direction::kDuplex, *legs[1].endpoint, kLimit).ok);
+    AskForHeader(*legs[1].far_end);
+    const auto receive = [&](uint16_t number) {
+      legs[0].Send({0, number, 160u * number, 1, false, PayloadOf(number)});
+      legs[0].Statistics();  // served after the packet
+      return ReceiveHeader(*legs[1].far_end);
+    };
+    const bool v6 = legs[1].far_end->address().family() == AF_INET6;
+    ReceivedHeader header = receive(1);
+    EXPECT_EQ(header.traffic_class, v6 ? 0x88 : 0xb8);
+    EXPECT_EQ(header.hops, v6 ? 23 : 17);
+    // 0 hops would let nothing leave: the system's default comes back; what is not given stays.
+    LocalSettings again = LocalFor(Pcmu());
+    again.ip_header.ipv4_time_to_live = again.ip_header.ipv6_hop_limit = 0;
+    ASSERT_TRUE(legs[1].endpoint->DescribeLocal(again, legs[1].local, kLimit).ok);
+    header = receive(2);
+    EXPECT_EQ(header.traffic_class, v6 ? 0x88 : 0xb8);
+    EXPECT_GT(header.hops, 23);
+  }
 }
 
 TEST_F(Ports, AConfigurationThatCannotWorkIsRefusedByItsValue) {

@@ -147,6 +147,7 @@ TEST_F(RtpTimeouts, AnImportedEndpointKeepsItsWatch) {
   Media(a_);
   const auto other = NewSession(*server_);
   ASSERT_TRUE(other->Import(*a_.endpoint).ok);
+  a_.Statistics();  // it has arrived
   Pass(seconds{5});
   EXPECT_EQ(a_.events->Wait(1), Events{"inactive"});
 }

@@ -78,7 +78,8 @@ void EventLoop::Run() {
 }
 
 bool EventLoop::RunOne(std::unique_lock<std::mutex>& lock) {
-  const bool paced = !paced_.empty() && clock_->Now() >= next_paced_;
+  const Clock::TimePoint begun = clock_->Now();
+  const bool paced = !paced_.empty() && begun >= next_paced_;
   if (!paced && tasks_.empty()) return false;
   Task task;
   PacedTask paced_task;
@@ -106,7 +107,7 @@ bool EventLoop::RunOne(std::unique_lock<std::mutex>& lock) {
   task = nullptr;
   paced_task = nullptr;
   lock.lock();
-  if (counts) next_paced_ = clock_->Now() + paced_interval_;
+  if (counts) next_paced_ = begun + paced_interval_;
   return true;
 }
 

@@ -6,6 +6,8 @@
 
 namespace kelvaro::jsr309 {
 
+MediaConfig::MediaConfig() = default;
+
 MediaConfig::JitterMode MediaConfig::JitterModeFromStr(const char* text) {
   if (text == nullptr) return JITTER_MODE_INVALID;
   for (JitterMode mode : {JITTER_MODE_NONE, JITTER_MODE_STATIC, JITTER_MODE_ADAPTIVE}) {

@@ -39,7 +39,6 @@ Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> m
 
 Worker::~Worker() {
   Finish();
-  if (epoll_fd_ >= 0) close(epoll_fd_);
 }
 
 Outcome Worker::Ready() const {
@@ -96,6 +95,7 @@ void Worker::Finish() {
   sessions_.clear();
   gauges_.sessions = 0;
   mailbox_->Close();
+  if (epoll_fd_ >= 0) close(std::exchange(epoll_fd_, -1));
 }
 
 void Worker::OpenSession(const std::shared_ptr<SessionRoute>& session) {

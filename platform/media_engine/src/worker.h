@@ -76,7 +76,7 @@ class Worker {
 
   const std::shared_ptr<ServerContext> server_;
   const std::shared_ptr<Mailbox> mailbox_;
-  const int epoll_fd_;
+  int epoll_fd_;  // -1 when finished
   WorkerGauges gauges_;
   PacketMover mover_;
   TimePoint now_;

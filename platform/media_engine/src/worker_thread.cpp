@@ -22,7 +22,6 @@ Outcome WorkerThread::Start() {
 
 void WorkerThread::Run() {
   while (!stopping_.load()) {
-    if (stalled_.load()) WaitWhileStalled();
     worker_.RunOnce(longest_wait_);
   }
   worker_.Finish();
@@ -30,16 +29,16 @@ void WorkerThread::Run() {
 
 void WorkerThread::WaitWhileStalled() {
   std::unique_lock<std::mutex> lock(stall_mutex_);
-  stall_changed_.wait(lock, [this] { return !stalled_.load() || stopping_.load(); });
+  stall_changed_.wait(lock, [this] { return !stalled_ || stopping_.load(); });
 }
 
 void WorkerThread::Stall(bool stalled) {
   {
     std::lock_guard<std::mutex> lock(stall_mutex_);
-    stalled_.store(stalled);
+    stalled_ = stalled;
   }
   stall_changed_.notify_all();
-  mailbox_->Post(MakeTask([](Worker&) {}));  // a resting worker notices at once
+  if (stalled) mailbox_->Post(MakeTask([this](Worker&) { WaitWhileStalled(); }));
 }
 
 void WorkerThread::Stop() {

@@ -23,7 +23,7 @@ class WorkerThread {
   Outcome Start();
   /// Ends everything on the worker and joins the thread. Idempotent.
   void Stop();
-  /// Test aid: stops serving, as if stuck in a task.
+  /// Test aid: the worker gets stuck in a task behind those that it has, until it is told to go on.
   void Stall(bool stalled);
 
   const std::shared_ptr<Mailbox>& mailbox() const { return mailbox_; }
@@ -37,8 +37,8 @@ class WorkerThread {
   const milliseconds longest_wait_;
   Worker worker_;  // the thread's own while that runs
   std::atomic<bool> stopping_{false};
-  std::atomic<bool> stalled_{false};
   std::mutex stall_mutex_;
+  bool stalled_ = false;  // guarded by stall_mutex_
   std::condition_variable stall_changed_;
   std::mutex stop_mutex_;
   std::thread thread_;  // joined under stop_mutex_

@@ -37,6 +37,9 @@ class MediaConfig {
   using Crypto = MediaCrypto;
   using PassThruPeer = MediaPassThruPeer;
 
+  /// Nothing set.
+  MediaConfig();
+
   /// "none", "static" and "adaptive" in any case; anything else, null included, is JITTER_MODE_INVALID.
   static JitterMode JitterModeFromStr(const char* text);
   /// The texts above, "invalid" for the rest.

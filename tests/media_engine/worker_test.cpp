@@ -1,0 +1,170 @@
+// A worker turned by hand: no threads, time as the test says.
+#include <cstdlib>
+#include <new>
+
+#include "engine_fixture.h"
+#include "server_context.h"
+#include "worker.h"
+
+namespace {
+
+/// Allocations of this thread.
+thread_local std::size_t allocations = 0;
+
+}  // namespace
+
+// Replaced for the whole program, so that a test can tell that nothing was allocated.
+void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+
+namespace media_engine_test {
+namespace {
+
+using media_engine::EndpointRoute;
+using media_engine::Mailbox;
+using media_engine::MakeTask;
+using media_engine::PacketMover;
+using media_engine::Participant;
+using media_engine::PortPair;
+using media_engine::PortPool;
+using media_engine::ServerContext;
+using media_engine::SessionRoute;
+using media_engine::Worker;
+
+class WorkerTurns : public testing::Test {
+ protected:
+  struct TurnedLeg {
+    Participant* participant;
+    FarEnd far_end;
+    uint16_t port;
+  };
+
+  WorkerTurns() { worker_.OpenSession(session_); }
+
+  TurnedLeg NewLeg(const std::shared_ptr<EndpointEvents>& events = nullptr, seconds inactive = seconds{0}) {
+    const auto route = std::make_shared<EndpointRoute>(session_, "leg");
+    EXPECT_TRUE(worker_.Admit(std::make_unique<Participant>(route, context_, events, session_.get())));
+    TurnedLeg leg{worker_.Find(*route), FarEnd(), 0};
+    std::string reason;
+    std::unique_ptr<PortPair> ports = pool_->Acquire(reason);
+    LocalSettings settings = LocalFor(Pcmu());
+    settings.inactive_timeout = inactive;
+    EXPECT_TRUE(worker_.DescribeLocal(*leg.participant, settings, ports).ok) << reason;
+    EXPECT_TRUE(leg.participant->DescribeRemote(leg.far_end.Description(Pcmu()), worker_.now()).ok);
+    leg.port = leg.participant->ports()->rtp_port();
+    return leg;
+  }
+  void JoinThem(const TurnedLeg& a, const TurnedLeg& b) {
+    EXPECT_TRUE(a.participant->Join(Direction::kDuplex, *b.participant, worker_.now()).ok);
+  }
+  static void SendRun(const TurnedLeg& leg, uint16_t first, unsigned count) {
+    for (unsigned i = 0; i < count; ++i) {
+      const auto number = static_cast<uint16_t>(first + i);
+      leg.far_end.SendRtp({0, number, 160u * number, 1, false, PayloadOf(number)}, leg.port);
+    }
+  }
+  void Turn() { worker_.RunOnce(milliseconds{0}); }
+
+  std::pair<uint16_t, uint16_t> range_ = FreePortRange(8);
+  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
+  std::shared_ptr<PortPool> pool_ =
+      std::make_shared<PortPool>(*SocketAddress::Parse("127.0.0.1", 0), range_.first, range_.second);
+  std::shared_ptr<ServerContext> context_ = std::make_shared<ServerContext>(
+      clock_, nullptr, *SocketAddress::Parse("127.0.0.1", 0), std::string(), pool_, LogSink());
+  std::shared_ptr<Mailbox> mailbox_ = std::make_shared<Mailbox>();
+  std::shared_ptr<SessionRoute> session_ = std::make_shared<SessionRoute>(context_, mailbox_, "session");
+  Worker worker_{context_, mailbox_};
+};
+
+TEST_F(WorkerTurns, AFloodDoesNotKeepTheOthersWaiting) {
+  const TurnedLeg flooded = NewLeg(), a = NewLeg(), b = NewLeg();
+  JoinThem(a, b);
+  SendRun(flooded, 1, 200);
+  SendRun(a, 1, 1);
+  Turn();
+  EXPECT_TRUE(b.far_end.ReceiveRtp(milliseconds{0}));
+  EXPECT_EQ(flooded.participant->Statistics().rtp_packets_received, PacketMover::kBatch);
+  while (flooded.participant->Statistics().rtp_packets_received < 200) Turn();
+}
+
+TEST_F(WorkerTurns, PacketsAreMovedWithoutAllocating) {
+  const TurnedLeg a = NewLeg(), b = NewLeg();
+  JoinThem(a, b);
+  const FarEnd stranger;
+  SendRun(a, 1, 1);
+  Turn();
+  uint64_t moved = 1;
+  for (uint16_t round = 0; round < 20; ++round) {
+    SendRun(a, static_cast<uint16_t>(2 + 20 * round), 20);
+    stranger.SendRtp({0, 1, 1, 1, false, {}}, a.port);
+    a.far_end.Send({1, 2, 3}, a.port);
+    const std::size_t before = allocations;
+    Turn();
+    EXPECT_EQ(allocations, before);
+    moved += 20;
+  }
+  EXPECT_EQ(b.participant->Statistics().rtp_packets_sent, moved);
+  EXPECT_EQ(a.participant->Statistics().strangers, 20u);
+  EXPECT_EQ(a.participant->Statistics().malformed, 20u);
+}
+
+TEST_F(WorkerTurns, TimersGoByTheTimeOfTheTurn) {
+  const auto events = std::make_shared<RecordedEvents>();
+  const TurnedLeg a = NewLeg(events, seconds{2});
+  SendRun(a, 1, 1);
+  Turn();
+  clock_->Advance(milliseconds{1900});
+  Turn();
+  EXPECT_TRUE(events->Wait(1, milliseconds{0}).empty());
+  clock_->Advance(milliseconds{100});
+  Turn();
+  EXPECT_EQ(events->Wait(1, milliseconds{0}), std::vector<std::string>{"inactive"});
+}
+
+TEST_F(WorkerTurns, TasksRunInOrderAfterThePacketsThatWereThereBeforeThem) {
+  const TurnedLeg a = NewLeg(), b = NewLeg();
+  JoinThem(a, b);
+  SendRun(a, 1, 3);
+  std::vector<uint64_t> seen;
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(mailbox_->Post(
+        MakeTask([&](Worker&) { seen.push_back(a.participant->Statistics().rtp_packets_received + seen.size()); })));
+  }
+  Turn();
+  EXPECT_EQ(seen, (std::vector<uint64_t>{3, 4}));
+}
+
+TEST_F(WorkerTurns, ATaskThatThrowsDoesNotEndTheLoop) {
+  bool ran = false;
+  ASSERT_TRUE(mailbox_->Post(MakeTask([](Worker&) { throw std::runtime_error("broken"); })));
+  ASSERT_TRUE(mailbox_->Post(MakeTask([&](Worker&) { ran = true; })));
+  Turn();
+  EXPECT_TRUE(ran);
+}
+
+TEST_F(WorkerTurns, AFarEndThatHasGoneAwayIsCountedAtMost) {
+  TurnedLeg a = NewLeg(), b = NewLeg();
+  JoinThem(a, b);
+  { const FarEnd gone = std::move(b.far_end); }  // its port is closed now
+  for (uint16_t round = 0; round < 20; ++round) {
+    SendRun(a, static_cast<uint16_t>(1 + 5 * round), 5);
+    Turn();
+  }
+  const EndpointStatistics statistics = b.participant->Statistics();
+  EXPECT_EQ(statistics.rtp_packets_sent + statistics.send_errors, 100u);
+  SendRun(a, 500, 1);
+  Turn();
+  EXPECT_EQ(a.participant->Statistics().rtp_packets_received, 101u);
+}
+
+}  // namespace
+}  // namespace media_engine_test
