@@ -5,6 +5,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -42,8 +43,9 @@ std::vector<std::string> command_line(const std::vector<std::string>& arguments)
 }
 
 std::vector<std::string> environment_texts(const std::map<std::string, std::string>& environment) {
-  std::vector<std::string> texts{"TERM=dumb"};
-  for (const char* inherited : {"PATH", "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
+  std::vector<std::string> texts{"TERM=dumb", "LSAN_OPTIONS=print_suppressions=0:suppressions=" KVX_SOURCE_DIR
+                                              "/tests/switch/cli_libedit_leaks.txt"};
+  for (const char* inherited : {"PATH", "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
     if (const char* value = std::getenv(inherited)) texts.push_back(std::string(inherited) + "=" + value);
   }
   for (const auto& [name, value] : environment) texts.push_back(name + "=" + value);
@@ -53,11 +55,10 @@ std::vector<std::string> environment_texts(const std::map<std::string, std::stri
 int wait_for_end(pid_t process, Clock::time_point deadline) {
   for (;;) {
     int status = 0;
-    const pid_t ended = waitpid(process, &status, WNOHANG);
-    if (ended == process) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (waitpid(process, &status, WNOHANG) == process) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     if (Clock::now() > deadline) {
       kill(process, SIGKILL);
-      waitpid(process, &status, 0);
+      waitpid(process, nullptr, 0);
       return -1;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -152,6 +153,11 @@ CliOnTerminal::~CliOnTerminal() {
 }
 
 void CliOnTerminal::Type(const std::string& keys) {
+  const Clock::time_point deadline = Clock::now() + kPatience;
+  termios settings{};
+  while (tcgetattr(terminal_, &settings) == 0 && (settings.c_lflag & ICANON) != 0 && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   if (write(terminal_, keys.data(), keys.size()) < 0) throw std::runtime_error(std::strerror(errno));
 }
 

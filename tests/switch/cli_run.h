@@ -25,6 +25,8 @@ class CliOnTerminal {
   CliOnTerminal(const CliOnTerminal&) = delete;
   CliOnTerminal& operator=(const CliOnTerminal&) = delete;
 
+  /// Waits until the program reads key by key, then types: it prints its prompt just before it takes over the terminal,
+  /// and a control key in between would be taken by the terminal itself.
   void Type(const std::string& keys);
   /// What the terminal showed up to and with `text`, or all it showed when that does not come.
   std::string ReadUntil(const std::string& text);

@@ -121,6 +121,7 @@ TEST_F(ConsoleCommands, HupallHangsUpNothingForACauseThatIsNone) {
   AddLeg();
   EXPECT_EQ(Run("hupall", "nonsense"), "-ERR \"nonsense\" is no hang-up cause\n");
   EXPECT_EQ(Run("hupall", "99999"), "-ERR \"99999\" is no hang-up cause\n");
+  EXPECT_EQ(Run("hupall", "999"), "-ERR \"999\" is no hang-up cause\n");
   EXPECT_EQ(Run("hupall", "USER_BUSY now"), "-USAGE: hupall [<cause>]\n");
   EXPECT_EQ(switch_core_session_count(), 1u);
   EXPECT_EQ(Run("show", "channels count"), "\n1 total.\n");

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/log.h"
+
 namespace core_test {
 
 CoreSwitch::CoreSwitch() = default;
@@ -14,7 +16,8 @@ CoreSwitch::~CoreSwitch() {
 void CoreSwitch::Start() {
   SWITCH_GLOBAL_dirs.conf_dir = strdup(directory_.Path().c_str());
   SWITCH_GLOBAL_dirs.mod_dir = strdup(KVX_BUILD_DIR "/tests/switch/mod");
-  // Bound before the start, so that what the start logs is there to be asked for.
+  // The log runs and is listened to before the start, so that what the start logs is there to be asked for.
+  kvx_switch::StartLog();
   log_ = std::make_unique<test_support::LogCapture>();
   const char* error = nullptr;
   ASSERT_EQ(switch_core_init(SCF_NONE, SWITCH_FALSE, &error), SWITCH_STATUS_SUCCESS) << error;

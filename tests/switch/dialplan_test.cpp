@@ -75,8 +75,9 @@ TEST_F(DialplanFiles, AllConditionsMustHold) {
            <condition field="caller_id_number" expression="^4"><action application="answer"/></condition></extension>)");
   ASSERT_TRUE(dialplan) << error_;
   EXPECT_TRUE(Find(*dialplan, "2000").actions.empty());
-  EXPECT_EQ(dialplan->Find("default", Variables({{"destination_number", "2000"}, {"caller_id_number", "44"}})).actions.size(),
-            1u);
+  EXPECT_EQ(
+      dialplan->Find("default", Variables({{"destination_number", "2000"}, {"caller_id_number", "44"}})).actions.size(),
+      1u);
 }
 
 TEST_F(DialplanFiles, GroupsReachTheActions) {
@@ -124,8 +125,9 @@ TEST_F(DialplanFiles, MistakesNameFileAndLine) {
             "3: there is no application \"fly\"");
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\"></extension></context>"),
             "1: extension \"e\" has no condition");
-  std::string regex = ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition field=\"x\" expression=\"(\"/>"
-                              "</extension></context>");
+  std::string regex = ErrorOf(
+      "<context name=\"c\"><extension name=\"e\">\n<condition field=\"x\" expression=\"(\"/>"
+      "</extension></context>");
   EXPECT_EQ(regex.compare(0, 19, "2: expression \"(\": ", 19), 0) << regex;
 }
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <future>
@@ -13,6 +14,8 @@
 
 #include "event_socket_raw_client.h"
 #include "support/free_ports.h"
+#include "support/process_child.h"
+#include "support/process_inspection.h"
 
 namespace kvx_switch {
 namespace {
@@ -307,6 +310,21 @@ TEST_F(EventSocketServerTest, DoesNotWaitLongForADeafClientWhenItStops) {
   deaf.Send("api big\n\n");
   auto stopped = std::async(std::launch::async, [this] { server_->Stop(); });
   EXPECT_EQ(stopped.wait_for(seconds(5)), std::future_status::ready);
+}
+
+TEST_F(EventSocketServerTest, LeavesNoDescriptorAndNoThreadBehind) {
+  const test_support::ProcessHoldings before = test_support::inspect_process(getpid());
+  Start();
+  for (int round = 0; round < 20; ++round) ExpectServed();
+  {
+    RawClient stays(server_->address());
+    ASSERT_TRUE(stays.LogIn("secret"));
+    auto stopped = std::async(std::launch::async, [this] { server_->Stop(); });
+    EXPECT_EQ(stays.Rest(), kStopping);
+  }
+  server_.reset();
+  EXPECT_TRUE(test_support::wait_until(kLimit, [&] { return test_support::inspect_process(getpid()) == before; }))
+      << test_support::describe_difference(before, test_support::inspect_process(getpid()));
 }
 
 TEST_F(EventSocketServerTest, StopsTwiceAndWithoutAStart) {

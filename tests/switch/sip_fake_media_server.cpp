@@ -1,6 +1,7 @@
 #include "sip_fake_media_server.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 #include "core/module_load.h"
@@ -17,13 +18,13 @@ switch_status_t InitCodec(switch_codec_t* codec, switch_codec_flag_t, const swit
   return SWITCH_STATUS_SUCCESS;
 }
 
-switch_status_t DestroyCodec(switch_codec_t*) { return SWITCH_STATUS_SUCCESS; }
+switch_status_t DestroyCodec(switch_codec_t*) {
+  return SWITCH_STATUS_SUCCESS;
+}
 
 std::string CodecText(const switch_codec_implementation_t* codec) {
   return std::string(codec->iananame) + "/" + std::to_string(codec->microseconds_per_packet / 1000);
 }
-
-const switch_loadable_module_function_table_t kTable = {SWITCH_API_VERSION, nullptr, nullptr, nullptr, SMODF_NONE};
 
 }  // namespace
 
@@ -31,7 +32,6 @@ FakeMediaServer::FakeMediaServer() {
   current = this;
   module_ = std::make_shared<Module>();
   module_->name = "mod_fake_media_server";
-  module_->table = &kTable;
   switch_core_new_memory_pool(&module_->pool);
   module_->interface = switch_loadable_module_create_module_interface(module_->pool, module_->name.c_str());
   Register();
@@ -41,8 +41,10 @@ FakeMediaServer::FakeMediaServer() {
 FakeMediaServer::~FakeMediaServer() {
   std::string user;
   std::shared_ptr<Module> taken = ModuleRegistry::Get().TakeOutUnused(module_->name, user);
-  if (taken) Dismantle(*taken, false);
-  else std::fprintf(stderr, "the fake media server is still in use: %s\n", user.c_str());
+  if (taken)
+    Dismantle(*taken, false);
+  else
+    std::fprintf(stderr, "the fake media server is still in use: %s\n", user.c_str());
   current = nullptr;
 }
 
@@ -87,6 +89,13 @@ size_t FakeMediaServer::Count(const std::string& call) const {
   return static_cast<size_t>(std::count(calls_.begin(), calls_.end(), call));
 }
 
+bool FakeMediaServer::WaitFor(const std::string& call, size_t count) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return recorded_.wait_for(lock, std::chrono::seconds(10), [&] {
+    return static_cast<size_t>(std::count(calls_.begin(), calls_.end(), call)) >= count;
+  });
+}
+
 FakeMediaServer::Arguments FakeMediaServer::Of(const std::string& call) const {
   std::lock_guard<std::mutex> lock(mutex_);
   auto found = arguments_.find(call);
@@ -101,6 +110,11 @@ std::string FakeMediaServer::Offence() const {
 void FakeMediaServer::Refuse(const std::string& call) {
   std::lock_guard<std::mutex> lock(mutex_);
   refused_.push_back(call);
+}
+
+void FakeMediaServer::OnCall(const std::string& call, std::function<void()> action) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  actions_[call] = std::move(action);
 }
 
 void FakeMediaServer::SetAvailable(bool available) {
@@ -121,8 +135,15 @@ switch_status_t FakeMediaServer::Record(switch_media_connection_t* connection, c
     bool called = switch_channel_direction(switch_core_session_get_channel(session)) == SWITCH_CALL_DIRECTION_OUTBOUND;
     call = (called ? "B " : "A ") + what;
   }
+  std::function<void()> action;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    action = actions_[call];
+  }
+  if (action) action();
   std::lock_guard<std::mutex> lock(mutex_);
   calls_.push_back(call);
+  recorded_.notify_all();
   arguments_[call] = arguments;
   if (!session) offence_ = what + " of a leg without private_info";
   if (what == "create") legs_[connection] = {std::this_thread::get_id(), false};
@@ -143,12 +164,13 @@ switch_status_t FakeMediaServer::Destroy(switch_media_connection_t* connection) 
   return current->Record(connection, "destroy", {});
 }
 
-switch_status_t FakeMediaServer::GetMedia(
-    switch_media_connection_t* connection, const switch_codec_implementation_t** codecs, int num_codecs,
-    switch_codec_t* answer_codec, switch_bool_t, int rfc2833flag, switch_payload_t rfc2833payload, int, char* ip_addr,
-    int ip_addr_size, switch_port_t* out_port, switch_core_crypto_setting* crypto, switch_bool_t,
-    switch_sdp_negotiation_state_t state, uint8_t, uint8_t, uint8_t hop, int, switch_bool_t, switch_bool_t,
-    uint32_t rtp_timeout_sec, switch_bool_t, int) {
+switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
+                                          const switch_codec_implementation_t** codecs, int num_codecs,
+                                          switch_codec_t* answer_codec, switch_bool_t, int rfc2833flag,
+                                          switch_payload_t rfc2833payload, int, char* ip_addr, int ip_addr_size,
+                                          switch_port_t* out_port, switch_core_crypto_setting* crypto, switch_bool_t,
+                                          switch_sdp_negotiation_state_t state, uint8_t, uint8_t, uint8_t hop, int,
+                                          switch_bool_t, switch_bool_t, uint32_t rtp_timeout_sec, switch_bool_t, int) {
   Arguments arguments;
   for (int i = 0; i < num_codecs; ++i) arguments.codecs += (i ? " " : "") + CodecText(codecs[i]);
   arguments.has_answer_codec = answer_codec && answer_codec->implementation;

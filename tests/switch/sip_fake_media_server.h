@@ -3,6 +3,8 @@
 #include <switch.h>
 #include <switch_media_server.h>
 
+#include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,8 +16,8 @@ namespace kvx_switch {
 
 struct Module;
 
-/// A media server module inside the test: registers PCMU, PCMA and G729 and writes down what it is asked. Legs are named
-/// after their direction, "A" calls and "B" is called. One at a time, with the core running.
+/// A media server module inside the test: registers PCMU, PCMA and G729 and writes down what it is asked. Legs are
+/// named after their direction, "A" calls and "B" is called. One at a time, with the core running.
 class FakeMediaServer {
  public:
   /// What a leg was told with get_media or set_media.
@@ -40,6 +42,8 @@ class FakeMediaServer {
   /// "A create", "B get_media", ... in order.
   std::vector<std::string> Calls() const;
   size_t Count(const std::string& call) const;
+  /// Until there have been `count` such calls; false when they do not come.
+  bool WaitFor(const std::string& call, size_t count);
   /// Of the last such call.
   Arguments Of(const std::string& call) const;
   /// Something that must not happen, such as a call on a foreign thread; "" when all is well.
@@ -47,6 +51,8 @@ class FakeMediaServer {
 
   /// That call fails from now on.
   void Refuse(const std::string& call);
+  /// Runs `action` in that call, on the leg's thread.
+  void OnCall(const std::string& call, std::function<void()> action);
   void SetAvailable(bool available);
   /// What get_media writes as address: "127.0.0.1" unless set.
   void SetAddress(const std::string& address);
@@ -79,14 +85,16 @@ class FakeMediaServer {
   std::shared_ptr<Module> module_;
 
   mutable std::mutex mutex_;
-  std::vector<std::string> calls_;                // guarded by mutex_
-  std::map<std::string, Arguments> arguments_;    // guarded by mutex_
-  std::map<switch_media_connection_t*, Leg> legs_;  // guarded by mutex_
-  std::string offence_;                           // guarded by mutex_
-  std::vector<std::string> refused_;              // guarded by mutex_
-  bool available_ = true;                         // guarded by mutex_
-  std::string address_ = "127.0.0.1";             // guarded by mutex_
-  switch_port_t next_port_ = 20000;               // guarded by mutex_
+  std::condition_variable recorded_;
+  std::vector<std::string> calls_;                        // guarded by mutex_
+  std::map<std::string, Arguments> arguments_;            // guarded by mutex_
+  std::map<switch_media_connection_t*, Leg> legs_;        // guarded by mutex_
+  std::string offence_;                                   // guarded by mutex_
+  std::map<std::string, std::function<void()>> actions_;  // guarded by mutex_
+  std::vector<std::string> refused_;                      // guarded by mutex_
+  bool available_ = true;                                 // guarded by mutex_
+  std::string address_ = "127.0.0.1";                     // guarded by mutex_
+  switch_port_t next_port_ = 20000;                       // guarded by mutex_
 };
 
 }  // namespace kvx_switch

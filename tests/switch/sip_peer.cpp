@@ -78,7 +78,9 @@ std::string SipMessage::CSeqMethod() const {
   return blank == std::string::npos ? "" : sequence.substr(blank + 1);
 }
 
-SipPeer::SipPeer(const std::string& switch_address) : switch_(*test_support::parse_udp_address(switch_address)) {}
+void SipPeer::Use(const std::string& switch_address) {
+  switch_ = *test_support::parse_udp_address(switch_address);
+}
 
 std::string SipPeer::Sdp(const std::string& formats, const std::string& lines) {
   return "v=0\no=- 1 1 IN IP4 127.0.0.1\ns=test call\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 40000 RTP/AVP " + formats +
@@ -124,6 +126,12 @@ void SipPeer::SendBye(const std::string& more_headers) {
 }
 
 void SipPeer::Reply(const SipMessage& request, int status, const std::string& more_headers, const std::string& sdp) {
+  if (status >= 200) {
+    auto same = [&request](const SipMessage& open) {
+      return open.Header("Via") == request.Header("Via") && open.Header("CSeq") == request.Header("CSeq");
+    };
+    open_.erase(std::remove_if(open_.begin(), open_.end(), same), open_.end());
+  }
   std::string text = "SIP/2.0 " + std::to_string(status) + " Whatever\n";
   for (const auto& [name, value] : request.headers) {
     bool copied = strcasecmp(name.c_str(), "Via") == 0 || strcasecmp(name.c_str(), "From") == 0 ||
@@ -140,9 +148,9 @@ void SipPeer::SendByeAsCalled(const SipMessage& invite, const std::string& more_
   std::string contact = invite.Header("Contact");
   size_t start = contact.find('<') + 1;
   SendRaw("BYE " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
-          ";branch=z9hG4bK-bob-bye;rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") + ";tag=bob\nTo: " +
-          invite.Header("From") + "\nCall-ID: " + invite.Header("Call-ID") + "\nCSeq: 1 BYE\n" + more_headers +
-          "Content-Length: 0\n\n");
+          ";branch=z9hG4bK-bob-bye;rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") +
+          ";tag=bob\nTo: " + invite.Header("From") + "\nCall-ID: " + invite.Header("Call-ID") + "\nCSeq: 1 BYE\n" +
+          more_headers + "Content-Length: 0\n\n");
 }
 
 std::optional<SipMessage> SipPeer::Receive(std::chrono::steady_clock::time_point deadline) {
@@ -151,7 +159,9 @@ std::optional<SipMessage> SipPeer::Receive(std::chrono::steady_clock::time_point
       std::string text(datagram->data.begin(), datagram->data.end());
       if (std::find(seen_.begin(), seen_.end(), text) != seen_.end()) continue;
       seen_.push_back(text);
-      return Parse(text);
+      SipMessage message = Parse(text);
+      if (message.Status() == 0 && message.Method() != "ACK") open_.push_back(message);
+      return message;
     }
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) return std::nullopt;
@@ -176,6 +186,14 @@ std::optional<SipMessage> SipPeer::AwaitRequest(const std::string& method) {
     if (message->Method() == "BYE") Reply(*message, 200);
   }
   return std::nullopt;
+}
+
+void SipPeer::AnswerWhatIsLeft() {
+  do {
+    for (const SipMessage& request : std::vector<SipMessage>(open_)) {
+      Reply(request, request.Method() == "INVITE" ? 487 : 200);
+    }
+  } while (Receive(std::chrono::steady_clock::now() + std::chrono::milliseconds(50)));
 }
 
 bool SipPeer::StaysSilent(const std::string& method, std::chrono::milliseconds limit) {

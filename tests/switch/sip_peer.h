@@ -26,7 +26,8 @@ struct SipMessage {
 /// them.
 class SipPeer {
  public:
-  explicit SipPeer(const std::string& switch_address);
+  /// Where the switch is; before anything is sent.
+  void Use(const std::string& switch_address);
 
   std::string Address() const { return "127.0.0.1:" + std::to_string(socket_.Port()); }
 
@@ -52,6 +53,9 @@ class SipPeer {
   /// Nothing of that method comes within `limit`.
   bool StaysSilent(const std::string& method, std::chrono::milliseconds limit);
 
+  /// Gives a final answer to every request that has come, or is on its way, and has none: 487 to an INVITE, else 200.
+  void AnswerWhatIsLeft();
+
   /// Of a session description with one audio stream on this machine.
   static std::string Sdp(const std::string& formats = "0 8", const std::string& lines = "");
 
@@ -67,6 +71,7 @@ class SipPeer {
   std::string call_id_;
   std::string branch_;
   std::string remote_tag_;
+  std::vector<SipMessage> open_;   ///< requests without a final answer
   std::vector<std::string> seen_;  ///< messages already handed over, to pass over their repetitions
 };
 

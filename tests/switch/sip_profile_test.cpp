@@ -45,7 +45,8 @@ TEST_F(SipProfileFile, HasDefaultsForWhatItDoesNotSay) {
 TEST_F(SipProfileFile, SaysWhatEveryLegIsTold) {
   ASSERT_TRUE(Load(Param("sip-port", "0") + Param("codec-prefs", "PCMA, G729@30i,,PCMU") + Param("dtmf-type", "none") +
                    Param("rfc2833-pt", "96") + Param("rtp-ipv4-tos", "184") + Param("rtp-hop-limit", "1") +
-                   Param("rtp-timeout-sec", "0") + Param("remote-address-detection", "on") + Param("g729-annexb", "no")))
+                   Param("rtp-timeout-sec", "0") + Param("remote-address-detection", "on") +
+                   Param("g729-annexb", "no")))
       << error_;
   EXPECT_EQ(profile_.sip_port, 0);
   EXPECT_EQ(profile_.codec_prefs, (std::vector<std::string>{"PCMA", "G729@30i", "PCMU"}));
@@ -64,11 +65,16 @@ TEST_F(SipProfileFile, ValuesOutOfRangeAreNamedWithFileAndLine) {
     const char* value;
     const char* expected;
   } kMistakes[] = {
-      {"sip-port", "65536", "a number from 0 to 65535"},      {"sip-port", "5060x", "a number from 0 to 65535"},
-      {"sip-port", "", "a number from 0 to 65535"},           {"sip-ip", "phone.example.org", "a numeric address"},
-      {"context", "", "a word"},                              {"rfc2833-pt", "95", "a number from 96 to 127"},
-      {"dtmf-type", "info", "\"rfc2833\" or \"none\""},       {"rtp-hop-limit", "0", "a number from 1 to 255"},
-      {"sid", "perhaps", "\"true\" or \"false\""},            {"sid", "", "\"true\" or \"false\""},
+      {"sip-port", "65536", "a number from 0 to 65535"},
+      {"sip-port", "5060x", "a number from 0 to 65535"},
+      {"sip-port", "", "a number from 0 to 65535"},
+      {"sip-ip", "phone.example.org", "a numeric address"},
+      {"context", "", "a word"},
+      {"rfc2833-pt", "95", "a number from 96 to 127"},
+      {"dtmf-type", "info", "\"rfc2833\" or \"none\""},
+      {"rtp-hop-limit", "0", "a number from 1 to 255"},
+      {"sid", "perhaps", "\"true\" or \"false\""},
+      {"sid", "", "\"true\" or \"false\""},
       {"leg-timeout", "-1", "a number from 1 to 3600"},
   };
   for (const auto& mistake : kMistakes) {
@@ -93,8 +99,8 @@ TEST_F(SipProfileFile, AgentNamesFileAddressAndPortThatIsInUse) {
   test_support::UdpSocket occupied;
   ASSERT_TRUE(Load(Param("sip-port", std::to_string(occupied.Port())))) << error_;
   EXPECT_EQ(SipAgent::Start(profile_, nullptr, error_), nullptr);
-  EXPECT_EQ(error_, path_ + ": cannot listen on udp 127.0.0.1:" + std::to_string(occupied.Port()) +
-                        ": Address already in use");
+  EXPECT_EQ(error_,
+            path_ + ": cannot listen on udp 127.0.0.1:" + std::to_string(occupied.Port()) + ": Address already in use");
 }
 
 TEST_F(SipProfileFile, AgentStartsOnAFreePortAndStops) {

@@ -4,17 +4,17 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,7 +34,7 @@ constexpr std::chrono::seconds kPatience{20};  // with calls that do not end, be
 struct Options {
   std::string conf_dir;
   std::string mod_dir;
-  std::string log_level;
+  std::optional<switch_log_level_t> log_level;
   std::string pid_file;
   std::string ready_file;
   std::vector<std::pair<std::string, std::string>> variables;
@@ -69,6 +69,13 @@ bool AddVariable(const std::string& text, Options& options) {
   return true;
 }
 
+bool SetLogLevelOption(const std::string& name, Options& options) {
+  const switch_log_level_t level = switch_log_str2level(name.c_str());
+  if (level == SWITCH_LOG_INVALID) return Complain("--log-level " + name + ": not a log level");
+  options.log_level = level;
+  return true;
+}
+
 /// False when the program is to end at once, with `exit_code`.
 bool ParseOptions(int argc, char** argv, Options& options, int& exit_code) {
   static const option kOptions[] = {{"conf", required_argument, nullptr, 'c'},
@@ -83,11 +90,21 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exit_code) {
   exit_code = EXIT_FAILURE;
   for (int choice; (choice = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
     switch (choice) {
-      case 'c': options.conf_dir = optarg; break;
-      case 'm': options.mod_dir = optarg; break;
-      case 'l': options.log_level = optarg; break;
-      case 'p': options.pid_file = optarg; break;
-      case 'r': options.ready_file = optarg; break;
+      case 'c':
+        options.conf_dir = optarg;
+        break;
+      case 'm':
+        options.mod_dir = optarg;
+        break;
+      case 'p':
+        options.pid_file = optarg;
+        break;
+      case 'r':
+        options.ready_file = optarg;
+        break;
+      case 'l':
+        if (!SetLogLevelOption(optarg, options)) return false;
+        break;
       case 's':
         if (!AddVariable(optarg, options)) return false;
         break;
@@ -115,7 +132,9 @@ std::string ProgramDirectory() {
 }
 
 /// The core frees these texts.
-char* HeapText(const std::string& text) { return strdup(text.c_str()); }
+char* HeapText(const std::string& text) {
+  return strdup(text.c_str());
+}
 
 bool SetDirectories(const Options& options) {
   std::error_code problem;
@@ -123,19 +142,11 @@ bool SetDirectories(const Options& options) {
   const std::string mod = options.mod_dir.empty() ? ProgramDirectory() + "/../mod" : options.mod_dir;
   std::filesystem::path conf_path = std::filesystem::canonical(conf, problem);
   if (problem) return Complain("configuration directory " + conf + ": " + problem.message());
-  if (!std::filesystem::is_directory(conf_path)) return Complain("configuration directory " + conf + ": not a directory");
+  if (!std::filesystem::is_directory(conf_path))
+    return Complain("configuration directory " + conf + ": not a directory");
   SWITCH_GLOBAL_dirs.conf_dir = HeapText(conf_path.string());
   SWITCH_GLOBAL_dirs.mod_dir = HeapText(std::filesystem::weakly_canonical(mod, problem).string());
   switch_core_set_globals();
-  return true;
-}
-
-bool SetLevel(const std::string& name) {
-  if (name.empty()) return true;
-  switch_log_level_t level = switch_log_str2level(name.c_str());
-  if (level == SWITCH_LOG_INVALID) return Complain("--log-level " + name + ": not a log level");
-  int32_t value = level;
-  switch_core_session_ctl(SCSC_LOGLEVEL, &value);
   return true;
 }
 
@@ -254,8 +265,11 @@ int Main(int argc, char** argv) {
     Complain(std::string("cannot start: ") + reason);
     return EXIT_FAILURE;
   }
-  if (!SetLevel(options.log_level) ||
-      (!options.pid_file.empty() && !WriteFile(options.pid_file, std::to_string(getpid()) + "\n"))) {
+  if (options.log_level) {
+    int32_t level = *options.log_level;  // switch.conf may have said otherwise
+    switch_core_session_ctl(SCSC_LOGLEVEL, &level);
+  }
+  if (!options.pid_file.empty() && !WriteFile(options.pid_file, std::to_string(getpid()) + "\n")) {
     switch_core_destroy();
     return EXIT_FAILURE;
   }

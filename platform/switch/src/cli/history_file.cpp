@@ -24,7 +24,7 @@ std::string history_file() {
   const char* state = std::getenv("XDG_STATE_HOME");
   const char* home = std::getenv("HOME");
   std::string directory;
-  // A relative path in an XDG variable is invalid and to be ignored (XDG Base Directory Specification).
+  // A relative path in an XDG variable is invalid and to be ignored (XDG Base Directory rules).
   if (state != nullptr && state[0] == '/') {
     directory = std::string(state) + "/kvx";
   } else if (home != nullptr && home[0] == '/') {

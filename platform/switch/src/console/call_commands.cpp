@@ -9,13 +9,16 @@
 namespace kvx_switch {
 namespace {
 
+constexpr size_t kMostCauseDigits = 3;
+
 using LockedSession = std::unique_ptr<switch_core_session_t, decltype(&switch_core_session_rwunlock)>;
 
 /// The core takes an unknown name for an ordinary hang-up; an operator's slip should not pass for one.
 bool parse_cause(const std::string& text, switch_call_cause_t& cause) {
+  const bool number = text.find_first_not_of("0123456789") == std::string::npos;
+  if (number && text.size() > kMostCauseDigits) return false;
   cause = switch_channel_str2cause(text.c_str());
   const std::string name = switch_channel_cause2str(cause);
-  const bool number = text.find_first_not_of("0123456789") == std::string::npos;
   return number ? name != "UNKNOWN" : equal_without_case(name, text);
 }
 

@@ -2,6 +2,8 @@
 
 #include <switch.h>
 
+#include "core/guard.h"
+
 namespace {
 
 void fire_event(const char* command, const char* argument) {
@@ -17,15 +19,11 @@ void fire_event(const char* command, const char* argument) {
 /// An exception stops here: the command counts as failed, its user is told so, and the log says what it was.
 switch_status_t run(switch_api_interface_t* api, const char* argument, switch_core_session_t* session,
                     switch_stream_handle_t* stream) {
-  try {
-    return api->function(argument, session, stream);
-  } catch (const std::exception& error) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the command %s: %s\n",
-                      api->interface_name, error.what());
-  } catch (...) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception of unknown type left the command %s\n",
-                      api->interface_name);
-  }
+  switch_status_t status = SWITCH_STATUS_GENERR;
+  std::string what;
+  if (kvx_switch::RunGuarded([&] { status = api->function(argument, session, stream); }, what)) return status;
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the command %s: %s\n", api->interface_name,
+                    what.c_str());
   stream->write_function(stream, "-ERR the command failed\n");
   return SWITCH_STATUS_GENERR;
 }

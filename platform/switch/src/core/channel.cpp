@@ -32,6 +32,11 @@ bool IsHungUp(const switch_channel_t* channel) {
   return channel->state >= CS_HANGUP;
 }
 
+void WaitForHangupTold(switch_channel_t* channel) {
+  std::unique_lock<std::mutex> lock(channel->mutex);
+  channel->hangup_was_told.wait(lock, [channel] { return channel->hangup_told; });
+}
+
 }  // namespace kvx_switch
 
 switch_channel_state_t switch_channel_perform_hangup(switch_channel_t* channel, const char* file, const char* func,
@@ -54,6 +59,10 @@ switch_channel_state_t switch_channel_perform_hangup(switch_channel_t* channel, 
   FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_CALLSTATE, file, func, line);
   FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_HANGUP, file, func, line);
   channel->session->tasks.Wake();
+  // The last touch: the leg may end and be gone from here on.
+  std::lock_guard<std::mutex> lock(channel->mutex);
+  channel->hangup_told = true;
+  channel->hangup_was_told.notify_all();
   return CS_HANGUP;
 }
 

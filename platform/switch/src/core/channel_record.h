@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -58,7 +59,9 @@ struct switch_channel {
   uint32_t flags[CF_FLAG_MAX] = {};                 // guarded by mutex
   kvx_switch::VariableStore variables;              // guarded by mutex
   kvx_switch::CallerData caller;                    // guarded by mutex
-  kvx_switch::ChannelTimes times;                   // guarded by mutex
+  bool hangup_told = false;                         // guarded by mutex; its log line and events are out
+  std::condition_variable hangup_was_told;
+  kvx_switch::ChannelTimes times;  // guarded by mutex
 };
 
 namespace kvx_switch {
@@ -70,5 +73,9 @@ void FireChannelEvent(switch_channel_t* channel, switch_event_types_t id, const 
 std::string PartnerUuid(const switch_channel_t* channel);
 
 bool IsHungUp(const switch_channel_t* channel);
+
+/// Waits until whoever hung the leg up has said so to everybody: the end of a leg is told after its hang-up, and the
+/// leg lives until the hang-up is done with it. For a leg that is hung up.
+void WaitForHangupTold(switch_channel_t* channel);
 
 }  // namespace kvx_switch

@@ -1,22 +1,20 @@
 #include <atomic>
-#include <exception>
+#include <string>
 
 #include <switch.h>
+
+#include "core/guard.h"
 
 namespace {
 
 /// Runs a function of a codec's module; an exception stops here.
 template <typename Function>
 switch_status_t guarded(const char* codec_name, Function function) {
-  try {
-    return function();
-  } catch (const std::exception& error) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the codec %s: %s\n",
-                      switch_str_nil(codec_name), error.what());
-  } catch (...) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception of unknown type left the codec %s\n",
-                      switch_str_nil(codec_name));
-  }
+  switch_status_t status = SWITCH_STATUS_GENERR;
+  std::string what;
+  if (kvx_switch::RunGuarded([&] { status = function(); }, what)) return status;
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the codec %s: %s\n",
+                    switch_str_nil(codec_name), what.c_str());
   return SWITCH_STATUS_GENERR;
 }
 

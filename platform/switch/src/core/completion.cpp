@@ -7,6 +7,7 @@
 #include <sstream>
 #include <vector>
 
+#include "core/guard.h"
 #include "core/interface_list.h"
 #include "core/receiver.h"
 #include "core/xml_builder.h"
@@ -117,13 +118,15 @@ void add_from_function(const std::string& name, const std::string& line, Candida
   const Receiver::Call call(function->receiver);
   if (!call) return;
   switch_console_callback_match_t* matches = nullptr;
-  try {
-    if (function->callback(line.c_str(), candidates.start().c_str(), &matches) == SWITCH_STATUS_SUCCESS && matches) {
-      for (auto* at = matches->head; at; at = at->next) candidates.Add(at->val);
-    }
-  } catch (const std::exception& error) {
+  switch_status_t status = SWITCH_STATUS_FALSE;
+  std::string what;
+  const auto ask = [&] { status = function->callback(line.c_str(), candidates.start().c_str(), &matches); };
+  if (!RunGuarded(ask, what)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the completion function %s: %s\n",
-                      name.c_str(), error.what());
+                      name.c_str(), what.c_str());
+  }
+  if (status == SWITCH_STATUS_SUCCESS && matches) {
+    for (auto* at = matches->head; at; at = at->next) candidates.Add(at->val);
   }
   switch_console_free_matches(&matches);
 }

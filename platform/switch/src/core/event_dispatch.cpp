@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/event.h"
+#include "core/guard.h"
 #include "core/receiver.h"
 
 /// A binding. Who bound removably holds the address as a handle; the dispatcher owns it.
@@ -158,11 +159,10 @@ void Dispatcher::Deliver(switch_event_t* event) {
     const Receiver::Call call(binding->receiver);
     if (!call) continue;
     event->bind_user_data = binding->user_data;
-    try {
-      binding->callback(event);
-    } catch (const std::exception& error) {
+    std::string what;
+    if (!RunGuarded([&] { binding->callback(event); }, what)) {
       switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the event receiver %s: %s\n",
-                        binding->id.c_str(), error.what());
+                        binding->id.c_str(), what.c_str());
     }
   }
 }

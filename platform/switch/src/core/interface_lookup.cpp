@@ -3,6 +3,7 @@
 #include <switch.h>
 
 #include "core/builtin_api.h"
+#include "core/guard.h"
 #include "core/interface_list.h"
 #include "core/media_server.h"
 #include "core/module_registry.h"
@@ -86,11 +87,11 @@ bool MediaServerAvailable() {
   switch_media_server_interface_t* media_server = AcquireMediaServer();
   if (!media_server) return false;
   bool available = false;
-  try {
-    available = media_server->is_available && media_server->is_available() != SWITCH_FALSE;
-  } catch (const std::exception& error) {
+  std::string what;
+  const auto ask = [&] { available = media_server->is_available && media_server->is_available() != SWITCH_FALSE; };
+  if (!RunGuarded(ask, what)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the media server %s: %s\n",
-                      switch_str_nil(media_server->interface_name), error.what());
+                      switch_str_nil(media_server->interface_name), what.c_str());
   }
   ReleaseMediaServer(media_server);
   return available;

@@ -13,6 +13,7 @@
 
 #include <unistd.h>
 
+#include "core/guard.h"
 #include "core/receiver.h"
 
 namespace kvx_switch {
@@ -189,10 +190,9 @@ void Log::Deliver(Line& line) {
     if (line.node.level > sink->level) continue;
     const Receiver::Call call(sink->receiver);
     if (!call) continue;
-    try {
-      sink->function(&line.node, line.node.level);
-    } catch (const std::exception& error) {
-      fprintf(stderr, "An exception left a log sink: %s\n", error.what());
+    std::string what;
+    if (!RunGuarded([&] { sink->function(&line.node, line.node.level); }, what)) {
+      fprintf(stderr, "An exception left a log sink: %s\n", what.c_str());
     }
   }
 }

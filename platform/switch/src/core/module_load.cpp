@@ -2,10 +2,9 @@
 
 #include <dlfcn.h>
 
-#include <exception>
-
 #include "core/completion.h"
 #include "core/event.h"
+#include "core/guard.h"
 #include "core/log.h"
 #include "core/status_name.h"
 
@@ -64,13 +63,9 @@ bool open_library(Module& module, std::string& error) {
 bool run_load(Module& module, std::string& error) {
   const CompletionOwner owner(module.name);
   switch_status_t status = SWITCH_STATUS_FALSE;
-  try {
-    status = module.table->load(&module.interface, module.pool);
-  } catch (const std::exception& thrown) {
-    error = "an exception left its load function: " + std::string(thrown.what());
-    return false;
-  } catch (...) {
-    error = "an exception of unknown type left its load function";
+  std::string what;
+  if (!RunGuarded([&] { status = module.table->load(&module.interface, module.pool); }, what)) {
+    error = "an exception left its load function: " + what;
     return false;
   }
   if (status != SWITCH_STATUS_SUCCESS && status != SWITCH_STATUS_NOUNLOAD) {
@@ -88,11 +83,10 @@ bool run_load(Module& module, std::string& error) {
 void run_runtime(Module* module) {
   switch_status_t status = SWITCH_STATUS_SUCCESS;
   while (status != SWITCH_STATUS_TERM && !module->ending) {
-    try {
-      status = module->table->runtime();
-    } catch (const std::exception& thrown) {
+    std::string what;
+    if (!RunGuarded([&] { status = module->table->runtime(); }, what)) {
       switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the runtime of module %s: %s\n",
-                        module->name.c_str(), thrown.what());
+                        module->name.c_str(), what.c_str());
       return;
     }
     // One that returns at once and wants to be called again does not take the processor for itself.
@@ -129,15 +123,11 @@ void Dismantle(Module& module, bool keep_library) {
 bool RunShutdown(Module& module, bool& threw) {
   threw = false;
   if (!module.table->shutdown) return true;
-  try {
-    return module.table->shutdown() != SWITCH_STATUS_NOUNLOAD;
-  } catch (const std::exception& thrown) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the shutdown of module %s: %s\n",
-                      module.name.c_str(), thrown.what());
-  } catch (...) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR,
-                      "An exception of unknown type left the shutdown of module %s\n", module.name.c_str());
-  }
+  switch_status_t status = SWITCH_STATUS_SUCCESS;
+  std::string what;
+  if (RunGuarded([&] { status = module.table->shutdown(); }, what)) return status != SWITCH_STATUS_NOUNLOAD;
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left the shutdown of module %s: %s\n",
+                    module.name.c_str(), what.c_str());
   threw = true;
   return true;
 }

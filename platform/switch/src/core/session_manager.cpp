@@ -7,6 +7,7 @@
 #include <thread>
 #include <unordered_map>
 
+#include "core/guard.h"
 #include "core/session_record.h"
 
 namespace kvx_switch {
@@ -76,11 +77,10 @@ SessionInfo info_of(switch_core_session_t* session) {
 void run_program(switch_core_session_t* session, LegProgram& program) {
   switch_channel_t* channel = &session->channel;
   switch_call_cause_t cause = SWITCH_CAUSE_NORMAL_CLEARING;
-  try {
-    program.Run(session);
-  } catch (const std::exception& error) {
+  std::string what;
+  if (!RunGuarded([&] { program.Run(session); }, what)) {
     switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session), SWITCH_LOG_ERROR, "An exception ended the leg %s: %s\n",
-                      switch_channel_get_name(channel), error.what());
+                      switch_channel_get_name(channel), what.c_str());
     cause = SWITCH_CAUSE_DESTINATION_OUT_OF_ORDER;
   }
   if (!IsHungUp(channel)) switch_channel_hangup(channel, cause);
@@ -88,6 +88,7 @@ void run_program(switch_core_session_t* session, LegProgram& program) {
 
 void report_end(switch_core_session_t* session) {
   switch_channel_t* channel = &session->channel;
+  WaitForHangupTold(channel);
   FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_HANGUP_COMPLETE, __FILE__, __func__, __LINE__);
   switch_channel_set_state(channel, CS_REPORTING);
   switch_channel_set_state(channel, CS_DESTROY);
@@ -214,6 +215,7 @@ void SessionManager::RunLeg(switch_core_session_t* session, std::shared_ptr<LegP
 
 void SessionManager::Destroy(switch_core_session_t* session) {
   if (!IsHungUp(&session->channel)) switch_channel_hangup(&session->channel, SWITCH_CAUSE_NORMAL_CLEARING);
+  WaitForHangupTold(&session->channel);
   session->tasks.Close();
   Free(session);
   State& all = state();

@@ -1,8 +1,10 @@
 #include "core/task_queue.h"
 
-#include <exception>
+#include <string>
 
 #include <switch.h>
+
+#include "core/guard.h"
 
 namespace kvx_switch {
 
@@ -57,10 +59,9 @@ bool TaskQueue::RunOne() {
     task = std::move(tasks_.front());
     tasks_.pop_front();
   }
-  try {
-    task();
-  } catch (const std::exception& error) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left a task of a leg: %s\n", error.what());
+  std::string what;
+  if (!RunGuarded(task, what)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "An exception left a task of a leg: %s\n", what.c_str());
   }
   return true;
 }

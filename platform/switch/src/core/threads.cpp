@@ -1,9 +1,10 @@
 #include <pthread.h>
 
-#include <exception>
+#include <string>
 
 #include <switch.h>
 
+#include "core/guard.h"
 #include "core/pool.h"
 
 struct switch_threadattr {
@@ -32,10 +33,9 @@ namespace {
 
 void* run(void* object) {
   auto* thread = static_cast<switch_thread*>(object);
-  try {
-    thread->function(thread, thread->data);
-  } catch (const std::exception& error) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_CRIT, "An exception left a thread: %s\n", error.what());
+  std::string what;
+  if (!kvx_switch::RunGuarded([&] { thread->function(thread, thread->data); }, what)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_CRIT, "An exception left a thread: %s\n", what.c_str());
   }
   return nullptr;
 }

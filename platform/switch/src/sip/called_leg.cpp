@@ -46,8 +46,7 @@ bool SameCodec(const switch_codec_implementation_t& a, const switch_codec_implem
 
 }  // namespace
 
-void CalledLeg::Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg,
-                        const std::string& ended_by) {
+void CalledLeg::Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by) {
   PostToSession(uuid, [leg, ended_by] {
     std::shared_ptr<CalledLeg> self = leg.lock();
     if (!self) return;
@@ -69,32 +68,38 @@ void CalledLeg::Run(switch_core_session_t* session) {
   Finish();
 }
 
-bool CalledLeg::SendInvite() {
-  if (switch_channel_down(channel_)) return false;
-  if (media_->Create(LegMedia::NewCall::kNo) != LegMedia::Start::kStarted) {
-    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
-    return false;
-  }
-  const MediaSettings& settings = request_.agent->profile().media;
+/// The offer's text: the calling side's codecs with our payload types, at the address where the media server waits.
+bool CalledLeg::MakeOffer(std::string& offer) {
   const std::vector<CodecMatch> offered = Distinct(request_.offered);
   LocalDescription description;
-  CodecImplementations implementations;
+  CodecImplementations codecs;
   for (const CodecMatch& match : offered) {
-    implementations.push_back(match.implementation);
+    codecs.push_back(match.implementation);
     description.payloads.push_back(OfferedPayload(match));
   }
-  uint8_t event_type = FreePayloadType(settings.telephone_event_type, description.payloads);
-  uint32_t event_rate = offered.front().implementation->samples_per_second;
-  if (request_.telephone_events) description.payloads.push_back(TelephoneEventPayload(event_type, event_rate));
-
+  uint8_t event_type = 0;
+  if (request_.telephone_events) {
+    event_type = FreePayloadType(request_.agent->profile().media.telephone_event_type, description.payloads);
+    description.payloads.push_back(TelephoneEventPayload(event_type, codecs.front()->samples_per_second));
+  }
   LocalMedia local;
-  if (!media_->GetLocalForOffer(implementations, request_.telephone_events ? event_type : 0, local)) {
+  if (!media_->GetLocalForOffer(codecs, event_type, local)) return false;
+  offered_packet_time_ = offered.front().PacketTime();
+  FillLocalDescription(session_, local, offered_packet_time_, description);
+  offer = BuildOffer(description);
+  LegLog(session_, SWITCH_LOG_INFO,
+         "Calling " + request_.target + " from " + request_.from_user + ", offering " + CodecNames(codecs) +
+             ", at most " + std::to_string(request_.timeout.count()) + " s");
+  return true;
+}
+
+bool CalledLeg::SendInvite() {
+  if (switch_channel_down(channel_)) return false;
+  std::string offer;
+  if (media_->Create(LegMedia::NewCall::kNo) != LegMedia::Start::kStarted || !MakeOffer(offer)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
     return false;
   }
-  offered_packet_time_ = offered.front().PacketTime();
-  FillLocalDescription(session_, local, offered_packet_time_, description);
-
   std::string uuid = switch_core_session_get_uuid(session_);
   std::weak_ptr<CalledLeg> weak = weak_from_this();
   dialog_ = std::make_shared<SipDialog>(request_.agent, [uuid, weak](const DialogEvent& event) {
@@ -102,11 +107,7 @@ bool CalledLeg::SendInvite() {
       if (std::shared_ptr<CalledLeg> self = weak.lock()) self->OnDialogEvent(event);
     });
   });
-  LegLog(session_, SWITCH_LOG_INFO,
-         "Calling " + request_.target + " from " + request_.from_user + ", offering " +
-             CodecNames(implementations) + ", at most " + std::to_string(request_.timeout.count()) + " s");
-  dialog_->Invite({request_.target, request_.from_name, request_.from_user, BuildOffer(description),
-                   request_.max_forwards});
+  dialog_->Invite({request_.target, request_.from_name, request_.from_user, offer, request_.max_forwards});
   switch_channel_set_callstate(channel_, CCS_DIALING);
   return true;
 }
@@ -118,20 +119,23 @@ void CalledLeg::WaitForAnswer() {
   switch_channel_hangup(channel_, SWITCH_CAUSE_NO_ANSWER);
 }
 
+void CalledLeg::OnProgress(const DialogEvent& event) {
+  LegLog(session_, SWITCH_LOG_INFO,
+         "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
+             (event.sdp.empty() ? "" : "; its early media is not passed on"));
+  if (event.status == 180) switch_channel_mark_ring_ready(channel_);
+  CalledLegReport report{};
+  report.kind = CalledLegReport::Kind::kProgress;
+  report.status = event.status;
+  request_.report(report);
+}
+
 void CalledLeg::OnDialogEvent(const DialogEvent& event) {
   if (finished_) return;
   switch (event.kind) {
-    case DialogEvent::Kind::kProgress: {
-      LegLog(session_, SWITCH_LOG_INFO,
-             "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
-                 (event.sdp.empty() ? "" : "; its early media is not passed on"));
-      if (event.status == 180) switch_channel_mark_ring_ready(channel_);
-      CalledLegReport report{};
-      report.kind = CalledLegReport::Kind::kProgress;
-      report.status = event.status;
-      request_.report(report);
+    case DialogEvent::Kind::kProgress:
+      OnProgress(event);
       break;
-    }
     case DialogEvent::Kind::kAnswered:
       if (switch_channel_up(channel_)) OnAnswered(event);
       break;
@@ -230,8 +234,8 @@ void CalledLeg::Finish() {
   report.cause = cause;
   report.status = refused_status_;
   request_.report(report);
-  if (answered_ && !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience,
-                                     [this] { return released_; })) {
+  if (answered_ &&
+      !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience, [this] { return released_; })) {
     LegLog(session_, SWITCH_LOG_WARNING, "The calling leg did not undo the bridge in time");
   }
   DrainTasks(session_);

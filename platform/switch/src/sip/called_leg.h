@@ -50,8 +50,10 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
 
  private:
   bool SendInvite();
+  bool MakeOffer(std::string& offer);
   void WaitForAnswer();
   void OnDialogEvent(const DialogEvent& event);
+  void OnProgress(const DialogEvent& event);
   void OnAnswered(const DialogEvent& event);
   bool AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& session_name, CalledLegReport& report);
   size_t OfferedIndex(const CodecMatch& taken) const;

@@ -41,7 +41,9 @@ void CallingLeg::Run(switch_core_session_t* session) {
   Finish();
 }
 
-std::string CallingLeg::Variable(const std::string& name) const { return LegVariable(channel_, name); }
+std::string CallingLeg::Variable(const std::string& name) const {
+  return LegVariable(channel_, name);
+}
 
 void CallingLeg::Fail(switch_call_cause_t cause, int status, const std::string& warning, const std::string& log) {
   if (switch_channel_down(channel_)) return;
@@ -75,29 +77,32 @@ bool CallingLeg::ReadOffer() {
     return false;
   }
   offer_ = std::move(*offer);
-  CodecImplementations codecs = PreferredCodecs(RegisteredCodecs(), profile_.codec_prefs);
-  std::string offered;
-  for (stream_ = 0; stream_ < offer_.media.size(); ++stream_) {
-    const SdpMedia& stream = offer_.media[stream_];
-    if (!stream.IsPlainRtpAudio() || stream.port == 0) {
-      offered += (offered.empty() ? "" : "; ") + stream.kind + " over " + stream.protocol;
-      continue;
-    }
-    common_ = CommonCodecs(stream, codecs);
-    if (!common_.empty()) break;
-    offered += (offered.empty() ? "" : "; ") + CodecNames(stream);
-  }
-  if (common_.empty() && !codecs.empty()) {
-    Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "no common codec",
-         "No common codec: offered are " + offered + "; supported are " + CodecNames(codecs) + call);
-    return false;
-  }
-  if (common_.empty()) {
+  return ChooseStream();
+}
+
+/// The first audio stream of the offer with a codec that we have.
+bool CallingLeg::ChooseStream() {
+  const std::string call = " (call-id " + invite_.call_id + ")";
+  const CodecImplementations codecs = PreferredCodecs(RegisteredCodecs(), profile_.codec_prefs);
+  if (codecs.empty()) {
     Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "",
          "No codec is registered: no media server module is loaded, or \"codec-prefs\" of " + profile_.file +
              " names none of its codecs" + call);
     return false;
   }
+  std::string offered;
+  for (stream_ = 0; stream_ < offer_.media.size() && common_.empty(); ++stream_) {
+    const SdpMedia& stream = offer_.media[stream_];
+    const bool usable = stream.IsPlainRtpAudio() && stream.port != 0;
+    if (usable) common_ = CommonCodecs(stream, codecs);
+    offered += (offered.empty() ? "" : "; ") + (usable ? CodecNames(stream) : stream.kind + " over " + stream.protocol);
+  }
+  if (common_.empty()) {
+    Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "no common codec",
+         "No common codec: offered are " + offered + "; supported are " + CodecNames(codecs) + call);
+    return false;
+  }
+  --stream_;  // the loop has stepped over it
   agreed_.codec = common_.front();
   AgreeOnTelephoneEvents(offer_.media[stream_], profile_.media.telephone_events, agreed_);
   return true;
@@ -129,11 +134,16 @@ void CallingLeg::RunActions(const Route& route) {
 void CallingLeg::RunAction(const DialplanAction& action) {
   std::string data = ExpandChannelVariables(action.data, [this](const std::string& name) { return Variable(name); });
   LegLog(session_, SWITCH_LOG_DEBUG, "Action " + action.application + "(" + data + ")");
-  if (action.application == "set") Set(data);
-  else if (action.application == "log") Log(data);
-  else if (action.application == "hangup") HangUp(data);
-  else if (action.application == "answer") EnsureMedia() && AnswerCaller();
-  else if (action.application == "bridge") Bridge(data);
+  if (action.application == "set")
+    Set(data);
+  else if (action.application == "log")
+    Log(data);
+  else if (action.application == "hangup")
+    HangUp(data);
+  else if (action.application == "answer")
+    EnsureMedia() && AnswerCaller();
+  else if (action.application == "bridge")
+    Bridge(data);
 }
 
 void CallingLeg::Set(const std::string& data) {
@@ -203,12 +213,14 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
   switch_channel_hangup(channel_, event.cause);
 }
 
-/// Both legs get the same cause; the caller sees the called side's own status where it may.
+/// Ends the called leg, if there is one, and lets it have its media to itself again.
 void CallingLeg::LetCalledLegGo(switch_call_cause_t cause) {
   if (!called_) return;
+  const bool was_bridged = media_->bridged();
   HangUpLeg(called_->uuid, cause);
   media_->Unbridge();
   CalledLeg::Release(called_->uuid, called_->leg, ended_by_);
+  if (was_bridged) FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, called_->uuid);
 }
 
 void CallingLeg::Finish() {
@@ -216,9 +228,7 @@ void CallingLeg::Finish() {
   switch_call_cause_t cause = switch_channel_get_cause(channel_);
   bool ours = cause == fail_cause_ && fail_status_ != 0;
   dialog_->End(cause, ours ? fail_status_ : StatusOfCause(cause), ours ? fail_warning_ : "");
-  bool was_bridged = media_->bridged();
   LetCalledLegGo(cause);
-  if (was_bridged) FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, called_->uuid);
   media_.reset();
   LogHungUp(session_, ended_by_, answered_, answered_at_);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/session.h"
+#include "sip/bridge_target.h"
 #include "sip/called_leg.h"
 #include "sip/dialplan.h"
 #include "sip/leg_media.h"
@@ -17,6 +18,16 @@
 /// The leg of an incoming call: takes the offer, finds the route, runs its actions, answers, and ends both legs of the
 /// call that it made.
 namespace kvx_switch {
+
+/// What a calling leg knows of the leg that it called.
+struct BridgedLeg {
+  std::string uuid;
+  std::weak_ptr<CalledLeg> leg;
+  bool ended = false;
+  switch_call_cause_t cause = SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE;  // until it reports
+  int status = 0;
+  std::optional<CalledLegReport> answer;
+};
 
 class CallingLeg : public LegProgram, public std::enable_shared_from_this<CallingLeg> {
  public:
@@ -28,17 +39,8 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   static SipDialog::Sink EventSink(const std::string& uuid, const std::shared_ptr<CallingLeg>& leg);
 
  private:
-  /// The other leg of a bridge, while there is one.
-  struct Called {
-    std::string uuid;
-    std::weak_ptr<CalledLeg> leg;
-    bool ended = false;
-    switch_call_cause_t cause = SWITCH_CAUSE_NONE;
-    int status = 0;
-    std::optional<CalledLegReport> answer;
-  };
-
   bool ReadOffer();
+  bool ChooseStream();
   bool FindRoute(Route& route);
   void RunActions(const Route& route);
   void RunAction(const DialplanAction& action);
@@ -50,11 +52,14 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
 
   bool EnsureMedia();
   bool StartCalledLeg(const std::string& data);
+  switch_core_session_t* MakeCalledSession(const BridgeTarget& target);
+  CalledLegRequest MakeCalledRequest(const BridgeTarget& target, const std::string& uuid);
   std::chrono::seconds LegTimeout() const;
   bool AwaitAnswer();
   bool TakeOver(const CalledLegReport& answer);
   bool AnswerCaller();
   void Join();
+  void EndWithCalledLeg();
 
   void OnDialogEvent(const DialogEvent& event);
   void OnCalledLegReport(const std::string& uuid, const CalledLegReport& report);
@@ -78,7 +83,7 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   size_t stream_ = 0;               // which stream of the offer we take
   std::vector<CodecMatch> common_;  // its codecs that we can take, in its order
   AgreedMedia agreed_;
-  std::optional<Called> called_;
+  std::optional<BridgedLeg> called_;
   bool answered_ = false;
   bool finished_ = false;
   int relayed_status_ = 0;  // last provisional response sent

@@ -12,6 +12,9 @@ namespace {
 
 constexpr long kLongestLegTimeout = 3600;
 
+// For a leg that was hung up to say so.
+constexpr std::chrono::seconds kReportPatience{5};
+
 }  // namespace
 
 /// The calling leg's media is set up first, so that the called leg lands in the same media session; the caller is
@@ -37,31 +40,24 @@ std::chrono::seconds CallingLeg::LegTimeout() const {
   return std::chrono::seconds(profile_.leg_timeout_seconds);
 }
 
-bool CallingLeg::StartCalledLeg(const std::string& data) {
-  BridgeTarget target;
-  std::string error;
-  if (!ParseBridgeTarget(data, target, error)) {
-    Fail(SWITCH_CAUSE_INVALID_NUMBER_FORMAT, 0, "", "bridge: " + error);
-    return false;
-  }
+/// The second leg, linked with this one; null when there is none to be had. Linked before it runs: its media is created
+/// beside this leg's.
+switch_core_session_t* CallingLeg::MakeCalledSession(const BridgeTarget& target) {
   switch_core_session_t* session =
       RequestSession(SWITCH_CALL_DIRECTION_OUTBOUND, "sip/" + profile_.name + "/" + target.uri.substr(4));
-  if (!session) {
-    Fail(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "", "bridge: no session for the called leg");
-    return false;
-  }
-  const std::string own_uuid = switch_core_session_get_uuid(session_);
-  const std::string uuid = switch_core_session_get_uuid(session);
+  if (!session) return nullptr;
   CallerData caller = GetCallerData(session_);
   caller.destination_number = target.uri.substr(4, target.uri.find_first_of("@:;", 4) - 4);
   caller.network_address.clear();
   SetCallerData(session, caller);
   switch_channel_t* channel = switch_core_session_get_channel(session);
   for (const auto& [name, value] : target.variables) switch_channel_set_variable(channel, name.c_str(), value.c_str());
-  // Linked before the leg is launched: its media is created beside this leg's.
-  switch_channel_set_variable(channel, SWITCH_SIGNAL_BOND_VARIABLE, own_uuid.c_str());
-  switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, uuid.c_str());
+  switch_channel_set_variable(channel, SWITCH_SIGNAL_BOND_VARIABLE, switch_core_session_get_uuid(session_));
+  switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, switch_core_session_get_uuid(session));
+  return session;
+}
 
+CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const std::string& uuid) {
   CalledLegRequest request;
   request.agent = dialog_->agent();
   request.target = target.uri;
@@ -71,13 +67,30 @@ bool CallingLeg::StartCalledLeg(const std::string& data) {
   request.from_user = invite_.from_user;
   request.max_forwards = invite_.max_forwards - 1;
   request.timeout = LegTimeout();
+  const std::string own_uuid = switch_core_session_get_uuid(session_);
   std::weak_ptr<CallingLeg> weak = weak_from_this();
   request.report = [own_uuid, uuid, weak](const CalledLegReport& report) {
     PostToSession(own_uuid, [weak, uuid, report] {
       if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnCalledLegReport(uuid, report);
     });
   };
-  auto leg = std::make_shared<CalledLeg>(std::move(request));
+  return request;
+}
+
+bool CallingLeg::StartCalledLeg(const std::string& data) {
+  BridgeTarget target;
+  std::string error;
+  if (!ParseBridgeTarget(data, target, error)) {
+    Fail(SWITCH_CAUSE_INVALID_NUMBER_FORMAT, 0, "", "bridge: " + error);
+    return false;
+  }
+  switch_core_session_t* session = MakeCalledSession(target);
+  if (!session) {
+    Fail(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "", "bridge: no session for the called leg");
+    return false;
+  }
+  const std::string uuid = switch_core_session_get_uuid(session);
+  auto leg = std::make_shared<CalledLeg>(MakeCalledRequest(target, uuid));
   called_.emplace();
   called_->uuid = uuid;
   called_->leg = leg;
@@ -120,9 +133,7 @@ bool CallingLeg::AwaitAnswer() {
   bool settled = ServeUntil(session_, deadline, [this] { return called_->answer || called_->ended; });
   if (switch_channel_down(channel_)) return false;
   if (settled && !called_->ended) return true;
-  ended_by_ = "the called side";
-  const int status = StatusPassesThrough(called_->status) ? called_->status : StatusOfCause(called_->cause);
-  Fail(settled ? called_->cause : SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE, settled ? status : 0, "", "");
+  EndWithCalledLeg();
   return false;
 }
 
@@ -141,12 +152,28 @@ bool CallingLeg::TakeOver(const CalledLegReport& answer) {
   return false;
 }
 
+/// The called leg's end as ours.
+void CallingLeg::EndWithCalledLeg() {
+  ended_by_ = "the called side";
+  const int status = StatusPassesThrough(called_->status) ? called_->status : StatusOfCause(called_->cause);
+  Fail(called_->cause, status, "", "");
+}
+
 void CallingLeg::Join() {
   DrainTasks(session_);
   if (switch_channel_down(channel_)) return;
-  if (called_->ended || !media_->Bridge(RTPDIR_DUPLEX)) {
-    if (called_->ended) ended_by_ = "the called side";
-    Fail(called_->ended ? called_->cause : SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
+  if (!called_->ended && !media_->Bridge(RTPDIR_DUPLEX)) {
+    // The called leg may have been hung up meanwhile; its report is then on its way, and has the true cause.
+    switch_core_session_t* partner = switch_core_session_locate(called_->uuid.c_str());
+    if (partner) {
+      switch_core_session_rwunlock(partner);
+      Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
+      return;
+    }
+    ServeUntil(session_, std::chrono::steady_clock::now() + kReportPatience, [this] { return called_->ended; });
+  }
+  if (!media_->bridged()) {
+    EndWithCalledLeg();
     return;
   }
   switch_channel_set_variable(channel_, SWITCH_BRIDGE_UUID_VARIABLE, called_->uuid.c_str());

@@ -12,7 +12,9 @@ namespace {
 constexpr uint32_t kUsualPacketTime = 20;
 constexpr const char* kTelephoneEvent = "telephone-event";
 
-bool SameText(const std::string& a, const char* b) { return strcasecmp(a.c_str(), b) == 0; }
+bool SameText(const std::string& a, const char* b) {
+  return strcasecmp(a.c_str(), b) == 0;
+}
 
 uint32_t PacketTimeOf(const switch_codec_implementation_t& codec) {
   return static_cast<uint32_t>(codec.microseconds_per_packet / 1000);
@@ -161,8 +163,10 @@ std::string FmtpParameter(const std::string& fmtp, const std::string& key) {
 std::string CodecNames(const SdpMedia& stream) {
   std::string names;
   for (const SdpPayload& payload : stream.payloads) {
-    if (payload.name.empty()) AddName(names, "payload type " + std::to_string(payload.type), payload.rate);
-    else AddName(names, payload.name, payload.rate);
+    if (payload.name.empty())
+      AddName(names, "payload type " + std::to_string(payload.type), payload.rate);
+    else
+      AddName(names, payload.name, payload.rate);
   }
   return names;
 }

@@ -7,8 +7,8 @@
 
 #include "sip/sdp.h"
 
-/// Which registered codecs fit what a far end offers, by name, clock rate, channels, packet time and the parameters that
-/// choose a bit rate or a mode. Implementations are borrowed from the modules that registered them.
+/// Which registered codecs fit what a far end offers, by name, clock rate, channels, packet time and the parameters
+/// that choose a bit rate or a mode. Implementations are borrowed from the modules that registered them.
 namespace kvx_switch {
 
 using CodecImplementations = std::vector<const switch_codec_implementation_t*>;

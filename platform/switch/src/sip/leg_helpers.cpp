@@ -37,8 +37,8 @@ void LogHungUp(switch_core_session_t* session, const std::string& by, bool answe
     std::snprintf(duration, sizeof(duration), "%.1f s after the answer", seconds.count());
   }
   LegLog(session, SWITCH_LOG_NOTICE,
-         std::string("Hung up by ") + by + ": " + switch_channel_cause2str(cause) + " (" + std::to_string(cause) + "), " +
-             duration);
+         std::string("Hung up by ") + by + ": " + switch_channel_cause2str(cause) + " (" + std::to_string(cause) +
+             "), " + duration);
 }
 
 void FillLocalDescription(switch_core_session_t* session, const LocalMedia& local, uint32_t packet_time,
@@ -50,8 +50,9 @@ void FillLocalDescription(switch_core_session_t* session, const LocalMedia& loca
   description.port = local.port;
   description.rtcp_port = local.rtcp_port;
   description.packet_time = packet_time;
-  LegLog(session, SWITCH_LOG_DEBUG,
-         "Local media " + local.address + ":" + std::to_string(local.port) + ", RTCP " + std::to_string(local.rtcp_port));
+  LegLog(
+      session, SWITCH_LOG_DEBUG,
+      "Local media " + local.address + ":" + std::to_string(local.port) + ", RTCP " + std::to_string(local.rtcp_port));
 }
 
 void AgreeOnTelephoneEvents(const SdpMedia& stream, bool wanted, AgreedMedia& agreed) {

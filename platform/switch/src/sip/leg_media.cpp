@@ -13,7 +13,9 @@ namespace {
 // Two addresses and a comma; an IPv6 address takes 45 characters.
 constexpr size_t kAddressBuffer = 128;
 
-switch_bool_t ToSwitch(bool value) { return value ? SWITCH_TRUE : SWITCH_FALSE; }
+switch_bool_t ToSwitch(bool value) {
+  return value ? SWITCH_TRUE : SWITCH_FALSE;
+}
 
 }  // namespace
 
@@ -29,7 +31,9 @@ LegMedia::LegMedia(switch_core_session_t* session, const MediaSettings& settings
       connection_(switch_core_session_get_media_connection(session)),
       settings_(settings) {}
 
-LegMedia::~LegMedia() { Destroy(); }
+LegMedia::~LegMedia() {
+  Destroy();
+}
 
 void LegMedia::Failed(const char* step) {
   switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session_), SWITCH_LOG_ERROR, "The media server refused: %s\n", step);
@@ -43,8 +47,8 @@ LegMedia::Start LegMedia::Create(NewCall new_call) {
   }
   Start result = Start::kUnavailable;
   if (new_call == NewCall::kYes && !server_->is_available()) {
-    switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session_), SWITCH_LOG_ERROR, "Media server \"%s\" takes no calls now\n",
-                      server_->interface_name);
+    switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session_), SWITCH_LOG_ERROR,
+                      "Media server \"%s\" takes no calls now\n", server_->interface_name);
   } else {
     connection_->media_server_interface = server_;
     created_ = server_->create(connection_, session_) == SWITCH_STATUS_SUCCESS;
@@ -92,17 +96,16 @@ bool LegMedia::SetRemote(switch_sdp_negotiation_state_t state, const SdpMedia& s
   if (!InitCodec(agreed.codec)) return false;
   switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_IP_VARIABLE, stream.address.c_str());
   switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_PORT_VARIABLE, std::to_string(stream.port).c_str());
-  switch_status_t status = server_->set_media(
-      connection_, stream.address.c_str(), stream.port, stream.rtcp_port, session_name.c_str(), &codec_,
-      agreed.HasTelephoneEvents(), agreed.telephone_event_type, settings_.silence_suppression, nullptr, SWITCH_FALSE,
-      state, ToSwitch(settings_.remote_address_detection), ToSwitch(settings_.suppress_comfort_noise),
-      ToSwitch(settings_.sid));
+  switch_status_t status = server_->set_media(connection_, stream.address.c_str(), stream.port, stream.rtcp_port,
+                                              session_name.c_str(), &codec_, agreed.HasTelephoneEvents(),
+                                              agreed.telephone_event_type, settings_.silence_suppression, nullptr,
+                                              SWITCH_FALSE, state, ToSwitch(settings_.remote_address_detection),
+                                              ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid));
   if (status != SWITCH_STATUS_SUCCESS) Failed("the far end's description");
   return status == SWITCH_STATUS_SUCCESS;
 }
 
-bool LegMedia::GetLocalForOffer(const CodecImplementations& codecs, uint8_t telephone_event_type,
-                                LocalMedia& local) {
+bool LegMedia::GetLocalForOffer(const CodecImplementations& codecs, uint8_t telephone_event_type, LocalMedia& local) {
   return GetLocal({SWITCH_SDP_STATE_UNKNOWN, codecs, nullptr, telephone_event_type}, local);
 }
 

@@ -11,7 +11,8 @@
 #include "sip/sip_profile.h"
 
 /// A leg's media on the media server, from create to destroy: makes the calls of the media-server interface in their
-/// order, each with what the profile and the descriptions say, and destroys exactly once. Used on the leg's thread only.
+/// order, each with what the profile and the descriptions say, and destroys exactly once. Used on the leg's thread
+/// only.
 namespace kvx_switch {
 
 /// What two far ends and we agreed to send.
@@ -25,7 +26,7 @@ struct AgreedMedia {
 
 /// Where the media server takes this leg's RTP.
 struct LocalMedia {
-  std::string address;       ///< the one that far ends are told: the public one where there is one
+  std::string address;  ///< the one that far ends are told: the public one where there is one
   uint16_t port = 0;
   uint16_t rtcp_port = 0;
 };

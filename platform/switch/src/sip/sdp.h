@@ -17,22 +17,22 @@ MediaDirection Reversed(MediaDirection direction);
 
 /// One payload type of an RTP stream with its "rtpmap" and "fmtp" put together.
 struct SdpPayload {
-  uint8_t type = 0;  ///< 0 to 127
-  std::string name;  ///< encoding name as written; empty when neither an rtpmap nor RFC 3551 gives one
-  uint32_t rate = 0; ///< clock rate in Hz
+  uint8_t type = 0;   ///< 0 to 127
+  std::string name;   ///< encoding name as written; empty when neither an rtpmap nor RFC 3551 gives one
+  uint32_t rate = 0;  ///< clock rate in Hz
   int channels = 1;
   std::string fmtp;  ///< the parameters alone, without the payload type
 };
 
 /// One "m=" line and what stands below it.
 struct SdpMedia {
-  std::string kind;      ///< "audio", "video", "image", ...
-  uint16_t port = 0;     ///< 0: the stream is refused or withdrawn
-  std::string protocol;  ///< "RTP/AVP", "RTP/SAVP", "udptl", ...
-  std::string formats;   ///< the format list as written
-  std::string address;   ///< of "c=" below the line, else the session's; a host name or a numeric address
-  uint16_t rtcp_port = 0;     ///< of "a=rtcp" (RFC 3605); 0 when not given
-  uint32_t packet_time = 0;   ///< of "a=ptime", milliseconds; 0 when not given
+  std::string kind;          ///< "audio", "video", "image", ...
+  uint16_t port = 0;         ///< 0: the stream is refused or withdrawn
+  std::string protocol;      ///< "RTP/AVP", "RTP/SAVP", "udptl", ...
+  std::string formats;       ///< the format list as written
+  std::string address;       ///< of "c=" below the line, else the session's; a host name or a numeric address
+  uint16_t rtcp_port = 0;    ///< of "a=rtcp" (RFC 3605); 0 when not given
+  uint32_t packet_time = 0;  ///< of "a=ptime", milliseconds; 0 when not given
   MediaDirection direction = MediaDirection::kSendReceive;
   std::vector<SdpPayload> payloads;  ///< of RTP streams, in order of preference
 
@@ -51,8 +51,8 @@ std::optional<SessionDescription> ParseSdp(std::string_view text, std::string& e
 /// What this switch says of itself in an offer or an answer.
 struct LocalDescription {
   uint64_t session_id = 0;
-  uint64_t version = 0;      ///< grows by one with every change
-  std::string address;       ///< numeric, IPv4 or IPv6 without brackets
+  uint64_t version = 0;  ///< grows by one with every change
+  std::string address;   ///< numeric, IPv4 or IPv6 without brackets
   uint16_t port = 0;
   uint16_t rtcp_port = 0;    ///< 0: not said
   uint32_t packet_time = 0;  ///< milliseconds; 0: not said

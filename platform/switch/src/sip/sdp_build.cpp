@@ -42,8 +42,8 @@ std::string AudioStream(const LocalDescription& local) {
   if (local.rtcp_port) {
     attributes += "a=rtcp:" + std::to_string(local.rtcp_port) + " " + Network(local.address) + "\r\n";
   }
-  return "m=audio " + std::to_string(local.port) + " RTP/AVP" + types + "\r\n" + attributes + "a=" +
-         DirectionName(local.direction) + "\r\n";
+  return "m=audio " + std::to_string(local.port) + " RTP/AVP" + types + "\r\n" + attributes +
+         "a=" + DirectionName(local.direction) + "\r\n";
 }
 
 }  // namespace
@@ -59,13 +59,16 @@ MediaDirection Reversed(MediaDirection direction) {
   }
 }
 
-std::string BuildOffer(const LocalDescription& local) { return Header(local) + AudioStream(local); }
+std::string BuildOffer(const LocalDescription& local) {
+  return Header(local) + AudioStream(local);
+}
 
 std::string BuildAnswer(const LocalDescription& local, const SessionDescription& offer, size_t accepted) {
   std::string answer = Header(local);
   for (size_t i = 0; i < offer.media.size(); ++i) {
     const SdpMedia& media = offer.media[i];
-    answer += i == accepted ? AudioStream(local) : "m=" + media.kind + " 0 " + media.protocol + " " + media.formats + "\r\n";
+    answer +=
+        i == accepted ? AudioStream(local) : "m=" + media.kind + " 0 " + media.protocol + " " + media.formats + "\r\n";
   }
   return answer;
 }

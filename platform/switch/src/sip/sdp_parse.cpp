@@ -22,9 +22,9 @@ struct StaticEncoding {
 
 // RFC 3551, table 4.
 constexpr StaticEncoding kStaticEncodings[] = {
-    {0, "PCMU", 8000, 1}, {3, "GSM", 8000, 1},  {4, "G723", 8000, 1},  {5, "DVI4", 8000, 1},  {6, "DVI4", 16000, 1},
-    {7, "LPC", 8000, 1},  {8, "PCMA", 8000, 1}, {9, "G722", 8000, 1},  {10, "L16", 44100, 2}, {11, "L16", 44100, 1},
-    {12, "QCELP", 8000, 1}, {13, "CN", 8000, 1}, {14, "MPA", 90000, 1}, {15, "G728", 8000, 1}, {16, "DVI4", 11025, 1},
+    {0, "PCMU", 8000, 1},   {3, "GSM", 8000, 1},  {4, "G723", 8000, 1},  {5, "DVI4", 8000, 1},  {6, "DVI4", 16000, 1},
+    {7, "LPC", 8000, 1},    {8, "PCMA", 8000, 1}, {9, "G722", 8000, 1},  {10, "L16", 44100, 2}, {11, "L16", 44100, 1},
+    {12, "QCELP", 8000, 1}, {13, "CN", 8000, 1},  {14, "MPA", 90000, 1}, {15, "G728", 8000, 1}, {16, "DVI4", 11025, 1},
     {17, "DVI4", 22050, 1}, {18, "G729", 8000, 1}};
 
 std::string_view NextWord(std::string_view& rest) {
@@ -49,11 +49,16 @@ bool ReadNumber(std::string_view text, Number most, Number& number) {
 }
 
 bool ReadDirection(std::string_view name, MediaDirection& direction) {
-  if (name == "sendrecv") direction = MediaDirection::kSendReceive;
-  else if (name == "sendonly") direction = MediaDirection::kSendOnly;
-  else if (name == "recvonly") direction = MediaDirection::kReceiveOnly;
-  else if (name == "inactive") direction = MediaDirection::kInactive;
-  else return false;
+  if (name == "sendrecv")
+    direction = MediaDirection::kSendReceive;
+  else if (name == "sendonly")
+    direction = MediaDirection::kSendOnly;
+  else if (name == "recvonly")
+    direction = MediaDirection::kReceiveOnly;
+  else if (name == "inactive")
+    direction = MediaDirection::kInactive;
+  else
+    return false;
   return true;
 }
 
@@ -195,7 +200,8 @@ class Parser {
     // Some far ends write fractions ("ptime:20.0"); whole milliseconds are what packet times are made of here.
     std::string_view whole = NextWord(value);
     whole = whole.substr(0, whole.find('.'));
-    return ReadNumber<uint32_t>(whole, 10000, media.packet_time) || Fail("the packet time is no number of milliseconds");
+    return ReadNumber<uint32_t>(whole, 10000, media.packet_time) ||
+           Fail("the packet time is no number of milliseconds");
   }
 
   SdpPayload* FindPayload(std::string_view word, SdpMedia& media) {
@@ -236,9 +242,12 @@ class Parser {
   }
 
   bool Complete(std::string& error) {
-    if (!version_seen_) error = "it is empty";
-    else if (result_.origin.empty()) error = "there is no \"o=\" line";
-    else if (result_.media.empty()) error = "there is no \"m=\" line";
+    if (!version_seen_)
+      error = "it is empty";
+    else if (result_.origin.empty())
+      error = "there is no \"o=\" line";
+    else if (result_.media.empty())
+      error = "there is no \"m=\" line";
     for (SdpMedia& media : result_.media) {
       if (media.address.empty()) media.address = session_address_;
       if (media.address.empty() && media.port != 0 && error.empty()) {

@@ -25,7 +25,9 @@ constexpr int kStepMilliseconds = 50;
 
 constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS";
 
-std::string Text(const char* text) { return text ? text : ""; }
+std::string Text(const char* text) {
+  return text ? text : "";
+}
 
 std::string HostPort(const SipProfile& profile, unsigned port) {
   bool ipv6 = profile.sip_address.find(':') != std::string::npos;
@@ -194,9 +196,10 @@ bool SipAgent::OpenOnSipThread() {
   const std::string port = profile_.sip_port ? std::to_string(profile_.sip_port) : "*";
   std::string url = HostPort(profile_, 0);
   url = "sip:" + url.substr(0, url.rfind(':') + 1) + port + ";transport=udp";
-  nua_ = nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
-                    NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                    NUTAG_APPL_METHOD("INVITE"), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+  nua_ =
+      nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
+                 NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
+                 NUTAG_APPL_METHOD("INVITE"), SIPTAG_SUPPORTED_STR(""), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (!nua_) return false;
   nua_set_params(nua_, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   nua_get_params(nua_, TAG_ANY(), TAG_END());
@@ -248,7 +251,9 @@ void SipAgent::CloseOnSipThread() {
   root_ = nullptr;
 }
 
-void SipAgent::AddOnSipThread(const std::shared_ptr<SipDialog>& dialog) { dialogs_[dialog.get()] = dialog; }
+void SipAgent::AddOnSipThread(const std::shared_ptr<SipDialog>& dialog) {
+  dialogs_[dialog.get()] = dialog;
+}
 
 void SipAgent::ForgetOnSipThread(SipDialog* dialog) {
   auto found = dialogs_.find(dialog);
@@ -299,7 +304,7 @@ void SipAgent::OnEventOnSipThread(int event, int status, const char* phrase, nua
   std::shared_ptr<SipDialog> kept = found->second;
   int call_state = nua_callstate_init;
   tl_gets(static_cast<const tagi_t*>(tags), NUTAG_CALLSTATE_REF(call_state), TAG_END());
-  kept->OnEventOnSipThread(event, status, phrase, sip, event == nua_i_state && call_state == nua_callstate_terminated);
+  kept->OnEventOnSipThread(event, status, phrase, sip, call_state);
 }
 
 }  // namespace kvx_switch

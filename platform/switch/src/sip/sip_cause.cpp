@@ -166,7 +166,8 @@ switch_call_cause_t CauseOfStatus(int status) {
 
 bool StatusPassesThrough(int status) {
   static constexpr int kOneHop[] = {401, 407, 408, 421, 422, 423, 481, 487, 491, 494};
-  return status >= 400 && status < 700 && std::find(std::begin(kOneHop), std::end(kOneHop), status) == std::end(kOneHop);
+  return status >= 400 && status < 700 &&
+         std::find(std::begin(kOneHop), std::end(kOneHop), status) == std::end(kOneHop);
 }
 
 std::string ReasonHeader(switch_call_cause_t cause) {

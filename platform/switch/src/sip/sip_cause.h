@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// How a leg's end is told in SIP and how SIP tells it: causes (ITU-T Q.850) on the switch's side, statuses of responses
-/// (RFC 3261) and Reason headers (RFC 3326) on the wire. Pure functions.
+/// How a leg's end is told in SIP and how SIP tells it: causes (ITU-T Q.850) on the switch's side, statuses of
+/// responses (RFC 3261) and Reason headers (RFC 3326) on the wire. Pure functions.
 namespace kvx_switch {
 
 /// The final response that refuses an INVITE for `cause`; 480 where nothing closer exists.

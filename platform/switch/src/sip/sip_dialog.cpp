@@ -71,9 +71,8 @@ void SipDialog::Answer(std::string sdp) {
 }
 
 void SipDialog::End(switch_call_cause_t cause, int status, std::string warning) {
-  PostSelf([cause, status, warning = std::move(warning)](SipDialog& self) {
-    self.EndOnSipThread(cause, status, warning);
-  });
+  PostSelf(
+      [cause, status, warning = std::move(warning)](SipDialog& self) { self.EndOnSipThread(cause, status, warning); });
 }
 
 void SipDialog::AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp) {
@@ -89,7 +88,8 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
   Home home;
   url_t* target = url_make(home, invite.target.c_str());
   const std::string from_uri = (invite.from_user.empty() ? "" : invite.from_user + "@") + agent_->address();
-  const std::string from_text = (invite.from_name.empty() ? "" : Quoted(invite.from_name) + " ") + "<sip:" + from_uri + ">";
+  const std::string from_text =
+      (invite.from_name.empty() ? "" : Quoted(invite.from_name) + " ") + "<sip:" + from_uri + ">";
   sip_from_t* from = sip_from_make(home, from_text.c_str());
   if (!from) from = sip_from_make(home, ("<sip:" + agent_->address() + ">").c_str());
   sip_to_t* to = target ? sip_to_create(home, reinterpret_cast<const url_string_t*>(target)) : nullptr;
@@ -161,21 +161,17 @@ void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, cons
     nua_bye(handle_, TAG_END());
     return;
   }
-  if (phase_ != Phase::kCalling || !sip) {
-    if (phase_ == Phase::kCalling && status >= 300) {
-      FinishOnSipThread({DialogEvent::Kind::kRefused, status, phrase, "", CauseOfStatus(status)});
-    }
-    return;
-  }
-  if (status < 200) {
+  if (phase_ == Phase::kCalling && status < 200) {
     if (status > 100 && sink_) sink_({DialogEvent::Kind::kProgress, status, phrase, Body(sip), SWITCH_CAUSE_NONE});
-  } else if (status < 300) {
+  } else if (phase_ == Phase::kCalling && status < 300) {
     phase_ = Phase::kUp;
     remote_sdp_ = Body(sip);
     if (sink_) sink_({DialogEvent::Kind::kAnswered, status, phrase, remote_sdp_, SWITCH_CAUSE_NONE});
-  } else {
+  } else if (phase_ == Phase::kCalling) {
     FinishOnSipThread({DialogEvent::Kind::kRefused, status, phrase, "", CauseOf(sip, CauseOfStatus(status))});
   }
+  // The stack would wait for credentials, which we never have.
+  if (status == 401 || status == 407) agent_->ForgetOnSipThread(this);
 }
 
 /// A further INVITE inside the call. One that changes nothing, as sent to refresh a session, is answered with what was
@@ -193,7 +189,17 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
   nua_respond(handle_, SIP_488_NOT_ACCEPTABLE, TAG_END());
 }
 
-void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, bool terminated) {
+/// The stack gives a call up by itself when an ACK or the answer to a request stays out: it sends BYE and, when that
+/// has come to an end too, forgets the call.
+void SipDialog::OnStateOnSipThread(int status, const char* phrase, int call_state) {
+  const bool terminated = call_state == nua_callstate_terminated;
+  if (terminated || (call_state == nua_callstate_terminating && phase_ == Phase::kUp)) {
+    FinishOnSipThread({DialogEvent::Kind::kLost, status, phrase, "", SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE});
+  }
+  if (terminated) agent_->ForgetOnSipThread(this);
+}
+
+void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, int call_state) {
   switch (event) {
     case nua_r_invite:
       OnInviteResponseOnSipThread(status, phrase, sip);
@@ -208,9 +214,7 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       FinishOnSipThread({DialogEvent::Kind::kHungUp, 200, phrase, "", CauseOf(sip, SWITCH_CAUSE_NORMAL_CLEARING)});
       break;
     case nua_i_state:
-      if (!terminated) break;
-      FinishOnSipThread({DialogEvent::Kind::kLost, status, phrase, "", SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE});
-      agent_->ForgetOnSipThread(this);
+      OnStateOnSipThread(status, phrase, call_state);
       break;
     default:
       break;

@@ -40,9 +40,9 @@ struct OutboundInvite {
   int max_forwards = 70;
 };
 
-/// The methods without "OnSipThread" in their names may be called from any thread: they hand over what they are told and
-/// return at once. Events go to the sink, on the SIP thread, until the dialog has ended or End was called; the sink must
-/// not block.
+/// The methods without "OnSipThread" in their names may be called from any thread: they hand over what they are told
+/// and return at once. Events go to the sink, on the SIP thread, until the dialog has ended or End was called; the sink
+/// must not block.
 class SipDialog : public std::enable_shared_from_this<SipDialog> {
  public:
   using Sink = std::function<void(const DialogEvent& event)>;
@@ -62,7 +62,8 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   /// Takes over an incoming INVITE's handle.
   void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp);
   void SetSinkOnSipThread(Sink sink) { sink_ = std::move(sink); }
-  void OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, bool terminated);
+  /// `call_state` is the stack's own, of its state events.
+  void OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, int call_state);
   /// Lets go of the stack's handle; the agent forgets the dialog.
   void CloseOnSipThread();
 
@@ -75,6 +76,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning);
   void OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void OnReinviteOnSipThread(const sip_s* sip);
+  void OnStateOnSipThread(int status, const char* phrase, int call_state);
   void FinishOnSipThread(DialogEvent event);
   void PostSelf(std::function<void(SipDialog&)> task);
 

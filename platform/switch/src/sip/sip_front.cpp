@@ -55,8 +55,9 @@ std::string ConfigurationDirectory(const char* name) {
 void WarnOfUnknownPreferences(const SipProfile& profile) {
   for (const std::string& preference : profile.codec_prefs) {
     if (!PreferredCodecs(RegisteredCodecs(), {preference}).empty()) continue;
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: \"codec-prefs\" names %s, which no module registered\n",
-                      profile.file.c_str(), preference.c_str());
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
+                      "%s: \"codec-prefs\" names %s, which no module registered\n", profile.file.c_str(),
+                      preference.c_str());
   }
 }
 
@@ -97,7 +98,8 @@ bool SipFront::StartProfile(const std::string& path, std::string& error) {
   WarnOfUnknownPreferences(profile);
   std::shared_ptr<SipAgent> agent = SipAgent::Start(
       profile,
-      [this](const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) { OnInvite(invite, dialog); }, error);
+      [this](const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) { OnInvite(invite, dialog); },
+      error);
   if (!agent) return false;
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "SIP profile \"%s\" listens on udp %s\n",
                     profile.name.c_str(), agent->address().c_str());
@@ -181,10 +183,16 @@ void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDi
 
 }  // namespace
 
-bool StartSip(std::string& error) { return the_front().Start(error); }
+bool StartSip(std::string& error) {
+  return the_front().Start(error);
+}
 
-void StopSip() { the_front().Stop(); }
+void StopSip() {
+  the_front().Stop();
+}
 
-std::string SipAddress() { return the_front().Address(); }
+std::string SipAddress() {
+  return the_front().Address();
+}
 
 }  // namespace kvx_switch

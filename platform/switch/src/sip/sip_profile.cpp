@@ -44,7 +44,8 @@ Setter NumericAddress(std::string& target) {
   return [&target](const std::string& value, std::string& expected) {
     unsigned char address[sizeof(in6_addr)];
     target = value;
-    if (inet_pton(AF_INET, value.c_str(), address) == 1 || inet_pton(AF_INET6, value.c_str(), address) == 1) return true;
+    if (inet_pton(AF_INET, value.c_str(), address) == 1 || inet_pton(AF_INET6, value.c_str(), address) == 1)
+      return true;
     expected = "a numeric address";
     return false;
   };
@@ -72,8 +73,10 @@ Setter CommaList(std::vector<std::string>& target) {
     std::string word;
     for (char c : value + ",") {
       if (c == ' ') continue;
-      if (c != ',') word += c;
-      else if (!word.empty()) target.push_back(std::exchange(word, {}));
+      if (c != ',')
+        word += c;
+      else if (!word.empty())
+        target.push_back(std::exchange(word, {}));
     }
     return true;
   };

@@ -12,9 +12,9 @@ class SipDialog;
 #define NUA_HMAGIC_T kvx_switch::SipDialog
 
 #include <sofia-sip/msg_addr.h>
+#include <sofia-sip/nta_tag.h>
 #include <sofia-sip/nua.h>
 #include <sofia-sip/nua_tag.h>
-#include <sofia-sip/nta_tag.h>
 #include <sofia-sip/sip_extra.h>
 #include <sofia-sip/sip_header.h>
 #include <sofia-sip/sip_status.h>
