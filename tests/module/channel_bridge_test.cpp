@@ -263,6 +263,39 @@ TEST_F(ChannelBridge, FailsWithoutCleaningUpWhileThePartnersSessionIsBusy) {
   EXPECT_EQ(a_.Bridge(), SWITCH_STATUS_SUCCESS);
 }
 
+// The partner's session was there a moment ago; what is cleaned up then is the partner.
+TEST_F(ChannelBridge, FailsAndCleansUpThePartnerWhenItsSessionVanishesMeanwhile) {
+  bool seen = false;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (unsigned attempt = 0; !seen && std::chrono::steady_clock::now() < deadline; ++attempt) {
+    MediaLeg a, b;
+    ASSERT_EQ(a.Create(), SWITCH_STATUS_SUCCESS);
+    ASSERT_EQ(b.Create(), SWITCH_STATUS_SUCCESS);
+    a.BondWith(b);
+    log_.Clear();
+    std::atomic<bool> running{false}, begun{false};
+    std::thread eraser([&] {
+      running = true;
+      while (!begun) continue;
+      for (std::atomic<unsigned> wait{attempt % 500 * 4}; wait != 0; --wait) continue;
+      mod_globals->GetMSTable()->EraseAllMSUuid();
+    });
+    while (!running) std::this_thread::yield();
+    begun = true;
+    const switch_status_t status = a.Bridge();
+    eraser.join();
+    seen = log_.Has(error_line("Could not find media session uuid from fs uuid " + b.Uuid() +
+                               " from FS table. Channel bridge failed"));
+    if (seen) {
+      EXPECT_EQ(status, SWITCH_STATUS_FALSE);
+      EXPECT_FALSE(b.Known());
+    }
+    Forget(a);
+    Forget(b);
+  }
+  EXPECT_TRUE(seen);
+}
+
 TEST_F(ChannelBridge, FailsAndCleansUpWhenTheMediaServerDoesNotImport) {
   BroughtTogetherByTransfer();
   servers_.Fail(ScriptedOperation::kImportEndpoint);
@@ -270,41 +303,6 @@ TEST_F(ChannelBridge, FailsAndCleansUpWhenTheMediaServerDoesNotImport) {
   EXPECT_EQ(BridgeLines().back(), error_line("ERROR - Unable to migrate Network Connection.\n"));
   EXPECT_TRUE(log_.Has(error_line("ERROR - Unable to import Network Connection.\n")));
   ExpectBothCleanedUp();
-}
-
-// Somebody else can put the leg back into the table between its two steps; the table has no lock across them.
-TEST_F(ChannelBridge, FailsAndCleansUpWhenThePartnerIsRegisteredAnewMeanwhile) {
-  const LogLine expected = error_line("ERROR - Unable to fill in FSUUID - MSUUID table.\n");
-  bool seen = false;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!seen && std::chrono::steady_clock::now() < deadline) {
-    MediaLeg a, b;
-    ASSERT_EQ(a.Create(), SWITCH_STATUS_SUCCESS);
-    ASSERT_EQ(b.Create(), SWITCH_STATUS_SUCCESS);
-    a.BondWith(b);
-    log_.Clear();
-    const std::string uuid = b.Uuid();
-    const boost::uuids::uuid session = a.MediaSession();
-    std::atomic<bool> running{false}, done{false};
-    std::thread meddler([&] {
-      running = true;
-      while (!done && !mod_globals->GetFSUuidTable()->RegisterMediaSessionUuid(uuid, session)) continue;
-    });
-    while (!running) std::this_thread::yield();
-    const switch_status_t status = a.Bridge();
-    done = true;
-    meddler.join();
-    if (status == SWITCH_STATUS_FALSE) {
-      seen = log_.Has(expected);
-      EXPECT_FALSE(a.Known());
-      EXPECT_THAT(servers_.OpenEndpoints(), IsEmpty());
-      Forget(b);
-    } else {
-      a.Destroy();
-      b.Destroy();
-    }
-  }
-  EXPECT_TRUE(seen);
 }
 
 TEST_F(ChannelBridge, FailsAndCleansUpWhenTheMediaServerDoesNotJoin) {

@@ -91,7 +91,7 @@ class ChannelConcurrency : public MediaCallbacks {
 };
 
 TEST_F(ChannelConcurrency, LegsBridgedFromBothSidesAtOnceEndInOneSessionOrStayWhole) {
-  const int rounds = 2500;
+  const int rounds = 10000;
   int joined = 0;
   for (int round = 0; round < rounds && !HasFailure(); ++round) {
     MediaLeg a, b;

@@ -207,6 +207,35 @@ TEST_F(ChannelCreate, FailsWithoutAMediaSession) {
   ExpectNothingLeft();
 }
 
+// Only a session that has lost its server refuses a listener, and then a connection too.
+TEST_F(ChannelCreate, GoesOnWhenTheMediaSessionTakesNoListener) {
+  const test_support::LogLine expected = error_line("Unable to add MediaServerLostListener\n");
+  bool seen = false;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!seen && std::chrono::steady_clock::now() < deadline) {
+    std::atomic<bool> done{false};
+    std::thread misfortune([&] {
+      while (!done && servers_.OpenSessions() == 0) continue;
+      servers_.Lose();
+    });
+    MediaLeg leg;
+    log_.Clear();
+    const switch_status_t status = leg.Create();
+    done = true;
+    misfortune.join();
+    seen = log_.Has(expected);
+    if (seen) {
+      EXPECT_EQ(status, SWITCH_STATUS_FALSE);
+      EXPECT_EQ(CreateLines().back(),
+                error_line("Unable to create new network connection for switch session " + leg.Uuid()));
+    }
+    leg.Destroy();
+    servers_.Return();
+  }
+  EXPECT_TRUE(seen);
+  ExpectNothingLeft();
+}
+
 TEST_F(ChannelCreate, FailsAndCleansUpWithoutAConnection) {
   servers_.Fail(ScriptedOperation::kCreateEndpoint);
   MediaLeg leg;
@@ -253,7 +282,9 @@ TEST_F(ChannelCreate, FailsAndCleansUpWhenTheSessionVanishesBeforeItsConnectionI
   const test_support::LogLine expected = error_line("ERROR - Unable to register Network Connection.\n");
   std::atomic<bool> done{false};
   std::thread eraser([&] {
-    while (!done) mod_globals->GetMSTable()->EraseAllMSUuid();
+    while (!done) {
+      if (MediaSessions() != 0) mod_globals->GetMSTable()->EraseAllMSUuid();
+    }
   });
   bool seen = false;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);

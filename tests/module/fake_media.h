@@ -83,14 +83,17 @@ class FakeMediaSession : public kelvaro::jsr309::MediaSession {
   }
   kelvaro::jsr309::NetworkConnection* ImportNetworkConnection(
       kelvaro::jsr309::NetworkConnectionSharedPtr connection) override {
+    if (during_import) during_import();
     std::lock_guard<std::mutex> guard(mutex_);
-    imported.push_back(connection);
+    if (keeps_imports) imported.push_back(connection);
     return imports ? new FakeNetworkConnection : nullptr;
   }
   bool AddListener(const kelvaro::jsr309::MediaServerLostListenerSharedPtr&) override { return true; }
   bool RemoveListener(const kelvaro::jsr309::MediaServerLostListenerSharedPtr&) override { return true; }
 
   bool imports = true;
+  bool keeps_imports = true;
+  std::function<void()> during_import;
   std::vector<boost::weak_ptr<kelvaro::jsr309::NetworkConnection>> imported;
 
   static inline std::atomic<int> alive{0};

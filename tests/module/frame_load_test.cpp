@@ -19,8 +19,8 @@ namespace module_test {
 
 namespace {
 
-using test_support::ScriptedOperation;
 using test_support::error_line;
+using test_support::ScriptedOperation;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -10,10 +10,10 @@ namespace module_test {
 
 namespace {
 
-using test_support::ScriptedOperation;
 using test_support::debug_line;
 using test_support::LogLine;
 using test_support::notice_line;
+using test_support::ScriptedOperation;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;

@@ -1,3 +1,6 @@
+#include <chrono>
+#include <future>
+
 #include "module/media_session_table_fixture.h"
 
 namespace module_test {
@@ -129,6 +132,22 @@ TEST_F(MediaSessionTableMigration, OneOfTwoLegsMovesAndTheSourceStays) {
   EXPECT_THAT(Logged(), ElementsAre(migrating("leg", kFirst, kSecond)));
   EXPECT_THAT(Legs(kFirst), ElementsAre("staying"));
   EXPECT_THAT(Legs(kSecond), ElementsAre("leg"));
+}
+
+TEST_F(MediaSessionTableMigration, EventMeanwhileIsHandledAtOnce) {
+  AddSession(kFirst);
+  const FakeSession destination = AddSession(kSecond);
+  Leg leg;
+  const FakeConnection connection = AddLeg(kFirst, leg.Uuid().c_str());
+  std::future<void> event;
+  std::future_status handled = std::future_status::timeout;
+  destination->during_import = [&] {
+    event = std::async(std::launch::async, [&] { connection->FireTimeout(); });
+    handled = event.wait_for(std::chrono::seconds(5));
+  };
+  EXPECT_TRUE(Migrate(kFirst, kSecond, leg.Uuid().c_str()));
+  EXPECT_EQ(handled, std::future_status::ready);
+  EXPECT_TRUE(leg.HungUp());
 }
 
 TEST_F(MediaSessionTableMigration, NodeKeepsPeerAndListenerFlagAndIsNotAddedAgain) {

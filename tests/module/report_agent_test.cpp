@@ -54,6 +54,7 @@ class ReportAgent : public testing::Test {
  protected:
   /// An agent on a statistics filter of this text.
   bool Init(const char* application, const char* scope, const char* value, const std::string& filter) {
+    filter_.reset();
     filter_ = std::make_unique<ConfigurationFile>("statsconfig.xml", filter);
     return agent_.Init(application, scope, value, filter_->Path().c_str());
   }

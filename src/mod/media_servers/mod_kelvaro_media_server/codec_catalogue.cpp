@@ -1,6 +1,6 @@
 #include <boost/optional.hpp>
 #include <boost/property_tree/ptree.hpp>
-#include <cstring>
+#include <optional>
 #include <string>
 
 #include "codecs.h"
@@ -38,18 +38,18 @@ struct Rates {
   unsigned bit_rate;
 };
 
-boost::optional<Rates> read_rates(const std::string& name, const ptree& codec) {
+std::optional<Rates> read_rates(const std::string& name, const ptree& codec) {
   const boost::optional<unsigned> sampling_rate = codec.get_optional<unsigned>("sampling_rate");
   const boost::optional<unsigned> bit_rate = codec.get_optional<unsigned>("bit_rate");
   if (sampling_rate && bit_rate) return Rates{*sampling_rate, *bit_rate};
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
                     "Codec %s of the control library's configuration is left out: no numeric %s\n", name.c_str(),
                     sampling_rate ? "bit_rate" : "sampling_rate");
-  return boost::none;
+  return std::nullopt;
 }
 
 void mark_configured(const std::string& name, const ptree& codec) {
-  boost::optional<Rates> rates;
+  std::optional<Rates> rates;
   for (media_server_codec* entry = g_codec_map; entry->codec_id != -1; ++entry) {
     if (name != entry->iana_name) continue;
     if (entry->iananame_check_only == 0) {

@@ -3,6 +3,7 @@
 #include <boost/algorithm/string/case_conv.hpp>
 #include <boost/tokenizer.hpp>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <sstream>

@@ -1,5 +1,7 @@
 #include "module_config.h"
 
+#include <strings.h>
+
 #include <boost/property_tree/xml_parser.hpp>
 #include <cstdio>
 #include <memory>

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <cstdio>
