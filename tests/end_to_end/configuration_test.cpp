@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <algorithm>
+#include <cctype>
+#include <ostream>
 
 #include "support/free_ports.h"
 #include "switch_call_fixture.h"
@@ -29,7 +31,15 @@ class Configuration : public SwitchCall {
   void Damage(const std::string& file, const std::string& tag) { conf_.Replace(file, tag, "<<" + tag); }
 
   static bool NamesLine(const std::string& log, const std::string& file) {
-    return std::regex_search(log, std::regex(file + ":[0-9]+"));
+    // "file:12" or "file(12)"
+    for (std::size_t at = log.find(file); at != std::string::npos; at = log.find(file, at + 1)) {
+      const std::size_t number = at + file.size() + 1;
+      if (number < log.size() && std::string(":(").find(log[number - 1]) != std::string::npos &&
+          std::isdigit(static_cast<unsigned char>(log[number])) != 0) {
+        return true;
+      }
+    }
+    return false;
   }
 
   void ExpectCallsAnsweredWith503() {
@@ -44,26 +54,33 @@ class Configuration : public SwitchCall {
   test_support::ConfigurationCopy conf_;
 };
 
-class MalformedFile : public Configuration, public testing::WithParamInterface<std::pair<const char*, const char*>> {};
+struct DamagedFile {
+  const char* file;
+  const char* tag;
+
+  std::string Name() const { return std::filesystem::path(file).filename().string(); }
+  friend void PrintTo(const DamagedFile& one, std::ostream* out) { *out << one.file; }
+};
+
+class MalformedFile : public Configuration, public testing::WithParamInterface<DamagedFile> {};
 
 TEST_P(MalformedFile, StopsTheStartWithFileAndLine) {
-  const auto [file, tag] = GetParam();
-  Damage(file, tag);
+  Damage(GetParam().file, GetParam().tag);
   const std::string log = LogOfFailedStart();
-  const std::string name = std::filesystem::path(file).filename().string();
-  EXPECT_TRUE(NamesLine(log, name)) << log;
+  EXPECT_TRUE(NamesLine(log, GetParam().Name())) << log;
 }
 
 INSTANTIATE_TEST_SUITE_P(Configuration, MalformedFile,
-                         testing::Values(std::make_pair("vars.xml", "<X-PRE-PROCESS"),
-                                         std::make_pair("autoload_configs/switch.conf.xml", "<settings>"),
-                                         std::make_pair("autoload_configs/modules.conf.xml", "<modules>"),
-                                         std::make_pair("autoload_configs/event_socket.conf.xml", "<settings>"),
-                                         std::make_pair("dialplan/default.xml", "<context"),
-                                         std::make_pair("sip_profiles/internal.xml", "<settings>")),
+                         testing::Values(DamagedFile{"vars.xml", "<X-PRE-PROCESS"},
+                                         DamagedFile{"autoload_configs/switch.conf.xml", "<settings>"},
+                                         DamagedFile{"autoload_configs/modules.conf.xml", "<modules>"},
+                                         DamagedFile{"autoload_configs/event_socket.conf.xml", "<settings>"},
+                                         DamagedFile{"dialplan/default.xml", "<context"},
+                                         DamagedFile{"sip_profiles/internal.xml", "<settings>"}),
                          [](const auto& info) {
-                           std::string name = std::filesystem::path(info.param.first).filename().string();
-                           return std::regex_replace(name, std::regex("[^a-zA-Z0-9]"), "_");
+                           std::string name = info.param.Name();
+                           std::replace(name.begin(), name.end(), '.', '_');
+                           return name;
                          });
 
 TEST_F(Configuration, MissingSipProfileStopsTheStart) {
@@ -88,10 +105,11 @@ TEST_F(Configuration, ValueOutOfRangeStopsTheStartAndIsNamed) {
 }
 
 TEST_F(Configuration, MalformedMediaServerFileRefusesTheModuleAndCallsGet503) {
-  Damage("jsr309.xml", "<media_servers>");
+  // As a writer leaves it that was interrupted: the library's parser takes much, but not that.
+  const std::string whole = test_support::read_text_file(conf_.File("jsr309.xml"));
+  conf_.Write("jsr309.xml", whole.substr(0, whole.find("<media_servers>") + 8));
   ExpectCallsAnsweredWith503();
-  EXPECT_TRUE(NamesLine(switch_->Log(), "jsr309.xml") || has_line(switch_->Log(), {"jsr309.xml", "line"}))
-      << switch_->Log();
+  EXPECT_TRUE(NamesLine(switch_->Log(), "jsr309.xml")) << switch_->Log();
   EXPECT_TRUE(has_line(switch_->Log(), {"mod_kelvaro_media_server", "refused"})) << switch_->Log();
 }
 

@@ -112,11 +112,13 @@ TEST_F(Refusal, OptionsIsAnswered) {
   settings.scenario = "caller_asks_options";
   settings.remote = switch_->Sip();
   settings.directory = directory_.Path();
-  settings.calls = {{}};
+  settings.calls.resize(1);
   test_support::SippAgent caller(settings);
   const auto exit = caller.WaitForExit(seconds(30));
   ASSERT_TRUE(exit && exit->Succeeded()) << caller.Account();
-  const auto* answer = caller.Dialogues().at(0).Answer(200, "OPTIONS", false);
+  const auto dialogues = caller.Dialogues();
+  ASSERT_EQ(dialogues.size(), 1u);
+  const auto* answer = dialogues[0].Answer(200, "OPTIONS", false);
   ASSERT_NE(answer, nullptr);
   EXPECT_NE(answer->Header("Allow").find("INVITE"), std::string::npos) << answer->Header("Allow");
   ExpectStillServing();

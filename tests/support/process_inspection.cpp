@@ -1,5 +1,7 @@
 #include "support/process_inspection.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -78,6 +80,13 @@ ProcessHoldings inspect_process(pid_t pid) {
   }
   if (holdings.threads == 0) throw std::runtime_error("process " + std::to_string(pid) + " has no thread");
   return holdings;
+}
+
+bool udp_port_is_open_anywhere(std::uint16_t port) {
+  for (const auto& [inode, open_port] : udp_ports_by_inode(getpid())) {
+    if (open_port == port) return true;
+  }
+  return false;
 }
 
 bool operator==(const ProcessHoldings& left, const ProcessHoldings& right) {

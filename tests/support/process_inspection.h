@@ -22,6 +22,9 @@ struct ProcessHoldings {
 /// Throws std::runtime_error when the process is gone: no data must not look like nothing held.
 ProcessHoldings inspect_process(pid_t pid);
 
+/// Whether any process of this machine has a UDP socket of IPv4 on the port.
+bool udp_port_is_open_anywhere(std::uint16_t port);
+
 bool operator==(const ProcessHoldings& left, const ProcessHoldings& right);
 inline bool operator!=(const ProcessHoldings& left, const ProcessHoldings& right) {
   return !(left == right);

@@ -56,6 +56,7 @@ std::string ConfigurationFile(const ScriptedOptions& options, const std::string&
   std::string servers = Element("request_timeout_ms", std::to_string(options.request_timeout_ms)) +
                         Element("lost_events_per_second", std::to_string(options.lost_events_per_second));
   for (size_t i = 0; i < options.servers; ++i) servers += ServerElement(options, driver, i);
+  servers += options.more_servers;
   const std::string media = Element("media", Element("codec", Element("audio", options.audio_codecs)));
   return Element("jsr309", media + Element("media_servers", servers));
 }
@@ -185,6 +186,15 @@ void ScriptedMediaServers::Lose(size_t server, bool report) {
     observer = state_->servers_[server]->observer;
   }
   if (report && observer != nullptr) observer->OnServerLost();
+}
+
+void ScriptedMediaServers::ReportLost(size_t server) {
+  kelvaro::jsr309::MediaServerObserver* observer = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(state_->mutex_);
+    observer = state_->servers_.at(server)->observer;
+  }
+  if (observer != nullptr) observer->OnServerLost();
 }
 
 void ScriptedMediaServers::Return(size_t server) {

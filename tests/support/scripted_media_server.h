@@ -81,6 +81,7 @@ struct ScriptedOptions {
   unsigned lost_events_per_second = 1000000;
   std::string public_address;         ///< of the first server
   std::string audio_codecs;           ///< XML put into media.codec.audio
+  std::string more_servers;           ///< XML of further media_server elements, of other drivers
   std::string extra_server_elements;  ///< XML put into each media_server
 };
 
@@ -127,6 +128,8 @@ class ScriptedMediaServers {
   /// Loses a server, with all that is on it. With report off the library is not told: the server only stops answering.
   void Lose(size_t server = 0, bool report = true);
   void Return(size_t server = 0);
+  /// Tells the library of a loss that has not happened.
+  void ReportLost(size_t server = 0);
 
   // What has come of it.
 

@@ -47,13 +47,15 @@ RestReport await_rest(SwitchProcess& process, const ProcessHoldings& before, std
   return report;
 }
 
-std::vector<std::uint16_t> ports_in_use(const std::vector<std::uint16_t>& ports, std::chrono::milliseconds limit) {
+std::vector<std::uint16_t> ports_in_use(SwitchProcess& process, const std::vector<std::uint16_t>& ports,
+                                        std::chrono::milliseconds limit) {
   if (ports.empty()) throw std::invalid_argument("no port to look at");
   std::vector<std::uint16_t> taken;
   wait_until(limit, [&] {
     taken.clear();
+    const auto held = inspect_process(process.Pid()).udp_ports;
     for (std::uint16_t port : ports) {
-      if (!udp_port_is_free(port)) taken.push_back(port);
+      if (held.count(port) != 0 || (!udp_port_is_free(port) && !udp_port_is_open_anywhere(port))) taken.push_back(port);
     }
     return taken.empty();
   });

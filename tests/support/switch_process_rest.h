@@ -33,8 +33,9 @@ struct RestReport {
 /// as `before`.
 RestReport await_rest(SwitchProcess& process, const ProcessHoldings& before, std::chrono::milliseconds limit);
 
-/// Those of `ports` that nobody can bind, after up to `limit`. Throws std::invalid_argument when there is none to look
-/// at. Only for a machine on which no other media server takes its ports from the same range at the same time.
-std::vector<std::uint16_t> ports_in_use(const std::vector<std::uint16_t>& ports, std::chrono::milliseconds limit);
+/// Those of `ports` that nobody can bind after up to `limit`, those aside that another process than the switch has
+/// taken in the meantime. Throws std::invalid_argument when there is none to look at.
+std::vector<std::uint16_t> ports_in_use(SwitchProcess& process, const std::vector<std::uint16_t>& ports,
+                                        std::chrono::milliseconds limit);
 
 }  // namespace test_support

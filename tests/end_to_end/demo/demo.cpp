@@ -40,7 +40,11 @@ class Demo {
       Talk();
       HangUp();
     });
-    if (switch_ && switch_->Running()) Attempt([this] { Stop(); });
+    if (switch_ && switch_->Running()) {
+      Attempt([this] { Stop(); });
+    } else if (switch_) {
+      account_.Failure("the switch ended before it was told to");
+    }
     if (account_.Failed() && switch_) {
       account_.Step("What the switch wrote last");
       account_.Title(test_support::last_lines(switch_->Log(), 40));
@@ -129,17 +133,15 @@ class Demo {
   }
 
   void Tell(const std::string& direction, const RtpComparison& heard, const std::string& digits) {
-    account_.Fact(direction, std::to_string(heard.sent) + " packets sent, " + std::to_string(heard.received) +
-                                 " arrived; path open after " + std::to_string(heard.priming_missed) +
-                                 " unheard priming packets; longest gap " + std::to_string(heard.longest_gap.count()) +
-                                 " ms");
+    account_.Fact(direction, std::to_string(heard.sent) + " packets sent, none in the pauses of speech; " +
+                                 std::to_string(heard.received) + " arrived; longest time between two: " +
+                                 std::to_string(heard.longest_gap.count()) + " ms");
+    account_.Fact("", std::to_string(heard.priming_sent) + " sent before to see the path open, " +
+                          std::to_string(heard.priming_sent - heard.priming_missed) + " of them arrived");
     account_.Check(heard.Passed() && heard.received == heard.sent && heard.sent > 200,
-                   direction +
-                       ": what arrived is what was sent, byte by byte, in order, none lost, none twice, under "
-                       "one SSRC of the media server's own",
+                   direction + ": all arrived as sent: bytes, order, number, times, under one SSRC of the media server",
                    heard.Reasons());
-    account_.Check(heard.digits == digits, direction + ": digits " + digits + " heard",
-                   "\"" + heard.digits + "\" heard");
+    account_.Check(heard.digits == digits, direction + ": digits " + digits, "heard \"" + heard.digits + "\"");
   }
 
   void HangUp() {
@@ -154,7 +156,7 @@ class Demo {
     account_.Check(rest.AtRest(),
                    "after the call: 0 legs, 0 media sessions (ms_count_show), descriptors, threads and ports as before",
                    rest.Faults());
-    const auto taken = test_support::ports_in_use(ports_, seconds(2));
+    const auto taken = test_support::ports_in_use(*switch_, ports_, seconds(2));
     account_.Check(taken.empty(), "the call's " + std::to_string(ports_.size()) + " RTP and RTCP ports are free again",
                    taken.empty() ? "" : "port " + std::to_string(taken.front()) + " cannot be bound");
   }
