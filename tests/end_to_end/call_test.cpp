@@ -117,6 +117,7 @@ TEST_F(Call, TwentyAtOnceLeaveNothingBehind) {
   CallTrialSettings settings;
   settings.calls = 20;
   settings.talk = seconds(3);
+  settings.calls_per_second = 500;
   settings.caller_digits = "19";
   StartWithPhones(settings);
   ExpectCallsToCarrySpeech(20);

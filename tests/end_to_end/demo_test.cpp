@@ -70,7 +70,7 @@ TEST_F(DemoProgram, FailsWhenTheSwitchDiesDuringTheCall) {
   const pid_t pid = SwitchInCall();
   ASSERT_GT(pid, 0);
   ASSERT_EQ(kill(pid, SIGKILL), 0);
-  ExpectFailure("never arrived");
+  ExpectFailure("FAILED A to B: all arrived as sent");
 }
 
 TEST_F(DemoProgram, FailsWhenTheCallEndsTooEarly) {
@@ -78,7 +78,7 @@ TEST_F(DemoProgram, FailsWhenTheCallEndsTooEarly) {
   const pid_t pid = SwitchInCall();
   ASSERT_GT(pid, 0);
   ASSERT_EQ(kill(pid, SIGINT), 0);
-  ExpectFailure("never arrived");
+  ExpectFailure("FAILED A to B: all arrived as sent");
 }
 
 }  // namespace

@@ -67,6 +67,25 @@ TEST_F(Refusal, OfACalleeThatNeverAnswersComesAfterTheLegTimeout) {
   ExpectCleanStop();
 }
 
+TEST_F(Refusal, OfACalleeWhoseAnswerHasNoCodecOfTheOfferEndsBothLegs) {
+  CallTrialSettings settings;
+  settings.caller_scenario = "caller_is_refused";
+  settings.callee.payload_type = "120";
+  settings.callee.codec = "NOSUCHCODEC/8000";
+  settings.talk = milliseconds(0);
+  StartWithPhones(settings);
+  trial_->Dial(switch_->Sip(), 1);
+  ExpectHungUp();
+  const auto callee = trial_->Callee().Dialogues();
+  ASSERT_EQ(callee.size(), 1u);
+  EXPECT_EQ(callee[0].Flow(), "< INVITE  > 180  > 200  < ACK  < BYE  > 200");
+  const auto caller = trial_->Caller().Dialogues();
+  ASSERT_EQ(caller.size(), 1u);
+  ASSERT_NE(caller[0].FinalAnswer(), nullptr);
+  EXPECT_EQ(caller[0].FinalAnswer()->Status(), 488);
+  ExpectStillServing();
+}
+
 TEST_F(Refusal, OfACalleeThatIsNotThereReachesTheCaller) {
   StartSwitch("127.0.0.1:" + std::to_string(test_support::free_udp_port()));
   EXPECT_EQ(RefusedWith("caller_is_refused", "2000"), 503);

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <thread>
+
 #include "switch_call_fixture.h"
 
 namespace end_to_end {
@@ -44,6 +47,36 @@ TEST_F(Shutdown, GivesARingingCallUp) {
   ExpectHungUp();
   EXPECT_EQ(trial_->Caller().Dialogues().at(0).FinalAnswer()->Status(), 503);
   EXPECT_NE(trial_->Callee().Dialogues().at(0).Request("CANCEL", false), nullptr);
+}
+
+// Calls in every state at once: some asked for, some ringing, some just answered.
+TEST_F(Shutdown, AmidTwentyCallSetupsStillExitsWithZero) {
+  for (int delay : {0, 20, 60, 110, 150, 250}) {
+    SCOPED_TRACE("SIGINT " + std::to_string(delay) + " ms after the first call");
+    const auto directory = directory_.Path() / std::to_string(delay);
+    std::filesystem::create_directory(directory);
+    CallTrialSettings settings;
+    settings.calls = 20;
+    settings.calls_per_second = 500;
+    settings.caller_scenario = "caller_awaits_bye";
+    settings.directory = directory;
+    test_support::CallTrial trial(settings);
+    test_support::SwitchProcessSettings switch_settings;
+    switch_settings.directory = directory;
+    switch_settings.variables = {{"phone_b", trial.CalleeAddress().ToString()}};
+    test_support::SwitchProcess process(switch_settings);
+    ASSERT_NO_THROW(process.WaitReady());
+    trial.Dial(process.Sip(), 20);
+    ASSERT_TRUE(test_support::wait_until(seconds(10), [&trial] { return !trial.Callee().Dialogues().empty(); }));
+    std::this_thread::sleep_for(milliseconds(delay));
+    ASSERT_NO_THROW(process.Stop(seconds(30)));
+    // Whoever was answered is told that the call is over; whoever was not has a final answer.
+    for (const auto& dialogue : trial.Caller().Dialogues()) {
+      const auto* answer = dialogue.FinalAnswer();
+      ASSERT_NE(answer, nullptr) << dialogue.Flow();
+      EXPECT_TRUE(answer->Status() != 200 || dialogue.Request("BYE", false) != nullptr) << dialogue.Flow();
+    }
+  }
 }
 
 TEST_F(Shutdown, OfAnIdleSwitchLeavesNoErrorBehind) {

@@ -13,16 +13,17 @@ thread_local std::size_t allocations = 0;
 
 }  // namespace
 
-// Replaced for the whole program, so that a test can tell that nothing was allocated.
-void* operator new(std::size_t size) {
+// Replaced for the whole program, so that a test can tell that nothing was allocated. Not inlined: the compiler would
+// see memory of "new" handed to "free".
+[[gnu::noinline]] void* operator new(std::size_t size) {
   ++allocations;
   if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 

@@ -1,3 +1,5 @@
+#include "build_paths.h"
+
 #include <boost/property_tree/xml_parser.hpp>
 #include <boost/uuid/uuid_io.hpp>
 #include <filesystem>

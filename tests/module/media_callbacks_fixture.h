@@ -86,8 +86,8 @@ class MediaLeg : public Leg {
   kvx_media_server::NetworkConnectionNodeSharedPtr Node() const;
 };
 
-/// The module, loaded onto media servers that do what the test tells them. No session, endpoint or table entry may be
-/// left once the test's own legs have been destroyed.
+/// The module, loaded onto media servers that do what the test tells them. What a test leaves in the tables goes with
+/// the module.
 class MediaCallbacks : public testing::Test {
  protected:
   explicit MediaCallbacks(const test_support::ScriptedOptions& options = {});

@@ -1,5 +1,7 @@
 #include "module/module_fixture.h"
 
+#include "build_paths.h"
+
 #include <cstring>
 #include <fstream>
 #include <memory>

@@ -1,5 +1,7 @@
 #include "support/log_capture.h"
 
+#include "build_paths.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>

@@ -16,7 +16,7 @@ struct ProcessHoldings {
   std::size_t threads = 0;
   std::set<std::uint16_t> udp_ports;  // local ports of its UDP sockets, IPv4
 
-  std::string ToString() const;  // "14 descriptors, 9 threads, 1 UDP port (5060)"
+  std::string ToString() const;  // "14 file descriptors, 9 threads, UDP ports: 5060"
 };
 
 /// Throws std::runtime_error when the process is gone: no data must not look like nothing held.

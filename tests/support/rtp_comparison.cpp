@@ -25,7 +25,7 @@ class Comparer {
   RtpComparison Run() {
     result_.sent = script_;
     result_.priming_sent = priming_;
-    if (script_ == 0) Reason("nothing was sent: there is nothing to compare");
+    if (script_ == 0) Reason("nothing was said, there is nothing to compare");
     if (record_.unreadable > 0) Reason(std::to_string(record_.unreadable) + " datagrams arrived that are no RTP");
     if (record_.received.empty()) {
       result_.lost = script_;

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "build_paths.h"
 #include "support/free_ports.h"
 #include "support/process_inspection.h"
 

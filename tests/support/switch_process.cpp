@@ -1,5 +1,7 @@
 #include "support/switch_process.h"
 
+#include "build_paths.h"
+
 #include <signal.h>
 
 #include <sstream>

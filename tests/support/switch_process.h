@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "build_paths.h"
 #include "support/process_child.h"
 #include "support/process_inspection.h"
 #include "support/udp_socket.h"

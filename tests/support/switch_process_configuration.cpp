@@ -3,6 +3,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "build_paths.h"
+
 namespace test_support {
 
 ConfigurationCopy::ConfigurationCopy() : path_(directory_.Path() / "conf") {

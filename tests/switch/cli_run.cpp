@@ -1,5 +1,7 @@
 #include "cli_run.h"
 
+#include "build_paths.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>

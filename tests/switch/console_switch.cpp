@@ -1,5 +1,7 @@
 #include "console_switch.h"
 
+#include "build_paths.h"
+
 #include <chrono>
 #include <cstdlib>
 #include <cstring>

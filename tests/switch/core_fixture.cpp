@@ -1,5 +1,7 @@
 #include "core_fixture.h"
 
+#include "build_paths.h"
+
 #include <cstdlib>
 #include <cstring>
 

@@ -1,5 +1,7 @@
 // The headers promise nothing that the library does not have.
 
+#include "build_paths.h"
+
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <string>
 
@@ -20,14 +21,22 @@ std::string text_of(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+/// The name in front of the parameters of "SWITCH_DECLARE(type) name(...)"; `at` is behind SWITCH_DECLARE.
+std::string declared_name(const std::string& text, size_t at) {
+  const size_t type_end = text.find(')', at);
+  const size_t begin = text.find_first_not_of(" \n", type_end + 1);
+  const size_t end = text.find('(', begin);
+  return end == std::string::npos ? "" : text.substr(begin, end - begin);
+}
+
 /// Names of the functions that the public headers declare.
 std::set<std::string> declared_functions() {
-  static const std::regex kDeclaration(R"(SWITCH_DECLARE(?:_NONSTD)?\([^)]*\)\s+(switch_\w+)\()");
   std::set<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(KVX_SOURCE_DIR "/platform/switch/include")) {
     const std::string text = text_of(entry.path());
-    for (std::sregex_iterator at(text.begin(), text.end(), kDeclaration), end; at != end; ++at) {
-      names.insert((*at)[1]);
+    for (size_t at = 0; (at = text.find("SWITCH_DECLARE", at)) != std::string::npos; ++at) {
+      const std::string name = declared_name(text, at);
+      if (name.compare(0, 7, "switch_") == 0 && name.find_first_of(" \n") == std::string::npos) names.insert(name);
     }
   }
   return names;

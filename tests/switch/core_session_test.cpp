@@ -19,64 +19,19 @@
 
 #include "core/session.h"
 #include "core_fixture.h"
+#include "core_legs.h"
 #include "support/event_capture.h"
 
 namespace {
 
-using core_test::RunningCore;
+using namespace core_test;
 using kvx_switch::LaunchSession;
-using kvx_switch::LegProgram;
 using kvx_switch::ListSessions;
 using kvx_switch::PostToSession;
 using kvx_switch::RequestSession;
-using kvx_switch::ServeUntil;
 using kvx_switch::WaitForNoSessions;
 using test_support::EventCapture;
 using testing::ElementsAre;
-
-constexpr std::chrono::seconds kPatience{10};
-
-std::chrono::steady_clock::time_point soon() {
-  return std::chrono::steady_clock::now() + kPatience;
-}
-
-/// A leg that runs what the test gives it.
-class Scripted : public LegProgram {
- public:
-  explicit Scripted(std::function<void(switch_core_session_t*)> script) : script_(std::move(script)) {}
-  void Run(switch_core_session_t* session) override { script_(session); }
-
- private:
-  const std::function<void(switch_core_session_t*)> script_;
-};
-
-/// Up until it is hung up.
-void wait_for_hangup(switch_core_session_t* session) {
-  ServeUntil(session, std::chrono::steady_clock::time_point::max(), [] { return false; });
-}
-
-switch_core_session_t* request(const std::string& name = "test/leg") {
-  return RequestSession(SWITCH_CALL_DIRECTION_INBOUND, name);
-}
-
-switch_channel_t* channel_of(switch_core_session_t* session) {
-  return switch_core_session_get_channel(session);
-}
-
-/// Launches a leg; its uuid.
-std::string launch(std::function<void(switch_core_session_t*)> script = wait_for_hangup) {
-  switch_core_session_t* session = request();
-  const std::string uuid = switch_core_session_get_uuid(session);
-  EXPECT_EQ(LaunchSession(session, std::make_shared<Scripted>(std::move(script))), SWITCH_STATUS_SUCCESS);
-  return uuid;
-}
-
-void hang_up(const std::string& uuid, switch_call_cause_t cause = SWITCH_CAUSE_NORMAL_CLEARING) {
-  switch_core_session_t* session = switch_core_session_force_locate(uuid.c_str());
-  ASSERT_NE(session, nullptr);
-  switch_channel_hangup(channel_of(session), cause);
-  switch_core_session_rwunlock(session);
-}
 
 using Sessions = RunningCore;
 
@@ -261,149 +216,6 @@ TEST_F(Sessions, TheEndIsToldAfterTheHangupWhoeverIsFaster) {
   for (const auto& leg : told) {
     EXPECT_THAT(leg.second, ElementsAre("CHANNEL_HANGUP", "CHANNEL_HANGUP_COMPLETE", "CHANNEL_DESTROY"));
   }
-}
-
-TEST_F(Sessions, TasksRunInOrderOnTheLegsThread) {
-  std::vector<int> order;  // touched on the leg's thread only
-  std::thread::id leg, task;
-  std::promise<void> done;
-  const std::string uuid = launch([&](switch_core_session_t* self) {
-    leg = std::this_thread::get_id();
-    EXPECT_TRUE(ServeUntil(self, soon(), [&] { return order.size() == 100; }));
-    done.set_value();
-    wait_for_hangup(self);
-  });
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_TRUE(PostToSession(uuid, [&, i] {
-      order.push_back(i);
-      task = std::this_thread::get_id();
-    }));
-  }
-  done.get_future().wait();
-  EXPECT_EQ(leg, task);
-  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
-  hang_up(uuid);
-  EXPECT_TRUE(WaitForNoSessions(kPatience));
-  EXPECT_FALSE(PostToSession(uuid, [] {}));
-}
-
-TEST_F(Sessions, ServeUntilAsksBeforeItWaitsAndEndsAtTheDeadline) {
-  std::promise<std::vector<bool>> results;
-  const std::string uuid = launch([&](switch_core_session_t* self) {
-    const auto now = std::chrono::steady_clock::now();
-    std::vector<bool> all;
-    all.push_back(ServeUntil(self, now, [] { return true; }));
-    all.push_back(ServeUntil(self, now, [] { return false; }));
-    all.push_back(ServeUntil(self, now + std::chrono::milliseconds(5), [] { return false; }));
-    results.set_value(all);
-    wait_for_hangup(self);
-    EXPECT_FALSE(ServeUntil(self, soon(), [] { return false; })) << "hung up: no wait";
-    int asked = 0;
-    EXPECT_TRUE(kvx_switch::ServeAfterHangup(self, soon(), [&] { return ++asked == 1; }));
-    EXPECT_FALSE(kvx_switch::ServeAfterHangup(self, std::chrono::steady_clock::now(), [] { return false; }));
-  });
-  EXPECT_THAT(results.get_future().get(), ElementsAre(true, false, false));
-  hang_up(uuid);
-  EXPECT_TRUE(WaitForNoSessions(kPatience));
-}
-
-TEST_F(Sessions, TasksPostedToAHungUpLegRunWhenItDrains) {
-  std::promise<void> hung_up, posted;
-  std::atomic<int> run{0};
-  const std::string uuid = launch([&](switch_core_session_t* self) {
-    wait_for_hangup(self);
-    hung_up.set_value();
-    posted.get_future().wait();
-    kvx_switch::DrainTasks(self);
-    EXPECT_EQ(run, 2);
-  });
-  hang_up(uuid);
-  hung_up.get_future().wait();
-  EXPECT_TRUE(PostToSession(uuid, [&] {
-    ++run;
-    EXPECT_TRUE(PostToSession(uuid, [&] { ++run; }));
-  }));
-  posted.set_value();
-  EXPECT_TRUE(WaitForNoSessions(kPatience));
-}
-
-TEST_F(Sessions, ATaskThatThrowsIsLoggedAndTheLegGoesOn) {
-  std::promise<void> after;
-  const std::string uuid = launch();
-  PostToSession(uuid, [] { throw std::runtime_error("a task's mistake"); });
-  PostToSession(uuid, [&] { after.set_value(); });
-  EXPECT_EQ(after.get_future().wait_for(kPatience), std::future_status::ready);
-  EXPECT_TRUE(log().Has(test_support::error_line("An exception left a task of a leg: a task's mistake\n")));
-  hang_up(uuid);
-  EXPECT_TRUE(WaitForNoSessions(kPatience));
-}
-
-TEST_F(Sessions, WakingAsksTheConditionAgain) {
-  std::atomic<bool> flag{false};
-  std::promise<bool> result;
-  switch_core_session_t* session = request();
-  LaunchSession(session, std::make_shared<Scripted>([&](switch_core_session_t* self) {
-                  result.set_value(ServeUntil(self, soon(), [&] { return flag.load(); }));
-                  wait_for_hangup(self);
-                }));
-  flag = true;
-  EXPECT_EQ(switch_core_session_wake_session_thread(session), SWITCH_STATUS_SUCCESS);
-  EXPECT_TRUE(result.get_future().get());
-  switch_channel_hangup(channel_of(session), SWITCH_CAUSE_NORMAL_CLEARING);
-  EXPECT_TRUE(WaitForNoSessions(kPatience));
-}
-
-class Partners : public Sessions {
- protected:
-  void SetUp() override {
-    Sessions::SetUp();
-    first_ = request("test/first");
-    second_ = request("test/second");
-  }
-  void TearDown() override {
-    switch_core_session_destroy(&first_);
-    switch_core_session_destroy(&second_);
-    Sessions::TearDown();
-  }
-  void Bond(const char* variable, const char* uuid) { switch_channel_set_variable(channel_of(first_), variable, uuid); }
-  switch_core_session_t* first_ = nullptr;
-  switch_core_session_t* second_ = nullptr;
-};
-
-TEST_F(Partners, AreFoundByTheBondReadLocked) {
-  switch_core_session_t* partner = first_;
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_FALSE);
-  EXPECT_EQ(partner, nullptr);
-  Bond("signal_bond", switch_core_session_get_uuid(second_));
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_SUCCESS);
-  EXPECT_EQ(partner, second_);
-  EXPECT_STREQ(switch_channel_get_partner_uuid(channel_of(first_)), switch_core_session_get_uuid(second_));
-  switch_core_session_rwunlock(partner);
-}
-
-TEST_F(Partners, TheOriginatorsBondComesSecond) {
-  switch_core_session_t* partner = nullptr;
-  Bond("originate_signal_bond", switch_core_session_get_uuid(second_));
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_SUCCESS);
-  switch_core_session_rwunlock(partner);
-  Bond("signal_bond", "somebody-else");
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_FALSE);
-}
-
-TEST_F(Partners, OneselfOrSomebodyWhoHangsUpIsNone) {
-  switch_core_session_t* partner = nullptr;
-  Bond("signal_bond", switch_core_session_get_uuid(first_));
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_FALSE);
-  Bond("signal_bond", switch_core_session_get_uuid(second_));
-  switch_channel_hangup(channel_of(second_), SWITCH_CAUSE_NORMAL_CLEARING);
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_FALSE);
-  EXPECT_EQ(switch_channel_get_partner_uuid(channel_of(second_)), nullptr);
-}
-
-TEST_F(Partners, AGlobalVariableIsNoBond) {
-  switch_core_set_variable("signal_bond", switch_core_session_get_uuid(second_));
-  switch_core_session_t* partner = nullptr;
-  EXPECT_EQ(switch_core_session_get_partner(first_, &partner), SWITCH_STATUS_FALSE);
 }
 
 TEST_F(Sessions, AreRenamedUnlessTheNameIsTaken) {

@@ -120,6 +120,8 @@ TEST(SdpParse, ErrorsNameTheLineAndItsText) {
   EXPECT_EQ(ErrorOf("v=1\r\n"), "line 1 \"v=1\": the only version is 0");
   EXPECT_EQ(ErrorOf(WithAudioLines("c=IN IP9 1.2.3.4\r\n")),
             "line 7 \"c=IN IP9 1.2.3.4\": neither \"IN IP4\" nor \"IN IP6\"");
+  EXPECT_EQ(ErrorOf(WithAudioLines("c=IN IP4 127.0.0.1;\r\n")),
+            "line 7 \"c=IN IP4 127.0.0.1;\": no address or host name");
   EXPECT_EQ(ErrorOf(WithAudioLines("a=rtpmap:96 noslash\r\n")),
             "line 7 \"a=rtpmap:96 noslash\": not of the form <name>/<rate>");
   EXPECT_EQ(ErrorOf(WithAudioLines("a=ptime:soon\r\n")),

@@ -25,7 +25,7 @@ typedef struct switch_loadable_module_function_table {
 #define SWITCH_MODULE_SHUTDOWN_FUNCTION(name) switch_status_t name SWITCH_MODULE_SHUTDOWN_ARGS
 
 #define SWITCH_MODULE_DEFINITION_EX(name, load, shutdown, runtime, flags)                                              \
-  static const char modname[] = #name;                                                                                 \
+  static const char modname[] __attribute__((unused)) = #name;                                                         \
   SWITCH_MOD_DECLARE_DATA switch_loadable_module_function_table_t name##_module_interface = {SWITCH_API_VERSION, load, \
                                                                                              shutdown, runtime, flags}
 #define SWITCH_MODULE_DEFINITION(name, load, shutdown, runtime) \

@@ -15,7 +15,7 @@
 namespace kelvaro {
 
 /// How much a record matters, from least to most. The order is relied on.
-enum LogLevel {
+enum LogLevel : int {
   TRACE_LOG_LEVEL = 0,  ///< every request and every answer
   DEBUG_LOG_LEVEL,      ///< objects made and ended
   INFO_LOG_LEVEL,       ///< start, stop, servers coming back

@@ -100,9 +100,9 @@ const char* switch_channel_cause2str(switch_call_cause_t cause) {
 
 switch_call_cause_t switch_channel_str2cause(const char* str) {
   if (zstr(str)) return SWITCH_CAUSE_NONE;
-  if (isdigit(static_cast<unsigned char>(*str))) return static_cast<switch_call_cause_t>(atoi(str));
+  const int number = isdigit(static_cast<unsigned char>(*str)) ? atoi(str) : -1;
   for (const Cause& at : kCauses) {
-    if (!strcasecmp(at.name, str)) return at.value;
+    if (at.value == number || !strcasecmp(at.name, str)) return at.value;
   }
   return SWITCH_CAUSE_NORMAL_CLEARING;
 }

@@ -102,7 +102,7 @@ bool CalledLeg::SendInvite() {
   }
   std::string uuid = switch_core_session_get_uuid(session_);
   std::weak_ptr<CalledLeg> weak = weak_from_this();
-  dialog_ = std::make_shared<SipDialog>(request_.agent, [uuid, weak](const DialogEvent& event) {
+  dialog_ = std::make_shared<SipDialog>(request_.agent, uuid, [uuid, weak](const DialogEvent& event) {
     PostToSession(uuid, [weak, event] {
       if (std::shared_ptr<CalledLeg> self = weak.lock()) self->OnDialogEvent(event);
     });

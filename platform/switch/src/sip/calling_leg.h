@@ -59,6 +59,7 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   bool TakeOver(const CalledLegReport& answer);
   bool AnswerCaller();
   void Join();
+  bool CalledLegIsUp() const;
   void EndWithCalledLeg();
 
   void OnDialogEvent(const DialogEvent& event);

@@ -154,25 +154,29 @@ bool CallingLeg::TakeOver(const CalledLegReport& answer) {
 
 /// The called leg's end as ours.
 void CallingLeg::EndWithCalledLeg() {
+  if (switch_channel_down(channel_)) return;
   ended_by_ = "the called side";
   const int status = StatusPassesThrough(called_->status) ? called_->status : StatusOfCause(called_->cause);
   Fail(called_->cause, status, "", "");
 }
 
+bool CallingLeg::CalledLegIsUp() const {
+  switch_core_session_t* session = switch_core_session_locate(called_->uuid.c_str());
+  if (!session) return false;
+  switch_core_session_rwunlock(session);
+  return true;
+}
+
 void CallingLeg::Join() {
   DrainTasks(session_);
   if (switch_channel_down(channel_)) return;
-  if (!called_->ended && !media_->Bridge(RTPDIR_DUPLEX)) {
-    // The called leg may have been hung up meanwhile; its report is then on its way, and has the true cause.
-    switch_core_session_t* partner = switch_core_session_locate(called_->uuid.c_str());
-    if (partner) {
-      switch_core_session_rwunlock(partner);
+  if (!CalledLegIsUp() || !media_->Bridge(RTPDIR_DUPLEX)) {
+    if (CalledLegIsUp()) {
       Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
       return;
     }
+    // It was hung up meanwhile; its report is on its way, and has the true cause.
     ServeUntil(session_, std::chrono::steady_clock::now() + kReportPatience, [this] { return called_->ended; });
-  }
-  if (!media_->bridged()) {
     EndWithCalledLeg();
     return;
   }

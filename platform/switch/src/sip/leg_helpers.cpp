@@ -1,5 +1,6 @@
 #include "sip/leg_helpers.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 
@@ -9,8 +10,12 @@ namespace kvx_switch {
 
 void LegLog(switch_core_session_t* session, switch_log_level_t level, const std::string& text, const char* file,
             const char* function, int line) {
+  // Texts of far ends come up in lines; none of them may break one.
+  std::string clean = text;
+  std::replace_if(
+      clean.begin(), clean.end(), [](unsigned char c) { return c < 0x20 || c > 0x7e; }, '?');
   switch_log_printf(SWITCH_CHANNEL_ID_SESSION, file, function, line, reinterpret_cast<const char*>(session), level,
-                    "%s\n", text.c_str());
+                    "%s\n", clean.c_str());
 }
 
 void LogAnswered(switch_core_session_t* session, const AgreedMedia& agreed) {

@@ -41,8 +41,8 @@ std::optional<std::vector<std::string>> Pattern::Search(const std::string& subje
   if (!context || !data) return std::nullopt;
   pcre2_set_match_limit(context.get(), kMostMatchSteps);
 
-  const int count = pcre2_match(code, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(), 0, 0, data.get(),
-                                context.get());
+  const int count =
+      pcre2_match(code, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(), 0, 0, data.get(), context.get());
   if (count <= 0) return std::nullopt;
   const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data.get());
   std::vector<std::string> groups;

@@ -48,6 +48,12 @@ bool ReadNumber(std::string_view text, Number most, Number& number) {
   return true;
 }
 
+/// In a numeric address or a host name.
+bool MayStandInAddress(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' || c == ':' ||
+         c == '-' || c == '_' || c == '[' || c == ']';
+}
+
 bool ReadDirection(std::string_view name, MediaDirection& direction) {
   if (name == "sendrecv")
     direction = MediaDirection::kSendReceive;
@@ -143,6 +149,7 @@ class Parser {
     address = address.substr(0, address.find('/'));  // a multicast time to live
     if (address.empty()) return Fail("no address");
     if (address.size() > 255) return Fail("the address is too long");
+    if (!std::all_of(address.begin(), address.end(), MayStandInAddress)) return Fail("no address or host name");
     (result_.media.empty() ? session_address_ : result_.media.back().address) = address;
     return true;
   }

@@ -46,8 +46,12 @@ void ReadSource(nua_t* nua, InboundInvite& invite) {
   invite.network_port = ntohs(source->su_port);
 }
 
+/// A display name, which may be UTF-8, without its quotes.
 std::string Unquoted(const char* display) {
-  std::string name = Text(display);
+  std::string name = display ? display : "";
+  for (char& c : name) {
+    if (static_cast<unsigned char>(c) < 0x20) c = '?';
+  }
   if (name.size() < 2 || name.front() != '"' || name.back() != '"') return name;
   std::string plain;
   for (size_t i = 1; i + 1 < name.size(); ++i) {
@@ -270,7 +274,7 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
     return;
   }
   InboundInvite invite = CopyInvite(nua_, sip);
-  auto dialog = std::make_shared<SipDialog>(shared_from_this(), nullptr);
+  auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
   dialog->AdoptOnSipThread(handle, invite.body);
   handler_(invite, dialog);
 }

@@ -183,9 +183,8 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
                 TAG_END());
     return;
   }
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
-                    "re-INVITE with other media refused with 488; the call goes on as it was (call-id %s)\n",
-                    sip && sip->sip_call_id ? sip->sip_call_id->i_id : "?");
+  switch_log_printf(SWITCH_CHANNEL_UUID_LOG(uuid_.c_str()), SWITCH_LOG_WARNING,
+                    "re-INVITE with other media refused with 488; the call goes on as it was\n");
   nua_respond(handle_, SIP_488_NOT_ACCEPTABLE, TAG_END());
 }
 

@@ -47,7 +47,9 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
  public:
   using Sink = std::function<void(const DialogEvent& event)>;
 
-  SipDialog(std::shared_ptr<SipAgent> agent, Sink sink) : agent_(std::move(agent)), sink_(std::move(sink)) {}
+  /// The dialog of the leg `uuid`.
+  SipDialog(std::shared_ptr<SipAgent> agent, std::string uuid, Sink sink)
+      : agent_(std::move(agent)), uuid_(std::move(uuid)), sink_(std::move(sink)) {}
 
   void Invite(OutboundInvite invite);
   /// 180 or 183, without a description.
@@ -61,7 +63,10 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
 
   /// Takes over an incoming INVITE's handle.
   void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp);
-  void SetSinkOnSipThread(Sink sink) { sink_ = std::move(sink); }
+  void SetLegOnSipThread(const std::string& uuid, Sink sink) {
+    uuid_ = uuid;
+    sink_ = std::move(sink);
+  }
   /// `call_state` is the stack's own, of its state events.
   void OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, int call_state);
   /// Lets go of the stack's handle; the agent forgets the dialog.
@@ -83,6 +88,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   const std::shared_ptr<SipAgent> agent_;
 
   // Used on the SIP thread only.
+  std::string uuid_;
   Sink sink_;
   nua_handle_s* handle_ = nullptr;
   Phase phase_ = Phase::kNew;

@@ -175,7 +175,8 @@ void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDi
     dialplan = dialplan_;
   }
   auto leg = std::make_shared<CallingLeg>(invite, dialog, dialplan);
-  dialog->SetSinkOnSipThread(CallingLeg::EventSink(switch_core_session_get_uuid(session), leg));
+  const std::string uuid = switch_core_session_get_uuid(session);
+  dialog->SetLegOnSipThread(uuid, CallingLeg::EventSink(uuid, leg));
   if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return;
   switch_core_session_destroy(&session);
   dialog->End(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "");
