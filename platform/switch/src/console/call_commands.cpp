@@ -18,8 +18,8 @@ bool parse_cause(const std::string& text, switch_call_cause_t& cause) {
   const bool number = text.find_first_not_of("0123456789") == std::string::npos;
   if (number && text.size() > kMostCauseDigits) return false;
   cause = switch_channel_str2cause(text.c_str());
-  const std::string name = switch_channel_cause2str(cause);
-  return number ? name != "UNKNOWN" : equal_without_case(name, text);
+  if (number) return static_cast<int>(cause) == std::stoi(text);
+  return equal_without_case(switch_channel_cause2str(cause), text);
 }
 
 }  // namespace
