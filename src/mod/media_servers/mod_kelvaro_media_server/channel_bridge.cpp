@@ -134,15 +134,22 @@ Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direc
     return failed_and_clean_up(fsuuid);
   }
   pair.ms_uuid = own.ms_uuid;
-  pair.refuuid = mod_globals->GetFSUuidTable()->GetMediaSessionUuid(reffsuuid);
-  if (!sessions->GetMediaSession(pair.refuuid)) {
+  bool partner_is_somewhere = false;
+  {
+    const auto held = hold_legs();  // another bridge may be moving B
+    pair.refuuid = mod_globals->GetFSUuidTable()->GetMediaSessionUuid(reffsuuid);
+    partner_is_somewhere = sessions->GetMediaSession(pair.refuuid).has_value();
+    if (partner_is_somewhere) {
+      pair.node_a = sessions->GetNetworkConnectionNode(pair.ms_uuid, fsuuid);
+      pair.node_b = sessions->GetNetworkConnectionNode(pair.refuuid, reffsuuid);
+    }
+  }
+  if (!partner_is_somewhere) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, kvx_media_server::kNoMediaSessionMessage, fsuuid.c_str(),
                       uuid_to_text(pair.refuuid).c_str());
     return failed();
   }
 
-  pair.node_a = sessions->GetNetworkConnectionNode(pair.ms_uuid, fsuuid);
-  pair.node_b = sessions->GetNetworkConnectionNode(pair.refuuid, reffsuuid);
   pair.connection_a = connection_of(pair.node_a);
   pair.connection_b = connection_of(pair.node_b);
   if (!pair.connection_a || !pair.connection_b) {

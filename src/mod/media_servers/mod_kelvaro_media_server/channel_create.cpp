@@ -136,7 +136,10 @@ switch_status_t handle_leg_with_ref_channel_create(switch_media_connection_t* mc
 
 switch_status_t handle_leg_with_ref_mc_channel_create(switch_media_connection_t* mc,
                                                       switch_media_connection_t* ref_mc) {
-  const char* reffsuuid = switch_core_session_get_uuid(session_of(ref_mc));
+  // Read once: the partner's own thread takes it away when the partner ends meanwhile.
+  switch_core_session_t* ref_session = session_of(ref_mc);
+  if (!ref_session) return handle_leg_no_ref_channel_create(mc);
+  const char* reffsuuid = switch_core_session_get_uuid(ref_session);
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG,
                     "Creating channel with reference Media Connection. Session: %s Reference Session: %s\n",
                     switch_core_session_get_uuid(session_of(mc)), reffsuuid);

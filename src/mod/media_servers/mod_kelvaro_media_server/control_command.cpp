@@ -109,9 +109,9 @@ bool mod_media_server_exec_control_cmd(int argc, char** argv, switch_stream_hand
     stream->write_function(stream, "Report Error! Check your system!\n");
     return false;
   }
-  for (const ptree::value_type& server : tree.get_child("stats.hardware.modules")) {
-    control_server(server.second, request, stream);
-  }
+  const auto servers = tree.get_child_optional("stats.hardware.modules");
+  if (!servers) return true;  // none has an address
+  for (const ptree::value_type& server : *servers) control_server(server.second, request, stream);
   return true;
 }
 
