@@ -68,6 +68,29 @@ void CalledLeg::Run(switch_core_session_t* session) {
   Finish();
 }
 
+/// The profile's, unless the leg's variable says otherwise.
+SecurityWish CalledLeg::Security() const {
+  SecurityWish wish = request_.agent->profile().media.security;
+  const std::string name = LegVariable(channel_, "rtp_secure_media");
+  if (name.empty()) return wish;
+  if (const std::optional<SecureMedia> wanted = SecureMediaOfName(name)) {
+    wish.wanted = *wanted;
+  } else {
+    LegLog(session_, SWITCH_LOG_WARNING,
+           "rtp_secure_media is \"" + name + "\", not \"off\", \"optional\" or \"mandatory\"; ignored");
+  }
+  return wish;
+}
+
+void CalledLeg::WishForSecurity(LocalDescription& description) {
+  const SecurityWish wish = Security();
+  if (wish.wanted == SecureMedia::kOff) return;
+  wished_.secure_only = wish.wanted == SecureMedia::kMandatory;
+  wished_.local_key = MakeSrtpKey(wish.suites.front(), "1");
+  description.crypto = CryptoText(*wished_.local_key);
+  if (wished_.secure_only) description.protocol = "RTP/SAVP";
+}
+
 /// The offer's text: the calling side's codecs with our payload types, at the address where the media server waits.
 bool CalledLeg::MakeOffer(std::string& offer) {
   const std::vector<CodecMatch> offered = Distinct(request_.offered);
@@ -77,13 +100,15 @@ bool CalledLeg::MakeOffer(std::string& offer) {
     codecs.push_back(match.implementation);
     description.payloads.push_back(OfferedPayload(match));
   }
-  uint8_t event_type = 0;
   if (request_.telephone_events) {
-    event_type = FreePayloadType(request_.agent->profile().media.telephone_event_type, description.payloads);
-    description.payloads.push_back(TelephoneEventPayload(event_type, codecs.front()->samples_per_second));
+    wished_.telephone_event_type =
+        FreePayloadType(request_.agent->profile().media.telephone_event_type, description.payloads);
+    description.payloads.push_back(
+        TelephoneEventPayload(wished_.telephone_event_type, codecs.front()->samples_per_second));
   }
+  WishForSecurity(description);
   LocalMedia local;
-  if (!media_->GetLocalForOffer(codecs, event_type, local)) return false;
+  if (!media_->GetLocalForOffer(codecs, wished_, local)) return false;
   offered_packet_time_ = offered.front().PacketTime();
   FillLocalDescription(session_, local, offered_packet_time_, description);
   offer = BuildOffer(description);
@@ -160,10 +185,19 @@ bool CalledLeg::AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& s
   }
   stream = answer->media.front();
   session_name = answer->session_name;
-  if (!stream.IsPlainRtpAudio() || stream.port == 0) {
+  if (!stream.IsRtpAudio() || stream.port == 0) {
     LegLog(session_, SWITCH_LOG_ERROR, "The answer refuses the audio stream");
     return false;
   }
+  StreamSecurity security = SecurityOfAnswer(stream, wished_.secure_only ? "RTP/SAVP" : "RTP/AVP",
+                                             wished_.local_key ? &*wished_.local_key : nullptr);
+  if (!security.problem.empty()) {
+    LegLog(session_, SWITCH_LOG_ERROR, "The answer's audio stream cannot be taken: " + security.problem);
+    return false;
+  }
+  report.agreed.secure_only = security.remote.has_value();
+  report.agreed.local_key = wished_.local_key;
+  report.agreed.remote_key = std::move(security.remote);
   if (stream.packet_time == 0) stream.packet_time = offered_packet_time_;
   const SipProfile& profile = request_.agent->profile();
   CodecImplementations candidates;

@@ -50,6 +50,8 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
 
  private:
   bool SendInvite();
+  SecurityWish Security() const;
+  void WishForSecurity(LocalDescription& description);
   bool MakeOffer(std::string& offer);
   void WaitForAnswer();
   void OnDialogEvent(const DialogEvent& event);
@@ -68,6 +70,7 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   std::optional<LegMedia> media_;
   std::chrono::steady_clock::time_point answered_at_;
   uint32_t offered_packet_time_ = 0;
+  AgreedMedia wished_;  // telephone-events and our key, as offered
   int refused_status_ = 0;
   bool answered_ = false;
   bool finished_ = false;

@@ -91,11 +91,15 @@ bool CallingLeg::ChooseStream() {
     return false;
   }
   std::string offered;
+  StreamSecurity security;
   for (stream_ = 0; stream_ < offer_.media.size() && common_.empty(); ++stream_) {
     const SdpMedia& stream = offer_.media[stream_];
-    const bool usable = stream.IsPlainRtpAudio() && stream.port != 0;
+    const bool audio = stream.IsRtpAudio() && stream.port != 0;
+    security = audio ? SecurityOfOffer(stream, profile_.media.security) : StreamSecurity{};
+    const bool usable = audio && security.problem.empty();
     if (usable) common_ = CommonCodecs(stream, codecs);
     offered += (offered.empty() ? "" : "; ") + (usable ? CodecNames(stream) : stream.kind + " over " + stream.protocol);
+    if (!security.problem.empty()) offered += " (" + security.problem + ")";
   }
   if (common_.empty()) {
     Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "no common codec",
@@ -104,6 +108,9 @@ bool CallingLeg::ChooseStream() {
   }
   --stream_;  // the loop has stepped over it
   agreed_.codec = common_.front();
+  agreed_.remote_key = std::move(security.remote);
+  agreed_.secure_only = agreed_.remote_key.has_value();
+  if (agreed_.secure_only) agreed_.local_key = MakeSrtpKey(agreed_.remote_key->suite, agreed_.remote_key->tag);
   AgreeOnTelephoneEvents(offer_.media[stream_], profile_.media.telephone_events, agreed_);
   return true;
 }
@@ -197,6 +204,8 @@ bool CallingLeg::AnswerCaller() {
     description.payloads.push_back(TelephoneEventPayload(agreed_.telephone_event_type, agreed_.telephone_event_rate));
   }
   description.direction = Reversed(offer_.media[stream_].direction);
+  description.protocol = offer_.media[stream_].protocol;
+  if (agreed_.local_key) description.crypto = CryptoText(*agreed_.local_key);
   FillLocalDescription(session_, local, agreed_.codec.PacketTime(), description);
   dialog_->Answer(BuildAnswer(description, offer_, stream_));
   answered_ = true;

@@ -35,8 +35,9 @@ struct SdpMedia {
   uint32_t packet_time = 0;  ///< of "a=ptime", milliseconds; 0 when not given
   MediaDirection direction = MediaDirection::kSendReceive;
   std::vector<SdpPayload> payloads;  ///< of RTP streams, in order of preference
+  std::vector<std::string> cryptos;  ///< values of "a=crypto" (RFC 4568), as written
 
-  bool IsPlainRtpAudio() const { return kind == "audio" && protocol == "RTP/AVP"; }
+  bool IsRtpAudio() const { return kind == "audio" && (protocol == "RTP/AVP" || protocol == "RTP/SAVP"); }
 };
 
 struct SessionDescription {
@@ -58,6 +59,8 @@ struct LocalDescription {
   uint32_t packet_time = 0;  ///< milliseconds; 0: not said
   MediaDirection direction = MediaDirection::kSendReceive;
   std::vector<SdpPayload> payloads;  ///< at least one
+  std::string protocol = "RTP/AVP";
+  std::string crypto;  ///< value of "a=crypto"; empty: none
 };
 
 /// An offer with one audio stream.

@@ -39,10 +39,11 @@ std::string AudioStream(const LocalDescription& local) {
     if (!payload.fmtp.empty()) attributes += "a=fmtp:" + type + " " + payload.fmtp + "\r\n";
   }
   if (local.packet_time) attributes += "a=ptime:" + std::to_string(local.packet_time) + "\r\n";
+  if (!local.crypto.empty()) attributes += "a=crypto:" + local.crypto + "\r\n";
   if (local.rtcp_port) {
     attributes += "a=rtcp:" + std::to_string(local.rtcp_port) + " " + Network(local.address) + "\r\n";
   }
-  return "m=audio " + std::to_string(local.port) + " RTP/AVP" + types + "\r\n" + attributes +
+  return "m=audio " + std::to_string(local.port) + " " + local.protocol + types + "\r\n" + attributes +
          "a=" + DirectionName(local.direction) + "\r\n";
 }
 
