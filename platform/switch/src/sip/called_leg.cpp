@@ -55,6 +55,13 @@ void CalledLeg::Release(const std::string& uuid, const std::weak_ptr<CalledLeg>&
   });
 }
 
+bool CalledLeg::Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task) {
+  return PostToSession(uuid, [leg, task = std::move(task)] {
+    std::shared_ptr<CalledLeg> self = leg.lock();
+    if (self && self->renegotiation_ && switch_channel_up(self->channel_)) task(*self->renegotiation_);
+  });
+}
+
 void CalledLeg::Run(switch_core_session_t* session) {
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
@@ -94,7 +101,7 @@ void CalledLeg::WishForSecurity(LocalDescription& description) {
 /// The offer's text: the calling side's codecs with our payload types, at the address where the media server waits.
 bool CalledLeg::MakeOffer(std::string& offer) {
   const std::vector<CodecMatch> offered = Distinct(request_.offered);
-  LocalDescription description;
+  LocalDescription& description = local_;
   CodecImplementations codecs;
   for (const CodecMatch& match : offered) {
     codecs.push_back(match.implementation);
@@ -164,6 +171,15 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
     case DialogEvent::Kind::kAnswered:
       if (switch_channel_up(channel_)) OnAnswered(event);
       break;
+    case DialogEvent::Kind::kReinvite:
+      if (renegotiation_) renegotiation_->OnOffer(event.sdp);
+      break;
+    case DialogEvent::Kind::kReinviteAnswered:
+      if (renegotiation_) renegotiation_->OnAnswer(event.sdp);
+      break;
+    case DialogEvent::Kind::kReinviteRefused:
+      if (renegotiation_) renegotiation_->OnRefusal(event.status);
+      break;
     case DialogEvent::Kind::kRefused:
       refused_status_ = event.status;
       LegLog(session_, SWITCH_LOG_INFO, "Refused: " + std::to_string(event.status) + " " + event.phrase);
@@ -176,15 +192,16 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
 }
 
 /// What the answer takes of our offer; false, with the reason logged, when that is nothing we can work with.
-bool CalledLeg::AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& session_name, CalledLegReport& report) {
+bool CalledLeg::AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report) {
   std::string error;
-  std::optional<SessionDescription> answer = ParseSdp(sdp, error);
-  if (!answer) {
+  std::optional<SessionDescription> parsed = ParseSdp(sdp, error);
+  if (!parsed) {
     LegLog(session_, SWITCH_LOG_ERROR, "The answer's session description cannot be read: " + error);
     return false;
   }
-  stream = answer->media.front();
-  session_name = answer->session_name;
+  answer = std::move(*parsed);
+  SdpMedia& stream = answer.media.front();
+  report.direction = stream.direction;
   if (!stream.IsRtpAudio() || stream.port == 0) {
     LegLog(session_, SWITCH_LOG_ERROR, "The answer refuses the audio stream");
     return false;
@@ -239,16 +256,15 @@ size_t CalledLeg::OfferedIndex(const CodecMatch& taken) const {
 }
 
 void CalledLeg::OnAnswered(const DialogEvent& event) {
-  SdpMedia stream;
-  std::string session_name;
+  SessionDescription answer;
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kAnswered;
   answered_at_ = std::chrono::steady_clock::now();
-  if (!AgreeOn(event.sdp, stream, session_name, report)) {
+  if (!AgreeOn(event.sdp, answer, report)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
     return;
   }
-  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, session_name, report.agreed)) {
+  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer.media.front(), answer.session_name, report.agreed)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
     return;
   }
@@ -256,7 +272,13 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
+  StartRenegotiation(std::move(answer), report);
   request_.report(report);
+}
+
+void CalledLeg::StartRenegotiation(SessionDescription answer, const CalledLegReport& report) {
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller, nullptr};
+  renegotiation_.emplace(std::move(leg), std::move(answer), 0, report.agreed, local_);
 }
 
 void CalledLeg::Finish() {

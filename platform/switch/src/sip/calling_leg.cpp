@@ -208,6 +208,7 @@ bool CallingLeg::AnswerCaller() {
   if (agreed_.local_key) description.crypto = CryptoText(*agreed_.local_key);
   FillLocalDescription(session_, local, agreed_.codec.PacketTime(), description);
   dialog_->Answer(BuildAnswer(description, offer_, stream_));
+  StartRenegotiation(std::move(description));
   answered_ = true;
   answered_at_ = std::chrono::steady_clock::now();
   switch_channel_mark_answered(channel_);
@@ -217,9 +218,37 @@ bool CallingLeg::AnswerCaller() {
 
 void CallingLeg::OnDialogEvent(const DialogEvent& event) {
   if (finished_) return;
+  switch (event.kind) {
+    case DialogEvent::Kind::kReinvite:
+      if (renegotiation_) renegotiation_->OnOffer(event.sdp);
+      return;
+    case DialogEvent::Kind::kReinviteAnswered:
+      if (renegotiation_) renegotiation_->OnAnswer(event.sdp);
+      return;
+    case DialogEvent::Kind::kReinviteRefused:
+      if (renegotiation_) renegotiation_->OnRefusal(event.status);
+      return;
+    default:
+      break;
+  }
   ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")" : "the calling side";
   if (event.kind == DialogEvent::Kind::kCancelled) LegLog(session_, SWITCH_LOG_INFO, "Cancelled by the calling side");
   switch_channel_hangup(channel_, event.cause);
+}
+
+void CallingLeg::StartRenegotiation(LocalDescription description) {
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &profile_, nullptr, nullptr};
+  leg.tell_partner = [this](Renegotiation::Task task) {
+    return called_ && media_->bridged() && CalledLeg::Tell(called_->uuid, called_->leg, std::move(task));
+  };
+  leg.bridge = [this](RTPDirection direction) { return Turn(direction); };
+  renegotiation_.emplace(std::move(leg), offer_, stream_, agreed_, std::move(description));
+  if (called_ && called_->answer) renegotiation_->set_partner_direction(called_->answer->direction);
+}
+
+/// The bridge to a direction; nothing before there is one, which then begins with that direction.
+bool CallingLeg::Turn(RTPDirection direction) {
+  return !media_->bridged() || media_->Bridge(direction);
 }
 
 /// Ends the called leg, if there is one, and lets it have its media to itself again.

@@ -13,6 +13,7 @@
 #include "sip/called_leg.h"
 #include "sip/dialplan.h"
 #include "sip/leg_media.h"
+#include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
 
 /// The leg of an incoming call: takes the offer, finds the route, runs its actions, answers, and ends both legs of the
@@ -63,6 +64,9 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   void EndWithCalledLeg();
 
   void OnDialogEvent(const DialogEvent& event);
+  void StartRenegotiation(LocalDescription description);
+  bool Turn(RTPDirection direction);
+  void OnPartnerTask(const Renegotiation::Task& task);
   void OnCalledLegReport(const std::string& uuid, const CalledLegReport& report);
 
   /// Ends the leg from our side; the first reason stays. `status` 0 derives it from the cause.
@@ -87,7 +91,8 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   std::optional<BridgedLeg> called_;
   bool answered_ = false;
   bool finished_ = false;
-  int relayed_status_ = 0;  // last provisional response sent
+  std::optional<Renegotiation> renegotiation_;  // from the answer on
+  int relayed_status_ = 0;                      // last provisional response sent
   std::chrono::steady_clock::time_point answered_at_;
   switch_call_cause_t fail_cause_ = SWITCH_CAUSE_NONE;
   int fail_status_ = 0;

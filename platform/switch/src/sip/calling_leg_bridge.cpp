@@ -74,7 +74,22 @@ CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const
       if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnCalledLegReport(uuid, report);
     });
   };
+  request.tell_caller = [own_uuid, weak](Renegotiation::Task task) {
+    return PostToSession(own_uuid, [weak, task = std::move(task)] {
+      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnPartnerTask(task);
+    });
+  };
   return request;
+}
+
+void CallingLeg::OnPartnerTask(const Renegotiation::Task& task) {
+  if (switch_channel_down(channel_) || !called_) return;
+  if (renegotiation_ && media_->bridged()) {
+    task(*renegotiation_);
+  } else {
+    // Too early: what the called side wants to change is not there yet.
+    CalledLeg::Tell(called_->uuid, called_->leg, [](Renegotiation& partner) { partner.PartnerRefused(491); });
+  }
 }
 
 bool CallingLeg::StartCalledLeg(const std::string& data) {
@@ -114,6 +129,7 @@ void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegRepor
       break;
     case CalledLegReport::Kind::kAnswered:
       called_->answer = report;
+      if (renegotiation_) renegotiation_->set_partner_direction(report.direction);
       break;
     case CalledLegReport::Kind::kEnded:
       called_->ended = true;
@@ -170,7 +186,7 @@ bool CallingLeg::CalledLegIsUp() const {
 void CallingLeg::Join() {
   DrainTasks(session_);
   if (switch_channel_down(channel_)) return;
-  if (!CalledLegIsUp() || !media_->Bridge(RTPDIR_DUPLEX)) {
+  if (!CalledLegIsUp() || !media_->Bridge(renegotiation_->BridgeDirection())) {
     if (CalledLegIsUp()) {
       Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
       return;

@@ -112,7 +112,24 @@ bool LegMedia::SetRemote(switch_sdp_negotiation_state_t state, const SdpMedia& s
   return status == SWITCH_STATUS_SUCCESS;
 }
 
+bool LegMedia::SetRemoteImage(switch_sdp_negotiation_state_t state, const SdpMedia& stream,
+                              const std::string& session_name) {
+  switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_IP_VARIABLE, stream.address.c_str());
+  switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_PORT_VARIABLE, std::to_string(stream.port).c_str());
+  switch_status_t status = server_->set_media(connection_, stream.address.c_str(), stream.port, 0, session_name.c_str(),
+                                              nullptr, 0, 0, settings_.silence_suppression, nullptr, SWITCH_TRUE, state,
+                                              ToSwitch(settings_.remote_address_detection),
+                                              ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid));
+  if (status != SWITCH_STATUS_SUCCESS) Failed("the far end's image stream");
+  return status == SWITCH_STATUS_SUCCESS;
+}
+
+bool LegMedia::GetLocalImage(switch_sdp_negotiation_state_t state, LocalMedia& local) {
+  return GetLocal({state, {}, &codec_, AgreedMedia{}, true}, local);
+}
+
 bool LegMedia::GetLocalForOffer(const CodecImplementations& codecs, const AgreedMedia& wished, LocalMedia& local) {
+  // SWITCH_SDP_COMPLETED stands for an offer after the first; the media server makes the same of both.
   return GetLocal({SWITCH_SDP_STATE_UNKNOWN, codecs, nullptr, wished}, local);
 }
 
@@ -128,10 +145,10 @@ bool LegMedia::GetLocal(LocalRequest request, LocalMedia& local) {
   switch_status_t status = server_->get_media(
       connection_, request.codecs.data(), static_cast<int>(request.codecs.size()), request.answer_codec,
       ToSwitch(settings_.inband_dtmf_to_events), media.HasTelephoneEvents(), media.telephone_event_type,
-      settings_.silence_suppression, address, static_cast<int>(sizeof(address)), &port, &crypto, SWITCH_FALSE,
-      request.state, settings_.ipv4_tos, settings_.ipv6_traffic_class, settings_.hop_limit, settings_.g729_annex_b,
-      ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid), settings_.rtp_timeout_seconds,
-      ToSwitch(settings_.auto_local_port_renew), settings_.asymmetric_dynamic_payload);
+      settings_.silence_suppression, address, static_cast<int>(sizeof(address)), &port, &crypto,
+      ToSwitch(request.image), request.state, settings_.ipv4_tos, settings_.ipv6_traffic_class, settings_.hop_limit,
+      settings_.g729_annex_b, ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid),
+      settings_.rtp_timeout_seconds, ToSwitch(settings_.auto_local_port_renew), settings_.asymmetric_dynamic_payload);
   explicit_bzero(crypto.crypto_raw_key, sizeof(crypto.crypto_raw_key));
   if (status != SWITCH_STATUS_SUCCESS) {
     Failed("a local description");

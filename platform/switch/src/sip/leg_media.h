@@ -62,6 +62,10 @@ class LegMedia {
   /// Asks for the local side of the answer. The agreed codec is that of the last SetRemote.
   bool GetLocalForAnswer(const AgreedMedia& agreed, LocalMedia& local);
 
+  /// The same for an image stream (T.38) in place of audio.
+  bool SetRemoteImage(switch_sdp_negotiation_state_t state, const SdpMedia& stream, const std::string& session_name);
+  bool GetLocalImage(switch_sdp_negotiation_state_t state, LocalMedia& local);
+
   bool Bridge(RTPDirection direction);
   /// Does nothing when Bridge did not succeed or was undone.
   void Unbridge();
@@ -76,6 +80,7 @@ class LegMedia {
     CodecImplementations codecs;
     switch_codec_t* answer_codec;
     const AgreedMedia& media;
+    bool image = false;
   };
 
   bool InitCodec(const CodecMatch& match);

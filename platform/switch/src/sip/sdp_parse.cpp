@@ -13,6 +13,7 @@ namespace {
 constexpr size_t kMostMedia = 16;
 constexpr size_t kMostPayloads = 64;
 constexpr size_t kMostCryptos = 16;
+constexpr size_t kMostFaxAttributes = 16;
 
 struct StaticEncoding {
   uint8_t type;
@@ -197,6 +198,10 @@ class Parser {
     if (name == "rtpmap") return ReadRtpmap(rest, media);
     if (name == "fmtp") return ReadFmtp(rest, media);
     if (name == "ptime") return ReadPacketTime(rest, media);
+    if (media.kind == "image" && name.substr(0, 3) == "T38") {
+      if (media.fax_attributes.size() < kMostFaxAttributes) media.fax_attributes.emplace_back(value);
+      return true;
+    }
     if (name == "crypto") {
       if (media.cryptos.size() < kMostCryptos) media.cryptos.emplace_back(rest);
       return true;
