@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/rtp_comparison.h"
+#include "support/rtp_seal.h"
 #include "support/rtp_talk.h"
 #include "support/udp_socket.h"
 
@@ -29,6 +30,8 @@ class RtpPhone {
 /// One direction: what `from` says to the media server at `to`, and what `at` hears of it.
 struct RtpDirectionSettings {
   RtpTalkSettings talk;
+  RtpSeal* sealed_by = nullptr;  // SRTP of who talks, and of who listens; null: in the clear
+  RtpSeal* opened_by = nullptr;
   UdpAddress to;
   RtpExpectation expected;
 };
