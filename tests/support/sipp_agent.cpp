@@ -91,7 +91,7 @@ std::vector<std::string> SippAgent::CommandLine() const {
 }
 
 void SippAgent::Start() {
-  port_ = free_udp_port();
+  port_ = settings_.port != 0 ? settings_.port : free_udp_port();
   ChildSettings child;
   child.command = CommandLine();
   child.output = File("_output.log");

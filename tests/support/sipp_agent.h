@@ -29,6 +29,7 @@ struct SippCallFields {
 struct SippSettings {
   std::string scenario;              // file of tests/end_to_end/sipp without its extension
   std::string dialled = "2000";      // the number called; [service] of the scenario
+  std::uint16_t port = 0;            // where it waits; 0: any free port
   std::optional<UdpAddress> remote;  // whom to call; empty for a phone that is called
   std::vector<SippCallFields> calls;
   std::chrono::milliseconds hold{1000};  // length of the scenario's pauses without one of their own

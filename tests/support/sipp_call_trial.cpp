@@ -23,6 +23,7 @@ CallTrial::CallTrial(const CallTrialSettings& settings)
   SippSettings callee;
   callee.name = "callee";
   callee.scenario = settings.callee_scenario;
+  callee.port = settings.callee_port;
   callee.directory = settings.directory;
   callee.hold = Hold();
   callee.limit = std::chrono::seconds(170);

@@ -16,7 +16,8 @@ struct CallTrialSettings {
   std::string caller_scenario = "caller";
   std::string callee_scenario = "callee";
   std::string dialled = "2000";
-  SippCallFields caller;  // codec fields; numbers and media ports are filled in per call
+  std::uint16_t callee_port = 0;  // where the phones called wait; 0: any free port
+  SippCallFields caller;          // codec fields; numbers and media ports are filled in per call
   SippCallFields callee;
   RtpCodec codec;                        // how the talk's payload is made
   std::chrono::milliseconds talk{1500};  // length of the script in each direction
