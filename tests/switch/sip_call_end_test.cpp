@@ -73,7 +73,7 @@ TEST_F(SipCallEnd, ChallengesAndRedirectionsAreNotPassedOn) {
 
 TEST_F(SipCallEnd, RingingPassesOnOnce) {
   SipMessage invite = CallBob();
-  bob_.Reply(invite, 183, "", SipPeer::Sdp("0"));
+  bob_.Reply(invite, 183);
   std::optional<SipMessage> progress = alice_.AwaitResponse();
   ASSERT_TRUE(progress);
   EXPECT_EQ(progress->Status(), 183);

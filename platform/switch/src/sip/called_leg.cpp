@@ -151,14 +151,30 @@ void CalledLeg::WaitForAnswer() {
   switch_channel_hangup(channel_, SWITCH_CAUSE_NO_ANSWER);
 }
 
+/// What the called side plays before it answers, an announcement for one, belongs to the call: the description counts
+/// as the answer (RFC 3960, 3.2).
+bool CalledLeg::TakeEarlyMedia(const std::string& sdp, CalledLegReport& report) {
+  if (sdp.empty() || !early_sdp_.empty() || !AgreeOn(sdp, answer_, report)) return false;
+  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+    return false;
+  }
+  early_sdp_ = sdp;
+  media_->MarkStart();
+  return true;
+}
+
 void CalledLeg::OnProgress(const DialogEvent& event) {
-  LegLog(session_, SWITCH_LOG_INFO,
-         "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
-             (event.sdp.empty() ? "" : "; its early media is not passed on"));
-  if (event.status == 180) switch_channel_mark_ring_ready(channel_);
+  if (switch_channel_down(channel_)) return;
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kProgress;
   report.status = event.status;
+  report.early_media = TakeEarlyMedia(event.sdp, report);
+  LegLog(session_, SWITCH_LOG_INFO,
+         "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
+             (report.early_media ? ", with early media" : ""));
+  if (event.status == 180) switch_channel_mark_ring_ready(channel_);
+  if (report.early_media) switch_channel_mark_pre_answered(channel_);
   request_.report(report);
 }
 
@@ -255,31 +271,38 @@ size_t CalledLeg::OfferedIndex(const CodecMatch& taken) const {
   return index;
 }
 
+/// The answer, unless early media brought it already. False when the leg cannot go on; it is hung up then.
+bool CalledLeg::TakeAnswer(const std::string& sdp, CalledLegReport& report) {
+  const bool known = !early_sdp_.empty() && (sdp.empty() || sdp == early_sdp_);
+  if (!AgreeOn(known ? early_sdp_ : sdp, answer_, report)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
+    return false;
+  }
+  if (known ||
+      media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
+    return true;
+  }
+  switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+  return false;
+}
+
 void CalledLeg::OnAnswered(const DialogEvent& event) {
-  SessionDescription answer;
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kAnswered;
   answered_at_ = std::chrono::steady_clock::now();
-  if (!AgreeOn(event.sdp, answer, report)) {
-    switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
-    return;
-  }
-  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer.media.front(), answer.session_name, report.agreed)) {
-    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
-    return;
-  }
+  if (!TakeAnswer(event.sdp, report)) return;
   answered_ = true;
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
   media_->MarkStart();
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
-  StartRenegotiation(std::move(answer), report);
+  StartRenegotiation(report);
   request_.report(report);
 }
 
-void CalledLeg::StartRenegotiation(SessionDescription answer, const CalledLegReport& report) {
+void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
   Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller, nullptr};
-  renegotiation_.emplace(std::move(leg), std::move(answer), 0, report.agreed, local_);
+  renegotiation_.emplace(std::move(leg), answer_, 0, report.agreed, local_);
 }
 
 void CalledLeg::Finish() {
@@ -291,7 +314,7 @@ void CalledLeg::Finish() {
   report.cause = cause;
   report.status = refused_status_;
   request_.report(report);
-  if (answered_ &&
+  if ((answered_ || !early_sdp_.empty()) &&
       !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience, [this] { return released_; })) {
     LegLog(session_, SWITCH_LOG_WARNING, "The calling leg did not undo the bridge in time");
   }

@@ -22,6 +22,7 @@ struct CalledLegReport {
   Kind kind;
   int status = 0;            ///< kProgress: 180, 183, ...; kEnded: of the final response, 0 when there was none
   size_t offered_index = 0;  ///< kAnswered: which of the offered codecs was taken
+  bool early_media = false;  ///< kProgress: the called side sends already; the fields of kAnswered are filled
   AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
   MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered: what the called side says of its stream
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;            ///< kEnded
@@ -62,9 +63,11 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   void WaitForAnswer();
   void OnDialogEvent(const DialogEvent& event);
   void OnProgress(const DialogEvent& event);
+  bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
+  bool TakeAnswer(const std::string& sdp, CalledLegReport& report);
   void OnAnswered(const DialogEvent& event);
   bool AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report);
-  void StartRenegotiation(SessionDescription answer, const CalledLegReport& report);
+  void StartRenegotiation(const CalledLegReport& report);
   size_t OfferedIndex(const CodecMatch& taken) const;
   void Finish();
 
@@ -81,6 +84,8 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   LocalDescription local_;
   std::optional<Renegotiation> renegotiation_;  // from the answer on
   int refused_status_ = 0;
+  std::string early_sdp_;  // of a provisional response, taken as the answer; "" while there is none
+  SessionDescription answer_;
   bool answered_ = false;
   bool finished_ = false;
   bool released_ = false;

@@ -202,8 +202,9 @@ bool CallingLeg::EnsureMedia() {
   return false;
 }
 
-bool CallingLeg::AnswerCaller() {
-  if (answered_) return true;
+/// What the caller is told of its stream: once, since a provisional response and the answer have to say the same.
+bool CallingLeg::DescribeToCaller() {
+  if (!told_.empty()) return true;
   LocalMedia local;
   if (!media_->GetLocalForAnswer(agreed_, local)) {
     Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The media server has no answer to the offer");
@@ -218,11 +219,18 @@ bool CallingLeg::AnswerCaller() {
   description.protocol = offer_.media[stream_].protocol;
   if (agreed_.local_key) description.crypto = CryptoText(*agreed_.local_key);
   FillLocalDescription(session_, local, agreed_.codec.PacketTime(), description);
-  dialog_->Answer(BuildAnswer(description, offer_, stream_));
+  told_ = BuildAnswer(description, offer_, stream_);
   StartRenegotiation(std::move(description));
+  media_->MarkStart();
+  return true;
+}
+
+bool CallingLeg::AnswerCaller() {
+  if (answered_) return true;
+  if (!DescribeToCaller()) return false;
+  dialog_->Answer(told_);
   answered_ = true;
   answered_at_ = std::chrono::steady_clock::now();
-  media_->MarkStart();
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, agreed_);
   return true;

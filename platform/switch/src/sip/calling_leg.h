@@ -63,8 +63,11 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   std::chrono::seconds LegTimeout() const;
   bool AwaitAnswer();
   bool TakeOver(const CalledLegReport& answer);
+  bool DescribeToCaller();
   bool AnswerCaller();
+  void PassEarlyMediaOn(const CalledLegReport& report);
   void Join();
+  bool JoinMedia();
   bool CalledLegIsUp() const;
   void EndWithCalledLeg();
 
@@ -94,6 +97,7 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   std::vector<CodecMatch> common_;  // its codecs that we can take, in its order
   AgreedMedia agreed_;
   std::optional<BridgedLeg> called_;
+  std::string told_;  // the description that the caller has; "" while it has none
   bool answered_ = false;
   bool finished_ = false;
   std::optional<Renegotiation> renegotiation_;  // from the answer on

@@ -135,10 +135,11 @@ void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegRepor
   if (finished_ || !called_ || called_->uuid != uuid) return;
   switch (report.kind) {
     case CalledLegReport::Kind::kProgress:
-      if (answered_ || relayed_status_ == report.status) break;
+      if (answered_ || (relayed_status_ == report.status && !report.early_media)) break;
       relayed_status_ = report.status;
+      if (report.early_media) return PassEarlyMediaOn(report);
       // Provisional responses other than these say nothing that matters beyond one hop.
-      if (report.status == 180 || report.status == 183) dialog_->Ring(report.status);
+      if (told_.empty() && (report.status == 180 || report.status == 183)) dialog_->Ring(report.status);
       if (report.status == 180) switch_channel_mark_ring_ready(channel_);
       break;
     case CalledLegReport::Kind::kAnswered:
@@ -149,12 +150,18 @@ void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegRepor
       called_->ended = true;
       called_->cause = report.cause;
       called_->status = report.status;
-      if (media_->bridged()) {
-        ended_by_ = "the called side";
-        switch_channel_hangup(channel_, report.cause);
-      }
+      if (media_->bridged()) EndWithCalledLeg();
       break;
   }
+}
+
+/// The caller hears what the called side plays before it answers.
+void CallingLeg::PassEarlyMediaOn(const CalledLegReport& report) {
+  if (!TakeOver(report) || !DescribeToCaller()) return;
+  renegotiation_->set_partner_direction(report.direction);
+  dialog_->Ring(183, told_);
+  switch_channel_mark_pre_answered(channel_);
+  if (!JoinMedia()) Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "");
 }
 
 bool CallingLeg::AwaitAnswer() {
@@ -169,7 +176,7 @@ bool CallingLeg::AwaitAnswer() {
 
 /// Both sides run the codec that the called side took: nothing has to be converted.
 bool CallingLeg::TakeOver(const CalledLegReport& answer) {
-  if (answered_) return true;
+  if (!told_.empty()) return true;
   const switch_codec_implementation_t* provisional = agreed_.codec.implementation;
   const uint8_t provisional_type = agreed_.codec.remote.type;
   const SdpMedia& stream = offer_.media[stream_];
@@ -197,10 +204,21 @@ bool CallingLeg::CalledLegIsUp() const {
   return true;
 }
 
+/// The bridge on the media server, in the direction that both far ends leave.
+bool CallingLeg::JoinMedia() {
+  if (media_->bridged()) return true;
+  if (!media_->Bridge(renegotiation_->BridgeDirection())) return false;
+  switch_channel_set_variable(channel_, SWITCH_BRIDGE_UUID_VARIABLE, called_->uuid.c_str());
+  switch_channel_set_flag(channel_, CF_BRIDGED);
+  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_BRIDGE, called_->uuid);
+  LegLog(session_, SWITCH_LOG_INFO, "Bridged with leg " + called_->uuid);
+  return true;
+}
+
 void CallingLeg::Join() {
   DrainTasks(session_);
   if (switch_channel_down(channel_)) return;
-  if (!CalledLegIsUp() || !media_->Bridge(renegotiation_->BridgeDirection())) {
+  if (!CalledLegIsUp() || !JoinMedia()) {
     if (CalledLegIsUp()) {
       Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
       return;
@@ -210,11 +228,7 @@ void CallingLeg::Join() {
     EndWithCalledLeg();
     return;
   }
-  switch_channel_set_variable(channel_, SWITCH_BRIDGE_UUID_VARIABLE, called_->uuid.c_str());
-  switch_channel_set_flag(channel_, CF_BRIDGED);
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
-  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_BRIDGE, called_->uuid);
-  LegLog(session_, SWITCH_LOG_INFO, "Bridged with leg " + called_->uuid);
   ServeWhileUp(session_);
 }
 

@@ -46,8 +46,8 @@ void SipDialog::Invite(OutboundInvite invite) {
   PostSelf([invite = std::move(invite)](SipDialog& self) { self.InviteOnSipThread(invite); });
 }
 
-void SipDialog::Ring(int status) {
-  PostSelf([status](SipDialog& self) { self.RingOnSipThread(status); });
+void SipDialog::Ring(int status, std::string sdp) {
+  PostSelf([status, sdp = std::move(sdp)](SipDialog& self) { self.RingOnSipThread(status, sdp); });
 }
 
 void SipDialog::Answer(std::string sdp) {
@@ -90,9 +90,10 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
              SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(invite.sdp.c_str()), TAG_END());
 }
 
-void SipDialog::RingOnSipThread(int status) {
+void SipDialog::RingOnSipThread(int status, const std::string& sdp) {
   if (phase_ != Phase::kIncoming) return;
-  nua_respond(handle_, status, PhraseOfStatus(status), TAG_END());
+  nua_respond(handle_, status, PhraseOfStatus(status), TAG_IF(!sdp.empty(), SIPTAG_CONTENT_TYPE_STR(kSdpType)),
+              TAG_IF(!sdp.empty(), SIPTAG_PAYLOAD_STR(sdp.c_str())), TAG_END());
 }
 
 void SipDialog::AnswerOnSipThread(const std::string& sdp) {

@@ -57,8 +57,8 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
       : agent_(std::move(agent)), uuid_(std::move(uuid)), sink_(std::move(sink)) {}
 
   void Invite(OutboundInvite invite);
-  /// 180 or 183, without a description.
-  void Ring(int status);
+  /// 180 or 183; with a description for early media.
+  void Ring(int status, std::string sdp = "");
   void Answer(std::string sdp);
   /// A further INVITE. One at a time; it waits for one of the far end's to be over, and is repeated a few times when
   /// both had the idea at once (RFC 3261, 14.1).
@@ -87,7 +87,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   enum class Phase { kNew, kCalling, kIncoming, kUp, kEnding, kOver };
 
   void InviteOnSipThread(const OutboundInvite& invite);
-  void RingOnSipThread(int status);
+  void RingOnSipThread(int status, const std::string& sdp);
   void AnswerOnSipThread(const std::string& sdp);
   void EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning);
   void OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
