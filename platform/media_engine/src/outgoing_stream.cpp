@@ -67,6 +67,8 @@ std::optional<OutgoingPosition> OutgoingStream::Place(const SourcePosition& sour
     const bool plausible = step != 0 && step <= clock_rate;
     if (!first && plausible) timestamp_step_ = step;
     highest_ = source.sequence_number;
+    // It has to follow: half way round the numbers it would look like the future.
+    if (Distance(oldest_, highest_) > kMaxMisorder) oldest_ = static_cast<uint16_t>(highest_ - kMaxMisorder);
     next_sequence_number_ = static_cast<uint16_t>(position.sequence_number + 1);
     last_timestamp_ = position.timestamp;
     last_time_ = now;
