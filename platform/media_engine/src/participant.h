@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "endpoint_crypto.h"
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
 #include "payload_types.h"
@@ -45,6 +46,8 @@ class Participant {
   void AllowLearning(TimePoint now) { remote_.AllowLearning(now); }
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
+  /// The key of the latest local description; empty without.
+  SecretBytes LocalKey() const { return crypto_.LocalKey(); }
 
   // Joins.
   Outcome Join(Direction direction, Participant& other, TimePoint now);
@@ -55,9 +58,10 @@ class Participant {
     if (peer_ != nullptr && peer_->session_ != &session) Separate(now);
   }
 
-  // Packets. What TakeRtp hands over lies within the packet, changed in place.
+  // Packets. They begin at a multiple of four octets and have kSrtpTrailerRoom behind them; what TakeRtp hands over
+  // lies within that, changed in place.
   Handover TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
-  void TakeRtcp(const SocketAddress& from);
+  void TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
   void CountOversized() { ++counters_.oversized; }
   void CountReceiveError() { ++counters_.receive_errors; }
   void CountSent(const Handover& packet);
@@ -100,6 +104,7 @@ class Participant {
   Reception reception_;
   OutgoingStream outgoing_;
   EndpointStatistics counters_;
+  EndpointCrypto crypto_;
 
   Participant* peer_ = nullptr;
   bool carries_ = false;  // to peer_
