@@ -25,6 +25,8 @@ class PacketMover {
 
   void MoveRtp(Participant& from, TimePoint now);
   void TakeRtcp(Participant& from, TimePoint now);
+  /// Sends on what is due in the endpoint's jitter buffer.
+  void PlayOut(Participant& from, TimePoint now);
 
  private:
   struct Buffers {
