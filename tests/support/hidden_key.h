@@ -7,22 +7,19 @@
 
 namespace test_support {
 
-/// 30 octets drawn at random. They stand in the object in disguise, so that it does not find itself.
+/// 30 octets drawn at random, 16 of key and 14 of salt. They stand in the object in disguise, so that it does not find
+/// itself.
 class HiddenKey {
  public:
   static constexpr std::size_t kLength = 30;
 
   HiddenKey();
   std::uint8_t operator[](std::size_t index) const { return masked_[index] ^ kMask; }
-  /// How often the key's end stands in what the process has written to: heap, stacks, data. Freed memory counts; its
-  /// beginning the allocator has used for itself.
+  /// How often the key stands in what the process has written to, freed memory included.
   std::size_t CopiesInMemory() const;
 
  private:
   static constexpr std::uint8_t kMask = 0xa5;
-  static constexpr std::size_t kEnd = 14;
-  bool StandsAt(const std::uint8_t* octets) const;
-
   std::array<std::uint8_t, kLength> masked_;
 };
 
