@@ -171,6 +171,28 @@ TEST_F(WorkerTurns, PlaysEachPacketWhenItIsDueAndOnlyThen) {
   ExpectCarried(b.far_end.ReceiveRtp(milliseconds{0}), {0, 2, 320, 1, false, PayloadOf(2)}, 0);
 }
 
+TEST_F(WorkerTurns, AnEndpointThatHasMovedIsPlayedByItsNewWorkerOnly) {
+  const auto mailbox = std::make_shared<Mailbox>();
+  const auto session = std::make_shared<SessionRoute>(context_, mailbox, "other session");
+  Worker other(context_, mailbox);
+  other.OpenSession(session);
+  const TurnedLeg moving = NewLeg(nullptr, seconds{0}, JitterBufferSettings{JitterMode::kStatic, 50, {}, {}});
+  const auto route = moving.participant->route();
+  ASSERT_TRUE(route->SetHome(session, MakeTask([route](Worker& worker) { worker.BringHome(*route); })));
+  Turn();
+  other.RunOnce(milliseconds{0});
+  ASSERT_EQ(other.Find(*route), moving.participant);
+  const TurnedLeg staying = NewLegOn(other, session, context_, LocalFor(Pcmu()));
+  ASSERT_TRUE(moving.participant->Join(Direction::kDuplex, *staying.participant, other.now()).ok);
+  SendRun(moving, 1, 1);
+  other.RunOnce(milliseconds{0});
+  clock_->Advance(milliseconds{50});
+  Turn();
+  EXPECT_FALSE(staying.far_end.ReceiveRtp(milliseconds{0}));
+  other.RunOnce(milliseconds{0});
+  EXPECT_TRUE(staying.far_end.ReceiveRtp(milliseconds{0}));
+}
+
 TEST_F(WorkerTurns, TheRestEndsWhenAPacketIsDue) {
   const auto steady = std::make_shared<SteadyClock>();
   const auto context = std::make_shared<ServerContext>(steady, nullptr, *SocketAddress::Parse("127.0.0.1", 0),
