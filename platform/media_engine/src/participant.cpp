@@ -30,7 +30,7 @@ bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimeP
 }
 
 Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (pass_through_) return Relay(packet, length, from, now);
+  if (image_.in_use()) return Relay(packet, length, from);
   const bool may_be_far_end = remote_.IsExpected(from) || remote_.MayLearn(now);
   const std::optional<RtpHeader> header = may_be_far_end ? ParseRtp(packet, length) : std::nullopt;
   if (!may_be_far_end || (header && !AcceptSource(from, payload_types_.Understands(header->payload_type), now))) {
@@ -67,7 +67,7 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
     DropFor(counters_.unknown_payload_types, header);
     return {};
   }
-  if (route.way == PayloadRoute::Way::kNoCounterpart) {
+  if (route.way == PayloadRoute::Way::kNoCounterpart || peer_->image_.in_use()) {
     DropFor(counters_.untranslatable, header);
     return {};
   }
@@ -97,28 +97,6 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
   return {peer_, payload - kRtpHeaderLength, kRtpHeaderLength + header.payload_length, header.payload_length, true};
 }
 
-Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (!remote_.IsExpected(from)) {
-    ++counters_.strangers;
-    return {};
-  }
-  silence_.Received(now);
-  if (peer_ == nullptr || !carries_) {
-    ++counters_.not_joined;
-    return {};
-  }
-  if (!peer_->pass_through_) {
-    ++counters_.untranslatable;
-    return {};
-  }
-  if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
-    ++counters_.on_hold;
-    return {};
-  }
-  ++counters_.datagrams_relayed;
-  return {peer_, packet, length, 0, false};
-}
-
 void Participant::TakeRtcp(const SocketAddress& from) {
   ++(remote_.IsRtcpExpected(from) ? counters_.rtcp_packets_received : counters_.rtcp_strangers);
 }
@@ -130,7 +108,7 @@ void Participant::CountSent(const Handover& packet) {
 }
 
 void Participant::CheckSilence(TimePoint now) {
-  const bool expected = !pass_through_ && (peer_ == nullptr || carries_);
+  const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
   events_->OnRtpTimeout(verdict == SilenceWatch::Verdict::kInactive);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "image_stream.h"
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
 #include "payload_types.h"
@@ -39,12 +40,24 @@ class Participant {
   Participant& operator=(const Participant&) = delete;
 
   // Descriptions. Refused ones change nothing.
-  /// Takes the port pair that is offered when it has none, or when another is wished for.
   Outcome DescribeLocal(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now);
   Outcome DescribeRemote(const RemoteDescription& description, TimePoint now);
   void AllowLearning(TimePoint now) { remote_.AllowLearning(now); }
+  /// Takes the port pair that is offered when it has none, or when another is wished for. False when it has none then.
+  bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
+
+  // The image stream.
+  bool HasImage() const { return image_.is_described(); }
+  /// Only with an image stream and ports.
+  ImageDescription LocalImage() const;
+  /// Without an address when the far end has described none.
+  ImageDescription RemoteImage() const;
+  /// Whether the other endpoint can be its fax peer, described so.
+  Outcome CheckPassThroughPeer(const Participant& peer, const PassThroughPeer& description) const;
+  /// Relays datagrams to the other endpoint and back. Checked before; both are in one session.
+  void PassThroughTo(Participant& peer, const PassThroughPeer& description, TimePoint now);
 
   // Joins.
   Outcome Join(Direction direction, Participant& other, TimePoint now);
@@ -62,7 +75,7 @@ class Participant {
   void CountReceiveError() { ++counters_.receive_errors; }
   void CountSent(const Handover& packet);
   void CountSendError() { ++counters_.send_errors; }
-  const SocketAddress& remote_rtp() const { return remote_.rtp(); }
+  const SocketAddress& remote_rtp() const { return image_.in_use() ? image_.far_end() : remote_.rtp(); }
 
   /// Tells the endpoint's events of a silence that has grown too long.
   void CheckSilence(TimePoint now);
@@ -74,15 +87,22 @@ class Participant {
   ServerContext& server() const { return *server_; }
 
  private:
-  void ApplyIpHeader(const IpHeaderSettings& settings) const;
+  void ApplyIpHeader(const IpHeaderSettings& settings);
+  Outcome ParseFarEnd(const std::string& address, uint16_t port, SocketAddress& far_end) const;
+  Outcome DescribeLocalImage(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now);
+  Outcome DescribeRemoteImage(const RemoteDescription& description, TimePoint now);
+  Outcome CheckUnencrypted(bool mandatory_crypto) const;
+  /// After a description: the image stream may have come into use, or gone out of it.
+  void FollowImageStream(bool was_in_use, TimePoint now);
   Outcome CheckCarriage(const Participant& other) const;
+  void LinkWith(Participant& other, TimePoint now);
   void SetFlow(Participant& to, bool flows);
   /// What flows, or how, has changed.
   void UpdateRoutes();
   void WarnOfUnlikeCodecs() const;
   void MediaMayBegin(TimePoint now);
   bool AcceptSource(const SocketAddress& from, bool understood, TimePoint now);
-  Handover Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
+  Handover Relay(uint8_t* packet, std::size_t length, const SocketAddress& from);
   Handover Carry(uint8_t* packet, const RtpHeader& header, TimePoint now);
   void DropFor(uint64_t& counter, const RtpHeader& header);
   SourcePosition PositionOf(const RtpHeader& header) const;
@@ -94,17 +114,19 @@ class Participant {
   std::unique_ptr<PortPair> ports_;
 
   PayloadTypes payload_types_;
-  bool pass_through_ = false;
-  RemoteAddress remote_;
+  IpHeaderSettings ip_header_;  // of both streams: they share the sockets
+  RemoteAddress remote_;        // of the audio
+  ImageStream image_;
   SilenceWatch silence_;
   Reception reception_;
   OutgoingStream outgoing_;
   EndpointStatistics counters_;
 
   Participant* peer_ = nullptr;
-  bool carries_ = false;  // to peer_
-  uint64_t feed_ = 0;     // counts who fed outgoing_
-  PayloadRoutes routes_;  // to peer_
+  bool carries_ = false;    // to peer_
+  bool fax_peers_ = false;  // with peer_, by a description rather than by a join
+  uint64_t feed_ = 0;       // counts who fed outgoing_
+  PayloadRoutes routes_;    // to peer_
 };
 
 }  // namespace media_engine

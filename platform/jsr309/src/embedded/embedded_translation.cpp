@@ -40,6 +40,16 @@ media_engine::IpHeaderSettings ToIpHeader(const MediaConfig& config) {
   return header;
 }
 
+media_engine::PassThroughPeer ToPassThroughPeer(const MediaPassThruPeer& from) {
+  media_engine::PassThroughPeer peer;
+  peer.local_address = from.local_ip_address.value_or("");
+  peer.local_port = from.local_port;
+  peer.remote_address = from.remote_ip_address.value_or("");
+  peer.remote_port = from.remote_port;
+  peer.ip_header = {from.local_tos, from.local_time_to_live, from.local_traffic_class, from.local_hop_limit};
+  return peer;
+}
+
 }  // namespace
 
 media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind kind) {
@@ -55,6 +65,7 @@ media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind
   // The far end of an offer of ours may be sending to the port already.
   settings.renew_ports = kind == LocalKind::kAnswer && config.GetAutoLocalPortRenew().value_or(false);
   settings.crypto = ToCrypto(config);
+  settings.answer_follows = kind == LocalKind::kOffer;
   return settings;
 }
 
@@ -68,6 +79,7 @@ media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config) {
   description.telephone_event = config.GetRfc2833Flag();
   description.telephone_event_payload_type = config.GetRfc2833Payload();
   description.udp_pass_through = config.GetUdpPassThru();
+  if (config.GetUdpPassThruPeer()) description.pass_through_peer = ToPassThroughPeer(*config.GetUdpPassThruPeer());
   description.crypto = ToCrypto(config);
   return description;
 }
@@ -93,6 +105,16 @@ void FillLocal(const media_engine::LocalDescription& description, MediaConfig& c
   config.SetPublicIPAddress(description.public_address.empty() ? nullptr : description.public_address.c_str());
   config.SetRtpPort(description.rtp_port);
   config.SetRtcpPort(description.rtcp_port);
+}
+
+void FillImage(const media_engine::ImageDescription& image, MediaConfig& config) {
+  config.SetIPAddress(image.address.c_str());
+  config.SetRtpPort(image.port);
+  const media_engine::IpHeaderSettings& header = image.ip_header;
+  if (header.ipv4_tos) config.SetIpv4Tos(*header.ipv4_tos);
+  if (header.ipv4_time_to_live) config.SetIpv4TimeToLive(*header.ipv4_time_to_live);
+  if (header.ipv6_traffic_class) config.SetIpv6TrafficClass(*header.ipv6_traffic_class);
+  if (header.ipv6_hop_limit) config.SetIpv6HopLimit(*header.ipv6_hop_limit);
 }
 
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics) {
