@@ -209,25 +209,6 @@ TEST_F(EmbeddedCall, DefaultsAreNotNamed) {
   }
 }
 
-TEST_F(EmbeddedCall, AFaxRelayIsRefusedAndThereIsNoImageStream) {
-  Start();
-  const auto session = NewSession();
-  const Leg leg = NewLeg(session);
-  MediaConfig fax;
-  fax.SetIPAddress("127.0.0.1");
-  fax.SetRtpPort(leg.far_end->Port());
-  fax.SetUdpPassThru();
-  fax.SetUdpPassThruPeerLocalPort(0);
-  fax.SetUdpPassThruPeerLocalIPAddress(nullptr);
-  EXPECT_FALSE(leg.connection->SetRemoteAnswer(fax));
-  EXPECT_TRUE(logger().Has(kelvaro::ERROR_LOG_LEVEL, "T.38 pass-through to a peer is not supported yet"));
-  MediaConfig image;
-  EXPECT_FALSE(leg.connection->GetLocalImageConfig(image));
-  EXPECT_FALSE(leg.connection->GetRemoteImageConfig(image));
-  EXPECT_EQ(image.GetRtpPort(), 0);
-  EXPECT_EQ(image.GetIPAddress(), nullptr);
-}
-
 TEST_F(EmbeddedCall, TheRemoteAddressIsLearnedOnlyWhenAskedFor) {
   Start();
   const auto session = NewSession();

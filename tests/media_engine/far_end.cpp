@@ -1,9 +1,12 @@
 #include "far_end.h"
 
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
+#include <cstring>
 #include <random>
 #include <stdexcept>
 
@@ -69,6 +72,37 @@ std::optional<Rtp> FarEnd::ReceiveRtp(std::chrono::milliseconds limit) const {
   return packet;
 }
 
+void FarEnd::AskForHeader() const {
+  const int on = 1;
+  const bool v6 = address_.family() == AF_INET6;
+  const int level = v6 ? IPPROTO_IPV6 : IPPROTO_IP;
+  if (setsockopt(fd(), level, v6 ? IPV6_RECVTCLASS : IP_RECVTOS, &on, sizeof on) != 0 ||
+      setsockopt(fd(), level, v6 ? IPV6_RECVHOPLIMIT : IP_RECVTTL, &on, sizeof on) != 0) {
+    throw std::runtime_error("the system does not tell header fields");
+  }
+}
+
+ReceivedHeader FarEnd::ReceiveHeader() const {
+  uint8_t data[2048];
+  alignas(cmsghdr) uint8_t control[256];
+  iovec part{data, sizeof data};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  ReceivedHeader header;
+  if (recvmsg(fd(), &message, MSG_DONTWAIT) <= 0) return header;
+  for (cmsghdr* field = CMSG_FIRSTHDR(&message); field != nullptr; field = CMSG_NXTHDR(&message, field)) {
+    const bool v6 = field->cmsg_level == IPPROTO_IPV6;
+    if (!v6 && field->cmsg_type == IP_TOS) header.traffic_class = *CMSG_DATA(field);
+    if (v6 && field->cmsg_type == IPV6_TCLASS) std::memcpy(&header.traffic_class, CMSG_DATA(field), sizeof(int));
+    const bool hops = v6 ? field->cmsg_type == IPV6_HOPLIMIT : field->cmsg_type == IP_TTL;
+    if (hops) std::memcpy(&header.hops, CMSG_DATA(field), sizeof(int));
+  }
+  return header;
+}
+
 media_engine::RemoteDescription FarEnd::Description(const media_engine::Codec& codec, uint8_t events) const {
   media_engine::RemoteDescription description;
   description.address = address_.Host();
@@ -110,10 +144,11 @@ media_engine::LocalSettings LocalFor(const media_engine::Codec& codec, uint8_t e
 namespace {
 
 bool AllFree(uint16_t first, unsigned pairs) {
-  std::vector<media_engine::UdpSocket> held(2 * pairs);
-  for (std::size_t i = 0; i < held.size(); ++i) {
-    const auto port = static_cast<uint16_t>(first + i);
-    if (held[i].Bind(*SocketAddress::Parse("127.0.0.1", port)) != 0) return false;
+  std::vector<media_engine::UdpSocket> held;
+  for (unsigned port = first; port < first + 2 * pairs; ++port) {
+    for (const char* address : {"127.0.0.1", "::1"}) {
+      if (held.emplace_back().Bind(*SocketAddress::Parse(address, static_cast<uint16_t>(port))) != 0) return false;
+    }
   }
   return true;
 }
@@ -121,9 +156,11 @@ bool AllFree(uint16_t first, unsigned pairs) {
 }  // namespace
 
 std::pair<uint16_t, uint16_t> FreePortRange(unsigned pairs) {
-  // Below the range from which the system takes ports for others.
+  // Below the range from which the system takes ports for others; and apart from tests that run beside this one, which
+  // look for ports in the same way.
   static std::mt19937 random(std::random_device{}());
-  std::uniform_int_distribution<int> start(10000, 15000);
+  const int own_part = 10000 + getpid() % 25 * 200;
+  std::uniform_int_distribution<int> start(own_part, own_part + 199);
   for (int attempt = 0; attempt < 200; ++attempt) {
     const auto first = static_cast<uint16_t>(2 * start(random));
     if (AllFree(first, pairs)) return {first, static_cast<uint16_t>(first + 2 * pairs - 1)};

@@ -37,6 +37,12 @@ Bytes Serialise(const Rtp& packet);
 /// A payload that no other number has.
 Bytes PayloadOf(uint16_t number, std::size_t length = 160);
 
+/// What the header of a packet said: the traffic class or type of service, and the hops left.
+struct ReceivedHeader {
+  int traffic_class = -1;
+  int hops = -1;
+};
+
 class FarEnd {
  public:
   explicit FarEnd(const std::string& address = "127.0.0.1");
@@ -49,6 +55,9 @@ class FarEnd {
   std::optional<Bytes> Receive(std::chrono::milliseconds limit = kPatience) const;
   /// The packet and its header; none when nothing came or when it is not RTP.
   std::optional<Rtp> ReceiveRtp(std::chrono::milliseconds limit = kPatience) const;
+  /// The header of a packet that is there, of which only that remains. To be asked for before the packet comes.
+  void AskForHeader() const;
+  ReceivedHeader ReceiveHeader() const;
   /// A description of this far end with one codec and, unless 0, telephone events.
   media_engine::RemoteDescription Description(const media_engine::Codec& codec, uint8_t events = 0) const;
   int fd() const { return socket_.fd(); }

@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "media_engine/engine.h"
+#include "pass_through.h"
 #include "requests.h"
 #include "server_context.h"
 #include "srtp_keys.h"
@@ -47,6 +48,7 @@ Outcome Endpoint::DescribeLocal(const LocalSettings& settings, LocalDescription&
 Outcome Endpoint::DescribeRemote(const RemoteDescription& description, milliseconds limit) {
   int none = 0;
   return AskEndpoint(route_, limit, none, [description](Worker& worker, Participant& participant, int&) {
+    if (description.pass_through_peer) return DescribePassThrough(worker, participant, description);
     return participant.DescribeRemote(description, worker.now());
   });
 }

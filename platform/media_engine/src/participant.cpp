@@ -31,7 +31,7 @@ bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimeP
 }
 
 Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (pass_through_) return Relay(packet, length, from, now);
+  if (image_.in_use()) return Relay(packet, length, from);
   const bool may_be_far_end = remote_.IsExpected(from) || remote_.MayLearn(now);
   if (may_be_far_end && !crypto_.UnprotectRtp(packet, length, now)) return {};
   const std::optional<RtpHeader> header = may_be_far_end ? ParseRtp(packet, length) : std::nullopt;
@@ -86,6 +86,10 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
   }
   const PayloadRoute& route = routes_[header.payload_type];
   if (!PassesOn(route, packet, header)) return {};
+  if (peer_->image_.in_use()) {
+    DropFor(counters_.untranslatable, header);
+    return {};
+  }
   if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
     DropFor(counters_.on_hold, header);
     return {};
@@ -119,28 +123,6 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
   return {peer_, sent, sent_length, header.payload_length, true};
 }
 
-Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (!remote_.IsExpected(from)) {
-    ++counters_.strangers;
-    return {};
-  }
-  silence_.Received(now);
-  if (peer_ == nullptr || !carries_) {
-    ++counters_.not_joined;
-    return {};
-  }
-  if (!peer_->pass_through_) {
-    ++counters_.untranslatable;
-    return {};
-  }
-  if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
-    ++counters_.on_hold;
-    return {};
-  }
-  ++counters_.datagrams_relayed;
-  return {peer_, packet, length, 0, false};
-}
-
 void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
   if (!remote_.IsRtcpExpected(from)) {
     ++counters_.rtcp_strangers;
@@ -157,7 +139,7 @@ void Participant::CountSent(const Handover& packet) {
 
 void Participant::CheckSilence(TimePoint now) {
   crypto_.DropFormerKeys(now);
-  const bool expected = !pass_through_ && (peer_ == nullptr || carries_);
+  const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
   events_->OnRtpTimeout(verdict == SilenceWatch::Verdict::kInactive);

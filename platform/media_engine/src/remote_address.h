@@ -31,6 +31,7 @@ class RemoteAddress {
   bool described() const { return !described_rtp_.empty(); }
   /// Whether the far end wants anything sent.
   bool CanSend() const { return described() && rtp_.port() != 0 && !rtp_.IsWildcard(); }
+  const SocketAddress& described_rtp() const { return described_rtp_; }
   const SocketAddress& rtp() const { return rtp_; }
   const SocketAddress& rtcp() const { return rtcp_; }
 

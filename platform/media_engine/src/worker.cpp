@@ -153,6 +153,15 @@ Participant* Worker::Find(const EndpointRoute& endpoint) {
   return found == residents_.end() ? nullptr : found->second.participant.get();
 }
 
+Participant* Worker::FindByPort(const SessionRoute& session, const SocketAddress& rtp) const {
+  const auto found = sessions_.find(&session);
+  if (found == sessions_.end()) return nullptr;
+  for (Participant* member : found->second.members) {
+    if (member->ports() != nullptr && member->ports()->address() == rtp) return member;
+  }
+  return nullptr;
+}
+
 void Worker::LeaveSession(const Participant& participant) {
   const auto session = sessions_.find(participant.session());
   if (session == sessions_.end()) return;
@@ -176,6 +185,16 @@ Outcome Worker::DescribeLocal(Participant& participant, const LocalSettings& set
   const PortPair* const former = participant.ports();
   if (Outcome outcome = participant.DescribeLocal(settings, offered, now_); !outcome) return outcome;
   participant.AttachPlayout(playout_timers_);
+  return WatchNewPorts(participant, former);
+}
+
+Outcome Worker::GivePorts(Participant& participant, std::unique_ptr<PortPair>& offered) {
+  const PortPair* const former = participant.ports();
+  if (!participant.TakePorts(offered, false)) return Outcome::Refused("the endpoint has no ports");
+  return WatchNewPorts(participant, former);
+}
+
+Outcome Worker::WatchNewPorts(Participant& participant, const PortPair* former) {
   if (participant.ports() == former) return Outcome::Done();
   const bool watched = Watch(residents_.at(participant.route().get()));
   participant.route()->set_has_ports(watched);

@@ -2,11 +2,14 @@
 #pragma once
 
 #include "kelvaro/jsr309/driver.h"
+#include "media_engine/clock.h"
 
 #include <memory>
 
 namespace kelvaro::jsr309 {
 
 std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver();
+/// With a clock of the caller's for what its servers measure: silences, the rest of ports, the time of packets.
+std::unique_ptr<MediaServerDriver> MakeEmbeddedDriverOn(std::shared_ptr<const media_engine::Clock> clock);
 
 }  // namespace kelvaro::jsr309

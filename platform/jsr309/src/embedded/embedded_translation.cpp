@@ -76,6 +76,16 @@ media_engine::IpHeaderSettings ToIpHeader(const MediaConfig& config) {
   return header;
 }
 
+media_engine::PassThroughPeer ToPassThroughPeer(const MediaPassThruPeer& from) {
+  media_engine::PassThroughPeer peer;
+  peer.local_address = from.local_ip_address.value_or("");
+  peer.local_port = from.local_port;
+  peer.remote_address = from.remote_ip_address.value_or("");
+  peer.remote_port = from.remote_port;
+  peer.ip_header = {from.local_tos, from.local_time_to_live, from.local_traffic_class, from.local_hop_limit};
+  return peer;
+}
+
 }  // namespace
 
 media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind kind) {
@@ -108,6 +118,7 @@ media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config) {
   description.telephone_event_payload_type = config.GetRfc2833Payload();
   description.silence = ToSilence(config);
   description.udp_pass_through = config.GetUdpPassThru();
+  if (config.GetUdpPassThruPeer()) description.pass_through_peer = ToPassThroughPeer(*config.GetUdpPassThruPeer());
   description.crypto = ToCrypto(config);
   return description;
 }
@@ -138,6 +149,16 @@ void FillLocal(const media_engine::LocalDescription& description, MediaConfig& c
     config.SetCrypto(wished.suite.c_str(), description.made_key.data(), static_cast<int>(description.made_key.size()),
                      wished.lifetime_exponent, wished.mki_length ? wished.mki_length->c_str() : nullptr);
   }
+}
+
+void FillImage(const media_engine::ImageDescription& image, MediaConfig& config) {
+  config.SetIPAddress(image.address.c_str());
+  config.SetRtpPort(image.port);
+  const media_engine::IpHeaderSettings& header = image.ip_header;
+  if (header.ipv4_tos) config.SetIpv4Tos(*header.ipv4_tos);
+  if (header.ipv4_time_to_live) config.SetIpv4TimeToLive(*header.ipv4_time_to_live);
+  if (header.ipv6_traffic_class) config.SetIpv6TrafficClass(*header.ipv6_traffic_class);
+  if (header.ipv6_hop_limit) config.SetIpv6HopLimit(*header.ipv6_hop_limit);
 }
 
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics) {

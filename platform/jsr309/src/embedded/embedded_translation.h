@@ -18,6 +18,8 @@ media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind
 media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config);
 media_engine::Direction ToEngineDirection(Direction direction);
 void FillLocal(const media_engine::LocalDescription& description, MediaConfig& config);
+/// Address, port, and the header fields of what is sent towards the far end.
+void FillImage(const media_engine::ImageDescription& image, MediaConfig& config);
 /// One report, or none when no RTP was seen.
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics);
 

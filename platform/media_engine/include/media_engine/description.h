@@ -33,6 +33,14 @@ struct IpHeaderSettings {
   std::optional<uint8_t> ipv4_time_to_live;
   std::optional<uint8_t> ipv6_traffic_class;
   std::optional<uint8_t> ipv6_hop_limit;
+
+  /// Takes over the fields that are set.
+  void TakeOver(const IpHeaderSettings& newer) {
+    if (newer.ipv4_tos) ipv4_tos = newer.ipv4_tos;
+    if (newer.ipv4_time_to_live) ipv4_time_to_live = newer.ipv4_time_to_live;
+    if (newer.ipv6_traffic_class) ipv6_traffic_class = newer.ipv6_traffic_class;
+    if (newer.ipv6_hop_limit) ipv6_hop_limit = newer.ipv6_hop_limit;
+  }
 };
 
 /// SRTP keys (RFC 3711) as a session description carries them (RFC 4568). They are the keys of the side that describes
@@ -66,8 +74,10 @@ struct LocalSettings {
   IpHeaderSettings ip_header;
   std::optional<seconds> inactive_timeout;  ///< silence after the first packet; 0 is off, and the default
   std::optional<seconds> pending_timeout;   ///< silence from the local description on; 0 is off, and the default
-  bool udp_pass_through = false;            ///< datagrams are relayed as they are, whatever they are
-  bool renew_ports = false;                 ///< another port pair instead of the one that stands
+  /// An image stream (fax, ITU-T T.38 over UDP) instead of audio: datagrams are relayed as they are, whatever they are.
+  /// It is in use once both sides have described it; what is said here of audio and silences does not count then.
+  bool udp_pass_through = false;
+  bool renew_ports = false;  ///< another port pair instead of the one that stands
   CryptoSettings crypto;
   /// The far end learns of this only later, and answers: what is protected goes on under the former keys until then.
   bool answer_follows = false;
@@ -82,6 +92,24 @@ struct LocalDescription {
   SecretBytes made_key;  ///< empty, or what stands for the key that the settings left out
 };
 
+/// An endpoint's image stream: one side's address, and the header fields of what is sent towards the far end.
+struct ImageDescription {
+  std::string address;
+  uint16_t port = 0;
+  IpHeaderSettings ip_header;
+};
+
+/// The other endpoint of a UDP pass-through, by what its own image stream says of itself. Datagrams are relayed between
+/// the two as soon as the description is taken, and until one of them is described as audio on both sides again. Where
+/// neither address is given there is no such endpoint yet.
+struct PassThroughPeer {
+  std::string local_address;  ///< numeric; with the port, that of an endpoint of the same session
+  uint16_t local_port = 0;
+  std::string remote_address;  ///< numeric; empty: what the other endpoint has
+  uint16_t remote_port = 0;
+  IpHeaderSettings ip_header;  ///< towards the other endpoint's far end
+};
+
 /// What the far end said. An address that is all zero or a port of 0 means that it wants nothing sent (RFC 3264).
 struct RemoteDescription {
   std::string address;  ///< numeric; an IPv6 literal may stand in brackets
@@ -92,8 +120,12 @@ struct RemoteDescription {
   std::optional<bool> telephone_event;
   std::optional<uint8_t> telephone_event_payload_type;
   SilenceSettings silence;
-  bool udp_pass_through = false;
+  bool udp_pass_through = false;  ///< as in the local settings
+  /// Only under UDP pass-through. Without, nothing is relayed until the endpoint is joined.
+  std::optional<PassThroughPeer> pass_through_peer;
   CryptoSettings crypto;
+  /// We have yet to answer it.
+  bool answer_follows = false;
 };
 
 /// Which way media flows in a join, seen from the network side of the endpoint on which Join is called.

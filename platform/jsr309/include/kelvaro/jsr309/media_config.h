@@ -143,8 +143,8 @@ class MediaConfig {
   void SetVideoJitterBufferMinDelayMs(uint32_t ms) { video_jitter_min_delay_ms_ = ms; }
   std::optional<uint32_t> GetVideoJitterBufferMinDelayMs() const { return video_jitter_min_delay_ms_; }
 
-  // UDP pass-through: packets are relayed as they are to the peer given here. Null addresses and port 0 are accepted
-  // and mean that the peer has none.
+  // UDP pass-through: packets are relayed as they are to the peer given here, another connection of the session, as its
+  // image configurations tell (see NetworkConnection). Null addresses and port 0 are accepted: there is no peer yet.
   void SetUdpPassThru() { udp_pass_thru_ = true; }
   bool GetUdpPassThru() const { return udp_pass_thru_; }
   void SetUdpPassThruPeerRemotePort(uint16_t port) { Peer().remote_port = port; }
