@@ -38,6 +38,18 @@ void PacketMover::MoveRtp(Participant& from, TimePoint now) {
   if (out > 0) Send(*b.handovers[0].to, out);
 }
 
+void PacketMover::PlayOut(Participant& from, TimePoint now) {
+  Buffers& b = *buffers_;
+  bool due = true;
+  while (due) {
+    std::size_t out = 0;
+    while (out < kBatch && (due = from.PlayNext(b.packets[out].data(), now, b.handovers[out]))) {
+      if (b.handovers[out].to != nullptr) ++out;
+    }
+    if (out > 0) Send(*b.handovers[0].to, out);
+  }
+}
+
 void PacketMover::Send(Participant& through, std::size_t count) {
   Buffers& b = *buffers_;
   SocketAddress to = through.remote_rtp();

@@ -24,6 +24,8 @@ class PacketMover {
 
   void MoveRtp(Participant& from, TimePoint now);
   void CountRtcp(Participant& from);
+  /// Sends on what is due in the endpoint's jitter buffer.
+  void PlayOut(Participant& from, TimePoint now);
 
  private:
   struct Buffers {

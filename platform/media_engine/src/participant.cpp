@@ -45,7 +45,9 @@ Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketA
   counters_.rtp_octets_received += header->payload_length;
   reception_.Count(*header, payload_types_.ClockRateOf(header->payload_type), now);
   silence_.Received(now);
-  return Carry(packet, *header, now);
+  if (playout_ == nullptr || peer_ == nullptr || !carries_) return Carry(packet, *header, now);
+  Hold(packet, *header, now);
+  return {};
 }
 
 SourcePosition Participant::PositionOf(const RtpHeader& header) const {
@@ -57,20 +59,31 @@ void Participant::DropFor(uint64_t& counter, const RtpHeader& header) {
   peer_->outgoing_.Skip(PositionOf(header));
 }
 
-Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint now) {
+bool Participant::PassesOn(const PayloadRoute& route, uint8_t* packet, RtpHeader& header) {
+  if (route.way == PayloadRoute::Way::kUnknown) {
+    DropFor(counters_.unknown_payload_types, header);
+    return false;
+  }
+  if (route.way == PayloadRoute::Way::kNoCounterpart) {
+    DropFor(counters_.untranslatable, header);
+    return false;
+  }
+  const bool was_empty = header.payload_length == 0;
+  header.payload_length = RemoveSid(route.remove_sid, packet + header.payload_offset, header.payload_length);
+  if (route.way == PayloadRoute::Way::kUnwantedSilence || (header.payload_length == 0 && !was_empty)) {
+    DropFor(counters_.silence_dropped, header);
+    return false;
+  }
+  return true;
+}
+
+Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
   if (peer_ == nullptr || !carries_) {
     ++counters_.not_joined;
     return {};
   }
   const PayloadRoute& route = routes_[header.payload_type];
-  if (route.way == PayloadRoute::Way::kUnknown) {
-    DropFor(counters_.unknown_payload_types, header);
-    return {};
-  }
-  if (route.way == PayloadRoute::Way::kNoCounterpart) {
-    DropFor(counters_.untranslatable, header);
-    return {};
-  }
+  if (!PassesOn(route, packet, header)) return {};
   if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
     DropFor(counters_.on_hold, header);
     return {};
@@ -145,6 +158,7 @@ EndpointStatistics Participant::Statistics() const {
   statistics.jitter_average = reception_.jitter_average();
   statistics.local_ssrc = outgoing_.ssrc();
   statistics.remote_ssrc = reception_.ssrc();
+  if (playout_) playout_->buffer.AddTo(statistics);
   return statistics;
 }
 

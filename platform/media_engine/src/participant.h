@@ -12,6 +12,7 @@
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
 #include "payload_types.h"
+#include "playout.h"
 #include "port_pool.h"
 #include "reception.h"
 #include "remote_address.h"
@@ -64,6 +65,12 @@ class Participant {
   void CountSendError() { ++counters_.send_errors; }
   const SocketAddress& remote_rtp() const { return remote_.rtp(); }
 
+  // The jitter buffer, for those that have one.
+  void AttachPlayout(PlayoutTimers& timers);
+  void DetachPlayout();
+  /// The next packet that is due is written to packet and handed over within it; false when none is due.
+  bool PlayNext(uint8_t* packet, TimePoint now, Handover& handover);
+
   /// Tells the endpoint's events of a silence that has grown too long.
   void CheckSilence(TimePoint now);
 
@@ -75,15 +82,23 @@ class Participant {
 
  private:
   void ApplyIpHeader(const IpHeaderSettings& settings) const;
+  void SetJitterBuffer(const JitterBufferSettings& settings);
   Outcome CheckCarriage(const Participant& other) const;
   void SetFlow(Participant& to, bool flows);
   /// What flows, or how, has changed.
   void UpdateRoutes();
   void WarnOfUnlikeCodecs() const;
   void MediaMayBegin(TimePoint now);
+  void SetPassThrough(bool on, TimePoint now);
   bool AcceptSource(const SocketAddress& from, bool understood, TimePoint now);
   Handover Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
-  Handover Carry(uint8_t* packet, const RtpHeader& header, TimePoint now);
+  void Hold(const uint8_t* packet, const RtpHeader& header, TimePoint now);
+  void DiscardHeld() {
+    if (playout_) playout_->Discard();
+  }
+  Handover Carry(uint8_t* packet, RtpHeader header, TimePoint now);
+  /// False when the joined endpoint does not take the packet; takes out of it what is not wanted there.
+  bool PassesOn(const PayloadRoute& route, uint8_t* packet, RtpHeader& header);
   void DropFor(uint64_t& counter, const RtpHeader& header);
   SourcePosition PositionOf(const RtpHeader& header) const;
 
@@ -105,6 +120,8 @@ class Participant {
   bool carries_ = false;  // to peer_
   uint64_t feed_ = 0;     // counts who fed outgoing_
   PayloadRoutes routes_;  // to peer_
+
+  std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
 };
 
 }  // namespace media_engine

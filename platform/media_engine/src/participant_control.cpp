@@ -25,10 +25,10 @@ Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_pt
   if (offered && (!ports_ || settings.renew_ports)) ports_ = std::move(offered);
   if (!ports_) return Outcome::Refused("the endpoint has no ports");
   payload_types_.SetLocal(settings);
+  if (settings.jitter_buffer) SetJitterBuffer(*settings.jitter_buffer);
   if (settings.inactive_timeout) silence_.SetInactiveTimeout(*settings.inactive_timeout);
   if (settings.pending_timeout) silence_.SetPendingTimeout(*settings.pending_timeout);
-  if (settings.udp_pass_through != pass_through_) silence_.Restart(now);
-  pass_through_ = settings.udp_pass_through;
+  SetPassThrough(settings.udp_pass_through, now);
   ApplyIpHeader(settings.ip_header);
   silence_.Described(now);
   MediaMayBegin(now);
@@ -58,11 +58,17 @@ Outcome Participant::DescribeRemote(const RemoteDescription& description, TimePo
   if (rtcp_port == 0 && description.rtp_port != 0) rtcp_port = static_cast<uint16_t>(description.rtp_port + 1);
   remote_.Describe(*rtp, rtp->WithPort(rtcp_port), now);
   payload_types_.SetRemote(description);
-  if (description.udp_pass_through != pass_through_) silence_.Restart(now);
-  pass_through_ = description.udp_pass_through;
+  SetPassThrough(description.udp_pass_through, now);
   MediaMayBegin(now);
   UpdateRoutes();
   return Outcome::Done();
+}
+
+void Participant::SetPassThrough(bool on, TimePoint now) {
+  if (on == pass_through_) return;
+  pass_through_ = on;
+  silence_.Restart(now);
+  DiscardHeld();
 }
 
 void Participant::MediaMayBegin(TimePoint now) {
@@ -108,6 +114,7 @@ Outcome Participant::Join(Direction direction, Participant& other, TimePoint now
 
 void Participant::SetFlow(Participant& to, bool flows) {
   if (flows && !carries_) ++to.feed_;
+  if (!flows) DiscardHeld();
   carries_ = flows;
 }
 
@@ -116,6 +123,7 @@ void Participant::Separate(TimePoint now) {
   for (Participant* one : {peer_, this}) {
     one->peer_ = nullptr;
     one->carries_ = false;
+    one->DiscardHeld();
     one->silence_.Restart(now);
   }
 }

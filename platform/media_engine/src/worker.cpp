@@ -47,7 +47,8 @@ Outcome Worker::Ready() const {
 }
 
 void Worker::RunOnce(milliseconds longest_wait) {
-  const milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, kTimerInterval);
+  milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, kTimerInterval);
+  if (!playout_timers_.empty()) wait = playout_timers_.RestAfter(server_->Now(), wait);
   std::array<epoll_event, kEventsPerTurn> events;
   const int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, static_cast<int>(wait.count()));
   now_ = server_->Now();
@@ -59,6 +60,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
       Serve(*static_cast<const SocketTag*>(events[static_cast<std::size_t>(i)].data.ptr));
     }
   }
+  PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
   if (mail) RunTasks();
   if (now_ >= next_timers_) RunTimers();
@@ -87,6 +89,10 @@ void Worker::RunTasks() {
 void Worker::RunTimers() {
   next_timers_ = now_ + kTimerInterval;
   for (auto& [route, resident] : residents_) resident.participant->CheckSilence(now_);
+}
+
+void Worker::PlayDue() {
+  while (const PlayoutTimer* timer = playout_timers_.NextDue(now_)) mover_.PlayOut(*timer->owner(), now_);
 }
 
 void Worker::Finish() {
@@ -121,6 +127,7 @@ bool Worker::Admit(std::unique_ptr<Participant> participant) {
   resident.rtp = {one, false};
   resident.rtcp = {one, true};
   session->second.members.push_back(one);
+  one->AttachPlayout(playout_timers_);
   ++gauges_.endpoints;
   if (one->ports() == nullptr || Watch(resident)) return true;
   server_->Log(LogLevel::kError,
@@ -168,6 +175,7 @@ Outcome Worker::DescribeLocal(Participant& participant, const LocalSettings& set
                               std::unique_ptr<PortPair>& offered) {
   const PortPair* const former = participant.ports();
   if (Outcome outcome = participant.DescribeLocal(settings, offered, now_); !outcome) return outcome;
+  participant.AttachPlayout(playout_timers_);
   if (participant.ports() == former) return Outcome::Done();
   const bool watched = Watch(residents_.at(participant.route().get()));
   participant.route()->set_has_ports(watched);
@@ -204,6 +212,7 @@ void Worker::MoveAway(const std::shared_ptr<EndpointRoute>& route) {
   residents_.erase(found);
   --gauges_.endpoints;
   leaving->Separate(now_);
+  leaving->DetachPlayout();
   LeaveSession(*leaving);
   Unwatch(*leaving);
   leaving->server().AddEmigrant(route);

@@ -68,6 +68,7 @@ class Worker {
   void Serve(const SocketTag& tag);
   void RunTasks();
   void RunTimers();
+  void PlayDue();
   bool Watch(Resident& resident);
   void Unwatch(const Participant& participant);
   void LeaveSession(const Participant& participant);
@@ -81,6 +82,7 @@ class Worker {
   PacketMover mover_;
   TimePoint now_;
   TimePoint next_timers_;
+  PlayoutTimers playout_timers_;  // of residents with a jitter buffer
   // Keys stay valid: the records hold what they point to.
   std::unordered_map<const EndpointRoute*, Resident> residents_;
   std::unordered_map<const SessionRoute*, SessionRecord> sessions_;

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "media_engine/clock.h"
+#include "media_engine/jitter_buffer_settings.h"
+#include "media_engine/silence_settings.h"
 
 namespace media_engine {
 
@@ -45,6 +47,8 @@ struct LocalSettings {
   std::optional<bool> amr_octet_align;
   std::optional<bool> telephone_event;  ///< RFC 4733 events are understood
   std::optional<uint8_t> telephone_event_payload_type;
+  SilenceSettings silence;
+  std::optional<JitterBufferSettings> jitter_buffer;  ///< for what comes from the far end; taken as a whole
   IpHeaderSettings ip_header;
   std::optional<seconds> inactive_timeout;  ///< silence after the first packet; 0 is off, and the default
   std::optional<seconds> pending_timeout;   ///< silence from the local description on; 0 is off, and the default
@@ -70,6 +74,7 @@ struct RemoteDescription {
   std::optional<bool> amr_octet_align;
   std::optional<bool> telephone_event;
   std::optional<uint8_t> telephone_event_payload_type;
+  SilenceSettings silence;
   bool udp_pass_through = false;
   CryptoSettings crypto;
 };

@@ -38,6 +38,15 @@ struct EndpointStatistics {
   uint64_t untranslatable = 0;         ///< the joined endpoint has no such codec, or no telephone events
   uint64_t on_hold = 0;                ///< the joined endpoint's far end wants nothing sent
   uint64_t late = 0;                   ///< too late to be given a sequence number on the other side
+  uint64_t silence_dropped = 0;        ///< comfort noise or SID only, which the joined endpoint's far end does not take
+
+  // In the jitter buffer: received, counted above, and not handed on, but for the reordered.
+  uint64_t jitter_buffer_late = 0;        ///< came later than the time to play them, or than one behind them was played
+  uint64_t jitter_buffer_duplicates = 0;  ///< came before
+  uint64_t jitter_buffer_overflows = 0;   ///< found no room: far more packets than any codec sends
+  uint64_t jitter_buffer_discarded = 0;   ///< were held when the stream they belonged to ended
+  uint64_t jitter_buffer_reordered = 0;   ///< came behind a later one and were put back into their place
+  uint32_t jitter_buffer_delay_ms = 0;    ///< what a packet that comes as early as any is held for now
 };
 
 }  // namespace media_engine
