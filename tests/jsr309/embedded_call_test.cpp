@@ -188,10 +188,13 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     AddCodec(leg.local);
     leg.local.SetJitterMode(MediaConfig::JITTER_MODE_ADAPTIVE);
     leg.local.SetJitterInitialDelayMs(40);
+    leg.local.SetVideoJitterBufferType("adaptive");
     leg.local.SetFaxModeAutoSwitchMask("CNG");
     leg.local.SetAllowInbandTo2833Conversion(true);
     leg.local.SetResetRtpOnRemoteSSRCChange(true);
     leg.local.SetSilenceSuppressionFlag(true);
+    leg.local.SetCngSuppressionFlag(true);
+    leg.local.SetSidFlag(true);
     ASSERT_TRUE(leg.connection->GetLocalOffer(leg.local));
   }
   std::vector<std::string> named;
@@ -202,9 +205,9 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     const auto begin = at + phrase.size();
     named.push_back(message.substr(begin, message.find(" yet", begin) - begin));
   }
-  EXPECT_THAT(named, testing::UnorderedElementsAre("JitterMode", "JitterInitialDelayMs", "FaxModeAutoSwitchMask",
+  EXPECT_THAT(named, testing::UnorderedElementsAre("VideoJitterBufferType", "FaxModeAutoSwitchMask",
                                                    "AllowInbandTo2833Conversion", "ResetRtpOnRemoteSSRCChange",
-                                                   "SilenceSuppressionFlag"));
+                                                   "SilenceSuppressionFlag", "SidFlag"));
 }
 
 TEST_F(EmbeddedCall, DefaultsAreNotNamed) {

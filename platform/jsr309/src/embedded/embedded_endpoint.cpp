@@ -35,7 +35,7 @@ bool EmbeddedEndpoint::Report(const char* what, const media_engine::Outcome& out
 }
 
 bool EmbeddedEndpoint::GetLocalOffer(MediaConfig& config) {
-  NameUnsupportedSettings(config, *context_);
+  NameUnsupportedSettings(config, Side::kLocal, *context_);
   media_engine::LocalDescription description;
   if (!Report("local offer", endpoint_->DescribeLocal(ToLocalSettings(config, LocalKind::kOffer), description,
                                                       context_->request_limit()))) {
@@ -46,7 +46,7 @@ bool EmbeddedEndpoint::GetLocalOffer(MediaConfig& config) {
 }
 
 bool EmbeddedEndpoint::GetLocalAnswer(MediaConfig& config) {
-  NameUnsupportedSettings(config, *context_);
+  NameUnsupportedSettings(config, Side::kLocal, *context_);
   media_engine::LocalDescription description;
   if (!Report("local answer", endpoint_->DescribeLocal(ToLocalSettings(config, LocalKind::kAnswer), description,
                                                        context_->request_limit()))) {
@@ -57,7 +57,7 @@ bool EmbeddedEndpoint::GetLocalAnswer(MediaConfig& config) {
 }
 
 bool EmbeddedEndpoint::SetRemote(const char* what, const MediaConfig& config) {
-  NameUnsupportedSettings(config, *context_);
+  NameUnsupportedSettings(config, Side::kRemote, *context_);
   if (config.GetUdpPassThruPeer()) {
     return Report(what, media_engine::Outcome::Refused("T.38 pass-through to a peer is not supported yet"));
   }

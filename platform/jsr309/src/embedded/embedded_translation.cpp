@@ -31,6 +31,36 @@ std::optional<std::chrono::seconds> ToTimeout(const MediaConfig& config, MediaCo
   return std::chrono::seconds(*timeout);
 }
 
+media_engine::SilenceSettings ToSilence(const MediaConfig& config) {
+  media_engine::SilenceSettings silence;
+  silence.suppress_comfort_noise = config.GetCngSuppressionFlag();
+  silence.g729_annex_b = config.GetG729AnnexBFlag();
+  silence.g723_annex_a = config.GetG723AnnexAFlag();
+  return silence;
+}
+
+/// None when the record says nothing of a mode, or nothing that is one.
+std::optional<media_engine::JitterBufferSettings> ToJitterBuffer(const MediaConfig& config) {
+  media_engine::JitterBufferSettings settings;
+  switch (config.GetJitterMode().value_or(MediaConfig::JITTER_MODE_INVALID)) {
+    case MediaConfig::JITTER_MODE_NONE:
+      settings.mode = media_engine::JitterMode::kNone;
+      break;
+    case MediaConfig::JITTER_MODE_STATIC:
+      settings.mode = media_engine::JitterMode::kStatic;
+      break;
+    case MediaConfig::JITTER_MODE_ADAPTIVE:
+      settings.mode = media_engine::JitterMode::kAdaptive;
+      break;
+    default:
+      return std::nullopt;
+  }
+  settings.initial_delay_ms = config.GetJitterInitialDelayMs();
+  settings.min_delay_ms = config.GetJitterMinDelayMs();
+  settings.max_pdv_ms = config.GetJitterMaxPdvMs();
+  return settings;
+}
+
 media_engine::IpHeaderSettings ToIpHeader(const MediaConfig& config) {
   media_engine::IpHeaderSettings header;
   if (config.HasIpv4Tos()) header.ipv4_tos = config.GetIpv4Tos();
@@ -48,6 +78,8 @@ media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind
   settings.amr_octet_align = config.GetAMROctetAlign();
   settings.telephone_event = config.GetRfc2833Flag();
   settings.telephone_event_payload_type = config.GetRfc2833Payload();
+  settings.silence = ToSilence(config);
+  settings.jitter_buffer = ToJitterBuffer(config);
   settings.ip_header = ToIpHeader(config);
   settings.inactive_timeout = ToTimeout(config, MediaConfig::RTP_TIMEOUT_INACTIVE);
   settings.pending_timeout = ToTimeout(config, MediaConfig::RTP_TIMEOUT_PENDING);
@@ -67,6 +99,7 @@ media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config) {
   description.amr_octet_align = config.GetAMROctetAlign();
   description.telephone_event = config.GetRfc2833Flag();
   description.telephone_event_payload_type = config.GetRfc2833Payload();
+  description.silence = ToSilence(config);
   description.udp_pass_through = config.GetUdpPassThru();
   description.crypto = ToCrypto(config);
   return description;

@@ -12,6 +12,7 @@
 namespace kelvaro::jsr309 {
 
 enum class LocalKind { kOffer, kAnswer };
+enum class Side { kLocal, kRemote };
 
 media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind kind);
 media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config);
@@ -21,6 +22,6 @@ void FillLocal(const media_engine::LocalDescription& description, MediaConfig& c
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics);
 
 /// Names what the record asks for and the engine cannot do.
-void NameUnsupportedSettings(const MediaConfig& config, EmbeddedContext& context);
+void NameUnsupportedSettings(const MediaConfig& config, Side side, EmbeddedContext& context);
 
 }  // namespace kelvaro::jsr309
