@@ -25,7 +25,7 @@ using test_support::RtpComparison;
 using test_support::SdpAudio;
 using test_support::UdpAddress;
 
-constexpr std::size_t kChecks = 28;
+constexpr std::size_t kChecks = 26;
 constexpr const char* kSuite = "AES_CM_128_HMAC_SHA1_80";
 
 std::string media_of(const SdpAudio& audio) {
@@ -149,6 +149,7 @@ class Demo {
     account_.Check(heard.Passed() && heard.received == heard.sent && heard.sent > 50,
                    direction + ": all arrived as sent: bytes, order, number, times, under one SSRC of the media server",
                    heard.Reasons());
+    if (digits.empty()) return;
     account_.Check(heard.digits == digits, direction + ": digits " + digits, "heard \"" + heard.digits + "\"");
   }
 
@@ -190,6 +191,7 @@ class Demo {
     call.talk = seconds(2);
     call.hold_margin = milliseconds(1500);
     call.caller_srtp = call.callee_srtp = kSuite;
+    call.dialled = "2002";
     PlaceCall(call);
     account_.Fact("A is answered", view_.caller_far.transport + ", " + SuiteOf(view_.caller_far));
     account_.Fact("B is offered", view_.callee_far.transport + ", " + SuiteOf(view_.callee_far));
@@ -236,16 +238,17 @@ class Demo {
   }
 
   std::size_t AcknowledgedByA() const {
+    const test_support::SipDialogue dialogue = trial_->Caller().Dialogues().at(0);
     std::size_t count = 0;
-    for (const auto& message : trial_->Caller().Dialogues().at(0).Messages())
-      count += message.Method() == "ACK" ? 1 : 0;
+    for (const auto& message : dialogue.Messages()) count += message.Method() == "ACK" ? 1 : 0;
     return count;
   }
 
   // The first place for fax that the switch named to the phone.
   static std::optional<UdpAddress> ImageOffered(const test_support::SippAgent& phone) {
+    const test_support::SipDialogue dialogue = phone.Dialogues().at(0);
     std::optional<UdpAddress> image;
-    for (const auto& message : phone.Dialogues().at(0).Messages()) {
+    for (const auto& message : dialogue.Messages()) {
       if (!message.sent && !image) image = test_support::parse_sdp_image(message.body);
     }
     return image;
