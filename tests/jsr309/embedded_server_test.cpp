@@ -53,6 +53,40 @@ TEST_F(EmbeddedServers, AnAddressThatIsNotOursIsRefusedAndNothingStays) {
   EXPECT_EQ(test_support::describe_difference(before, test_support::inspect_process(getpid())), "");
 }
 
+TEST_F(EmbeddedServers, StatisticsAreOfTheirSessions) {
+  EmbeddedOptions options;
+  options.addresses = {"127.0.0.1", "127.0.0.2"};
+  options.extra = "<capacity>4</capacity>";
+  Start(options);
+  auto first = NewSession();
+  const auto second = NewSession();
+  const auto third = NewSession();
+  first.reset();
+  ASSERT_TRUE(factory().SetMediaServerStatus("127.0.0.2", false));
+  JSR309Stats stats;
+  ASSERT_TRUE(factory().GetStats(stats));
+  const MediaSessionStatsMap& servers = stats.GetMediaSessionStatsPerMediaServer();
+  EXPECT_STREQ(servers.GetMacByIP("127.0.0.1"), "02:00:00:00:00:01");
+  EXPECT_STREQ(servers.GetMacByIP("127.0.0.2"), "02:00:00:00:00:02");
+  const MediaSessionStats* one = servers.GetOneStatsByIP("127.0.0.1");
+  const MediaSessionStats* other = servers.GetOneStatsByMAC("02:00:00:00:00:02");
+  ASSERT_TRUE(one != nullptr && other != nullptr);
+  EXPECT_EQ(one->GetMediaSessionCapacity(), 4u);
+  EXPECT_EQ(one->GetCurrentMediaSessionCount(), 1u);
+  EXPECT_EQ(one->GetMaxMediaSessionCount(), 2u);
+  EXPECT_TRUE(one->IsInService());
+  EXPECT_GT(one->GetMaxMediaSessionDuration().total_microseconds(), 0);
+  EXPECT_EQ(other->GetCurrentMediaSessionCount(), 1u);
+  EXPECT_EQ(other->GetMaxMediaSessionCount(), 1u);
+  EXPECT_FALSE(other->IsInService());
+  EXPECT_EQ(other->GetMaxMediaSessionDuration().total_microseconds(), 0) << "its session has not ended";
+  const MediaSessionStats& sum = stats.GetMediaSessionStats();
+  EXPECT_EQ(sum.GetMediaSessionCapacity(), 8u);
+  EXPECT_EQ(sum.GetCurrentMediaSessionCount(), 2u);
+  EXPECT_EQ(sum.GetMaxMediaSessionCount(), 3u);
+  EXPECT_EQ(sum.GetAvgMediaSessionDuration(), one->GetAvgMediaSessionDuration());
+}
+
 TEST_F(EmbeddedServers, PortsRunOutCleanlyAndComeBack) {
   EmbeddedOptions options;
   options.pairs = 2;

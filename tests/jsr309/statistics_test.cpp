@@ -52,6 +52,14 @@ TEST(StatisticComputers, DivideDurationsToTheMicrosecond) {
   EXPECT_EQ(*mean.GetAvg(), microseconds(1));
 }
 
+TEST(StatisticComputers, DivideByAnIntHoweverManyValuesThereWere) {
+  using Mean = kelvaro::AvgComputer<unsigned long>;
+  EXPECT_EQ(Mean::Divisor(1), 1);
+  EXPECT_EQ(Mean::Divisor(2147483647), 2147483647);
+  EXPECT_EQ(Mean::Divisor(2147483648), 2147483647);
+  EXPECT_EQ(Mean::Divisor(4294967296), 2147483647);  // 0 in 32 bits
+}
+
 TEST(MediaSessionStats, BeginsWithZeros) {
   const MediaSessionStats stats(8);
   EXPECT_EQ(stats.GetMediaSessionCapacity(), 8u);

@@ -126,6 +126,16 @@ TEST_F(ChannelDestroy, FailsWithoutAConnectionAndForgetsTheLegAllTheSame) {
   EXPECT_EQ(a.Destroy(), SWITCH_STATUS_SUCCESS);
 }
 
+TEST_F(ChannelDestroy, FailsWhenTheLegsPlaceHoldsNoConnection) {
+  MediaLeg leg;
+  ASSERT_EQ(leg.Create(), SWITCH_STATUS_SUCCESS);
+  leg.Node()->SetNetworkConnection({});
+  log_.Clear();
+  EXPECT_EQ(leg.Destroy(), SWITCH_STATUS_FALSE);
+  EXPECT_THAT(DestroyLines(), ElementsAre(error_line("Networkconnection not found. Nothing to destroy.\n")));
+  EXPECT_FALSE(leg.Known());
+}
+
 TEST_F(ChannelDestroy, FetchesAndSendsNothingUnlessAskedTo) {
   for (const char* value : {"", "false", "perhaps"}) {
     EventCapture events(SWITCH_EVENT_RECV_RTCP_MESSAGE);
@@ -168,6 +178,23 @@ TEST_F(ChannelDestroy, SendsEachReportWithTheVariablesOfTheLeg) {
     EXPECT_EQ(sent[i].Header("Sip-Use-Codec-Rate"), "8000");
   }
   ExpectNothingLeft();
+}
+
+TEST_F(ChannelDestroy, ReadsTheCodecRateAsFarAsItIsANumber) {
+  servers_.AnswerReports({kelvaro::jsr309::RtcpStatsReport()});
+  const std::pair<const char*, const char*> rates[] = {{"16000Hz", "16000"}, {"fast", "0"}};
+  for (const auto& [text, read] : rates) {
+    EventCapture events(SWITCH_EVENT_RECV_RTCP_MESSAGE);
+    MediaLeg leg;
+    AskForReports(leg);
+    leg.Set("generate_rtcp_report", "yes");
+    leg.Set("sip_use_codec_rate", text);
+    ASSERT_EQ(leg.Create(), SWITCH_STATUS_SUCCESS);
+    EXPECT_EQ(leg.Destroy(), SWITCH_STATUS_SUCCESS);
+    const auto sent = events.All();
+    ASSERT_THAT(sent, SizeIs(2));
+    EXPECT_EQ(sent[0].Header("Sip-Use-Codec-Rate"), read);
+  }
 }
 
 TEST_F(ChannelDestroy, ClosesTheConnectionThoughTheReportsCannotBeFetched) {

@@ -73,6 +73,20 @@ TEST_F(ChannelGetMedia, ListsTheAnswerCodecFirstAndOnce) {
                           "PCMU/0 20ms 16000Hz 64000bps", "PCMU/0 20ms 8000Hz 128000bps"));
 }
 
+TEST_F(ChannelGetMedia, TakesAMissingNameForAnEmptyOne) {
+  const auto nameless = implementation(nullptr, 0, 20, 8000, 64000);
+  const auto pcmu = implementation("PCMU", 0, 20, 8000, 64000);
+  switch_codec_t answer = negotiated(nameless, 96, "annexa=no;annexb=no", "octet-align=1");
+  LocalMedia media;
+  media.codecs = {&nameless, &pcmu};
+  media.answer_codec = &answer;
+  const MediaConfig config = Answer(media);
+  EXPECT_THAT(codecs_of(config), ElementsAre("/96 20ms 8000Hz 64000bps", "PCMU/0 20ms 8000Hz 64000bps"));
+  EXPECT_FALSE(config.GetAMROctetAlign());
+  EXPECT_FALSE(config.GetG729AnnexBFlag());
+  EXPECT_FALSE(config.GetG723AnnexAFlag());
+}
+
 TEST_F(ChannelGetMedia, AnswersWithTheListAloneWithoutAnAnswerCodec) {
   const auto pcmu = implementation("PCMU", 0, 20, 8000, 64000);
   LocalMedia media;

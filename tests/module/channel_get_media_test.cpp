@@ -86,6 +86,13 @@ TEST_F(ChannelGetMedia, PrintsAnAddressAsItStands) {
   EXPECT_STREQ(media.ip_addr, "fe80::1%eth0");
 }
 
+TEST_F(ChannelGetMedia, ReturnsAnEmptyAddressWhenTheMediaServerGivesNone) {
+  servers_.Answer(ScriptedOperation::kGetLocalOffer, [](MediaConfig& config) { config.SetIPAddress(nullptr); });
+  LocalMedia media;
+  ASSERT_EQ(leg_.GetMedia(media), SWITCH_STATUS_SUCCESS);
+  EXPECT_STREQ(media.ip_addr, "");
+}
+
 TEST_F(ChannelGetMedia, MakesTheSessionKnownByItsMediaServersAddressInUpperCase) {
   servers_.Answer(ScriptedOperation::kGetLocalOffer, [](MediaConfig& config) { config.SetIPAddress("2001:db8::ab"); });
   std::vector<boost::uuids::uuid> sessions;
@@ -182,6 +189,7 @@ TEST_F(ChannelGetMedia, FailsWithoutCleaningUpWhenTheAnswerFails) {
                           debug_line("ERROR - Unable to get local answer configuration for Network Connection.\n")));
   EXPECT_TRUE(leg_.Known());
   EXPECT_THAT(servers_.OpenEndpoints(), SizeIs(1));
+  EXPECT_EQ(leg_.Get("local_rtcp_port"), "");
   ExpectUntouched(media);
 }
 

@@ -324,11 +324,36 @@ TEST_F(ChannelSetMedia, FailsAndCleansUpForAnAddressThatDoesNotResolve) {
   }
 }
 
-TEST_F(ChannelSetMedia, ResolvesAHostName) {
+TEST_F(ChannelSetMedia, ResolvesAHostNameAndLogsWhatItResolvedToOfAnOfferOnly) {
+  const auto pcmu = implementation("PCMU", 0, 20, 8000, 64000);
+  switch_codec_t codec = negotiated(pcmu, 0);
   RemoteMedia media;
   media.ip = "localhost";
-  const MediaConfig config = Offer(media);
-  EXPECT_THAT(config.GetIPAddress(), testing::AnyOf(testing::StrEq("127.0.0.1"), testing::StrEq("::1")));
+  media.codec = &codec;
+  const std::string address = Offer(media).GetIPAddress();
+  EXPECT_THAT(address, testing::AnyOf("127.0.0.1", "::1"));
+  EXPECT_THAT(SetMediaLines().front().text, testing::HasSubstr("Address is:    localhost (" + address + ")\n"));
+
+  log_.Clear();
+  EXPECT_EQ(std::string(Answer(media).GetIPAddress()), address);
+  EXPECT_THAT(SetMediaLines().front().text, testing::HasSubstr("Address is:    localhost\n"));
+}
+
+TEST_F(ChannelSetMedia, TakesMissingTextsForEmptyOnes) {
+  const auto nameless = implementation(nullptr, 0, 20, 8000, 64000);
+  switch_codec_t codec = negotiated(nameless, 0, "annexa=no;annexb=no");
+  RemoteMedia media;
+  media.codec = &codec;
+  media.session_name = nullptr;
+  for (const MediaConfig& config : {Offer(media), Answer(media)}) {
+    EXPECT_EQ(std::string(config.GetCname()), "@" + leg_.Uuid());
+    EXPECT_FALSE(config.GetG729AnnexBFlag());
+    EXPECT_FALSE(config.GetG723AnnexAFlag());
+  }
+  media.ip = nullptr;
+  EXPECT_EQ(leg_.SetMedia(media), SWITCH_STATUS_FALSE);
+  EXPECT_EQ(SetMediaLines().back(), error_line("Could not resolve IP address for '' in SDP!\n"));
+  ExpectReleased();
 }
 
 TEST(ResolveInetAddress, CopiesALiteralAsItStands) {

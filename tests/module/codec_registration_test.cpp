@@ -199,18 +199,21 @@ TEST_F(CodecRegistration, SecondRegistrationAfterAResetKnowsNothingOfTheFirst) {
   EXPECT_THAT(RegisteredFor({{"PCMA", "", ""}}), ElementsAre(kPcma));
 }
 
-/// Takes an entry out of the catalogue for a while: ordinary configurations cannot reach the pairs' missing members.
-class MissingEntry {
+/// Changes an entry of the catalogue for a while. No configuration reaches what the entries as they stand do not ask
+/// for: the missing member of a pair, the numbers that are never registered, more than twenty packet times.
+class AlteredEntry {
  public:
-  explicit MissingEntry(int codec_id) : entry_(const_cast<media_server_codec*>(get_codec_from_id(codec_id))) {
-    id_ = entry_->codec_id;
-    entry_->codec_id = 118;  // never registered
-  }
-  ~MissingEntry() { entry_->codec_id = id_; }
+  explicit AlteredEntry(int codec_id)
+      : entry_(const_cast<media_server_codec*>(get_codec_from_id(codec_id))), former_(*entry_) {}
+  ~AlteredEntry() { *entry_ = former_; }
+  AlteredEntry(const AlteredEntry&) = delete;
+  AlteredEntry& operator=(const AlteredEntry&) = delete;
+
+  media_server_codec* operator->() const { return entry_; }
 
  private:
-  media_server_codec* entry_;
-  int id_;
+  media_server_codec* const entry_;
+  const media_server_codec former_;
 };
 
 TEST_F(CodecRegistration, MissingMemberOfAPairIsLoggedAndTheOtherRegistered) {
@@ -241,9 +244,53 @@ TEST_F(CodecRegistration, MissingMemberOfAPairIsLoggedAndTheOtherRegistered) {
   };
   for (const auto& one : cases) {
     log_.Clear();
-    const MissingEntry missing(one.missing);
+    const AlteredEntry missing(one.missing);
+    missing->codec_id = 1000;
     EXPECT_THAT(RegisteredFor({one.configured}), ElementsAre(one.left));
     EXPECT_THAT(log_.Lines(), ElementsAre(error_line(one.message)));
+  }
+}
+
+TEST_F(CodecRegistration, TwoNumbersAreNeverRegistered) {
+  for (const int never : {10, 118}) {
+    const AlteredEntry entry(0);
+    entry->codec_id = never;
+    EXPECT_THAT(RegisteredFor({{"PCMU", "", ""}, {"PCMA", "", ""}}), ElementsAre(kPcma)) << never;
+    EXPECT_EQ(entry->to_load, 1);
+  }
+}
+
+TEST_F(CodecRegistration, ConfiguredCodecMarksTheFirstEntryThatMatchesAlone) {
+  const AlteredEntry second(8);
+  second->iana_name = "PCMU";
+  EXPECT_THAT(RegisteredFor({{"PCMU", "", ""}}), ElementsAre(kPcmu));
+  EXPECT_EQ(second->to_load, 0);
+}
+
+TEST_F(CodecRegistration, NoEntryGetsMoreThanTwentyMultiples) {
+  const AlteredEntry entry(0);
+  entry->maxms = 300;
+  entry->mpf = 2000;  // the switch takes even packet times up to 120 ms
+  const std::vector<ExpectedCodec> registered = RegisteredFor({{"PCMU", "", ""}});
+  ASSERT_EQ(registered.size(), 1u);
+  ASSERT_EQ(registered[0].implementations.size(), 20u);
+  EXPECT_EQ(registered[0].implementations.back().microseconds, 40000);
+}
+
+TEST_F(CodecRegistration, WideBandRuleGoesByTheIanaCode) {
+  const AlteredEntry narrow(0), wide(103);
+  narrow->iana = 100;
+  wide->iana = 99;
+  const std::vector<ExpectedCodec> registered = RegisteredFor({{"PCMU", "", ""}, {"AMR-WB", "16000", "23850"}});
+  ASSERT_EQ(registered.size(), 2u);
+  EXPECT_EQ(registered[0].implementations.size(), 3u);
+  for (const ExpectedImplementation& implementation : registered[0].implementations) {
+    EXPECT_EQ(implementation.fmtp, "mode-set=0,1,2,3,4,5,6,7,8");
+    EXPECT_EQ(implementation.microseconds % 20000, 0);
+  }
+  EXPECT_EQ(registered[1].implementations.size(), 10u);
+  for (const ExpectedImplementation& implementation : registered[1].implementations) {
+    EXPECT_EQ(implementation.fmtp, "");
   }
 }
 

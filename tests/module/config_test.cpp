@@ -1,6 +1,5 @@
-// What a load reads, and what of it ordinary files cannot bring about: a path that could not be copied leaves
-// KELVARO_MEDIA_SERVER_CONFIG null, which is reached here by setting it so. Out of memory itself is not simulated, and
-// the logger that the module makes cannot fail to initialise, so the message about the global tables stays untested.
+// What a load reads. That a path is null no file brings about: it is set so here, and by way of a copy that fails in
+// frame_failure_test.cpp.
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>

@@ -11,12 +11,14 @@ namespace module_test {
 
 namespace {
 
-constexpr int kThreads = 4;
-constexpr int kCallsEach = 25;
-constexpr int kMostCalls = 10000;  // should the operator's thread not get to run
+constexpr int kCallsAtOnce = 100;
+constexpr int kCallsEach = 3;
+constexpr int kMostCalls = 1000;  // should the operator's thread not get to run
 
-/// One call from beginning to end; what is refused because the operator was faster is part of the game.
-void place_call() {
+/// One call from beginning to end; what is refused because the operator was faster is part of the game. True when the
+/// legs were bridged.
+bool place_call() {
+  bool bridged = false;
   MediaLeg caller;
   if (caller.Create() == SWITCH_STATUS_SUCCESS) {
     MediaLeg called(SWITCH_CALL_DIRECTION_OUTBOUND);
@@ -27,12 +29,13 @@ void place_call() {
       RemoteMedia answer;
       answer.state = SWITCH_SDP_ANSWER_RECEIVED;
       called.SetMedia(answer);
-      caller.Bridge();
+      bridged = caller.Bridge() == SWITCH_STATUS_SUCCESS;
       caller.Unbridge();
     }
     called.Destroy();
   }
   caller.Destroy();
+  return bridged;
 }
 
 std::string terminate_all() {
@@ -41,17 +44,30 @@ std::string terminate_all() {
   return output.Text();
 }
 
+test_support::ScriptedOptions room_for_all() {
+  test_support::ScriptedOptions options;
+  options.servers = 2;
+  options.capacity = kCallsAtOnce;
+  return options;
+}
+
 }  // namespace
 
-class ControlStress : public MediaCallbacks {};
+class ControlStress : public MediaCallbacks {
+ protected:
+  ControlStress() : MediaCallbacks(room_for_all()) {}
+};
 
-TEST_F(ControlStress, SessionTermAllWhileCallsAreSetUpAndTornDownLeavesNothing) {
-  std::atomic<int> busy{kThreads};
+TEST_F(ControlStress, SessionTermAllWhileAHundredCallsAreSetUpBridgedAndTornDownLeavesNothing) {
+  std::atomic<int> busy{kCallsAtOnce};
   std::atomic<int> hung_up{0};
+  std::atomic<int> bridged{0};
   std::vector<std::thread> threads;
-  for (int i = 0; i < kThreads; ++i) {
+  for (int i = 0; i < kCallsAtOnce; ++i) {
     threads.emplace_back([&] {
-      for (int call = 0; call < kCallsEach || (hung_up == 0 && call < kMostCalls); ++call) place_call();
+      for (int call = 0; call < kCallsEach || ((hung_up == 0 || bridged == 0) && call < kMostCalls); ++call) {
+        if (place_call()) ++bridged;
+      }
       --busy;
     });
   }
@@ -61,6 +77,7 @@ TEST_F(ControlStress, SessionTermAllWhileCallsAreSetUpAndTornDownLeavesNothing) 
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_GT(hung_up, 0);
+  EXPECT_GT(bridged, 0);
   terminate_all();
   EXPECT_EQ(MediaSessions(), 0u);
   EXPECT_EQ(servers_.OpenSessions(), 0u);

@@ -31,6 +31,7 @@ class FakeNetworkConnection : public kelvaro::jsr309::NetworkConnection {
 
   bool AddListener(const kelvaro::jsr309::RtpTimeoutListenerSharedPtr& added) override {
     ++listeners_added;
+    if (during_add) during_add();
     std::lock_guard<std::mutex> guard(mutex_);
     if (takes_listener) listener_ = added;
     return takes_listener;
@@ -55,6 +56,7 @@ class FakeNetworkConnection : public kelvaro::jsr309::NetworkConnection {
   }
 
   bool takes_listener = true;
+  std::function<void()> during_add;
   std::function<void()> during_remove;
   std::atomic<int> listeners_added{0};
   std::atomic<int> listeners_removed{0};

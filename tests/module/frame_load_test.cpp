@@ -10,7 +10,14 @@
 #include "codecs.h"
 #include "commands.h"
 #include "kelvaro_media_server_logger.h"
+#include "module/call_hooks.h"
 #include "module/frame_fixture.h"
+
+SWITCH_BEGIN_EXTERN_C
+extern switch_loadable_module_function_table_t mod_kelvaro_media_server_module_interface;
+SWITCH_MODULE_LOAD_FUNCTION(mod_kelvaro_media_server_load);
+SWITCH_MODULE_SHUTDOWN_FUNCTION(mod_kelvaro_media_server_shutdown);
+SWITCH_END_EXTERN_C
 
 namespace kvx_switch {
 // The public structure of a module has no place for an extension's interfaces; the switch keeps them beside it.
@@ -92,6 +99,40 @@ TEST_F(ModuleLoad, RegistersEightCommandsInOrder) {
                   kvrms_rtcp_stats_function}));
 }
 
+TEST(ModuleTable, HasLoadAndShutdownAndNothingThatRuns) {
+  EXPECT_EQ(mod_kelvaro_media_server_module_interface.switch_api_version, SWITCH_API_VERSION);
+  EXPECT_EQ(mod_kelvaro_media_server_module_interface.load, mod_kelvaro_media_server_load);
+  EXPECT_EQ(mod_kelvaro_media_server_module_interface.shutdown, mod_kelvaro_media_server_shutdown);
+  EXPECT_EQ(mod_kelvaro_media_server_module_interface.runtime, nullptr);
+  EXPECT_EQ(mod_kelvaro_media_server_module_interface.flags, static_cast<switch_module_flag_t>(SMODF_NONE));
+}
+
+TEST_F(ModuleLoad, RegistersEachCompletionRightAfterItsCommands) {
+  std::vector<std::string> steps;
+  const WhileHooked interfaces(call_hooks().interface_made, [&steps](switch_module_interface_name_t kind) {
+    if (kind == SWITCH_API_INTERFACE) steps.push_back("command");
+  });
+  const WhileHooked completions(call_hooks().completion, [&steps](const std::string& text) { steps.push_back(text); });
+  ConfigureAndLoad();
+  EXPECT_THAT(steps, ElementsAre("command", "command", "add kvrms_stats usage", "add kvrms_stats duration", "command",
+                                 "command", "command", "add kvrms_control service ::[up:down",
+                                 "add kvrms_control session term", "command", "command", "command"));
+}
+
+TEST_F(ModuleLoad, RegistersCodecsAndInterfaceBeforeTheLibraryStartsAndCommandsAfter) {
+  std::vector<std::string> steps;
+  const WhileHooked interfaces(call_hooks().interface_made, [&](switch_module_interface_name_t kind) {
+    const bool started = !servers_.Calls(ScriptedOperation::kOpen).empty();
+    EXPECT_EQ(mod_globals != nullptr, started);
+    const std::string step = (started ? "after: " : "before: ") + std::to_string(kind);
+    if (steps.empty() || steps.back() != step) steps.push_back(step);
+  });
+  ConfigureAndLoad();
+  EXPECT_THAT(steps, ElementsAre("before: " + std::to_string(SWITCH_CODEC_INTERFACE),
+                                 "before: " + std::to_string(SWITCH_MEDIA_SERVER_INTERFACE),
+                                 "after: " + std::to_string(SWITCH_API_INTERFACE)));
+}
+
 TEST_F(ModuleLoad, RegistersCompletions) {
   ConfigureAndLoad();
   EXPECT_THAT(completions("kvrms_stats ", ""),
@@ -159,6 +200,14 @@ TEST_F(ModuleLoad, WithoutControlLibraryFileIsRefused) {
   EXPECT_THAT(log_.ModuleLines(), ElementsAre(error_line("Cannot find config file \n")));
 }
 
+TEST_F(ModuleLoad, WithoutSettingsTakesTheDefaultsAndFindsNoControlLibraryFile) {
+  const ConfigurationFile file("autoload_configs/kelvaro_media_server.conf.xml",
+                               "<configuration name=\"kelvaro_media_server.conf\"/>");
+  Load();
+  EXPECT_EQ(module_->Status(), SWITCH_STATUS_TERM);
+  EXPECT_THAT(log_.ModuleLines(), ElementsAre(error_line("Cannot find config file \n")));
+}
+
 TEST_F(ModuleLoad, LinesCarryTheModulesFileFunctionAndLine) {
   Load();
   const std::vector<test_support::LogLine> lines = log_.ModuleLines();
@@ -174,21 +223,6 @@ TEST_F(ModuleLoad, MalformedControlLibraryFileLeavesTheLoadAsAnException) {
   Configure({{"config", file.Path()}});
   EXPECT_THROW(Load(), boost::property_tree::xml_parser_error);
   EXPECT_EQ(mod_globals, nullptr);
-}
-
-TEST_F(ModuleLoad, ControlLibraryThatDoesNotStartLeavesNothingRunning) {
-  const ConfigurationFile file(
-      "jsr309.xml", control_library_configuration(codec_list({{"PCMU", "", ""}}),
-                                                  "<media_server><driver>unheard_of</driver></media_server>"));
-  Configure({{"config", file.Path()}});
-  Load();
-  EXPECT_EQ(module_->Status(), SWITCH_STATUS_FALSE);
-  EXPECT_THAT(log_.ModuleLines(), ElementsAre(error_line("ERROR - Unable to initialize MSControlFactory.\n")));
-  EXPECT_EQ(mod_globals, nullptr);
-  EXPECT_EQ(media_server_is_available(), SWITCH_FALSE);
-  // Codecs are registered before, commands after.
-  EXPECT_THAT(codecs_of(module_->Interface()), ElementsAre("Kelvaro PCMU"));
-  EXPECT_THAT(api_interfaces(module_->Interface()), IsEmpty());
 }
 
 TEST_F(ModuleLoad, AfterAFailedOneSucceeds) {
@@ -236,6 +270,27 @@ TEST_F(ModuleLoad, UuidsAreDrawnByManyThreadsWithoutRepeating) {
   std::set<boost::uuids::uuid> all;
   for (const auto& some : drawn) all.insert(some.begin(), some.end());
   EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kEach));
+}
+
+TEST(ModGlobal, IsOneAndConfiguredAnewByEveryCall) {
+  test_support::LogCapture log;
+  kvx_media_server::ModGlobal* const first = kvx_media_server::ModGlobal::Instance(false);
+  ASSERT_NE(first, nullptr);
+  const auto factory = first->GetMSCtrlFtry();
+  const auto sessions = first->GetMSTable();
+  const auto legs = first->GetFSUuidTable();
+  legs->RegisterMediaSessionUuid("leg", first->DrawUuid());
+  EXPECT_EQ(kvx_media_server::ModGlobal::Instance(true), first);
+  EXPECT_NE(first->GetMSCtrlFtry(), factory);
+  EXPECT_NE(first->GetMSTable(), sessions);
+  EXPECT_NE(first->GetFSUuidTable(), legs);
+  EXPECT_FALSE(first->GetFSUuidTable()->IsFSUuidAlreadyThere("leg"));
+  first->GetLogger()->Log(kelvaro::DEBUG_LOG_LEVEL, "traced now", "library.cpp", 1);
+  const std::vector<test_support::LogLine> lines = log.LinesOf({"library.cpp"});
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].level, SWITCH_LOG_INFO);
+  EXPECT_FALSE(first->GetMSCtrlFtry()->IsMediaServerAvailable()) << "the factory is initialised by the load alone";
+  kvx_media_server::ModGlobal::Destroy();
 }
 
 TEST(ModuleSources, AreAllListedInTheMakefileOfASwitchTree) {

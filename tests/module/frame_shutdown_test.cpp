@@ -1,5 +1,6 @@
 #include <boost/uuid/uuid_io.hpp>
 
+#include "module/call_hooks.h"
 #include "module/frame_fixture.h"
 
 SWITCH_BEGIN_EXTERN_C
@@ -11,12 +12,10 @@ namespace module_test {
 namespace {
 
 using test_support::debug_line;
-using test_support::LogLine;
 using test_support::notice_line;
 using test_support::ScriptedOperation;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 }  // namespace
 
@@ -57,6 +56,24 @@ TEST_F(ModuleShutdown, MediaSessionWithoutLegsIsErasedToo) {
   EXPECT_TRUE(log_.Has(notice_line("Hanging up all calls\n")));
   EXPECT_FALSE(log_.Has(debug_line("********* Begin of switch_channel_hangup() *********\n")));
   EXPECT_EQ(servers_.OpenSessions(), 0u);
+}
+
+TEST_F(ModuleShutdown, RestsOnceTheLibraryHasStoppedAndBeforeTheSingletonGoes) {
+  ConfigureAndLoad();
+  Leg leg;
+  AddCall({&leg});
+  std::vector<switch_interval_time_t> rests;
+  const WhileHooked sleep(call_hooks().sleep, [&](switch_interval_time_t microseconds) {
+    if (microseconds != 5000) return;  // between two hang-ups
+    rests.push_back(microseconds);
+    EXPECT_EQ(servers_.Calls(ScriptedOperation::kShutdown).size(), 1u);
+    ASSERT_NE(mod_globals, nullptr);
+    EXPECT_EQ(mod_globals->GetMSTable()->CountMediaSessionAllFSUuid(), 0u);
+    EXPECT_FALSE(mod_globals->GetFSUuidTable()->IsFSUuidAlreadyThere(leg.Uuid()));
+  });
+  EXPECT_EQ(module_->ShutDown(), SWITCH_STATUS_SUCCESS);
+  EXPECT_THAT(rests, ElementsAre(5000));
+  EXPECT_EQ(mod_globals, nullptr);
 }
 
 TEST_F(ModuleShutdown, WithoutALoadDoesNothing) {
@@ -100,55 +117,6 @@ TEST_F(Availability, FollowsTheControlLibrary) {
   EXPECT_EQ(media_server_is_available(), SWITCH_TRUE);
   AddCall({});  // the only place is taken
   EXPECT_EQ(media_server_is_available(), SWITCH_FALSE);
-}
-
-class MediaServerEvents : public ModuleFrame {
- protected:
-  void ExpectHangUp(const Leg& leg) {
-    EXPECT_TRUE(test_support::wait_until(std::chrono::seconds(10), [&] { return leg.HungUp(); }));
-    EXPECT_EQ(leg.Cause(), SWITCH_CAUSE_DESTINATION_OUT_OF_ORDER);
-  }
-};
-
-TEST_F(MediaServerEvents, LostServerHangsUpTheLegsOnIt) {
-  ConfigureAndLoad();
-  Leg first, second;
-  AddCall({&first, &second});
-  servers_.Lose();
-  ExpectHangUp(first);
-  ExpectHangUp(second);
-}
-
-TEST_F(MediaServerEvents, SilentLegIsHungUpAndItsPartnerIsNot) {
-  ConfigureAndLoad();
-  Leg silent, speaking;
-  AddCall({&silent, &speaking});
-  ASSERT_TRUE(servers_.FireRtpTimeout(1));
-  ExpectHangUp(silent);
-  EXPECT_FALSE(speaking.HungUp());
-}
-
-TEST_F(MediaServerEvents, NothingComesAfterTheLegWasUnregistered) {
-  ConfigureAndLoad();
-  Leg gone, other;
-  const boost::uuids::uuid msuuid = AddCall({&gone, &other});
-  const auto connection = *mod_globals->GetMSTable()->GetNetworkConnection(msuuid, gone.Uuid());
-  EXPECT_TRUE(mod_globals->GetMSTable()->UnregisterNetworkConnection(msuuid, gone.Uuid()));
-  servers_.FireRtpTimeout(1);
-  ASSERT_TRUE(servers_.FireRtpTimeout(2));  // events come one after the other
-  ExpectHangUp(other);
-  EXPECT_FALSE(gone.HungUp());
-}
-
-TEST_F(MediaServerEvents, MigratedLegIsStillWatchedThroughItsNewSession) {
-  ConfigureAndLoad();
-  Leg moving, there;
-  const boost::uuids::uuid from = AddCall({&moving});
-  const boost::uuids::uuid to = AddCall({&there});
-  ASSERT_TRUE(mod_globals->GetMSTable()->MigrateNetworkConnection(from, to, moving.Uuid()));
-  EXPECT_EQ(mod_globals->GetMSTable()->CountMediaSessionAllFSUuid(), 1u);
-  ASSERT_TRUE(servers_.FireRtpTimeout(1));
-  ExpectHangUp(moving);
 }
 
 }  // namespace module_test

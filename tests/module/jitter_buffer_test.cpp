@@ -152,6 +152,16 @@ TEST_F(JitterBuffer, SetsTheModeAloneWhenNoValueIsUsable) {
   }
 }
 
+TEST_F(JitterBuffer, TakesAMaximumOfZeroForNotGiven) {
+  leg_.Set("jitterbuffer_mode", "static");
+  leg_.Set("jitterbuffer_msec", "0:40");
+  const MediaConfig config = Settings();
+  EXPECT_FALSE(config.GetJitterMaxPdvMs());
+  EXPECT_EQ(config.GetJitterInitialDelayMs(), 40);
+  EXPECT_THAT(Lines(), ElementsAre(debug_line("Setting audio jitter buffer mode to static.\n"),
+                                   debug_line("Setting audio jitter buffer initial delay to 40 msec\n")));
+}
+
 TEST_F(JitterBuffer, IgnoresEverythingAfterAModeThatIsNone) {
   leg_.Set("jitterbuffer_mode", "elastic");
   leg_.Set("jitterbuffer_msec", "100:40:20");

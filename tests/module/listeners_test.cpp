@@ -4,9 +4,12 @@
 #include <boost/uuid/nil_generator.hpp>
 #include <boost/uuid/string_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
+#include <chrono>
+#include <future>
 
 #include "media_server_lost_listener.h"
 #include "media_session_table.h"
+#include "module/call_hooks.h"
 #include "module/fake_media.h"
 #include "module/module_fixture.h"
 #include "network_connection_node.h"
@@ -113,6 +116,31 @@ TEST_F(MediaServerLost, WithoutLegsStaysRegistered) {
   EXPECT_THAT(Logged(), ElementsAre(kDown, kNoList));
 }
 
+// The table itself reports a session without legs as a failure; this is what comes of it if it ever does not.
+TEST_F(MediaServerLost, WithAnEmptyListIsNoticedAndStaysRegistered) {
+  const WhileTrue empty(call_hooks().leg_lists_are_empty);
+  EXPECT_FALSE(Lose());
+  EXPECT_TRUE(listener_->IsListenerEnabled());
+  EXPECT_THAT(Logged(), ElementsAre(kDown, notice_line("Media Session table is empty. No calls to hang up.\n")));
+}
+
+TEST_F(MediaServerLost, HangsUpInOrderOfRegistrationWithNoLockHeldAndDisablesItselfLast) {
+  Leg first, second;
+  AddLeg(second.Uuid());
+  AddLeg(first.Uuid());
+  std::vector<switch_channel_t*> order;
+  std::vector<std::future<size_t>> others;
+  const WhileHooked hangup(call_hooks().hangup, [&](switch_channel_t* channel, switch_call_cause_t cause) {
+    order.push_back(channel);
+    EXPECT_EQ(cause, SWITCH_CAUSE_DESTINATION_OUT_OF_ORDER);
+    EXPECT_TRUE(listener_->IsListenerEnabled());
+    others.push_back(std::async(std::launch::async, [&] { return table_.CountMediaSessionAllFSUuid(); }));
+    EXPECT_EQ(others.back().wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  });
+  EXPECT_TRUE(Lose());
+  EXPECT_THAT(order, ElementsAre(second.Channel(), first.Channel()));
+}
+
 TEST_F(MediaServerLost, LeavesTheAnswerAsItIsWhenThereIsNothingToHangUp) {
   bool delete_listener = true;
   listener_->OnEvent(kelvaro::jsr309::MediaServerLostEvent(), delete_listener);
@@ -195,6 +223,38 @@ TEST_F(RtpTimeout, LegIsLocatedBeforeTheFlagIsLookedAt) {
   node->DisableListener();
   Fire(node);
   EXPECT_THAT(Logged(), ElementsAre(debug_line("Unable to locate the session, ignoring RTP timeout. \n")));
+}
+
+/// What the handler does, step by step, and that nobody else gets at the node meanwhile.
+class RtpTimeoutSteps : public RtpTimeout {
+ protected:
+  void Look(const char* step) {
+    steps_.push_back(step);
+    EXPECT_FALSE(node_->IsListenerEnabled()) << step;
+    others_.push_back(std::async(std::launch::async, [this] { return node_->IsListenerEnabled(); }));
+    EXPECT_EQ(others_.back().wait_for(std::chrono::milliseconds(50)), std::future_status::timeout) << step;
+  }
+
+  Leg leg_;
+  NetworkConnectionNodeSharedPtr node_ = NodeOf(leg_.Uuid());
+  std::vector<std::string> steps_;
+  std::vector<std::future<bool>> others_;
+  const WhileHooked<decltype(CallHooks::hangup)> hangup_{
+      call_hooks().hangup, [this](switch_channel_t*, switch_call_cause_t) { Look("hang up"); }};
+  const WhileHooked<decltype(CallHooks::unlock)> unlock_{call_hooks().unlock, [this](switch_core_session_t* session) {
+                                                           if (session == leg_.Session()) Look("unlock");
+                                                         }};
+};
+
+TEST_F(RtpTimeoutSteps, NodeIsDisabledThenTheLegHungUpThenItsSessionGivenBackUnderTheNodesLock) {
+  Fire(node_);
+  EXPECT_THAT(steps_, ElementsAre("hang up", "unlock"));
+}
+
+TEST_F(RtpTimeoutSteps, OfDisabledNodeGivesTheSessionBackToo) {
+  node_->DisableListener();
+  Fire(node_);
+  EXPECT_THAT(steps_, ElementsAre("unlock"));
 }
 
 TEST(NetworkConnectionNode, RemoveListenerTakesItOffItsConnection) {

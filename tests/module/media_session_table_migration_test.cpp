@@ -150,6 +150,19 @@ TEST_F(MediaSessionTableMigration, EventMeanwhileIsHandledAtOnce) {
   EXPECT_TRUE(leg.HungUp());
 }
 
+TEST_F(MediaSessionTableMigration, ConnectionIsImportedUnderTheTableLock) {
+  AddSession(kFirst);
+  const FakeSession destination = AddSession(kSecond);
+  AddLeg(kFirst, "leg");
+  std::future<std::vector<std::string>> other;
+  destination->during_import = [&] {
+    other = std::async(std::launch::async, [&] { return Legs(kSecond); });
+    EXPECT_EQ(other.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  };
+  EXPECT_TRUE(Migrate(kFirst, kSecond, "leg"));
+  EXPECT_THAT(other.get(), ElementsAre("leg"));
+}
+
 TEST_F(MediaSessionTableMigration, NodeKeepsPeerAndListenerFlagAndIsNotAddedAgain) {
   AddSession(kFirst);
   AddSession(kSecond);

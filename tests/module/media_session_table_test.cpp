@@ -159,16 +159,47 @@ TEST_F(MediaSessionTableTest, UnregisterByConnectionDoesNothing) {
   EXPECT_THAT(Legs(kFirst), ElementsAre("leg"));
 }
 
-TEST_F(MediaSessionTableTest, LibraryIsCalledOutsideTheTableLock) {
+TEST_F(MediaSessionTableTest, ListenerIsRemovedOutsideTheTableLockWhileTheLegIsStillListed) {
   AddSession(kFirst);
   const FakeConnection connection = AddLeg(kFirst, "leg");
-  std::future_status reached = std::future_status::timeout;
+  std::future<std::vector<std::string>> other;
   connection->during_remove = [&] {
-    auto other = std::async(std::launch::async, [&] { return table_.CountMediaSessionAllFSUuid(); });
-    reached = other.wait_for(std::chrono::seconds(5));
+    other = std::async(std::launch::async, [&] { return Legs(kFirst); });
+    EXPECT_EQ(other.wait_for(std::chrono::seconds(5)), std::future_status::ready);
   };
   EXPECT_TRUE(table_.UnregisterNetworkConnection(id(kFirst), "leg"));
-  EXPECT_EQ(reached, std::future_status::ready);
+  EXPECT_THAT(other.get(), ElementsAre("leg"));
+  EXPECT_EQ(connection->listeners_removed, 1);
+}
+
+TEST_F(MediaSessionTableTest, ListenerIsAddedUnderTheTableLock) {
+  AddSession(kFirst);
+  const FakeConnection connection = fake_connection();
+  connections_.push_back(connection);
+  std::future<std::vector<std::string>> other;
+  connection->during_add = [&] {
+    other = std::async(std::launch::async, [&] { return Legs(kFirst); });
+    EXPECT_EQ(other.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  };
+  EXPECT_TRUE(table_.RegisterNetworkConnection(id(kFirst), connection, "leg"));
+  EXPECT_THAT(other.get(), ElementsAre("leg"));
+}
+
+TEST_F(MediaSessionTableTest, NullAddressAndUnregisterByConnectionTakeNoLock) {
+  AddSession(kFirst);
+  const FakeConnection connection = fake_connection();
+  connections_.push_back(connection);
+  std::future<bool> other;
+  connection->during_add = [&] {  // the table is locked now
+    other = std::async(std::launch::async, [&] {
+      std::vector<uuid> found;
+      const NetworkConnectionSharedPtr as_base = connection;
+      return !table_.ListAllMatchingMSUuid(found, nullptr) && table_.UnregisterNetworkConnection(id(kFirst), as_base);
+    });
+    EXPECT_EQ(other.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  };
+  EXPECT_TRUE(table_.RegisterNetworkConnection(id(kFirst), connection, "leg"));
+  EXPECT_TRUE(other.get());
 }
 
 TEST_F(MediaSessionTableTest, SessionThatGetsALegWhileAnotherIsUnregisteredStays) {
@@ -191,12 +222,26 @@ TEST_F(MediaSessionTableTest, SessionErasedWhileItsLegIsUnregisteredIsNotErasedA
                           debug_line("After unregister, the node list is still NOT empty!\n")));
 }
 
+TEST_F(MediaSessionTableTest, SessionRegisteredAnewWhileALegOfTheFormerOneIsUnregisteredStays) {
+  AddSession(kFirst);
+  const FakeConnection connection = AddLeg(kFirst, "leg");
+  connection->during_remove = [&] {
+    table_.EraseAllMSUuid();
+    AddSession(kFirst);
+    AddLeg(kFirst, "newcomer");
+  };
+  EXPECT_TRUE(table_.UnregisterNetworkConnection(id(kFirst), "leg"));
+  EXPECT_THAT(Legs(kFirst), ElementsAre("newcomer"));
+}
+
 TEST_F(MediaSessionTableTest, EventDuringUnregisterFindsItsNodeAlive) {
   AddSession(kFirst);
   const FakeConnection connection = AddLeg(kFirst, "leg without a session");
   const auto listener = connection->Listener();
+  std::future<void> event;
   connection->during_remove = [&] {
-    std::async(std::launch::async, [&] { listener->OnEvent(kelvaro::jsr309::RtpTimeoutEvent(1, true)); }).wait();
+    event = std::async(std::launch::async, [&] { listener->OnEvent(kelvaro::jsr309::RtpTimeoutEvent(1, true)); });
+    EXPECT_EQ(event.wait_for(std::chrono::seconds(5)), std::future_status::ready);
   };
   EXPECT_TRUE(table_.UnregisterNetworkConnection(id(kFirst), "leg without a session"));
   EXPECT_TRUE(log_.Has(debug_line("Unable to locate the session, ignoring RTP timeout. \n")));
@@ -295,6 +340,20 @@ TEST_F(MediaSessionTableTest, EraseAllDropsReferencesAndClosesNothing) {
   EXPECT_EQ(connection->closed, 0);
   EXPECT_TRUE(table_.EraseAllMSUuid());
   EXPECT_THAT(Logged(), IsEmpty());
+}
+
+TEST_F(MediaSessionTableTest, EraseAllEndsEachSessionBeforeTheNext) {
+  AddSession(kFirst);
+  AddSession(kSecond);
+  std::vector<uuid> order;
+  table_.ListAllMSUuid(order);
+  log_.Clear();
+  EXPECT_TRUE(table_.EraseAllMSUuid());
+  const LogLine ended = debug_line("MyMediaServerLostListener::~MyMediaServerLostListener\n");
+  EXPECT_THAT(
+      log_.ModuleLines(),
+      ElementsAre(debug_line("Erasing Media Session " + to_string(order[0]) + " from media sessions Table\n"), ended,
+                  debug_line("Erasing Media Session " + to_string(order[1]) + " from media sessions Table\n"), ended));
 }
 
 TEST_F(MediaSessionTableTest, LogLinesCarryTheModulesSourceAndFunction) {

@@ -15,6 +15,7 @@ SWITCH_END_EXTERN_C
 namespace kvx_switch {
 // A setting of the core's configuration; the public API has no way to change it while the core runs.
 void SetDebugLevel(int level);
+int DebugLevel();
 }  // namespace kvx_switch
 
 namespace module_test {
@@ -70,12 +71,12 @@ const std::filesystem::path& configuration_directory() {
   return path;
 }
 
-CoreDebugLevel::CoreDebugLevel(int level) {
+CoreDebugLevel::CoreDebugLevel(int level) : former_(kvx_switch::DebugLevel()) {
   kvx_switch::SetDebugLevel(level);
 }
 
 CoreDebugLevel::~CoreDebugLevel() {
-  kvx_switch::SetDebugLevel(0);
+  kvx_switch::SetDebugLevel(former_);
 }
 
 ConfigurationFile::ConfigurationFile(const std::string& relative_path, const std::string& text)

@@ -17,13 +17,16 @@ namespace module_test {
 /// The switch's core runs for the whole program, on a configuration directory of its own that tests write into.
 const std::filesystem::path& configuration_directory();
 
-/// How fine the core logs: DEBUG1 to DEBUG10 come out, at DEBUG, up to this level. 0 unless a test says otherwise.
+/// How fine the core logs while this lives: DEBUG1 to DEBUG10 come out, at DEBUG, up to this level. 10 otherwise.
 class CoreDebugLevel {
  public:
   explicit CoreDebugLevel(int level);
   ~CoreDebugLevel();
   CoreDebugLevel(const CoreDebugLevel&) = delete;
   CoreDebugLevel& operator=(const CoreDebugLevel&) = delete;
+
+ private:
+  const int former_;
 };
 
 /// A file below the configuration directory, removed with this object. Returns its path by Path().

@@ -100,6 +100,21 @@ TEST_F(ReportAgent, InitKnowsFourScopesInAnyCase) {
   EXPECT_FALSE(Init("usage", "some", "10.0.0.1"));
 }
 
+TEST_F(ReportAgent, SelectorsInUpperCaseSelectTheSame) {
+  AddServer("00:1A:2B:3C:4D:5E", used(10, 0, 0), {"10.0.0.1"});
+  for (const auto& [scope, value] :
+       {std::pair<const char*, const char*>{"IP", "10.0.0.1"}, {"Mac", "00:1a:2b:3c:4d:5e"}}) {
+    ASSERT_TRUE(Init("HARDWARE", scope, value)) << scope;
+    ASSERT_TRUE(Make()) << scope;
+    EXPECT_THAT(columns(report_.get_child("stats.hardware.modules.module")),
+                ElementsAre(Pair("IP", "10.0.0.1"), Pair("MAC", "00:1A:2B:3C:4D:5E"), Pair("Status", "IS")))
+        << scope;
+  }
+  ASSERT_TRUE(Init("hardware", "ALL", "10.0.0.1"));
+  ASSERT_TRUE(Make());
+  EXPECT_THAT(names(report_.get_child("stats.hardware.modules")), ElementsAre("module1"));
+}
+
 TEST_F(ReportAgent, InitNeedsAnAddressForOneServer) {
   for (const char* scope : {"ip", "mac"}) {
     EXPECT_FALSE(Init("usage", scope, nullptr));
@@ -149,6 +164,16 @@ TEST_F(ReportAgent, DurationsCountHoursBeyondADayAndDropFractions) {
               ElementsAre(Pair("Min", "00:00:59"), Pair("Max", "150:00:00"), Pair("Average", "58:20:40")));
 }
 
+TEST_F(ReportAgent, OneDurationIsShortestLongestAndMean) {
+  MediaSessionStats stats(8);
+  stats.AddNewMediaSessionDuration(hours(25) + minutes(1) + seconds(1));
+  stats_.SetMediaSessionStats(stats);
+  ASSERT_TRUE(Init("duration", nullptr, nullptr));
+  ASSERT_TRUE(Make());
+  EXPECT_THAT(columns(report_.get_child("stats.duration.summary")),
+              ElementsAre(Pair("Min", "25:01:01"), Pair("Max", "25:01:01"), Pair("Average", "25:01:01")));
+}
+
 TEST_F(ReportAgent, WithoutFinishedSessionsDurationsAreZero) {
   ASSERT_TRUE(Init("duration", nullptr, nullptr));
   ASSERT_TRUE(Make());
@@ -196,6 +221,14 @@ TEST_F(ReportAgent, ServerWithoutAnAddressIsNotReportedByMac) {
   AddServer("00:1A:2B:3C:4D:5E", used(10, 0, 0), {});
   ASSERT_TRUE(Init("usage", "mac", "00:1A:2B:3C:4D:5E"));
   EXPECT_FALSE(Make());
+}
+
+TEST_F(ReportAgent, AddressIsLookedUpAsOneAndShownAsItWasGivenInUpperCase) {
+  AddServer("00:1A:2B:3C:4D:5E", used(10, 0, 0), {"2001:db8::5"});
+  ASSERT_TRUE(Init("hardware", "ip", "2001:db8:0::5"));
+  ASSERT_TRUE(Make());
+  EXPECT_THAT(columns(report_.get_child("stats.hardware.modules.module")),
+              ElementsAre(Pair("IP", "2001:DB8:0::5"), Pair("MAC", "00:1A:2B:3C:4D:5E"), Pair("Status", "IS")));
 }
 
 TEST_F(ReportAgent, AllNumbersTheServersThatHaveAnAddressInTheOrderOfTheirMacs) {

@@ -176,11 +176,39 @@ TEST(XmlReport, WithoutItsNodeThrows) {
 
 TEST(XmlReport, PathThatIsTooLongThrowsInsteadOfGoingRoundForEver) {
   ptree tree;
-  // 5 characters of "stats", a point and this name fill a path of 299; the child's path would be cut to the same text.
+  // 5 characters of "stats", a point and a name of 293 fill a path of 299, which a child's path would be cut back to;
+  // of 292, to the same and a point.
+  for (std::size_t length : {293, 292}) {
+    tree.clear();
+    tree.put("stats." + std::string(length, 'n') + ".x", "1");
+    std::ostringstream out;
+    EXPECT_THROW(generate_xml_report(out, tree, "stats"), ptree_bad_path);
+  }
+}
+
+// The buffer holds 299 characters: of "stats." and a longer name 293 are left, which are another element's name here.
+TEST(XmlReport, PathIsCutToItsBuffer) {
+  ptree tree;
   const std::string name(293, 'n');
-  tree.put("stats." + name + ".x", "1");
+  tree.put("stats." + name, "1");
+  tree.put("stats." + name + "nnn", "2");
+  EXPECT_EQ(xml(tree, "stats"), "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><stats><" + name + ">1</" + name +
+                                    "><" + name + ">1</" + name + "></stats>");
+}
+
+TEST(XmlReport, PathThatIsCutToNothingThatIsThereThrows) {
+  ptree tree;
+  tree.put("stats." + std::string(294, 'n'), "1");
   std::ostringstream out;
   EXPECT_THROW(generate_xml_report(out, tree, "stats"), ptree_bad_path);
+}
+
+TEST(XmlReport, LongestPathThatFitsIsWritten) {
+  ptree tree;
+  const std::string name(291, 'n');
+  tree.put("stats." + name + ".x", "1");
+  EXPECT_EQ(xml(tree, "stats"),
+            "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><stats><" + name + "><x>1</x></" + name + "></stats>");
 }
 
 TEST(XmlReport, NamelessElementThrowsInsteadOfGoingRoundForEver) {

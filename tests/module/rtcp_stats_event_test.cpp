@@ -20,7 +20,7 @@ using Header = std::pair<std::string, std::string>;
 
 const uint64_t kGuard = 4294967296;
 
-// The core runs with debug-level 10: what is logged at DEBUG10 comes out as DEBUG.
+// The core of the tests runs with debug-level 10: what is logged at DEBUG10 comes out as DEBUG.
 const LogLine kInflowSent = debug_line("Dispatched RTCP event for inflow RTP\n");
 const LogLine kOutflowSent = debug_line("Dispatched RTCP event for outflow RTP\n");
 
@@ -89,7 +89,14 @@ TEST_F(RtcpStatsEvent, SendsInflowThenOutflowWithTheirHeadersInOrder) {
                           Header("Average-InterArrival-Jitter", "16"), Header("Maximum-Round-Trip-Time", "8"),
                           Header("Average-Round-Trip-Time", "9"), Header("Sip-Use-Codec", "PCMA"),
                           Header("Sip-Use-Codec-Rate", "8000"), Header("Capture-Time", "some time")));
+  for (const CapturedEvent& event : sent) EXPECT_EQ(event.Header("Event-Subclass"), "");
   EXPECT_THAT(Lines(), ElementsAre(kInflowSent, kOutflowSent));
+}
+
+TEST_F(RtcpStatsEvent, SpeaksOfEventsThatItSendsAtTheLastDebugLevelOnly) {
+  const CoreDebugLevel next_to_last(9);
+  EXPECT_THAT(Distribute(EveryFieldDifferent()), SizeIs(2));
+  EXPECT_THAT(Lines(), IsEmpty());
 }
 
 TEST_F(RtcpStatsEvent, LeavesOutAStartTimeThatIsNotKnown) {

@@ -177,6 +177,7 @@ bool ScriptedState::EndEndpoint(ScriptedOperation operation, unsigned endpoint) 
 }
 
 bool ScriptedState::Perform(ScriptedCall call, const Request& request) {
+  RunMeanwhile(call.operation);
   std::unique_lock<std::mutex> lock(mutex_);
   if (call.endpoint != 0) {
     call.server = endpoints_[call.endpoint].server;
@@ -189,6 +190,15 @@ bool ScriptedState::Perform(ScriptedCall call, const Request& request) {
   calls_.push_back(call);
   changed_.notify_all();
   return call.result;
+}
+
+void ScriptedState::RunMeanwhile(ScriptedOperation operation) {
+  std::function<void()> work;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    during_[operation].swap(work);
+  }
+  if (work) work();
 }
 
 bool ScriptedState::WaitWhileHeld(std::unique_lock<std::mutex>& lock, const ScriptedCall& call) {

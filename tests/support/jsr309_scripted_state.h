@@ -64,8 +64,10 @@ class ScriptedState : public std::enable_shared_from_this<ScriptedState> {
 
   using Request = std::function<bool()>;
 
-  /// Waits while the operation is held, consumes a failure, runs request and records the call.
+  /// Runs what the test wants done meanwhile, waits while the operation is held, consumes a failure, runs request and
+  /// records the call.
   bool Perform(ScriptedCall call, const Request& request);
+  void RunMeanwhile(ScriptedOperation operation);
   bool WaitWhileHeld(std::unique_lock<std::mutex>& lock, const ScriptedCall& call);
   bool TakeFailure(ScriptedOperation operation);
   bool EndpointAnswers(unsigned endpoint) const;
@@ -88,6 +90,7 @@ class ScriptedState : public std::enable_shared_from_this<ScriptedState> {
   std::set<std::string> closed_macs_;  // servers whose next Open fails
   std::map<ScriptedOperation, std::function<void(MediaConfig&)>> answers_;
   std::vector<kelvaro::jsr309::RtcpStatsReport> reports_;
+  std::map<ScriptedOperation, std::function<void()>> during_;
   std::set<ScriptedOperation> held_;
   std::map<ScriptedOperation, int> waiting_;
 };

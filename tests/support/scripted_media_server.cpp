@@ -161,11 +161,17 @@ bool ScriptedMediaServers::WaitForHeld(ScriptedOperation operation) {
   return state_->changed_.wait_for(lock, kPatience, [&] { return state_->waiting_[operation] > 0; });
 }
 
+void ScriptedMediaServers::During(ScriptedOperation operation, std::function<void()> work) {
+  const std::lock_guard<std::mutex> lock(state_->mutex_);
+  state_->during_[operation] = std::move(work);
+}
+
 bool ScriptedMediaServers::FireRtpTimeout(unsigned endpoint, bool had_media) {
   std::shared_ptr<kelvaro::jsr309::RtpTimeoutSink> sink;
   {
     const std::lock_guard<std::mutex> lock(state_->mutex_);
-    sink = state_->endpoints_[endpoint].sink.lock();
+    const auto found = state_->endpoints_.find(endpoint);
+    if (found != state_->endpoints_.end()) sink = found->second.sink.lock();
   }
   if (sink == nullptr) return false;
   sink->OnRtpTimeout(had_media);

@@ -120,6 +120,8 @@ class ScriptedMediaServers {
   void Resume(ScriptedOperation operation);
   /// Whether a call of a held operation is waiting, within the patience of the tests.
   bool WaitForHeld(ScriptedOperation operation);
+  /// Runs work once, in the middle of the next call of the operation: on its caller's thread, before the server acts.
+  void During(ScriptedOperation operation, std::function<void()> work);
 
   // What the servers do by themselves.
 

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <optional>
 
 namespace kelvaro {
@@ -69,11 +70,16 @@ class AvgComputer {
     sum_ = sum_ + value;
     ++num_of_items_;
   }
-  /// The mean, rounded towards zero at the resolution of T. The number of items is taken as an int: beyond two
-  /// thousand million values the mean is no longer meaningful.
+  /// The mean, rounded towards zero at the resolution of T.
   std::optional<T> GetAvg() const {
     if (num_of_items_ == 0) return std::nullopt;
-    return std::optional<T>(sum_ / static_cast<int>(num_of_items_));
+    return std::optional<T>(sum_ / Divisor(num_of_items_));
+  }
+  /// T is divided by an int. A server that runs for years counts further than that: the mean is then no longer exact,
+  /// but it is never one by a negative number or by 0.
+  static constexpr int Divisor(std::size_t items) {
+    constexpr std::size_t kMost = std::numeric_limits<int>::max();
+    return static_cast<int>(items < kMost ? items : kMost);
   }
   void Reset() {
     sum_ = T();

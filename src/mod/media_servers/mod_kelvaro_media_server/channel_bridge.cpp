@@ -8,6 +8,7 @@
 using boost::uuids::uuid;
 using kelvaro::jsr309::Direction;
 using kelvaro::jsr309::JoinableWeakPtr;
+using kvx_media_server::find_media_session_uuid;
 using kvx_media_server::hold_legs;
 using kvx_media_server::lock_media_session_of;
 using kvx_media_server::LockedSession;
@@ -45,9 +46,8 @@ Outcome failed_and_clean_up(const std::string& fs_uuid) {
 }
 
 bool both_legs_known(const std::string& fsuuid, const std::string& reffsuuid) {
-  const auto& uuids = mod_globals->GetFSUuidTable();
-  const bool own_known = uuids->IsFSUuidAlreadyThere(fsuuid);
-  const bool partner_known = uuids->IsFSUuidAlreadyThere(reffsuuid);
+  const bool own_known = find_media_session_uuid(fsuuid).has_value();
+  const bool partner_known = find_media_session_uuid(reffsuuid).has_value();
   if (!own_known) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Unexpected session fsuuid. It does't exist. %s\n",
                       fsuuid.c_str());
@@ -121,32 +121,22 @@ void enable_listeners_by(Direction direct, const Pair& pair) {
   listen_to_b ? pair.node_b->EnableListener() : pair.node_b->DisableListener();
 }
 
-/// The bridge itself, under the mutex of leg A's record.
-Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direction direct) {
+/// Finds B's session and both legs' connections, A's session being held.
+Outcome find_connections(Pair& pair) {
   const auto& sessions = mod_globals->GetMSTable();
-  Pair pair = {fsuuid, reffsuuid, {}, {}, {}, {}, {}, {}};
-
-  const OwnMediaSession own = lock_media_session_of(fsuuid);
-  if (!own.record) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR,
-                      "Could not find media session uuid from fs uuid %s from FS table. Channel bridge failed",
-                      fsuuid.c_str());
-    return failed_and_clean_up(fsuuid);
-  }
-  pair.ms_uuid = own.ms_uuid;
   bool partner_is_somewhere = false;
   {
     const auto held = hold_legs();  // another bridge may be moving B
-    pair.refuuid = mod_globals->GetFSUuidTable()->GetMediaSessionUuid(reffsuuid);
+    pair.refuuid = mod_globals->GetFSUuidTable()->GetMediaSessionUuid(pair.reffsuuid);
     partner_is_somewhere = sessions->GetMediaSession(pair.refuuid).has_value();
     if (partner_is_somewhere) {
-      pair.node_a = sessions->GetNetworkConnectionNode(pair.ms_uuid, fsuuid);
-      pair.node_b = sessions->GetNetworkConnectionNode(pair.refuuid, reffsuuid);
+      pair.node_a = sessions->GetNetworkConnectionNode(pair.ms_uuid, pair.fsuuid);
+      pair.node_b = sessions->GetNetworkConnectionNode(pair.refuuid, pair.reffsuuid);
     }
   }
   if (!partner_is_somewhere) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, kvx_media_server::kNoMediaSessionMessage, fsuuid.c_str(),
-                      uuid_to_text(pair.refuuid).c_str());
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, kvx_media_server::kNoMediaSessionMessage,
+                      pair.fsuuid.c_str(), uuid_to_text(pair.refuuid).c_str());
     return failed();
   }
 
@@ -154,24 +144,69 @@ Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direc
   pair.connection_b = connection_of(pair.node_b);
   if (!pair.connection_a || !pair.connection_b) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "Failed to find network connections!");
+    return failed_and_clean_up(pair.fsuuid);
+  }
+  return succeeded();
+}
+
+/// The bridge itself, under the mutex of leg A's record.
+Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direction direct) {
+  const OwnMediaSession own = lock_media_session_of(fsuuid);
+  if (!own.record) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR,
+                      "Could not find media session uuid from fs uuid %s from FS table. Channel bridge failed",
+                      fsuuid.c_str());
     return failed_and_clean_up(fsuuid);
   }
 
+  Pair pair = {fsuuid, reffsuuid, own.ms_uuid, {}, {}, {}, {}, {}};
+  const Outcome search = find_connections(pair);
+  if (search.status != SWITCH_STATUS_SUCCESS) return search;
   if (pair.ms_uuid != pair.refuuid) {
     const Outcome migration = migrate_partner(pair);
     if (migration.status != SWITCH_STATUS_SUCCESS) return migration;
   }
-
   if (!pair.connection_a->Join(direct, JoinableWeakPtr(pair.connection_b))) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "Unable to join Network Connection A to Network Connection B");
     return failed_and_clean_up(fsuuid);
   }
+
   enable_listeners_by(direct, pair);
+  const auto& sessions = mod_globals->GetMSTable();
   sessions->SetPeerNetworkConnectionNode(pair.ms_uuid, fsuuid, pair.node_b);
   sessions->SetPeerNetworkConnectionNode(pair.refuuid, reffsuuid, pair.node_a);
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Successfully joining uuid(%s) to uuid(%s)!\n",
                     fsuuid.c_str(), reffsuuid.c_str());
   return succeeded();
+}
+
+/// The unbridging itself, under the mutex of the leg's record. A leg without a peer counts as unbridged.
+switch_status_t unjoin_leg(const std::string& fsuuid, const uuid& ms_uuid) {
+  const auto& sessions = mod_globals->GetMSTable();
+  const NetworkConnectionNodeSharedPtr node = sessions->GetNetworkConnectionNode(ms_uuid, fsuuid);
+  const NetworkConnectionSharedPtr connection = connection_of(node);
+  if (!connection) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Cannot find NetworkConnection with uuid=%s\n",
+                      fsuuid.c_str());
+    return SWITCH_STATUS_FALSE;
+  }
+  const NetworkConnectionNodeSharedPtr peer = sessions->GetPeerNetworkConnectionNode(ms_uuid, fsuuid);
+  const NetworkConnectionSharedPtr peer_connection = connection_of(peer);
+  if (!peer_connection) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Cannot find peer for NetworkConnection with uuid=%s\n",
+                      fsuuid.c_str());
+    return SWITCH_STATUS_SUCCESS;
+  }
+
+  node->DisableListener();
+  peer->DisableListener();
+  if (!connection->Unjoin(JoinableWeakPtr(peer_connection))) {
+    KVX_MS_LOG(SWITCH_LOG_ERROR, "ERROR - Unable to unjoin Network Connection A to Network Connection B.");
+  }
+  sessions->ResetPeerNetworkConnectionNode(ms_uuid, node);
+  sessions->ResetPeerNetworkConnectionNode(ms_uuid, peer);
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Successfully unjoined uuid(%s)!\n", fsuuid.c_str());
+  return SWITCH_STATUS_SUCCESS;
 }
 
 }  // namespace
@@ -209,7 +244,7 @@ switch_status_t channel_unbridge(switch_media_connection_t* mc) {
     return SWITCH_STATUS_FALSE;
   }
   const char* fsuuid = switch_core_session_get_uuid(session);
-  if (!mod_globals->GetFSUuidTable()->IsFSUuidAlreadyThere(fsuuid)) {
+  if (!find_media_session_uuid(fsuuid)) {
     KVX_MS_LOG(SWITCH_LOG_DEBUG, "FS UUID was no longer found in FS UUID table, nothing to unbridge");
     return SWITCH_STATUS_SUCCESS;
   }
@@ -227,29 +262,5 @@ switch_status_t channel_unbridge(switch_media_connection_t* mc) {
                       fsuuid);
     return SWITCH_STATUS_SUCCESS;
   }
-
-  const auto& sessions = mod_globals->GetMSTable();
-  const NetworkConnectionNodeSharedPtr node = sessions->GetNetworkConnectionNode(own.ms_uuid, fsuuid);
-  const NetworkConnectionSharedPtr connection = connection_of(node);
-  if (!connection) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Cannot find NetworkConnection with uuid=%s\n", fsuuid);
-    return SWITCH_STATUS_FALSE;
-  }
-  const NetworkConnectionNodeSharedPtr peer = sessions->GetPeerNetworkConnectionNode(own.ms_uuid, fsuuid);
-  const NetworkConnectionSharedPtr peer_connection = connection_of(peer);
-  if (!peer_connection) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Cannot find peer for NetworkConnection with uuid=%s\n",
-                      fsuuid);
-    return SWITCH_STATUS_SUCCESS;
-  }
-
-  node->DisableListener();
-  peer->DisableListener();
-  if (!connection->Unjoin(JoinableWeakPtr(peer_connection))) {
-    KVX_MS_LOG(SWITCH_LOG_ERROR, "ERROR - Unable to unjoin Network Connection A to Network Connection B.");
-  }
-  sessions->ResetPeerNetworkConnectionNode(own.ms_uuid, node);
-  sessions->ResetPeerNetworkConnectionNode(own.ms_uuid, peer);
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Successfully unjoined uuid(%s)!\n", fsuuid);
-  return SWITCH_STATUS_SUCCESS;
+  return unjoin_leg(fsuuid, own.ms_uuid);
 }

@@ -5,6 +5,7 @@
 
 #include "kelvaro/jsr309/media_session.h"
 #include "kelvaro/jsr309/network_connection.h"
+#include "leg_lookup.h"
 #include "locked_session.h"
 #include "mod_kelvaro_media_server.h"
 
@@ -34,6 +35,15 @@ boost::optional<boost::uuids::uuid> named_media_session(const char* text, const 
                       kMediaSessionVariable, text, fs_uuid);
     return boost::none;
   }
+}
+
+/// The listener through which the session's legs are hung up when its media server is lost. Its uuid, a fresh one, is
+/// the session's.
+MyMediaServerLostListenerSharedPtr watch_media_server_of(const MediaSessionSharedPtr& media_session) {
+  const auto listener = boost::make_shared<MyMediaServerLostListener>(*mod_globals->GetMSTable());
+  listener->SetUuid(mod_globals->DrawUuid());
+  if (!media_session->AddListener(listener)) KVX_MS_LOG(SWITCH_LOG_ERROR, "Unable to add MediaServerLostListener");
+  return listener;
 }
 
 switch_status_t created(const switch_media_connection_t* mc, const boost::uuids::uuid& ms_uuid) {
@@ -84,11 +94,8 @@ switch_status_t handle_leg_no_ref_channel_create(switch_media_connection_t* mc) 
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Media session created successfully for switch session %s\n",
                     fs_uuid);
 
-  const MyMediaServerLostListenerSharedPtr listener =
-      boost::make_shared<MyMediaServerLostListener>(*mod_globals->GetMSTable());
-  const boost::uuids::uuid ms_uuid = mod_globals->DrawUuid();
-  listener->SetUuid(ms_uuid);
-  if (!media_session->AddListener(listener)) KVX_MS_LOG(SWITCH_LOG_ERROR, "Unable to add MediaServerLostListener");
+  const MyMediaServerLostListenerSharedPtr listener = watch_media_server_of(media_session);
+  const boost::uuids::uuid& ms_uuid = listener->GetUuid();
 
   const NetworkConnectionSharedPtr connection(media_session->CreateNetworkConnection(NULL));
   if (!connection) {
@@ -144,14 +151,14 @@ switch_status_t handle_leg_with_ref_mc_channel_create(switch_media_connection_t*
                     "Creating channel with reference Media Connection. Session: %s Reference Session: %s\n",
                     switch_core_session_get_uuid(session_of(mc)), reffsuuid);
 
-  if (!mod_globals->GetFSUuidTable()->IsFSUuidAlreadyThere(reffsuuid)) {
+  const auto ms_uuid = kvx_media_server::find_media_session_uuid(reffsuuid);
+  if (!ms_uuid) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "FS UUID Table data consistency!");
     return SWITCH_STATUS_FALSE;
   }
-  const boost::uuids::uuid ms_uuid = mod_globals->GetFSUuidTable()->GetMediaSessionUuid(reffsuuid);
-  if (ms_uuid.is_nil()) {
+  if (ms_uuid->is_nil()) {
     KVX_MS_LOG(SWITCH_LOG_DEBUG, "Cannot find reference leg's record in FS Table!");
     return SWITCH_STATUS_FALSE;
   }
-  return handle_leg_with_ref_channel_create(mc, ms_uuid);
+  return handle_leg_with_ref_channel_create(mc, *ms_uuid);
 }

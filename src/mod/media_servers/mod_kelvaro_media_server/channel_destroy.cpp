@@ -9,9 +9,11 @@
 
 using kelvaro::jsr309::NetworkConnection;
 using kelvaro::jsr309::RtcpStatsReport;
+using kvx_media_server::find_connection;
 using kvx_media_server::forget_fs_uuid;
 using kvx_media_server::lock_media_session_of;
 using kvx_media_server::LockedSession;
+using kvx_media_server::NetworkConnectionSharedPtr;
 using kvx_media_server::OwnMediaSession;
 
 namespace {
@@ -59,10 +61,8 @@ void clean_up_leg(const std::string& fs_uuid) {
     return;
   }
 
-  kvx_media_server::NetworkConnectionSharedPtr connection;
-  if (own.record) {
-    connection = mod_globals->GetMSTable()->GetNetworkConnection(own.ms_uuid, fs_uuid).get_value_or(connection);
-  }
+  const NetworkConnectionSharedPtr connection =
+      own.record ? find_connection(own.ms_uuid, fs_uuid) : NetworkConnectionSharedPtr();
   forget_fs_uuid(fs_uuid);
   if (!connection) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "Networkconnection not found. Nothing to destroy.");
@@ -98,7 +98,7 @@ switch_status_t channel_destroy(switch_media_connection_t* mc) {
     return SWITCH_STATUS_SUCCESS;
   }
 
-  const auto connection = mod_globals->GetMSTable()->GetNetworkConnection(own.ms_uuid, fs_uuid);
+  const NetworkConnectionSharedPtr connection = find_connection(own.ms_uuid, fs_uuid);
   forget_fs_uuid(fs_uuid);
   if (!connection) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "Networkconnection not found. Nothing to destroy.");
@@ -106,9 +106,9 @@ switch_status_t channel_destroy(switch_media_connection_t* mc) {
   }
 
   Reports reports;
-  const bool fetched = fetch_reports(chan, **connection, reports);
+  const bool fetched = fetch_reports(chan, *connection, reports);
   mod_globals->GetMSTable()->UnregisterNetworkConnection(own.ms_uuid, fs_uuid);
-  (*connection)->Close();
+  connection->Close();
   if (fetched) publish_reports(fs_uuid, chan, reports);
   return SWITCH_STATUS_SUCCESS;
 }

@@ -20,6 +20,14 @@ const kvx_media_server::LegLookupMessages kMessages = {
     "Cannot find FS UUID %s in FS UUID table\n", kvx_media_server::kNoMediaSessionMessage,
     "Cannot find Network connection (fsuuid=%s; msuuid=%s) within Media Session Network connection objects\n"};
 
+/// The codecs that the switch names.
+struct Codecs {
+  const switch_codec_implementation_t** list;
+  int size;
+  const switch_codec_t* answer;  ///< what was settled on; may be null
+  int support_g729_annexb;
+};
+
 void set_ip_header_fields(MediaConfig& cfg, uint8_t ipv4_tos, uint8_t ipv6_tc, uint8_t hop) {
   cfg.SetIpv4Tos(ipv4_tos);
   cfg.SetIpv6TrafficClass(ipv6_tc);
@@ -65,20 +73,52 @@ bool is_same_format(const switch_codec_implementation_t& a, const switch_codec_i
 }
 
 /// The codec that was settled on comes first, under its negotiated payload type; the others follow as they are.
-void add_answer_codecs(MediaConfig& cfg, const switch_codec_t* answer_codec,
-                       const switch_codec_implementation_t** codecs, int num_codecs, int support_g729_annexb) {
-  if (is_described(answer_codec)) {
-    kvx_media_server::add_negotiated_codec(cfg, *answer_codec, answer_codec->agreed_pt);
-    clear_declined_annexes(cfg, *answer_codec, support_g729_annexb);
+void add_answer_codecs(MediaConfig& cfg, const Codecs& codecs) {
+  const bool settled = is_described(codecs.answer);
+  if (settled) {
+    kvx_media_server::add_negotiated_codec(cfg, *codecs.answer, codecs.answer->agreed_pt);
+    clear_declined_annexes(cfg, *codecs.answer, codecs.support_g729_annexb);
   }
-  for (int i = 0; i < num_codecs; ++i) {
-    const bool listed_already = is_described(answer_codec) && is_same_format(*codecs[i], *answer_codec->implementation);
-    if (!listed_already) add_codec(cfg, *codecs[i], codecs[i]->ianacode);
+  for (int i = 0; i < codecs.size; ++i) {
+    const switch_codec_implementation_t& codec = *codecs.list[i];
+    if (!settled || !is_same_format(codec, *codecs.answer->implementation)) add_codec(cfg, codec, codec.ianacode);
   }
 }
 
-void add_offer_codecs(MediaConfig& cfg, const switch_codec_implementation_t** codecs, int num_codecs) {
-  for (int i = 0; i < num_codecs; ++i) add_codec(cfg, *codecs[i], codecs[i]->ianacode);
+void add_offer_codecs(MediaConfig& cfg, const Codecs& codecs) {
+  for (int i = 0; i < codecs.size; ++i) add_codec(cfg, *codecs.list[i], codecs.list[i]->ianacode);
+  cfg.SetG729AnnexBFlag(codecs.support_g729_annexb != 0);
+}
+
+/// Has the media server make the answer or the offer, by what is ours to give. Only a failed answer leaves the leg's
+/// objects in place.
+bool request_description(MediaConfig& cfg, const kvx_media_server::Leg& leg, switch_sdp_negotiation_state_t sdpOAState,
+                         const Codecs& codecs, bool renew_local_port) {
+  switch (sdpOAState) {
+    case SWITCH_SDP_OFFER_RECEIVED:
+      add_answer_codecs(cfg, codecs);
+      cfg.SetAutoLocalPortRenew(renew_local_port);
+      if (leg.connection->GetLocalAnswer(cfg)) return true;
+      KVX_MS_LOG(SWITCH_LOG_DEBUG, "ERROR - Unable to get local answer configuration for Network Connection.");
+      return false;
+
+    case SWITCH_SDP_STATE_UNKNOWN:
+    case SWITCH_SDP_ANSWER_RECEIVED:
+    case SWITCH_SDP_ANSWER_SENT:
+    case SWITCH_SDP_COMPLETED:
+      add_offer_codecs(cfg, codecs);
+      if (leg.connection->GetLocalOffer(cfg)) return true;
+      KVX_MS_LOG(SWITCH_LOG_DEBUG, "ERROR - Unable to get local offer configuration for Network Connection.");
+      break;
+
+    case SWITCH_SDP_OFFER_SENT:
+    default:
+      // While our own offer is out, a second description would leave both sides with different ones (RFC 3264).
+      KVX_MS_LOG(SWITCH_LOG_ERROR, "Invalid direction.");
+      break;
+  }
+  objects_cleanup(leg.fs_uuid.c_str());
+  return false;
 }
 
 /// The media server's address, by which operators name it: they find its sessions by the upper-case text.
@@ -135,37 +175,10 @@ switch_status_t channel_get_media(switch_media_connection_t* mc, const switch_co
   if (enable_asymmetric_dynamic_payload) cfg.SetAsymmetricDynamicPayload();
   get_jitterbuffer_settings(cfg, chan);
 
-  switch (sdpOAState) {
-    case SWITCH_SDP_OFFER_RECEIVED:
-      add_answer_codecs(cfg, answer_codec, codecs, num_codecs, support_g729_annexb);
-      cfg.SetAutoLocalPortRenew(enable_auto_local_port_renew != 0);
-      if (!leg->connection->GetLocalAnswer(cfg)) {
-        KVX_MS_LOG(SWITCH_LOG_DEBUG, "ERROR - Unable to get local answer configuration for Network Connection.");
-        return SWITCH_STATUS_FALSE;
-      }
-      break;
-
-    case SWITCH_SDP_STATE_UNKNOWN:
-    case SWITCH_SDP_ANSWER_RECEIVED:
-    case SWITCH_SDP_ANSWER_SENT:
-    case SWITCH_SDP_COMPLETED:
-      add_offer_codecs(cfg, codecs, num_codecs);
-      cfg.SetG729AnnexBFlag(support_g729_annexb != 0);
-      if (!leg->connection->GetLocalOffer(cfg)) {
-        KVX_MS_LOG(SWITCH_LOG_DEBUG, "ERROR - Unable to get local offer configuration for Network Connection.");
-        objects_cleanup(fsuuid);
-        return SWITCH_STATUS_FALSE;
-      }
-      break;
-
-    case SWITCH_SDP_OFFER_SENT:
-    default:
-      // While our own offer is out, a second description would leave both sides with different ones (RFC 3264).
-      KVX_MS_LOG(SWITCH_LOG_ERROR, "Invalid direction.");
-      objects_cleanup(fsuuid);
-      return SWITCH_STATUS_FALSE;
+  const Codecs all_codecs = {codecs, num_codecs, answer_codec, support_g729_annexb};
+  if (!request_description(cfg, *leg, sdpOAState, all_codecs, enable_auto_local_port_renew != 0)) {
+    return SWITCH_STATUS_FALSE;
   }
-
   remember_media_server(*leg, cfg);
   return_local_media(cfg, chan, ip_addr, ip_addr_size, out_port);
   return SWITCH_STATUS_SUCCESS;

@@ -173,20 +173,20 @@ switch_status_t set_remote_image_answer(switch_media_connection_t* mc, const Rem
   const std::string peer_uuid = switch_core_session_get_uuid(peer.get());
   peer.reset();
 
-  if (!mod_globals->GetFSUuidTable()->IsFSUuidAlreadyThere(peer_uuid)) {
+  if (!kvx_media_server::find_media_session_uuid(peer_uuid)) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "Failed to locate reference leg for T38 passthrough!");
     return SWITCH_STATUS_FALSE;
   }
   channel_unbridge(mc);
-  const auto peer_connection = mod_globals->GetMSTable()->GetNetworkConnection(leg.ms_uuid, peer_uuid);
+  const auto peer_connection = kvx_media_server::find_connection(leg.ms_uuid, peer_uuid);
   if (!peer_connection) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "Failed to locate reference leg for T38 passthrough!");
     return SWITCH_STATUS_FALSE;
   }
 
   MediaConfig peerRemote, peerLocal;
-  (*peer_connection)->GetRemoteImageConfig(peerRemote);
-  (*peer_connection)->GetLocalImageConfig(peerLocal);
+  peer_connection->GetRemoteImageConfig(peerRemote);
+  peer_connection->GetLocalImageConfig(peerLocal);
   set_pass_thru_peer(sdpAnswer, peerRemote, peerLocal);
   sdpAnswer.SetIPAddress(remote.address);
   sdpAnswer.SetRtpPort(remote.rtp_port);

@@ -12,6 +12,12 @@ std::unique_lock<std::mutex> hold_legs() {
   return std::unique_lock<std::mutex>(mutex);
 }
 
+boost::optional<boost::uuids::uuid> find_media_session_uuid(const std::string& fs_uuid) {
+  const auto held = hold_legs();
+  if (!mod_globals->GetFSUuidTable()->IsFSUuidAlreadyThere(fs_uuid)) return boost::none;
+  return mod_globals->GetFSUuidTable()->GetMediaSessionUuid(fs_uuid);
+}
+
 boost::optional<Leg> find_leg(const std::string& fs_uuid, const LegLookupMessages& messages) {
   const auto& uuids = mod_globals->GetFSUuidTable();
   const auto& sessions = mod_globals->GetMSTable();
@@ -32,7 +38,7 @@ boost::optional<Leg> find_leg(const std::string& fs_uuid, const LegLookupMessage
     return boost::none;
   }
 
-  const auto connection = sessions->GetNetworkConnection(ms_uuid, fs_uuid);
+  const NetworkConnectionSharedPtr connection = find_connection(ms_uuid, fs_uuid);
   if (!connection) {
     held.unlock();
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.no_connection, fs_uuid.c_str(),
@@ -40,7 +46,7 @@ boost::optional<Leg> find_leg(const std::string& fs_uuid, const LegLookupMessage
     objects_cleanup(fs_uuid.c_str());
     return boost::none;
   }
-  return Leg{fs_uuid, ms_uuid, *connection};
+  return Leg{fs_uuid, ms_uuid, connection};
 }
 
 OwnMediaSession lock_media_session_of(const std::string& fs_uuid) {
@@ -57,6 +63,10 @@ OwnMediaSession lock_media_session_of(const std::string& fs_uuid) {
     own.lock = boost::unique_lock<boost::recursive_mutex>(own.record->mutex_);
     if (uuids->GetMediaSessionUuid(fs_uuid) == own.ms_uuid) return own;
   }
+}
+
+NetworkConnectionSharedPtr find_connection(const boost::uuids::uuid& ms_uuid, const std::string& fs_uuid) {
+  return mod_globals->GetMSTable()->GetNetworkConnection(ms_uuid, fs_uuid).get_value_or(NetworkConnectionSharedPtr());
 }
 
 void forget_fs_uuid(const std::string& fs_uuid) {

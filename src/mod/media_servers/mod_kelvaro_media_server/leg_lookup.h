@@ -32,6 +32,9 @@ struct Leg {
   NetworkConnectionSharedPtr connection;
 };
 
+/// The uuid of the leg's media session; none when the leg is unknown. A leg that is being moved is known all the while.
+boost::optional<boost::uuids::uuid> find_media_session_uuid(const std::string& fs_uuid);
+
 /// The leg's media session and connection. None, after the message, when the leg is not found; an unknown leg and a
 /// missing connection also have the leg's objects cleaned up, a missing media session leaves nothing to clean.
 boost::optional<Leg> find_leg(const std::string& fs_uuid, const LegLookupMessages& messages);
@@ -49,9 +52,12 @@ struct OwnMediaSession {
 OwnMediaSession lock_media_session_of(const std::string& fs_uuid);
 
 /// Keeps every leg in its place. A leg that moves stands in the one table under its new session and in the other still
-/// under its old one for a moment: who moves a leg holds this until both agree, and both look-ups above hold it so that
+/// under its old one for a moment: who moves a leg holds this until both agree, and the look-ups above hold it so that
 /// they never see that moment. Taken under a record's mutex, never the other way round.
 std::unique_lock<std::mutex> hold_legs();
+
+/// The connection that the leg holds in that media session; empty when there is none.
+NetworkConnectionSharedPtr find_connection(const boost::uuids::uuid& ms_uuid, const std::string& fs_uuid);
 
 /// Takes the leg out of the table of FS uuids, if it is there.
 void forget_fs_uuid(const std::string& fs_uuid);

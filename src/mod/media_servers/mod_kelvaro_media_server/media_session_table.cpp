@@ -226,14 +226,16 @@ bool MediaSessionTable::ListAllMSUuid(std::vector<boost::uuids::uuid>& out) {
   return true;
 }
 
+// One after the other: a session that ends says so next to its own line.
 bool MediaSessionTable::EraseAllMSUuid() {
-  FSMediaSessionMap erased;  // ends after the lock
   Guard guard(mutex_);
-  for (const FSMediaSessionMap::value_type& entry : msvector_) {
+  std::vector<boost::uuids::uuid> msuuids;
+  ListAllMSUuid(msuuids);
+  for (const boost::uuids::uuid& msuuid : msuuids) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Erasing Media Session %s from media sessions Table\n",
-                      uuid_to_text(entry.first).c_str());
+                      uuid_to_text(msuuid).c_str());
+    msvector_.erase(msuuid);
   }
-  msvector_.swap(erased);
   return true;
 }
 

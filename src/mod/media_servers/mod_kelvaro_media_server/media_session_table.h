@@ -35,8 +35,8 @@ using MyMediaServerLostListenerSharedPtr = boost::shared_ptr<MyMediaServerLostLi
 ///
 /// Any thread may call. Every operation holds the table's lock, except that unregistering a leg gives it back while the
 /// control library is called. Lock order: FSMediaSession::mutex_, then the one that keeps legs in place
-/// (leg_lookup.h), then the table's, then a node's. Nothing throws on a
-/// missing key: it is reported by the result and a log line. What is returned stays valid after the call.
+/// (leg_lookup.h), then the table's, then a node's. Nothing throws on a missing key: it is reported by the result and a
+/// log line. What is returned stays valid after the call.
 class MediaSessionTable {
  public:
   class NetworkConnectionNode;

@@ -3,7 +3,9 @@
 #include <strings.h>
 
 #include <boost/algorithm/string/case_conv.hpp>
+#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/trim.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 #include <cstdint>
 #include <cstdio>
@@ -13,8 +15,10 @@ namespace kvx_media_server {
 
 namespace {
 
+using boost::algorithm::is_any_of;
 using boost::algorithm::to_lower_copy;
 using boost::algorithm::to_upper_copy;
+using boost::algorithm::trim_right_copy_if;
 using boost::property_tree::ptree;
 
 bool is_empty(const char* text) {
@@ -132,14 +136,15 @@ bool MSStatsReportAgent::FillSingleReport(ptree& report, bool IsSumRpt, const St
   return true;
 }
 
-// An item is looked up by its name, so that of two items of one name the first one speaks for both.
+// An item is looked up by its name, so that of two items of one name the first one speaks for both. Points in a view
+// name make a path of it; the tree cannot hold a path that ends in one.
 void MSStatsReportAgent::FillItems(ptree& report, const std::string& path, const Stats* msstat, bool IsXML) const {
   const char* viewname = IsXML ? "xmlviewname" : "viewname";
   const ptree& items = report_filter_.get_child("statsconfig");
   for (const ptree::value_type& entry : items) {
     const std::string& name = entry.first;
     const ptree& item = items.find(name)->second;
-    const std::string view = item.get(viewname, std::string());
+    const std::string view = trim_right_copy_if(item.get(viewname, std::string()), is_any_of("."));
     const std::string application = item.get("application", std::string());
     if (view.empty() || application != application_) continue;
     report.put(path + view, GetStatsItemString(msstat, name.c_str()));

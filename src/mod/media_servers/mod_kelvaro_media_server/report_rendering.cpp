@@ -2,6 +2,7 @@
 #include <boost/algorithm/string/case_conv.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <cstdio>
+#include <cstring>
 #include <ostream>
 #include <sstream>
 
@@ -72,11 +73,12 @@ std::string without_last_percent_sign(std::string value) {
   return value;
 }
 
-/// A path that was cut, or that ends in a nameless element, would lead back to where it came from.
+/// The child's path, cut to the buffer. A nameless child's, and one of which the cut leaves no part of the name, would
+/// lead back to the parent.
 std::string child_path(const char* parent, const std::string& child) {
   char path[kMaxElementPath];
-  const int length = std::snprintf(path, sizeof(path), "%s.%s", parent, child.c_str());
-  if (child.empty() || length >= static_cast<int>(sizeof(path))) {
+  std::snprintf(path, sizeof(path), "%s.%s", parent, child.c_str());
+  if (child.empty() || std::strlen(parent) + std::strlen(".x") >= sizeof(path)) {
     throw boost::property_tree::ptree_bad_path("No such node", ptree::path_type(path));
   }
   return path;
