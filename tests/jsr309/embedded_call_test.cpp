@@ -172,7 +172,6 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     leg.local.SetVideoJitterBufferType("adaptive");
     leg.local.SetFaxModeAutoSwitchMask("CNG");
     leg.local.SetAllowInbandTo2833Conversion(true);
-    leg.local.SetResetRtpOnRemoteSSRCChange(true);
     leg.local.SetSilenceSuppressionFlag(true);
     leg.local.SetCngSuppressionFlag(true);
     leg.local.SetSidFlag(true);
@@ -187,8 +186,7 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     named.push_back(message.substr(begin, message.find(" yet", begin) - begin));
   }
   EXPECT_THAT(named, testing::UnorderedElementsAre("VideoJitterBufferType", "FaxModeAutoSwitchMask",
-                                                   "AllowInbandTo2833Conversion", "ResetRtpOnRemoteSSRCChange",
-                                                   "SilenceSuppressionFlag", "SidFlag"));
+                                                   "AllowInbandTo2833Conversion", "SilenceSuppressionFlag", "SidFlag"));
 }
 
 TEST_F(EmbeddedCall, DefaultsAreNotNamed) {

@@ -26,7 +26,7 @@ class EmbeddedClockTest : public EmbeddedTest {
  protected:
   EmbeddedClockTest() {
     const bool registered = kelvaro::jsr309::RegisterMediaServerDriver(
-        kDriver, [clock = clock_] { return kelvaro::jsr309::MakeEmbeddedDriverOn(clock); });
+        kDriver, [clock = clock_] { return kelvaro::jsr309::MakeEmbeddedDriver(clock); });
     if (!registered) throw std::runtime_error("the driver's name is taken");
   }
   ~EmbeddedClockTest() override { kelvaro::jsr309::UnregisterMediaServerDriver(kDriver); }

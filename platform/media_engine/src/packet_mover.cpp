@@ -81,6 +81,10 @@ void PacketMover::TakeRtcp(Participant& from, TimePoint now) {
   Buffers& b = *buffers_;
   const std::size_t received = Receive(from.ports()->rtcp().fd(), from);
   for (std::size_t i = 0; i < received; ++i) {
+    if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
+      from.CountOversized();
+      continue;
+    }
     from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
   }
 }

@@ -15,9 +15,11 @@ Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<S
       events_(std::move(events)),
       session_(session),
       outgoing_(OutgoingStream::MakeRandom()),
+      rtcp_(server_->ntp(), outgoing_.ssrc()),
       crypto_([this](const std::string& what) { server_->Log(LogLevel::kWarning, route_->name() + ": " + what); }) {}
 
 Participant::~Participant() {
+  TakeLeave(server_->Now());
   route_->MarkClosed();
 }
 
@@ -26,7 +28,7 @@ bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimeP
   if (!understood || !remote_.MayLearn(now)) return false;
   server_->Log(LogLevel::kInfo,
                route_->name() + ": the far end is at " + from.Text() + " instead of " + remote_.rtp().Text());
-  remote_.Learn(from);
+  remote_.Learn(from, now);
   return true;
 }
 
@@ -45,6 +47,7 @@ Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketA
   }
   ++counters_.rtp_packets_received;
   counters_.rtp_octets_received += header->payload_length;
+  NoteSource(header->ssrc, now);
   reception_.Count(*header, payload_types_.ClockRateOf(header->payload_type), now);
   silence_.Received(now);
   if (playout_ == nullptr || peer_ == nullptr || !carries_) return Carry(packet, *header, now);
@@ -98,9 +101,8 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
     DropFor(peer_->crypto_.missing(), header);
     return {};
   }
-  const uint32_t clock_rate = static_cast<uint32_t>(
-      peer_->payload_types_.agreed() != nullptr ? peer_->payload_types_.agreed()->clock_rate : 8000);
-  const std::optional<OutgoingPosition> position = peer_->outgoing_.Place(PositionOf(header), clock_rate, now);
+  const std::optional<OutgoingPosition> position =
+      peer_->outgoing_.Place(PositionOf(header), peer_->OutgoingClockRate(), now);
   if (!position) {
     ++counters_.late;
     return {};
@@ -123,18 +125,11 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
   return {peer_, sent, sent_length, header.payload_length, true};
 }
 
-void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (!remote_.IsRtcpExpected(from)) {
-    ++counters_.rtcp_strangers;
-  } else if (crypto_.UnprotectRtcp(packet, length, now)) {
-    ++counters_.rtcp_packets_received;
-  }
-}
-
 void Participant::CountSent(const Handover& packet) {
   if (!packet.rtp) return;
   ++counters_.rtp_packets_sent;
   counters_.rtp_octets_sent += packet.payload_length;
+  rtcp_.CountSent(SsrcOf(packet.data), packet.payload_length);
 }
 
 void Participant::CheckSilence(TimePoint now) {
@@ -147,15 +142,19 @@ void Participant::CheckSilence(TimePoint now) {
 
 EndpointStatistics Participant::Statistics() const {
   EndpointStatistics statistics = counters_;
-  statistics.rtp_packets_lost = reception_.lost();
+  const StreamRecord total = rtcp_.Total(reception_);
+  statistics.rtp_packets_lost = total.packets_lost;
+  statistics.rtp_duplicates = reception_.duplicates();
+  statistics.rtp_reordered = reception_.reordered();
   statistics.source_changes = reception_.source_changes();
   statistics.jitter = reception_.jitter();
-  statistics.jitter_maximum = reception_.jitter_maximum();
-  statistics.jitter_average = reception_.jitter_average();
+  statistics.jitter_maximum = total.jitter.maximum();
+  statistics.jitter_average = total.jitter.average();
   statistics.local_ssrc = outgoing_.ssrc();
   statistics.remote_ssrc = reception_.ssrc();
   crypto_.AddTo(statistics);
   if (playout_) playout_->buffer.AddTo(statistics);
+  statistics.streams = rtcp_.Streams(reception_);
   return statistics;
 }
 

@@ -26,6 +26,7 @@ Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_pt
   if (Outcome outcome = crypto_.DescribeLocal(settings, new_port); !outcome) return outcome;
   TakePorts(offered, settings.renew_ports);
   payload_types_.SetLocal(settings);
+  ApplySource(settings.source);
   if (settings.jitter_buffer) SetJitterBuffer(*settings.jitter_buffer);
   if (settings.inactive_timeout) silence_.SetInactiveTimeout(*settings.inactive_timeout);
   if (settings.pending_timeout) silence_.SetPendingTimeout(*settings.pending_timeout);
@@ -68,6 +69,7 @@ Outcome Participant::DescribeRemote(const RemoteDescription& description, TimePo
   if (rtcp_port == 0 && description.rtp_port != 0) rtcp_port = static_cast<uint16_t>(description.rtp_port + 1);
   remote_.Describe(rtp, rtp.WithPort(rtcp_port), now);
   payload_types_.SetRemote(description);
+  ApplySource(description.our_source);
   const bool was_image = image_.in_use();
   image_.DescribedRemotely(false, description.answer_follows);
   FollowImageStream(was_image, now);

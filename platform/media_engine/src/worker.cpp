@@ -88,7 +88,10 @@ void Worker::RunTasks() {
 
 void Worker::RunTimers() {
   next_timers_ = now_ + kTimerInterval;
-  for (auto& [route, resident] : residents_) resident.participant->CheckSilence(now_);
+  for (auto& [route, resident] : residents_) {
+    resident.participant->CheckSilence(now_);
+    resident.participant->RunRtcp(now_);
+  }
 }
 
 void Worker::PlayDue() {

@@ -85,11 +85,7 @@ class EmbeddedDriver : public MediaServerDriver {
 
 }  // namespace
 
-std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver() {
-  return MakeEmbeddedDriverOn(nullptr);
-}
-
-std::unique_ptr<MediaServerDriver> MakeEmbeddedDriverOn(std::shared_ptr<const media_engine::Clock> clock) {
+std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver(std::shared_ptr<const media_engine::Clock> clock) {
   return std::make_unique<EmbeddedDriver>(std::move(clock));
 }
 

@@ -8,8 +8,8 @@
 
 namespace kelvaro::jsr309 {
 
-std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver();
-/// With a clock of the caller's for what its servers measure: silences, the rest of ports, the time of packets.
-std::unique_ptr<MediaServerDriver> MakeEmbeddedDriverOn(std::shared_ptr<const media_engine::Clock> clock);
+/// A clock of the caller's for what its servers measure (silences, the rest of ports, the time of packets); null: the
+/// system's monotonic one.
+std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver(std::shared_ptr<const media_engine::Clock> clock = nullptr);
 
 }  // namespace kelvaro::jsr309

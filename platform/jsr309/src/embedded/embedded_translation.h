@@ -20,7 +20,7 @@ media_engine::Direction ToEngineDirection(Direction direction);
 void FillLocal(const media_engine::LocalDescription& description, MediaConfig& config);
 /// Address, port, and the header fields of what is sent towards the far end.
 void FillImage(const media_engine::ImageDescription& image, MediaConfig& config);
-/// One report, or none when no RTP was seen.
+/// One report for each of the far end's sources; none when no RTP was seen.
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics);
 
 /// Names what the record asks for and the engine cannot do.

@@ -5,10 +5,6 @@ namespace kelvaro::jsr309 {
 namespace {
 
 void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
-  if (config.GetRtcpFlag().value_or(false)) {
-    context.NameUnsupported("RtcpFlag", "RTCP is received and counted, no reports are sent");
-  }
-  if (config.GetCname() != nullptr) context.NameUnsupported("Cname", "no source descriptions are sent");
   if (config.GetSilenceSuppressionFlag().value_or(false)) {
     context.NameUnsupported("SilenceSuppressionFlag", "silence is not looked for, packets are passed on as they come");
   }
@@ -21,9 +17,6 @@ void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
   const char* const fax_mask = config.GetFaxModeAutoSwitchMask();
   if (fax_mask != nullptr && *fax_mask != '\0') {
     context.NameUnsupported("FaxModeAutoSwitchMask", "fax signals do not switch the stream");
-  }
-  if (config.GetResetRtpOnRemoteSSRCChange().value_or(false)) {
-    context.NameUnsupported("ResetRtpOnRemoteSSRCChange", "the stream sent on continues under its own SSRC");
   }
 }
 
