@@ -160,25 +160,6 @@ TEST_F(EmbeddedCall, UnlikeCodecsAreRefusedAtTheJoinAndNamed) {
   EXPECT_EQ(c.Receive().value().payload_type, 8);
 }
 
-TEST_F(EmbeddedCall, CryptoIsRefusedWithAnError) {
-  Start();
-  const auto session = NewSession();
-  Leg leg;
-  leg.connection = NewConnection(session);
-  MediaConfig secret;
-  AddCodec(secret);
-  const std::vector<uint8_t> key(30, 1);
-  secret.SetCrypto("AES_CM_128_HMAC_SHA1_80", key.data(), 30, 31, "1:4");
-  EXPECT_FALSE(leg.connection->GetLocalOffer(secret));
-  EXPECT_TRUE(logger().Has(kelvaro::ERROR_LOG_LEVEL, "SRTP is not supported yet"));
-  MediaConfig mandatory = RemoteOf(leg);
-  mandatory.SetCrypto("NO_CRYPTO", nullptr, 0, 0, nullptr);
-  mandatory.SetCryptoMandFlag(true);
-  EXPECT_FALSE(leg.connection->SetRemoteOffer(mandatory));
-  mandatory.SetCryptoMandFlag(false);
-  EXPECT_TRUE(leg.connection->SetRemoteOffer(mandatory));
-}
-
 TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
   Start();
   const auto session = NewSession();

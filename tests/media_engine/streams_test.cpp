@@ -59,6 +59,20 @@ TEST(OutgoingStream, ANewNumberingOfTheSameSourceContinues) {
   EXPECT_EQ(stream.Place({1, 7, 30002, 329}, 8000, At(60))->sequence_number, 103);
 }
 
+TEST(OutgoingStream, GoesOnHoweverLongASourceLasts) {
+  OutgoingStream stream(1, 100, 0);
+  for (uint32_t i = 0; i < 200000; ++i) {
+    const SourcePosition source{1, 7, static_cast<uint16_t>(40 + i), 160 * i};
+    const auto position = stream.Place(source, 8000, At(0));
+    ASSERT_TRUE(position) << i;
+    ASSERT_EQ(position->sequence_number, static_cast<uint16_t>(100 + i));
+    ASSERT_EQ(position->timestamp, 160 * i);
+  }
+  // The latest may still come out of order.
+  EXPECT_EQ(stream.Place({1, 7, static_cast<uint16_t>(40 + 199950), 0}, 8000, At(0))->sequence_number,
+            static_cast<uint16_t>(100 + 199950));
+}
+
 TEST(OutgoingStream, SkippingBeforeAnythingWasPlacedDoesNothing) {
   OutgoingStream stream(1, 100, 0);
   stream.Skip({1, 7, 39, 0});

@@ -4,6 +4,7 @@
 #include "pass_through.h"
 #include "requests.h"
 #include "server_context.h"
+#include "srtp_keys.h"
 
 namespace media_engine {
 
@@ -37,6 +38,7 @@ Outcome Endpoint::DescribeLocal(const LocalSettings& settings, LocalDescription&
                                   result.public_address = participant.server().public_address();
                                   result.rtp_port = participant.ports()->rtp_port();
                                   result.rtcp_port = participant.ports()->rtcp_port();
+                                  if (LeavesKeyToUs(settings.crypto)) result.made_key = participant.LocalKey();
                                   return described;
                                 });
   if (outcome) description = std::move(local);

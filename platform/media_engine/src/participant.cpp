@@ -14,7 +14,8 @@ Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<S
       server_(std::move(server)),
       events_(std::move(events)),
       session_(session),
-      outgoing_(OutgoingStream::MakeRandom()) {}
+      outgoing_(OutgoingStream::MakeRandom()),
+      crypto_([this](const std::string& what) { server_->Log(LogLevel::kWarning, route_->name() + ": " + what); }) {}
 
 Participant::~Participant() {
   route_->MarkClosed();
@@ -32,6 +33,7 @@ bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimeP
 Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
   if (image_.in_use()) return Relay(packet, length, from);
   const bool may_be_far_end = remote_.IsExpected(from) || remote_.MayLearn(now);
+  if (may_be_far_end && !crypto_.UnprotectRtp(packet, length, now)) return {};
   const std::optional<RtpHeader> header = may_be_far_end ? ParseRtp(packet, length) : std::nullopt;
   if (!may_be_far_end || (header && !AcceptSource(from, payload_types_.Understands(header->payload_type), now))) {
     ++counters_.strangers;
@@ -75,6 +77,10 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
     DropFor(counters_.on_hold, header);
     return {};
   }
+  if (peer_->crypto_.blocked()) {
+    DropFor(peer_->crypto_.missing(), header);
+    return {};
+  }
   const uint32_t clock_rate = static_cast<uint32_t>(
       peer_->payload_types_.agreed() != nullptr ? peer_->payload_types_.agreed()->clock_rate : 8000);
   const std::optional<OutgoingPosition> position = peer_->outgoing_.Place(PositionOf(header), clock_rate, now);
@@ -93,12 +99,19 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
   out.sequence_number = position->sequence_number;
   out.timestamp = position->timestamp;
   out.ssrc = peer_->outgoing_.ssrc();
-  WriteRtpHeader(out, payload - kRtpHeaderLength);
-  return {peer_, payload - kRtpHeaderLength, kRtpHeaderLength + header.payload_length, header.payload_length, true};
+  uint8_t* const sent = payload - kRtpHeaderLength;
+  std::size_t sent_length = kRtpHeaderLength + header.payload_length;
+  WriteRtpHeader(out, sent);
+  if (!peer_->crypto_.ProtectRtp(sent, sent_length)) return {};
+  return {peer_, sent, sent_length, header.payload_length, true};
 }
 
-void Participant::TakeRtcp(const SocketAddress& from) {
-  ++(remote_.IsRtcpExpected(from) ? counters_.rtcp_packets_received : counters_.rtcp_strangers);
+void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
+  if (!remote_.IsRtcpExpected(from)) {
+    ++counters_.rtcp_strangers;
+  } else if (crypto_.UnprotectRtcp(packet, length, now)) {
+    ++counters_.rtcp_packets_received;
+  }
 }
 
 void Participant::CountSent(const Handover& packet) {
@@ -108,6 +121,7 @@ void Participant::CountSent(const Handover& packet) {
 }
 
 void Participant::CheckSilence(TimePoint now) {
+  crypto_.DropFormerKeys(now);
   const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
@@ -123,6 +137,7 @@ EndpointStatistics Participant::Statistics() const {
   statistics.jitter_average = reception_.jitter_average();
   statistics.local_ssrc = outgoing_.ssrc();
   statistics.remote_ssrc = reception_.ssrc();
+  crypto_.AddTo(statistics);
   return statistics;
 }
 

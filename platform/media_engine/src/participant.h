@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "endpoint_crypto.h"
 #include "image_stream.h"
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
@@ -47,6 +48,8 @@ class Participant {
   bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
+  /// The key of the latest local description; empty without.
+  SecretBytes LocalKey() const { return crypto_.LocalKey(); }
 
   // The image stream.
   bool HasImage() const { return image_.is_described(); }
@@ -68,9 +71,10 @@ class Participant {
     if (peer_ != nullptr && peer_->session_ != &session) Separate(now);
   }
 
-  // Packets. What TakeRtp hands over lies within the packet, changed in place.
+  // Packets. They begin at a multiple of four octets and have kSrtpTrailerRoom behind them; what TakeRtp hands over
+  // lies within that, changed in place.
   Handover TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
-  void TakeRtcp(const SocketAddress& from);
+  void TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
   void CountOversized() { ++counters_.oversized; }
   void CountReceiveError() { ++counters_.receive_errors; }
   void CountSent(const Handover& packet);
@@ -121,6 +125,7 @@ class Participant {
   Reception reception_;
   OutgoingStream outgoing_;
   EndpointStatistics counters_;
+  EndpointCrypto crypto_;
 
   Participant* peer_ = nullptr;
   bool carries_ = false;    // to peer_

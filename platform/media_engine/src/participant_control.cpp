@@ -4,16 +4,6 @@
 #include "server_context.h"
 
 namespace media_engine {
-namespace {
-
-Outcome RefuseCrypto(const CryptoSettings& crypto) {
-  const bool wanted = !crypto.suite.empty() && crypto.suite != "NO_CRYPTO";
-  if (!wanted && !crypto.mandatory) return Outcome::Done();
-  return Outcome::Refused("SRTP is not supported yet: crypto suite '" + crypto.suite + "'" +
-                          (crypto.mandatory ? ", mandatory," : "") + " refused");
-}
-
-}  // namespace
 
 bool Participant::TakePorts(std::unique_ptr<PortPair>& offered, bool renew) {
   if (offered && (!ports_ || renew)) {
@@ -26,13 +16,15 @@ bool Participant::TakePorts(std::unique_ptr<PortPair>& offered, bool renew) {
 
 Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now) {
   if (settings.udp_pass_through) return DescribeLocalImage(settings, offered, now);
-  if (Outcome outcome = RefuseCrypto(settings.crypto); !outcome) return outcome;
   if (std::string fault = PayloadTypes::FaultIn(settings.codecs); !fault.empty()) return Outcome::Refused(fault);
   if (settings.telephone_event_payload_type && *settings.telephone_event_payload_type > 127) {
     return Outcome::Refused("telephone-event payload type " + std::to_string(*settings.telephone_event_payload_type) +
                             " is not in 0-127");
   }
-  if (!TakePorts(offered, settings.renew_ports)) return Outcome::Refused("the endpoint has no ports");
+  if (!ports_ && !offered) return Outcome::Refused("the endpoint has no ports");
+  const bool new_port = offered && (!ports_ || settings.renew_ports);
+  if (Outcome outcome = crypto_.DescribeLocal(settings, new_port); !outcome) return outcome;
+  TakePorts(offered, settings.renew_ports);
   payload_types_.SetLocal(settings);
   if (settings.inactive_timeout) silence_.SetInactiveTimeout(*settings.inactive_timeout);
   if (settings.pending_timeout) silence_.SetPendingTimeout(*settings.pending_timeout);
@@ -67,10 +59,10 @@ Outcome Participant::ParseFarEnd(const std::string& address, uint16_t port, Sock
 
 Outcome Participant::DescribeRemote(const RemoteDescription& description, TimePoint now) {
   if (description.udp_pass_through) return DescribeRemoteImage(description, now);
-  if (Outcome outcome = RefuseCrypto(description.crypto); !outcome) return outcome;
   if (std::string fault = PayloadTypes::FaultIn(description.codecs); !fault.empty()) return Outcome::Refused(fault);
   SocketAddress rtp;
   if (Outcome outcome = ParseFarEnd(description.address, description.rtp_port, rtp); !outcome) return outcome;
+  if (Outcome outcome = crypto_.DescribeRemote(description); !outcome) return outcome;
   uint16_t rtcp_port = description.rtcp_port;
   if (rtcp_port == 0 && description.rtp_port != 0) rtcp_port = static_cast<uint16_t>(description.rtp_port + 1);
   remote_.Describe(rtp, rtp.WithPort(rtcp_port), now);

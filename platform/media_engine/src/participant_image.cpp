@@ -9,7 +9,7 @@ namespace media_engine {
 
 /// Nothing of an image stream is encrypted.
 Outcome Participant::CheckUnencrypted(bool mandatory_crypto) const {
-  if (!mandatory_crypto) return Outcome::Done();
+  if (!mandatory_crypto && !crypto_.mandatory()) return Outcome::Done();
   return Outcome::Refused("crypto is mandatory and UDP pass-through relays packets as they are");
 }
 
@@ -91,6 +91,12 @@ Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAdd
   }
   if (peer_ == nullptr || !carries_) {
     ++counters_.not_joined;
+    return {};
+  }
+  // It became mandatory after the fax had begun, and audio has not been agreed on yet.
+  for (Participant* one : {this, peer_}) {
+    if (!one->crypto_.mandatory()) continue;
+    ++one->crypto_.missing();
     return {};
   }
   if (!peer_->image_.in_use()) {

@@ -67,7 +67,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
 
 void Worker::Serve(const SocketTag& tag) {
   if (tag.rtcp) {
-    mover_.CountRtcp(*tag.participant);
+    mover_.TakeRtcp(*tag.participant, now_);
   } else {
     mover_.MoveRtp(*tag.participant, now_);
   }

@@ -20,7 +20,13 @@ std::vector<media_engine::Codec> ToCodecs(const MediaConfig& config) {
 
 media_engine::CryptoSettings ToCrypto(const MediaConfig& config) {
   media_engine::CryptoSettings crypto;
-  if (config.GetCrypto()) crypto.suite = config.GetCrypto()->suite;
+  if (config.GetCrypto()) {
+    const MediaCrypto& from = *config.GetCrypto();
+    crypto.suite = from.suite;
+    crypto.key.assign(from.key.begin(), from.key.end());
+    crypto.lifetime_exponent = from.lifetime_exponent;
+    crypto.mki = from.mki_length.value_or("");
+  }
   crypto.mandatory = config.GetCryptoMandFlag().value_or(false);
   return crypto;
 }
@@ -105,6 +111,11 @@ void FillLocal(const media_engine::LocalDescription& description, MediaConfig& c
   config.SetPublicIPAddress(description.public_address.empty() ? nullptr : description.public_address.c_str());
   config.SetRtpPort(description.rtp_port);
   config.SetRtcpPort(description.rtcp_port);
+  if (!description.made_key.empty() && config.GetCrypto()) {
+    const MediaCrypto wished = *config.GetCrypto();
+    config.SetCrypto(wished.suite.c_str(), description.made_key.data(), static_cast<int>(description.made_key.size()),
+                     wished.lifetime_exponent, wished.mki_length ? wished.mki_length->c_str() : nullptr);
+  }
 }
 
 void FillImage(const media_engine::ImageDescription& image, MediaConfig& config) {

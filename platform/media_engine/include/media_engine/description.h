@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "media_engine/clock.h"
+#include "media_engine/secret_bytes.h"
 
 namespace media_engine {
 
@@ -40,9 +41,22 @@ struct IpHeaderSettings {
   }
 };
 
-/// SRTP is not offered yet: anything but an empty suite or "NO_CRYPTO", and mandatory crypto, is refused.
+/// SRTP keys (RFC 3711) as a session description carries them (RFC 4568). They are the keys of the side that describes
+/// itself: with them it protects what it sends. When both sides have keys, everything is protected both ways and what
+/// is not is dropped. When one side has none, RTP goes in the clear both ways, unless crypto is mandatory.
+///
+/// The same keys again leave counters and replay lists as they are; other keys take over without an interruption. Keys
+/// that were replaced must not come back: what was sent would be protected with the same key stream again.
 struct CryptoSettings {
-  std::string suite;
+  std::string suite;  ///< "AES_CM_128_HMAC_SHA1_80", "AES_CM_128_HMAC_SHA1_32"; "NO_CRYPTO": no keys; empty: as before
+  SecretBytes key;    ///< master key, 16 octets, and master salt, 14; empty in local settings: one is made here
+  /// The keys serve for 2 to this power packets each way of RTP, and of RTCP; 1 to 48, RTCP never more than 31. 0: for
+  /// as long as the suite allows. Then they are done: packets are dropped until other keys come, nothing goes in the
+  /// clear.
+  int lifetime_exponent = 0;
+  std::string mki;  ///< master key identifier and its length in octets, "value:length"; empty: packets carry none
+  /// Nothing ever goes in the clear, either way: without keys a description is refused, and so is UDP pass-through.
+  /// Stays once it was set, whichever side said so.
   bool mandatory = false;
 };
 
@@ -61,7 +75,7 @@ struct LocalSettings {
   bool udp_pass_through = false;
   bool renew_ports = false;  ///< another port pair instead of the one that stands
   CryptoSettings crypto;
-  /// The far end learns of this only later, and answers.
+  /// The far end learns of this only later, and answers: what is protected goes on under the former keys until then.
   bool answer_follows = false;
 };
 
@@ -71,6 +85,7 @@ struct LocalDescription {
   std::string public_address;  ///< empty when there is none
   uint16_t rtp_port = 0;
   uint16_t rtcp_port = 0;
+  SecretBytes made_key;  ///< empty, or what stands for the key that the settings left out
 };
 
 /// An endpoint's image stream: one side's address, and the header fields of what is sent towards the far end.

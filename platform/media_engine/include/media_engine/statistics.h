@@ -31,6 +31,15 @@ struct EndpointStatistics {
   uint64_t malformed = 0;  ///< not valid RTP
   uint64_t oversized = 0;  ///< longer than any packet that is carried
   uint64_t receive_errors = 0;
+  // Under SRTP, RTCP included.
+  uint64_t srtp_unauthentic = 0;       ///< the tag does not fit: other keys, altered, cut short, in the clear
+  uint64_t srtp_replayed = 0;          ///< came before, or is so old that nobody can tell
+  uint64_t srtp_sources_exceeded = 0;  ///< authentic or not: of a source beyond those that one key may serve
+
+  // Neither taken nor sent.
+  uint64_t srtp_key_expired = 0;  ///< the keys have served for as long as they may
+  uint64_t srtp_missing = 0;      ///< crypto is mandatory and one side has no keys
+  uint64_t srtp_unsendable = 0;   ///< could not be protected, a number that was used already for instance
 
   // Received, counted above, and not handed on.
   uint64_t not_joined = 0;             ///< no join, or none that carries this way

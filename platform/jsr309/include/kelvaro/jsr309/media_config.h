@@ -119,10 +119,10 @@ class MediaConfig {
   void SetFaxModeAutoSwitchMask(const char* mask) { Assign(fax_mode_auto_switch_mask_, mask); }
   const char* GetFaxModeAutoSwitchMask() const { return Text(fax_mode_auto_switch_mask_); }
 
-  // SRTP. The key is any block of bytes; a null key is an empty one.
+  // SRTP. The key, any block of bytes, is the described side's to send with. Null is empty: a local one is then made.
   void SetCrypto(const char* suite, const void* key, int key_length, int lifetime_exponent, const char* mki_length);
   const std::optional<Crypto>& GetCrypto() const { return crypto_; }
-  /// Without SRTP there shall be no media at all.
+  /// Without SRTP there shall be no media at all; it stays so once either side's record said so.
   void SetCryptoMandFlag(bool on) { crypto_mandatory_ = on; }
   std::optional<bool> GetCryptoMandFlag() const { return crypto_mandatory_; }
 
