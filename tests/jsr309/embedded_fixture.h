@@ -14,6 +14,7 @@
 #include <unistd.h>
 #include <boost/make_shared.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -138,7 +139,7 @@ class EmbeddedTest : public ::testing::Test {
     // Apart from tests that run beside this one.
     static std::mt19937 random(std::random_device{}());
     const int own_part = 10000 + getpid() % 25 * 200;
-    std::uniform_int_distribution<int> start(own_part, own_part + 199);
+    std::uniform_int_distribution<int> start(own_part, own_part + 199 - static_cast<int>(std::min(pairs, 199u)));
     for (int attempt = 0; attempt < 200; ++attempt) {
       const auto first = static_cast<std::uint16_t>(2 * start(random));
       bool free = true;

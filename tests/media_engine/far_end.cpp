@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <random>
@@ -168,7 +169,7 @@ std::pair<uint16_t, uint16_t> FreePortRange(unsigned pairs) {
   // look for ports in the same way.
   static std::mt19937 random(std::random_device{}());
   const int own_part = 10000 + getpid() % 25 * 200;
-  std::uniform_int_distribution<int> start(own_part, own_part + 199);
+  std::uniform_int_distribution<int> start(own_part, own_part + 199 - static_cast<int>(std::min(pairs, 199u)));
   for (int attempt = 0; attempt < 200; ++attempt) {
     const auto first = static_cast<uint16_t>(2 * start(random));
     if (AllFree(first, pairs)) return {first, static_cast<uint16_t>(first + 2 * pairs - 1)};

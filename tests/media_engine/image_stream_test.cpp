@@ -135,7 +135,7 @@ TEST_F(ImageStreams, FollowTheAudioToWhereItWasFoundWhenTheyAreSaidToBeAtOnePlac
   const SocketAddress said = *SocketAddress::Parse("10.0.0.1", 4000), found = *SocketAddress::Parse("192.0.2.1", 9);
   RemoteAddress audio;
   audio.Describe(said, said.WithPort(4001), TimePoint());
-  audio.Learn(found);
+  audio.Learn(found, {});
   stream_.SetFarEnd(said);
   stream_.FollowAudio(audio);
   EXPECT_EQ(stream_.far_end(), found);

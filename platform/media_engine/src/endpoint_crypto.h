@@ -45,6 +45,7 @@ class EndpointCrypto {
   /// The key of the latest local description; empty without.
   SecretBytes LocalKey() const;
 
+  bool mandatory() const { return mandatory_; }
   /// Nothing goes either way: crypto is mandatory and one side has no keys.
   bool blocked() const { return mandatory_ && !Protects(); }
   bool mandatory() const { return mandatory_; }

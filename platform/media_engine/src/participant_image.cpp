@@ -94,6 +94,12 @@ Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAdd
     ++counters_.not_joined;
     return {};
   }
+  // It became mandatory after the fax had begun, and audio has not been agreed on yet.
+  for (Participant* one : {this, peer_}) {
+    if (!one->crypto_.mandatory()) continue;
+    ++one->crypto_.missing();
+    return {};
+  }
   if (!peer_->image_.in_use()) {
     ++counters_.untranslatable;
     return {};
