@@ -66,7 +66,7 @@ class EmbeddedRtcp : public test_support::EmbeddedTest {
   void SetUp() override {
     RegisterMediaServerDriver(kTimedDriver, [this] { return MakeEmbeddedDriver(clock_); });
     test_support::EmbeddedOptions options;
-    options.extra = std::string("<driver>") + kTimedDriver + "</driver>";
+    options.driver = kTimedDriver;
     Start(options);
     session_ = NewSession();
     a_ = NewLeg(session_);

@@ -1,4 +1,5 @@
 // SRTP through endpoints with sockets: calls, joins, strangers, moves.
+#include "rtcp_bytes.h"
 #include "srtp_fixture.h"
 
 namespace media_engine_test {
@@ -292,14 +293,14 @@ TEST_F(SrtpCall, AFarEndMayChangeItsSource) {
 
 TEST_F(SrtpCall, RtcpOfTheFarEndCountsOnlyWhenItIsAuthentic) {
   const SecureLeg a = NewSecureLeg(1, 2);
-  const Bytes report = {0x80, 201, 0, 1, 0, 0, 0, 1};
+  const Bytes report = ReceiverReportBytes(1) + CnameBytes(1, "far end");
   const auto received = [](const EndpointStatistics& s) { return s.rtcp_packets_received; };
-  a.leg.far_end->Send(report, a.leg.local.rtcp_port);
+  a.leg.far_end->SendRtcp(report, a.leg.local.rtcp_port);
   EXPECT_TRUE(CountsUnauthentic(a.leg, 1));
   const Bytes authentic = a.sends->Rtcp(report).value();
-  a.leg.far_end->Send(authentic, a.leg.local.rtcp_port);
+  a.leg.far_end->SendRtcp(authentic, a.leg.local.rtcp_port);
   EXPECT_TRUE(Counts(a.leg, received, 1));
-  a.leg.far_end->Send(authentic, a.leg.local.rtcp_port);
+  a.leg.far_end->SendRtcp(authentic, a.leg.local.rtcp_port);
   EXPECT_TRUE(Counts(
       a.leg, [](const EndpointStatistics& s) { return s.srtp_replayed; }, 1));
   EXPECT_EQ(a.leg.Statistics().rtcp_packets_received, 1u);

@@ -1,5 +1,6 @@
 // Silences, with a clock of the test's own.
 #include "engine_fixture.h"
+#include "rtcp_bytes.h"
 #include "silence_watch.h"
 
 namespace media_engine_test {
@@ -189,7 +190,7 @@ TEST_F(RtpTimeouts, AThirdJoinStartsTheClockOfTheOneLeftBehindAnew) {
 TEST_F(RtpTimeouts, RtcpIsNoMedia) {
   Media(a_);
   Pass(seconds{4});
-  a_.far_end->Send({0x80, 200, 0, 1, 0, 0, 0, 1}, a_.local.rtcp_port);
+  a_.far_end->SendRtcp(ReceiverReportBytes(1) + CnameBytes(1, "far end"), a_.local.rtcp_port);
   ASSERT_TRUE(Eventually([&] { return a_.Statistics().rtcp_packets_received == 1; }));
   Pass(seconds{1});
   EXPECT_EQ(a_.events->Wait(1), Events{"inactive"});

@@ -48,7 +48,6 @@ class EndpointCrypto {
   bool mandatory() const { return mandatory_; }
   /// Nothing goes either way: crypto is mandatory and one side has no keys.
   bool blocked() const { return mandatory_ && !Protects(); }
-  bool mandatory() const { return mandatory_; }
   uint64_t& missing() { return counters_.srtp_missing; }
 
   // Packets, in place. False: drop it; it has been counted. In the clear, true and nothing done. A packet begins at a
