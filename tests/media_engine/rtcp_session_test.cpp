@@ -309,6 +309,16 @@ TEST_F(Rtcp, ANewSsrcTakesLeaveOfTheFormerAndStartsCountingAnew) {
   EXPECT_EQ(Stream().packets_sent, 6u);
 }
 
+TEST_F(Rtcp, UnderANewSsrcNothingHasBeenSentOrReported) {
+  Send(2);
+  const auto stamp = static_cast<uint32_t>(Report(1).sender->ntp >> 16);
+  Report(1.5);
+  session_.Renew(0x55, true, 0, At(2));
+  EXPECT_FALSE(Report(3).sender);
+  Take(ReceiverReportBytes(kTheirs, {{0x55, 0, 0, 1, 0, stamp, 0}}), 4);
+  EXPECT_EQ(Stream().round_trip_maximum_us, 0u);
+}
+
 TEST_F(Rtcp, WhoWasNeverHeardOfTakesNoLeave) {
   EXPECT_FALSE(session_.IsKnown());
   session_.Renew(0x55, session_.IsKnown(), 0, At(1));
@@ -375,6 +385,30 @@ TEST_F(Rtcp, AGoodbyeBringsTheNextReportForward) {
   EXPECT_FALSE(session_.IsDue(reception_, At(102.6)));  // reconsidered
   EXPECT_FALSE(session_.IsDue(reception_, At(104.6)));
   EXPECT_TRUE(session_.IsDue(reception_, At(104.61)));
+}
+
+TEST_F(Rtcp, AFarEndThatHasLeftTakesNoShareOfTheBandwidth) {
+  media_engine::Codec slow;
+  slow.bit_rate = 800;
+  slow.packet_time_ms = 1000;  // 140 octets a second with headers: 7 for reports
+  const auto interval = [&](const Bytes& packet) {
+    session_ = RtcpSession(Timeline(), kOurs, MiddleDraw);
+    session_.SetCodec(&slow, 28);
+    session_.IsDue(reception_, At(100));
+    Hear(1);
+    Report(101);
+    Hear(2);
+    Take(packet, 102);
+    Report(103);
+    Report(104);
+    double time = 104;
+    while (!session_.IsDue(reception_, At(time)) && time < 200) time += 0.1;
+    return time - 104;
+  };
+  const double with_both = interval(ReceiverReportBytes(kTheirs));
+  const double alone = interval(ReceiverReportBytes(kTheirs) + GoodbyeBytes({kTheirs}));
+  EXPECT_GT(with_both, 15);
+  EXPECT_NEAR(alone / with_both, 0.5, 0.03);
 }
 
 }  // namespace

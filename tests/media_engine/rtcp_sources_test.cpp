@@ -247,6 +247,17 @@ TEST_F(RtcpSources, AJoinWithSomebodyElseKeepsTheSsrc) {
   EXPECT_EQ(Carry(c, b_, 500, 0xc).ssrc, before.ssrc);
 }
 
+TEST_F(RtcpSources, ASourceThatIsNotPassedOnChangesNoSsrc) {
+  RenewWithRemote(a_, true);
+  const Rtp before = Carry(a_, b_, 1, 0x1);
+  ASSERT_TRUE(a_.endpoint->Join(Direction::kSend, *b_.endpoint, kLimit).ok);
+  a_.SendRun(2, 1, 0, 0x2);
+  ASSERT_TRUE(Eventually([&] { return a_.Statistics().source_changes == 1; }));
+  EXPECT_EQ(b_.Statistics().local_ssrc, before.ssrc);
+  ASSERT_TRUE(a_.endpoint->Join(Direction::kDuplex, *b_.endpoint, kLimit).ok);
+  EXPECT_EQ(Carry(a_, b_, 3, 0x2).ssrc, before.ssrc);
+}
+
 TEST_F(RtcpSources, AFarEndThatUsesOurSsrcMakesUsTakeAnotherOnce) {
   const uint32_t ours = a_.Statistics().local_ssrc;
   Carry(b_, a_, 1, 0xb0b);

@@ -57,7 +57,7 @@ class RtcpSchedule {
   void Average(std::size_t size) { average_size_ += (static_cast<double>(size) - average_size_) / 16; }
   TimePoint::duration Draw(const RtcpLoad& load) const;
 
-  const RandomSource random_;
+  RandomSource random_;
   TimePoint last_{}, next_{};
   double average_size_ = 0;
   unsigned members_ = 1;  // when next_ was computed

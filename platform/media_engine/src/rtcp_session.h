@@ -108,7 +108,7 @@ class RtcpSession {
   void FarEndLeft(const Reception& reception, TimePoint now);
   StreamRecord Current(const Reception& reception) const;
 
-  const NtpTimeline timeline_;
+  NtpTimeline timeline_;
   RtcpSchedule schedule_;
   std::string cname_;
   double bandwidth_;
