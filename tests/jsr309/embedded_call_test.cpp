@@ -190,7 +190,6 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     leg.local.SetJitterInitialDelayMs(40);
     leg.local.SetFaxModeAutoSwitchMask("CNG");
     leg.local.SetAllowInbandTo2833Conversion(true);
-    leg.local.SetResetRtpOnRemoteSSRCChange(true);
     leg.local.SetSilenceSuppressionFlag(true);
     ASSERT_TRUE(leg.connection->GetLocalOffer(leg.local));
   }
@@ -203,8 +202,7 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     named.push_back(message.substr(begin, message.find(" yet", begin) - begin));
   }
   EXPECT_THAT(named, testing::UnorderedElementsAre("JitterMode", "JitterInitialDelayMs", "FaxModeAutoSwitchMask",
-                                                   "AllowInbandTo2833Conversion", "ResetRtpOnRemoteSSRCChange",
-                                                   "SilenceSuppressionFlag"));
+                                                   "AllowInbandTo2833Conversion", "SilenceSuppressionFlag"));
 }
 
 TEST_F(EmbeddedCall, DefaultsAreNotNamed) {

@@ -64,10 +64,11 @@ class EmbeddedTest : public ::testing::Test {
     ConnectionPtr connection;
     std::shared_ptr<UdpSocket> far_end = std::make_shared<UdpSocket>();
     MediaConfig local;
+    std::shared_ptr<UdpSocket> far_rtcp = std::make_shared<UdpSocket>();
 
     UdpAddress target() const { return {local.GetIPAddress(), local.GetRtpPort()}; }
-    void Send(std::uint16_t number, std::uint8_t payload_type = 0) const {
-      const RtpPacket packet{false, payload_type, number, 160u * number, 0x12345678, Payload(number)};
+    void Send(std::uint16_t number, std::uint8_t payload_type = 0, std::uint32_t ssrc = 0x12345678) const {
+      const RtpPacket packet{false, payload_type, number, 160u * number, ssrc, Payload(number)};
       if (!far_end->SendTo(target(), serialise_rtp(packet))) throw std::runtime_error("cannot send");
     }
     std::optional<RtpPacket> Receive(int milliseconds = 5000) const {
@@ -93,6 +94,7 @@ class EmbeddedTest : public ::testing::Test {
     MediaConfig remote;
     remote.SetIPAddress("127.0.0.1");
     remote.SetRtpPort(leg.far_end->Port());
+    remote.SetRtcpPort(leg.far_rtcp->Port());
     AddCodec(remote, codec, payload_type);
     return remote;
   }

@@ -34,21 +34,29 @@ Bytes PayloadOf(uint16_t number, std::size_t length) {
 }
 
 FarEnd::FarEnd(const std::string& address) {
-  if (socket_.Bind(*SocketAddress::Parse(address, 0)) != 0) throw std::runtime_error("cannot bind " + address);
-  address_ = *SocketAddress::OfSocket(socket_.fd());
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    if (BindPair(address)) return;
+  }
+  throw std::runtime_error("cannot bind two ports of " + address);
 }
 
-void FarEnd::Send(const Bytes& data, uint16_t to_port) const {
+bool FarEnd::BindPair(const std::string& address) {
+  if (rtp_.Bind(*SocketAddress::Parse(address, 0)) != 0) return false;
+  address_ = *SocketAddress::OfSocket(rtp_.fd());
+  return port() % 2 == 0 && rtcp_.Bind(address_.WithPort(rtcp_port())) == 0;
+}
+
+void FarEnd::SendThrough(const media_engine::UdpSocket& socket, const Bytes& data, uint16_t to_port) const {
   const SocketAddress to = address_.WithPort(to_port);
-  const ssize_t sent = sendto(socket_.fd(), data.data(), data.size(), 0, to.native(), to.length());
+  const ssize_t sent = sendto(socket.fd(), data.data(), data.size(), 0, to.native(), to.length());
   if (sent != static_cast<ssize_t>(data.size())) throw std::runtime_error("cannot send to " + to.Text());
 }
 
-std::optional<Bytes> FarEnd::Receive(std::chrono::milliseconds limit) const {
-  pollfd waiting{socket_.fd(), POLLIN, 0};
+std::optional<Bytes> FarEnd::ReceiveOn(const media_engine::UdpSocket& socket, std::chrono::milliseconds limit) {
+  pollfd waiting{socket.fd(), POLLIN, 0};
   if (poll(&waiting, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
   std::array<uint8_t, 65536> buffer;
-  const ssize_t length = recv(socket_.fd(), buffer.data(), buffer.size(), 0);
+  const ssize_t length = recv(socket.fd(), buffer.data(), buffer.size(), 0);
   if (length < 0) return std::nullopt;
   return Bytes(buffer.begin(), buffer.begin() + length);
 }

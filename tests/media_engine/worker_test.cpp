@@ -3,6 +3,7 @@
 #include <new>
 
 #include "engine_fixture.h"
+#include "rtcp_bytes.h"
 #include "server_context.h"
 #include "worker.h"
 
@@ -116,6 +117,36 @@ TEST_F(WorkerTurns, PacketsAreMovedWithoutAllocating) {
   EXPECT_EQ(b.participant->Statistics().rtp_packets_sent, moved);
   EXPECT_EQ(a.participant->Statistics().strangers, 20u);
   EXPECT_EQ(a.participant->Statistics().malformed, 20u);
+}
+
+TEST_F(WorkerTurns, ReportsAreTakenAndSentWithoutAllocating) {
+  const TurnedLeg a = NewLeg(), b = NewLeg();
+  JoinThem(a, b);
+  const FarEnd stranger;
+  const auto rtcp_port = static_cast<uint16_t>(a.port + 1);
+  uint16_t number = 0;
+  uint64_t sources = 0;
+  for (int round = 0; round < 100; ++round) {
+    const uint32_t ssrc = 1 + static_cast<uint32_t>(round) / 10;
+    a.far_end.SendRtp({0, ++number, 160u * number, ssrc, false, PayloadOf(number)}, a.port);
+    a.far_end.SendRtcp(SenderReportBytes(ssrc, {1, 2, 3, 4}, {{5, 6, 7, 8, 9, 10, 11}}) + CnameBytes(ssrc, "far end"),
+                       rtcp_port);
+    a.far_end.SendRtcp({0x80, 200, 0}, rtcp_port);
+    stranger.SendRtcp(ReceiverReportBytes(1), rtcp_port);
+    clock_->Advance(milliseconds{500});
+    const std::size_t before = allocations;
+    Turn();
+    EXPECT_EQ(allocations, before);
+    sources = ssrc;
+  }
+  const EndpointStatistics statistics = a.participant->Statistics();
+  EXPECT_EQ(statistics.rtcp_packets_received, 100u);
+  EXPECT_EQ(statistics.rtcp_malformed, 100u);
+  EXPECT_EQ(statistics.rtcp_strangers, 100u);
+  EXPECT_EQ(statistics.source_changes, sources - 1);
+  // 50 seconds, by five to six seconds at the longest.
+  EXPECT_GE(statistics.rtcp_packets_sent, 8u);
+  EXPECT_GE(b.participant->Statistics().rtcp_packets_sent, 8u);
 }
 
 TEST_F(WorkerTurns, TimersGoByTheTimeOfTheTurn) {

@@ -31,6 +31,10 @@ OutgoingStream OutgoingStream::MakeRandom() {
   return OutgoingStream(RandomBits(), static_cast<uint16_t>(RandomBits()), RandomBits());
 }
 
+uint32_t OutgoingStream::TimestampAt(TimePoint now, uint32_t clock_rate) const {
+  return started_ ? last_timestamp_ + Ticks(now - last_time_, clock_rate) : last_timestamp_;
+}
+
 bool OutgoingStream::Continues(const SourcePosition& source) const {
   if (!started_ || source.feed != feed_ || source.ssrc != source_ssrc_) return false;
   const int distance = Distance(highest_, source.sequence_number);

@@ -65,10 +65,16 @@ void PacketMover::Send(Participant& through, std::size_t count) {
   }
 }
 
-void PacketMover::CountRtcp(Participant& from) {
+void PacketMover::TakeRtcp(Participant& from, TimePoint now) {
   Buffers& b = *buffers_;
   const std::size_t received = Receive(from.ports()->rtcp().fd(), from);
-  for (std::size_t i = 0; i < received; ++i) from.TakeRtcp(b.sources[i]);
+  for (std::size_t i = 0; i < received; ++i) {
+    if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
+      from.CountOversized();
+      continue;
+    }
+    from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
+  }
 }
 
 }  // namespace media_engine

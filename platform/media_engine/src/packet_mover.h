@@ -23,7 +23,7 @@ class PacketMover {
   PacketMover();
 
   void MoveRtp(Participant& from, TimePoint now);
-  void CountRtcp(Participant& from);
+  void TakeRtcp(Participant& from, TimePoint now);
 
  private:
   struct Buffers {

@@ -14,9 +14,11 @@ Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<S
       server_(std::move(server)),
       events_(std::move(events)),
       session_(session),
-      outgoing_(OutgoingStream::MakeRandom()) {}
+      outgoing_(OutgoingStream::MakeRandom()),
+      rtcp_(server_->ntp(), outgoing_.ssrc()) {}
 
 Participant::~Participant() {
+  TakeLeave(server_->Now());
   route_->MarkClosed();
 }
 
@@ -25,7 +27,7 @@ bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimeP
   if (!understood || !remote_.MayLearn(now)) return false;
   server_->Log(LogLevel::kInfo,
                route_->name() + ": the far end is at " + from.Text() + " instead of " + remote_.rtp().Text());
-  remote_.Learn(from);
+  remote_.Learn(from, now);
   return true;
 }
 
@@ -43,6 +45,7 @@ Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketA
   }
   ++counters_.rtp_packets_received;
   counters_.rtp_octets_received += header->payload_length;
+  NoteSource(header->ssrc, now);
   reception_.Count(*header, payload_types_.ClockRateOf(header->payload_type), now);
   silence_.Received(now);
   return Carry(packet, *header, now);
@@ -75,9 +78,8 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
     DropFor(counters_.on_hold, header);
     return {};
   }
-  const uint32_t clock_rate = static_cast<uint32_t>(
-      peer_->payload_types_.agreed() != nullptr ? peer_->payload_types_.agreed()->clock_rate : 8000);
-  const std::optional<OutgoingPosition> position = peer_->outgoing_.Place(PositionOf(header), clock_rate, now);
+  const std::optional<OutgoingPosition> position =
+      peer_->outgoing_.Place(PositionOf(header), peer_->OutgoingClockRate(), now);
   if (!position) {
     ++counters_.late;
     return {};
@@ -119,14 +121,11 @@ Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAdd
   return {peer_, packet, length, 0, false};
 }
 
-void Participant::TakeRtcp(const SocketAddress& from) {
-  ++(remote_.IsRtcpExpected(from) ? counters_.rtcp_packets_received : counters_.rtcp_strangers);
-}
-
 void Participant::CountSent(const Handover& packet) {
   if (!packet.rtp) return;
   ++counters_.rtp_packets_sent;
   counters_.rtp_octets_sent += packet.payload_length;
+  rtcp_.CountSent(SsrcOf(packet.data), packet.payload_length);
 }
 
 void Participant::CheckSilence(TimePoint now) {
@@ -138,13 +137,17 @@ void Participant::CheckSilence(TimePoint now) {
 
 EndpointStatistics Participant::Statistics() const {
   EndpointStatistics statistics = counters_;
-  statistics.rtp_packets_lost = reception_.lost();
+  const StreamRecord total = rtcp_.Total(reception_);
+  statistics.rtp_packets_lost = total.packets_lost;
+  statistics.rtp_duplicates = reception_.duplicates();
+  statistics.rtp_reordered = reception_.reordered();
   statistics.source_changes = reception_.source_changes();
   statistics.jitter = reception_.jitter();
-  statistics.jitter_maximum = reception_.jitter_maximum();
-  statistics.jitter_average = reception_.jitter_average();
+  statistics.jitter_maximum = total.jitter.maximum();
+  statistics.jitter_average = total.jitter.average();
   statistics.local_ssrc = outgoing_.ssrc();
   statistics.remote_ssrc = reception_.ssrc();
+  statistics.streams = rtcp_.Streams(reception_);
   return statistics;
 }
 

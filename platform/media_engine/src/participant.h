@@ -15,6 +15,7 @@
 #include "port_pool.h"
 #include "reception.h"
 #include "remote_address.h"
+#include "rtcp_session.h"
 #include "silence_watch.h"
 
 namespace media_engine {
@@ -57,7 +58,7 @@ class Participant {
 
   // Packets. What TakeRtp hands over lies within the packet, changed in place.
   Handover TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
-  void TakeRtcp(const SocketAddress& from);
+  void TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
   void CountOversized() { ++counters_.oversized; }
   void CountReceiveError() { ++counters_.receive_errors; }
   void CountSent(const Handover& packet);
@@ -66,6 +67,8 @@ class Participant {
 
   /// Tells the endpoint's events of a silence that has grown too long.
   void CheckSilence(TimePoint now);
+  /// Sends the reports that are due.
+  void RunRtcp(TimePoint now);
 
   EndpointStatistics Statistics() const;
   const SessionRoute* session() const { return session_; }
@@ -87,6 +90,15 @@ class Participant {
   void DropFor(uint64_t& counter, const RtpHeader& header);
   SourcePosition PositionOf(const RtpHeader& header) const;
 
+  struct RtcpRoom;
+  uint32_t OutgoingClockRate() const;
+  void ApplySource(const SourceSettings& settings);
+  void NoteSource(uint32_t ssrc, TimePoint now);
+  void RenewOutgoing(TimePoint now);
+  void Report(RtcpRoom& room, bool last, TimePoint now);
+  void TakeLeave(TimePoint now);
+  bool SendRtcp(RtcpRoom& room, std::size_t length);
+
   const std::shared_ptr<EndpointRoute> route_;
   const std::shared_ptr<ServerContext> server_;
   const std::shared_ptr<EndpointEvents> events_;
@@ -99,6 +111,10 @@ class Participant {
   SilenceWatch silence_;
   Reception reception_;
   OutgoingStream outgoing_;
+  RtcpSession rtcp_;
+  bool sends_rtcp_ = true;
+  bool renew_with_remote_ = false;
+  bool collided_ = false;  // the far end has used our SSRC
   EndpointStatistics counters_;
 
   Participant* peer_ = nullptr;

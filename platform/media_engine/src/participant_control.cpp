@@ -25,6 +25,7 @@ Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_pt
   if (offered && (!ports_ || settings.renew_ports)) ports_ = std::move(offered);
   if (!ports_) return Outcome::Refused("the endpoint has no ports");
   payload_types_.SetLocal(settings);
+  ApplySource(settings.source);
   if (settings.inactive_timeout) silence_.SetInactiveTimeout(*settings.inactive_timeout);
   if (settings.pending_timeout) silence_.SetPendingTimeout(*settings.pending_timeout);
   if (settings.udp_pass_through != pass_through_) silence_.Restart(now);
@@ -58,6 +59,7 @@ Outcome Participant::DescribeRemote(const RemoteDescription& description, TimePo
   if (rtcp_port == 0 && description.rtp_port != 0) rtcp_port = static_cast<uint16_t>(description.rtp_port + 1);
   remote_.Describe(*rtp, rtp->WithPort(rtcp_port), now);
   payload_types_.SetRemote(description);
+  ApplySource(description.our_source);
   if (description.udp_pass_through != pass_through_) silence_.Restart(now);
   pass_through_ = description.udp_pass_through;
   MediaMayBegin(now);

@@ -67,7 +67,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
 
 void Worker::Serve(const SocketTag& tag) {
   if (tag.rtcp) {
-    mover_.CountRtcp(*tag.participant);
+    mover_.TakeRtcp(*tag.participant, now_);
   } else {
     mover_.MoveRtp(*tag.participant, now_);
   }
@@ -86,7 +86,10 @@ void Worker::RunTasks() {
 
 void Worker::RunTimers() {
   next_timers_ = now_ + kTimerInterval;
-  for (auto& [route, resident] : residents_) resident.participant->CheckSilence(now_);
+  for (auto& [route, resident] : residents_) {
+    resident.participant->CheckSilence(now_);
+    resident.participant->RunRtcp(now_);
+  }
 }
 
 void Worker::Finish() {

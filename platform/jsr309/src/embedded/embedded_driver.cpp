@@ -37,6 +37,8 @@ bool ReadSettings(const MediaServerSettings& settings, unsigned& heartbeat, Sett
 /// Its servers share one engine, so that endpoints can be imported from one into another.
 class EmbeddedDriver : public MediaServerDriver {
  public:
+  explicit EmbeddedDriver(std::shared_ptr<const media_engine::Clock> clock) : engine_(std::move(clock)) {}
+
   std::unique_ptr<MediaServer> Open(const MediaServerSettings& settings, MediaServerObserver& observer,
                                     const std::shared_ptr<GuardedLogger>& logger, SettingError& error) override {
     unsigned heartbeat = kDefaultHeartbeat;
@@ -54,8 +56,8 @@ class EmbeddedDriver : public MediaServerDriver {
 
 }  // namespace
 
-std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver() {
-  return std::make_unique<EmbeddedDriver>();
+std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver(std::shared_ptr<const media_engine::Clock> clock) {
+  return std::make_unique<EmbeddedDriver>(std::move(clock));
 }
 
 }  // namespace kelvaro::jsr309

@@ -25,6 +25,14 @@ media_engine::CryptoSettings ToCrypto(const MediaConfig& config) {
   return crypto;
 }
 
+media_engine::SourceSettings ToSource(const MediaConfig& config) {
+  media_engine::SourceSettings source;
+  source.rtcp = config.GetRtcpFlag();
+  if (config.GetCname() != nullptr) source.cname = config.GetCname();
+  source.renew_with_remote = config.GetResetRtpOnRemoteSSRCChange();
+  return source;
+}
+
 std::optional<std::chrono::seconds> ToTimeout(const MediaConfig& config, MediaConfig::RtpTimeoutType type) {
   const std::optional<uint32_t> timeout = config.GetRtpTimeoutSec(type);
   if (!timeout) return std::nullopt;
@@ -38,6 +46,10 @@ media_engine::IpHeaderSettings ToIpHeader(const MediaConfig& config) {
   if (config.HasIpv6TrafficClass()) header.ipv6_traffic_class = config.GetIpv6TrafficClass();
   if (config.HasIpv6HopLimit()) header.ipv6_hop_limit = config.GetIpv6HopLimit();
   return header;
+}
+
+unsigned long ToMilliseconds(uint64_t microseconds) {
+  return static_cast<unsigned long>((microseconds + 500) / 1000);
 }
 
 }  // namespace
@@ -55,6 +67,7 @@ media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind
   // The far end of an offer of ours may be sending to the port already.
   settings.renew_ports = kind == LocalKind::kAnswer && config.GetAutoLocalPortRenew().value_or(false);
   settings.crypto = ToCrypto(config);
+  settings.source = ToSource(config);
   return settings;
 }
 
@@ -69,6 +82,7 @@ media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config) {
   description.telephone_event_payload_type = config.GetRfc2833Payload();
   description.udp_pass_through = config.GetUdpPassThru();
   description.crypto = ToCrypto(config);
+  description.our_source = ToSource(config);
   return description;
 }
 
@@ -95,15 +109,35 @@ void FillLocal(const media_engine::LocalDescription& description, MediaConfig& c
   config.SetRtcpPort(description.rtcp_port);
 }
 
-std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics) {
-  if (statistics.rtp_packets_sent == 0 && statistics.rtp_packets_received == 0) return {};
+namespace {
+
+RtcpStatsReport ToReport(const media_engine::StreamStatistics& stream) {
   RtcpStatsReport report;
-  report.lssRTPPacketsSent = statistics.rtp_packets_sent;
-  report.lssBytesSent = statistics.rtp_octets_sent;
-  report.lrsTotalLostRTPPacketsCnt = static_cast<unsigned long>(statistics.rtp_packets_lost);
-  report.lrsMaxInterArrivalJitter = statistics.jitter_maximum;
-  report.lrsAvgInterArrivalJitter = statistics.jitter_average;
-  return {report};
+  report.lssRTPPacketsSent = stream.packets_sent;
+  report.lssBytesSent = stream.octets_sent;
+  report.lssSenderReportCnt = static_cast<unsigned long>(stream.sender_reports_sent);
+  report.lrsTotalLostRTPPacketsCnt = static_cast<unsigned long>(stream.packets_lost);
+  report.lrsMaxFractionLost = stream.fraction_lost_maximum;
+  report.lrsMaxInterArrivalJitter = stream.jitter_maximum;
+  report.lrsAvgInterArrivalJitter = stream.jitter_average;
+  report.maxroundtriptime = ToMilliseconds(stream.round_trip_maximum_us);
+  report.avgroundtriptime = ToMilliseconds(stream.round_trip_average_us);
+  report.rssRTPPacketsSent = stream.remote_packets_sent;
+  report.rssBytesSent = stream.remote_octets_sent;
+  report.rssSenderReportCnt = static_cast<unsigned long>(stream.sender_reports_received);
+  report.rrsTotalLostRTPPacketsCnt = static_cast<unsigned long>(stream.remote_packets_lost);
+  report.rrsMaxFractionLost = stream.remote_fraction_lost_maximum;
+  report.rrsMaxInterArrivalJitter = stream.remote_jitter_maximum;
+  report.rrsAvgInterArrivalJitter = stream.remote_jitter_average;
+  return report;
+}
+
+}  // namespace
+
+std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics) {
+  std::vector<RtcpStatsReport> reports;
+  for (const media_engine::StreamStatistics& stream : statistics.streams) reports.push_back(ToReport(stream));
+  return reports;
 }
 
 }  // namespace kelvaro::jsr309

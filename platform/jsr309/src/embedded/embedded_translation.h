@@ -17,7 +17,7 @@ media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind
 media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config);
 media_engine::Direction ToEngineDirection(Direction direction);
 void FillLocal(const media_engine::LocalDescription& description, MediaConfig& config);
-/// One report, or none when no RTP was seen.
+/// One report for each of the far end's sources; none when no RTP was seen.
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics);
 
 /// Names what the record asks for and the engine cannot do.

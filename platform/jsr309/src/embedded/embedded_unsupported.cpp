@@ -14,10 +14,6 @@ bool Lists(const MediaConfig& config, const char* codec_name) {
 }
 
 void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
-  if (config.GetRtcpFlag().value_or(false)) {
-    context.NameUnsupported("RtcpFlag", "RTCP is received and counted, no reports are sent");
-  }
-  if (config.GetCname() != nullptr) context.NameUnsupported("Cname", "no source descriptions are sent");
   if (config.GetSilenceSuppressionFlag().value_or(false)) {
     context.NameUnsupported("SilenceSuppressionFlag", "packets are passed on as they come");
   }
@@ -33,9 +29,6 @@ void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
   const char* const fax_mask = config.GetFaxModeAutoSwitchMask();
   if (fax_mask != nullptr && *fax_mask != '\0') {
     context.NameUnsupported("FaxModeAutoSwitchMask", "fax signals do not switch the stream");
-  }
-  if (config.GetResetRtpOnRemoteSSRCChange().value_or(false)) {
-    context.NameUnsupported("ResetRtpOnRemoteSSRCChange", "the stream sent on continues under its own SSRC");
   }
 }
 

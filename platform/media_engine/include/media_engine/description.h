@@ -38,6 +38,16 @@ struct CryptoSettings {
   bool mandatory = false;
 };
 
+/// How our side appears to the far end as a source (RFC 3550).
+struct SourceSettings {
+  std::optional<bool> rtcp;  ///< whether reports are sent; on by default. What comes is taken in any case
+  std::string cname;         ///< of our reports, at most 255 octets; empty: as before, at first one drawn at random
+  /// When this far end's SSRC changes, the joined endpoint's stream goes on under another SSRC, too, with BYE for the
+  /// former one, at most ten times a second. Off by default: it goes on as the same stream. A change of what is joined
+  /// never changes the SSRC.
+  std::optional<bool> renew_with_remote;
+};
+
 /// What our side wishes for the endpoint.
 struct LocalSettings {
   std::vector<Codec>
@@ -51,6 +61,7 @@ struct LocalSettings {
   bool udp_pass_through = false;            ///< datagrams are relayed as they are, whatever they are
   bool renew_ports = false;                 ///< another port pair instead of the one that stands
   CryptoSettings crypto;
+  SourceSettings source;
 };
 
 /// Where the endpoint receives.
@@ -72,6 +83,7 @@ struct RemoteDescription {
   std::optional<uint8_t> telephone_event_payload_type;
   bool udp_pass_through = false;
   CryptoSettings crypto;
+  SourceSettings our_source;  ///< ours all the same: what is set here is as good as set in LocalSettings
 };
 
 /// Which way media flows in a join, seen from the network side of the endpoint on which Join is called.

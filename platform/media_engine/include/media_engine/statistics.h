@@ -2,8 +2,42 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace media_engine {
+
+/// The media between the endpoint and one source (SSRC) of its far end. Octets are payload octets, fractions lost are
+/// in 1/256, jitter is in timestamp units (RFC 3550, section 6.4.1).
+struct StreamStatistics {
+  uint32_t remote_ssrc = 0;  ///< 0: no media came
+
+  // What went out while this source was the one that was heard.
+  uint64_t packets_sent = 0;
+  uint64_t octets_sent = 0;
+  uint64_t sender_reports_sent = 0;
+
+  // What was measured here.
+  uint64_t packets_received = 0;      ///< with duplicates
+  uint64_t packets_lost = 0;          ///< duplicates do not make up for losses
+  uint8_t fraction_lost_maximum = 0;  ///< of the intervals between reports, the one under way included
+  uint32_t jitter_maximum = 0;
+  uint32_t jitter_average = 0;  ///< over the packets
+
+  // What the far end's sender reports said last; 0 before the first.
+  uint64_t remote_packets_sent = 0;
+  uint64_t remote_octets_sent = 0;
+  uint64_t sender_reports_received = 0;
+
+  // What the far end's reports said of what went out.
+  uint64_t remote_packets_lost = 0;  ///< never below 0
+  uint8_t remote_fraction_lost_maximum = 0;
+  uint32_t remote_jitter_maximum = 0;
+  uint32_t remote_jitter_average = 0;  ///< over the reports
+
+  // Microseconds; from those reports that answer a sender report of ours.
+  uint64_t round_trip_maximum_us = 0;
+  uint64_t round_trip_average_us = 0;
+};
 
 /// Octets are payload octets. Jitter is in timestamp units (RFC 3550, section 6.4.1 and A.8).
 struct EndpointStatistics {
@@ -13,7 +47,9 @@ struct EndpointStatistics {
 
   uint64_t rtp_packets_received = 0;  ///< valid and from the far end, whatever became of them then
   uint64_t rtp_octets_received = 0;
-  uint64_t rtp_packets_lost = 0;  ///< expected by sequence number and not received (RFC 3550, A.3), never below 0
+  uint64_t rtp_packets_lost = 0;  ///< expected by sequence number and not received, duplicates not counted
+  uint64_t rtp_duplicates = 0;    ///< came a second time
+  uint64_t rtp_reordered = 0;     ///< came behind one with a higher number
   uint64_t source_changes = 0;    ///< the far end's SSRC changed, or its numbering started anew
   uint32_t jitter = 0;
   uint32_t jitter_maximum = 0;
@@ -23,8 +59,10 @@ struct EndpointStatistics {
 
   uint64_t datagrams_relayed = 0;  ///< received under UDP pass-through and handed on
 
-  uint64_t rtcp_packets_received = 0;
+  uint64_t rtcp_packets_sent = 0;
+  uint64_t rtcp_packets_received = 0;  ///< valid and from the far end
   uint64_t rtcp_strangers = 0;
+  uint64_t rtcp_malformed = 0;  ///< from the far end, and not valid RTCP
 
   // Dropped on arrival.
   uint64_t strangers = 0;  ///< from an address that is not the far end's
@@ -38,6 +76,10 @@ struct EndpointStatistics {
   uint64_t untranslatable = 0;         ///< the joined endpoint has no such codec, or no telephone events
   uint64_t on_hold = 0;                ///< the joined endpoint's far end wants nothing sent
   uint64_t late = 0;                   ///< too late to be given a sequence number on the other side
+
+  /// In their order: the sources that were heard, or one that was only sent to. None without RTP. The last sources have
+  /// an entry each, those before them one together.
+  std::vector<StreamStatistics> streams;
 };
 
 }  // namespace media_engine

@@ -55,6 +55,7 @@ class MediaConfig {
   uint16_t GetRtpPort() const { return rtp_port_; }  ///< 0 when not set
   void SetRtcpPort(uint16_t port) { rtcp_port_ = port; }
   uint16_t GetRtcpPort() const { return rtcp_port_; }  ///< 0 when not set
+  /// Whether reports are sent to the far end; they are unless this says otherwise.
   void SetRtcpFlag(bool on) { rtcp_flag_ = on; }
   std::optional<bool> GetRtcpFlag() const { return rtcp_flag_; }
   /// The RTCP name of the participant (RFC 3550, section 6.5.1).
@@ -107,6 +108,7 @@ class MediaConfig {
   /// Seconds; 0 switches the timeout off.
   void SetRtpTimeoutSec(RtpTimeoutType type, uint32_t seconds);
   std::optional<uint32_t> GetRtpTimeoutSec(RtpTimeoutType type) const;
+  /// When the far end's SSRC changes, what the joined endpoint sends on begins anew under another SSRC, too.
   void SetResetRtpOnRemoteSSRCChange(bool on) { reset_rtp_on_remote_ssrc_change_ = on; }
   std::optional<bool> GetResetRtpOnRemoteSSRCChange() const { return reset_rtp_on_remote_ssrc_change_; }
   /// A new local port with each answer, instead of the one that stands.
