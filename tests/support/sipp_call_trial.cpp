@@ -117,6 +117,7 @@ RtpDirectionSettings CallTrial::DirectionOf(const SdpAudio& talker_far, const Sd
   direction.expected.audio_payload_type = static_cast<std::uint8_t>(heard->payload_type);
   direction.expected.from = UdpAddress{listener_far.address, listener_far.port}.ToString();
   direction.expected.digits = digits;
+  direction.lose_one_of = settings_.lose_one_of;
   if (!digits.empty()) {
     const SdpCodec* sent_events = talker_far.Find("telephone-event");
     const SdpCodec* heard_events = listener_own.Find("telephone-event");
@@ -137,6 +138,7 @@ std::vector<RtpCallResult> CallTrial::Talk() {
     if (call.caller == nullptr || call.callee == nullptr) Fail("a phone named a media port that is none of ours");
     call.to_callee = DirectionOf(view.caller_far, view.callee_own, view.callee_far, settings_.caller_digits);
     call.to_caller = DirectionOf(view.callee_far, view.caller_own, view.caller_far, settings_.callee_digits);
+    call.reports = settings_.reports;
     calls.push_back(call);
   }
   return exchange_rtp(calls);

@@ -220,6 +220,7 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   }
   answered_ = true;
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
+  media_->MarkStart();
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
   request_.report(report);

@@ -136,6 +136,8 @@ void CallingLeg::RunAction(const DialplanAction& action) {
   LegLog(session_, SWITCH_LOG_DEBUG, "Action " + action.application + "(" + data + ")");
   if (action.application == "set")
     Set(data);
+  else if (action.application == "export")
+    Export(data);
   else if (action.application == "log")
     Log(data);
   else if (action.application == "hangup")
@@ -146,13 +148,22 @@ void CallingLeg::RunAction(const DialplanAction& action) {
     Bridge(data);
 }
 
-void CallingLeg::Set(const std::string& data) {
+bool CallingLeg::Set(const std::string& data, const char* application) {
   size_t equals = data.find('=');
   if (equals == 0 || equals == std::string::npos) {
-    LegLog(session_, SWITCH_LOG_ERROR, "set: \"" + data + "\" is not name=value");
-    return;
+    LegLog(session_, SWITCH_LOG_ERROR, application + (": \"" + data) + "\" is not name=value");
+    return false;
   }
   switch_channel_set_variable(channel_, data.substr(0, equals).c_str(), data.substr(equals + 1).c_str());
+  return true;
+}
+
+/// A variable of this leg and of those that it calls. "export_vars" lists the names.
+void CallingLeg::Export(const std::string& data) {
+  if (!Set(data, "export")) return;
+  const std::string listed = Variable(kExportVariable);
+  const std::string name = data.substr(0, data.find('='));
+  switch_channel_set_variable(channel_, kExportVariable, (listed.empty() ? name : listed + "," + name).c_str());
 }
 
 void CallingLeg::Log(const std::string& data) {
@@ -201,6 +212,7 @@ bool CallingLeg::AnswerCaller() {
   dialog_->Answer(BuildAnswer(description, offer_, stream_));
   answered_ = true;
   answered_at_ = std::chrono::steady_clock::now();
+  media_->MarkStart();
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, agreed_);
   return true;

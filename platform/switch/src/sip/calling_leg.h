@@ -29,6 +29,9 @@ struct BridgedLeg {
   std::optional<CalledLegReport> answer;
 };
 
+/// The variable with the names, parted by commas, of those that called legs get too.
+constexpr const char* kExportVariable = "export_vars";
+
 class CallingLeg : public LegProgram, public std::enable_shared_from_this<CallingLeg> {
  public:
   CallingLeg(InboundInvite invite, std::shared_ptr<SipDialog> dialog, std::shared_ptr<const Dialplan> dialplan);
@@ -45,13 +48,15 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   void RunActions(const Route& route);
   void RunAction(const DialplanAction& action);
 
-  void Set(const std::string& data);
+  bool Set(const std::string& data, const char* application = "set");
+  void Export(const std::string& data);
   void Log(const std::string& data);
   void HangUp(const std::string& data);
   void Bridge(const std::string& data);
 
   bool EnsureMedia();
   bool StartCalledLeg(const std::string& data);
+  void PassVariablesOn(switch_channel_t* called);
   switch_core_session_t* MakeCalledSession(const BridgeTarget& target);
   CalledLegRequest MakeCalledRequest(const BridgeTarget& target, const std::string& uuid);
   std::chrono::seconds LegTimeout() const;

@@ -1,4 +1,5 @@
 #include <cstdlib>
+#include <sstream>
 #include <utility>
 
 #include "sip/bridge_target.h"
@@ -11,6 +12,9 @@ namespace kvx_switch {
 namespace {
 
 constexpr long kLongestLegTimeout = 3600;
+
+// Before the name of an exported variable: only the called legs shall have it.
+const std::string kNotForTheCaller = "nolocal:";
 
 // For a leg that was hung up to say so.
 constexpr std::chrono::seconds kReportPatience{5};
@@ -40,6 +44,15 @@ std::chrono::seconds CallingLeg::LegTimeout() const {
   return std::chrono::seconds(profile_.leg_timeout_seconds);
 }
 
+void CallingLeg::PassVariablesOn(switch_channel_t* called) {
+  std::istringstream names(Variable(kExportVariable));
+  for (std::string name; std::getline(names, name, ',');) {
+    const std::string value = Variable(name);
+    if (name.rfind(kNotForTheCaller, 0) == 0) name.erase(0, kNotForTheCaller.size());
+    if (!value.empty()) switch_channel_set_variable(called, name.c_str(), value.c_str());
+  }
+}
+
 /// The second leg, linked with this one; null when there is none to be had. Linked before it runs: its media is created
 /// beside this leg's.
 switch_core_session_t* CallingLeg::MakeCalledSession(const BridgeTarget& target) {
@@ -51,6 +64,7 @@ switch_core_session_t* CallingLeg::MakeCalledSession(const BridgeTarget& target)
   caller.network_address.clear();
   SetCallerData(session, caller);
   switch_channel_t* channel = switch_core_session_get_channel(session);
+  PassVariablesOn(channel);
   for (const auto& [name, value] : target.variables) switch_channel_set_variable(channel, name.c_str(), value.c_str());
   switch_channel_set_variable(channel, SWITCH_SIGNAL_BOND_VARIABLE, switch_core_session_get_uuid(session_));
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, switch_core_session_get_uuid(session));

@@ -13,7 +13,7 @@ namespace {
 // Nothing a number or a name may be is longer.
 constexpr size_t kLongestSubject = 256;
 
-const char* const kApplications[] = {"answer", "bridge", "hangup", "log", "set"};
+const char* const kApplications[] = {"answer", "bridge", "export", "hangup", "log", "set"};
 
 bool KnownApplication(const std::string& name) {
   return std::find(std::begin(kApplications), std::end(kApplications), name) != std::end(kApplications);

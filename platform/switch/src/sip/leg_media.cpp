@@ -1,7 +1,6 @@
 #include "sip/leg_media.h"
 
 #include <cstdlib>
-#include <ctime>
 #include <utility>
 
 #include "core/media_server.h"
@@ -146,11 +145,15 @@ bool LegMedia::GetLocal(LocalRequest request, LocalMedia& local) {
 void LegMedia::Publish(const LocalMedia& local) {
   switch_channel_set_variable(channel_, SWITCH_LOCAL_MEDIA_PORT_VARIABLE, std::to_string(local.port).c_str());
   switch_channel_set_variable(channel_, SWITCH_ADVERTISED_MEDIA_IP_VARIABLE, local.address.c_str());
+}
+
+void LegMedia::MarkStart() {
+  if (std::exchange(started_, true)) return;
+  switch_time_exp_t now;
+  switch_time_exp_lt(&now, switch_time_now());
   char text[32];
-  std::tm now{};
-  std::time_t seconds = std::time(nullptr);
-  localtime_r(&seconds, &now);
-  std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &now);
+  switch_size_t length = 0;
+  switch_strftime(text, &length, sizeof(text), "%Y-%m-%d %H:%M:%S", &now);
   switch_channel_set_variable(channel_, "rtcpmon_start_time", text);
 }
 

@@ -62,6 +62,9 @@ class LegMedia {
   void Unbridge();
   bool bridged() const { return bridged_; }
 
+  /// Media may flow from now on: the first time, the variable "rtcpmon_start_time" says when that was.
+  void MarkStart();
+
   /// Unbridges if need be, destroys, lets the media server go. Does nothing the second time.
   void Destroy();
 
@@ -87,6 +90,7 @@ class LegMedia {
   bool created_ = false;
   bool bridged_ = false;
   bool codec_ready_ = false;
+  bool started_ = false;
   switch_codec_t codec_{};
 };
 
