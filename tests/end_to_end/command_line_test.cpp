@@ -10,25 +10,7 @@ namespace {
 
 using std::chrono::seconds;
 
-struct CliRun {
-  int code = -1;
-  std::string output;  // both streams
-};
-
-class CommandLine : public SwitchCall {
- protected:
-  CliRun Cli(std::vector<std::string> arguments, std::uint16_t port = 0) {
-    test_support::ChildSettings settings;
-    settings.command = {test_support::built_program("kvx-cli").string(), "-P",
-                        std::to_string(port != 0 ? port : switch_->EventSocket().port)};
-    settings.command.insert(settings.command.end(), arguments.begin(), arguments.end());
-    settings.output = directory_.Path() / "cli.log";
-    test_support::ChildProcess child(settings);
-    const auto exit = child.WaitForExit(seconds(30));
-    EXPECT_TRUE(exit.has_value()) << "kvx-cli does not end";
-    return {exit ? exit->code : -1, child.Output()};
-  }
-};
+class CommandLine : public SwitchCall {};
 
 TEST_F(CommandLine, RunsACommandAndEndsWithZero) {
   StartSwitch();

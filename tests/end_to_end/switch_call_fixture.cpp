@@ -92,6 +92,18 @@ int SwitchCall::RefusedWith(const std::string& scenario, const std::string& dial
   return answer != nullptr ? answer->Status() : 0;
 }
 
+SwitchCall::CliRun SwitchCall::Cli(std::vector<std::string> arguments, std::uint16_t port) {
+  test_support::ChildSettings settings;
+  settings.command = {test_support::built_program("kvx-cli").string(), "-P",
+                      std::to_string(port != 0 ? port : switch_->EventSocket().port)};
+  settings.command.insert(settings.command.end(), arguments.begin(), arguments.end());
+  settings.output = directory_.Path() / "cli.log";
+  test_support::ChildProcess child(settings);
+  const auto exit = child.WaitForExit(seconds(30));
+  EXPECT_TRUE(exit.has_value()) << "kvx-cli does not end";
+  return {exit ? exit->code : -1, child.Output()};
+}
+
 void SwitchCall::ExpectLogLine(const std::vector<std::string>& texts) {
   const bool found = test_support::wait_until(seconds(5), [&] { return has_line(switch_->Log(), texts); });
   EXPECT_TRUE(found) << "no line of the log has " << testing::PrintToString(texts) << "\n"

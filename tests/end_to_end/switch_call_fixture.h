@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -36,6 +37,12 @@ class SwitchCall : public testing::Test {
   /// A call by a phone that nobody answers: the final status that it got; 0 when it got none.
   int RefusedWith(const std::string& scenario, const std::string& dialled,
                   const test_support::SippCallFields& fields = {});
+  /// What kvx-cli prints and how it ends, run against the switch or, when it is not 0, against that port.
+  struct CliRun {
+    int code = -1;
+    std::string output;  // both streams
+  };
+  CliRun Cli(std::vector<std::string> arguments, std::uint16_t port = 0);
   /// The log has all of `texts` on one line.
   void ExpectLogLine(const std::vector<std::string>& texts);
 

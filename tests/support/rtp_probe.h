@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/rtp_comparison.h"
+#include "support/rtp_reporter.h"
 #include "support/rtp_seal.h"
 #include "support/rtp_talk.h"
 #include "support/udp_socket.h"
@@ -34,6 +35,9 @@ struct RtpDirectionSettings {
   RtpSeal* opened_by = nullptr;
   UdpAddress to;
   RtpExpectation expected;
+  /// Of so many packets of the script one is lost on the way: counted as sent, never to arrive. 0: none. The last ones
+  /// all go out, since nobody could tell that they are missing.
+  std::size_t lose_one_of = 0;
 };
 
 struct RtpCallSettings {
@@ -41,6 +45,7 @@ struct RtpCallSettings {
   RtpPhone* callee = nullptr;
   RtpDirectionSettings to_callee;
   RtpDirectionSettings to_caller;
+  bool reports = false;  // both phones send RTCP, to the port after that of RTP, and read what comes
 };
 
 struct RtpCallResult {
@@ -48,6 +53,10 @@ struct RtpCallResult {
   RtpComparison to_caller;
   std::size_t rtcp_at_caller = 0;  // datagrams on the RTCP ports
   std::size_t rtcp_at_callee = 0;
+  std::size_t lost_to_callee = 0;  // on the way to the media server, of what the caller sent
+  std::size_t lost_to_caller = 0;
+  RtcpAccount caller_reports;  // empty without reports
+  RtcpAccount callee_reports;
 
   bool Passed() const { return to_callee.Passed() && to_caller.Passed(); }
 };

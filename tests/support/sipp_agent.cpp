@@ -70,7 +70,7 @@ std::vector<std::string> SippAgent::CommandLine() const {
                                             "-m",
                                             calls,
                                             "-l",
-                                            calls,
+                                            settings_.at_once != 0 ? std::to_string(settings_.at_once) : calls,
                                             "-r",
                                             std::to_string(settings_.calls_per_second),
                                             "-d",

@@ -34,6 +34,7 @@ struct SippSettings {
   std::vector<SippCallFields> calls;
   std::chrono::milliseconds hold{1000};  // length of the scenario's pauses without one of their own
   int calls_per_second = 10;
+  std::size_t at_once = 0;          // calls, at most; 0: all of them
   std::chrono::seconds limit{60};   // sipp ends itself, in error, when it is not done by then
   std::filesystem::path directory;  // of its files; must exist
   std::string name;                 // of its files, unique in the directory

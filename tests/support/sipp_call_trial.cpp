@@ -120,6 +120,7 @@ RtpDirectionSettings CallTrial::DirectionOf(const SdpAudio& talker_far, const Sd
   direction.expected.audio_payload_type = static_cast<std::uint8_t>(heard->payload_type);
   direction.expected.from = UdpAddress{listener_far.address, listener_far.port}.ToString();
   direction.expected.digits = digits;
+  direction.lose_one_of = settings_.lose_one_of;
   if (!digits.empty()) {
     const SdpCodec* sent_events = talker_far.Find("telephone-event");
     const SdpCodec* heard_events = listener_own.Find("telephone-event");
@@ -166,6 +167,7 @@ std::vector<RtpCallResult> CallTrial::Talk() {
     }
     call.to_callee.sealed_by = call.to_caller.opened_by = caller.get();
     call.to_callee.opened_by = call.to_caller.sealed_by = callee.get();
+    call.reports = settings_.reports;
     calls.push_back(call);
   }
   return exchange_rtp(calls);

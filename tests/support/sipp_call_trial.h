@@ -25,6 +25,8 @@ struct CallTrialSettings {
   std::string callee_srtp;
   std::string caller_digits;
   std::string callee_digits;
+  bool reports = false;         // the phones send RTCP
+  std::size_t lose_one_of = 0;  // packets, each way, on the way from a phone to the media server; 0: none
   int calls_per_second = 20;
   /// How much longer than the talk a call lasts: for signalling, and for media to open.
   std::chrono::milliseconds hold_margin{2500};

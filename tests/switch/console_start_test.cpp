@@ -125,6 +125,22 @@ TEST_F(ConsoleStart, ShutdownFromAClientLetsTheMainThreadStopTheConsole) {
             "Content-Type: text/disconnect-notice\nContent-Length: 33\n\nThe switch is stopping, goodbye.\n");
 }
 
+TEST_F(ConsoleStart, TellsClientsOfWhatHappenedBeforeItStops) {
+  Start();
+  RawClient client(EventSocketAddress());
+  ASSERT_TRUE(client.LogIn("kelvaro"));
+  client.Send("event plain GENERAL\n\n");
+  EXPECT_THAT(client.Message(), HasSubstr("+OK event listener enabled plain"));
+  for (int i = 0; i < 100; ++i) {
+    switch_event_t* event = nullptr;
+    switch_event_create(&event, SWITCH_EVENT_GENERAL);
+    switch_event_fire(&event);
+  }
+  StopConsole();
+  for (int i = 0; i < 100; ++i) EXPECT_THAT(client.Message(), HasSubstr("\n\nEvent-Name: GENERAL\n"));
+  EXPECT_THAT(client.Rest(), HasSubstr("The switch is stopping, goodbye."));
+}
+
 TEST_F(ConsoleStart, NamesTheFileWhenThePortIsTaken) {
   const test_support::OccupiedTcpPort taken;
   const std::string port = std::to_string(taken.Port());

@@ -26,10 +26,20 @@ class EventSocketDialogueTest : public testing::Test {
 
   std::vector<std::pair<std::string, std::string>> calls_;
   std::string output_ = "done\n";
-  EventSocketDialogue dialogue_{"secret", "127.0.0.1:5", [this](const std::string& command, const std::string& args) {
-                                  calls_.emplace_back(command, args);
-                                  return output_;
-                                }};
+  std::vector<std::pair<std::string, ApiLine>> jobs_;
+  bool room_for_jobs_ = true;
+  EventSubscription wanted_;
+  EventSocketDialogue dialogue_{"secret",
+                                "127.0.0.1:5",
+                                {[this](const std::string& command, const std::string& args) {
+                                   calls_.emplace_back(command, args);
+                                   return output_;
+                                 },
+                                 [this](const std::string& uuid, const ApiLine& line) {
+                                   jobs_.emplace_back(uuid, line);
+                                   return room_for_jobs_;
+                                 },
+                                 [this](const EventSubscription& wanted) { wanted_ = wanted; }}};
 };
 
 TEST_F(EventSocketDialogueTest, AsksForThePasswordFirst) {
@@ -46,7 +56,7 @@ TEST_F(EventSocketDialogueTest, AcceptsTheRightPassword) {
 
 TEST_F(EventSocketDialogueTest, RefusesEveryOtherPassword) {
   for (const char* guess : {"", "s", "secre", "secrets", "SECRET", "secretsecret"}) {
-    EventSocketDialogue dialogue("secret", "127.0.0.1:5", [](auto&, auto&) { return ""; });
+    EventSocketDialogue dialogue("secret", "127.0.0.1:5", {});
     EventSocketRequest request;
     request.command = "auth";
     request.arguments = guess;
@@ -64,9 +74,52 @@ TEST_F(EventSocketDialogueTest, EndsAfterThreeWrongPasswords) {
   EXPECT_FALSE(dialogue_.logged_in());
 }
 
-TEST_F(EventSocketDialogueTest, KnowsNoApiBeforeThePassword) {
-  EXPECT_EQ(Ask("api", "status"), reply("-ERR command not found"));
+TEST_F(EventSocketDialogueTest, KnowsNothingElseBeforeThePassword) {
+  for (const char* command : {"api", "bgapi", "event", "nixevent", "noevents", "myevents", "filter"}) {
+    EXPECT_EQ(Ask(command, "plain ALL"), reply("-ERR command not found")) << command;
+  }
   EXPECT_TRUE(calls_.empty());
+  EXPECT_TRUE(jobs_.empty());
+  EXPECT_FALSE(wanted_.WantsAny());
+}
+
+TEST_F(EventSocketDialogueTest, PassesWishesForEventsOn) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("event", "json ALL"), reply("+OK event listener enabled json"));
+  EXPECT_TRUE(wanted_.WantsAny());
+  EXPECT_EQ(wanted_.format(), EventFormat::kJson);
+  EXPECT_EQ(Ask("filter", "Unique-ID u"), reply("+OK filter added. [Unique-ID]=[u]"));
+  EXPECT_EQ(Ask("nixevent", "HEARTBEAT"), reply("+OK events nixed"));
+  EXPECT_EQ(Ask("myevents", "nobody"), reply("-ERR invalid uuid"));
+  EXPECT_EQ(Ask("noevents"), reply("+OK no longer listening for events"));
+  EXPECT_FALSE(wanted_.WantsAny());
+}
+
+TEST_F(EventSocketDialogueTest, StartsBackgroundCommandsUnderAUuid) {
+  Ask("auth", "secret");
+  const std::string answer = Ask("bgapi", "originate  a b");
+  ASSERT_EQ(jobs_.size(), 1u);
+  const std::string& uuid = jobs_[0].first;
+  EXPECT_EQ(uuid.size(), 36u);
+  EXPECT_EQ(answer, reply("+OK Job-UUID: " + uuid + "\nJob-UUID: " + uuid));
+  EXPECT_EQ(jobs_[0].second.command, "originate");
+  EXPECT_EQ(jobs_[0].second.arguments, "a b");
+  EXPECT_TRUE(calls_.empty());
+
+  EventSocketRequest request;
+  request.command = "bgapi";
+  request.arguments = "status";
+  request.headers = {{"job-uuid", "my-job"}};
+  EXPECT_EQ(dialogue_.Answer(request), reply("+OK Job-UUID: my-job\nJob-UUID: my-job"));
+  EXPECT_EQ(jobs_.back().first, "my-job");
+}
+
+TEST_F(EventSocketDialogueTest, RefusesBackgroundCommandsThatCannotRun) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("bgapi"), reply("-ERR no api command given"));
+  EXPECT_TRUE(jobs_.empty());
+  room_for_jobs_ = false;
+  EXPECT_EQ(Ask("bgapi", "status"), reply("-ERR too many background jobs"));
 }
 
 TEST_F(EventSocketDialogueTest, LetsGoAtExitEvenBeforeThePassword) {
@@ -118,8 +171,9 @@ TEST_F(EventSocketDialogueTest, WantsACommandBehindApi) {
 }
 
 TEST_F(EventSocketDialogueTest, TurnsAnExceptionOfACommandIntoItsAnswer) {
-  EventSocketDialogue dialogue("secret", "127.0.0.1:5",
-                               [](auto&, auto&) -> std::string { throw std::runtime_error("no such tree"); });
+  EventSocketDialogue dialogue(
+      "secret", "127.0.0.1:5",
+      {[](auto&, auto&) -> std::string { throw std::runtime_error("no such tree"); }, nullptr, nullptr});
   EventSocketRequest request;
   request.command = "auth";
   request.arguments = "secret";

@@ -117,4 +117,13 @@ std::string SipCall::LegUuid(switch_call_direction_t direction) {
   return "";
 }
 
+std::string SipCall::VariableOfLeg(switch_call_direction_t direction, const char* name) {
+  switch_core_session_t* session = switch_core_session_locate(LegUuid(direction).c_str());
+  if (!session) return "no leg";
+  const char* value = switch_channel_get_variable(switch_core_session_get_channel(session), name);
+  const std::string text = value ? value : "unset";
+  switch_core_session_rwunlock(session);
+  return text;
+}
+
 }  // namespace kvx_switch

@@ -42,6 +42,8 @@ class SipCall : public testing::Test {
   /// A line of that level whose text contains `part` was logged.
   testing::AssertionResult Logged(switch_log_level_t level, const std::string& part) const;
   std::string LegUuid(switch_call_direction_t direction);
+  /// "unset" when the leg has no such variable, "no leg" when there is no such leg.
+  std::string VariableOfLeg(switch_call_direction_t direction, const char* name);
 
   TemporaryDirectory directory_;
   std::string profile_;

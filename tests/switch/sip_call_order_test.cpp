@@ -141,19 +141,48 @@ TEST_F(SipCallOrder, VariablesOfTheBridgeGoToTheCalledLeg) {
   StopSipSide();
   StartSipSide();
   ConnectToBob();
-  auto variable = [this](switch_call_direction_t direction, const char* name) {
-    switch_core_session_t* session = switch_core_session_locate(LegUuid(direction).c_str());
-    if (!session) return std::string("no leg");
-    const char* value = switch_channel_get_variable(switch_core_session_get_channel(session), name);
-    std::string text = value ? value : "unset";
-    switch_core_session_rwunlock(session);
-    return text;
-  };
-  EXPECT_EQ(variable(SWITCH_CALL_DIRECTION_OUTBOUND, "note"), "for bob");
-  EXPECT_EQ(variable(SWITCH_CALL_DIRECTION_OUTBOUND, "jitterbuffer_mode"), "none");
-  EXPECT_EQ(variable(SWITCH_CALL_DIRECTION_OUTBOUND, "mine"), "unset");
-  EXPECT_EQ(variable(SWITCH_CALL_DIRECTION_INBOUND, "mine"), "caller alice");
-  EXPECT_EQ(variable(SWITCH_CALL_DIRECTION_INBOUND, "note"), "unset");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "note"), "for bob");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "jitterbuffer_mode"), "none");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "mine"), "unset");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_INBOUND, "mine"), "caller alice");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_INBOUND, "note"), "unset");
+}
+
+TEST_F(SipCallOrder, ExportedVariablesGoToTheCalledLegToo) {
+  Dialplan(
+      "<extension name=\"bob\"><condition><action application=\"export\" data=\"generate_rtcp_report=true\"/>"
+      "<action application=\"export\" data=\"note=first\"/>"
+      "<action application=\"export\" data=\"nolocal:theirs=yes\"/>"
+      "<action application=\"export\" data=\"no name and value\"/>"
+      "<action application=\"set\" data=\"note=${note} and last\"/>"
+      "<action application=\"bridge\" data=\"sip:2000@" +
+      bob_.Address() + "\"/></condition></extension>");
+  StopSipSide();
+  StartSipSide();
+  ConnectToBob();
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_INBOUND, "generate_rtcp_report"), "true");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "generate_rtcp_report"), "true");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "note"), "first and last") << "as it is when the leg is made";
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_INBOUND, "theirs"), "unset");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "theirs"), "yes");
+  EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "export: \"no name and value\" is not name=value"));
+}
+
+TEST_F(SipCallOrder, TheBridgesOwnVariablesComeBeforeExportedOnes) {
+  Dialplan(
+      "<extension name=\"bob\"><condition><action application=\"export\" data=\"note=exported\"/>"
+      "<action application=\"bridge\" data=\"{note=of the bridge}sip:2000@" +
+      bob_.Address() + "\"/></condition></extension>");
+  StopSipSide();
+  StartSipSide();
+  ConnectToBob();
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "note"), "of the bridge");
+}
+
+TEST_F(SipCallOrder, MediaStartsWhenALegIsAnswered) {
+  CallBob();
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "rtcpmon_start_time"), "unset");
+  EXPECT_EQ(VariableOfLeg(SWITCH_CALL_DIRECTION_INBOUND, "rtcpmon_start_time"), "unset");
 }
 
 TEST_F(SipCallOrder, CalledSideSeesTheCallersNameAndNumber) {

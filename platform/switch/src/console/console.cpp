@@ -12,6 +12,7 @@
 #include "console/event_socket_server.h"
 #include "console/event_socket_settings.h"
 #include "console/shutdown_hook.h"
+#include "core/event.h"
 
 namespace kvx_switch {
 namespace {
@@ -67,8 +68,11 @@ void StopConsole() {
     const std::lock_guard<std::mutex> lock(console_mutex);
     server.swap(event_socket);
   }
+  if (!server) return;
+  // Clients are told of what happened before they are told goodbye.
+  FlushEvents();
   // Commands that still run may want the lock.
-  if (server) server->Stop();
+  server->Stop();
 }
 
 std::string EventSocketAddress() {

@@ -5,23 +5,27 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <utility>
 
 namespace kvx_switch {
 namespace {
 
 constexpr size_t kReadBytes = 16 * 1024;
+/// Of events before the client's next request has its turn.
+constexpr size_t kEventBytes = 64 * 1024;
 /// Strangers get room for a password and no body.
 constexpr EventSocketRequestParser::Limits kBeforeLogin{1024, 0};
 constexpr EventSocketRequestParser::Limits kAfterLogin{64 * 1024, 1024 * 1024};
 
 }  // namespace
 
-EventSocketConnection::EventSocketConnection(FileDescriptor socket, EventSocketDialogue dialogue,
+EventSocketConnection::EventSocketConnection(FileDescriptor socket, EventSocketDialogue dialogue, EventOutbox& outbox,
                                              EventSocketPatience patience, const WakeEvent& stop)
     : socket_(std::move(socket)),
       dialogue_(std::move(dialogue)),
       parser_(kBeforeLogin),
+      outbox_(outbox),
       patience_(patience),
       stop_(stop) {}
 
@@ -30,12 +34,15 @@ void EventSocketConnection::Run() {
   bool connected = Send(dialogue_.Greeting());
   while (connected && !dialogue_.over()) {
     const Clock::time_point deadline = dialogue_.logged_in() ? Clock::time_point::max() : login_deadline;
-    switch (Await(POLLIN, deadline, true)) {
+    switch (Await(POLLIN, deadline, Heed::kStopAndEvents)) {
       case Awaited::kReady:
-        connected = Read() && AnswerRequests();
+        connected = Read() && AnswerRequests() && (dialogue_.over() || SendEvents());
+        break;
+      case Awaited::kEvents:
+        connected = SendEvents();
         break;
       case Awaited::kStopped:
-        connected = Send(dialogue_.Farewell("The switch is stopping, goodbye."));
+        connected = TakeLeave("The switch is stopping, goodbye.");
         break;
       case Awaited::kTooLate:
         connected = Send(dialogue_.Farewell("No password in time, goodbye."));
@@ -65,6 +72,15 @@ bool EventSocketConnection::AnswerRequests() {
   return true;
 }
 
+bool EventSocketConnection::SendEvents() {
+  return Send(outbox_.Take(kEventBytes));
+}
+
+/// What the client was promised comes before the last words.
+bool EventSocketConnection::TakeLeave(const char* reason) {
+  return Send(outbox_.Take(std::numeric_limits<size_t>::max()) + dialogue_.Farewell(reason));
+}
+
 bool EventSocketConnection::Send(const std::string& bytes) {
   Clock::time_point deadline = Clock::now() + patience_.send;
   bool stopping = false;
@@ -77,7 +93,7 @@ bool EventSocketConnection::Send(const std::string& bytes) {
     }
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return false;
-    const Awaited awaited = Await(POLLOUT, deadline, !stopping);
+    const Awaited awaited = Await(POLLOUT, deadline, stopping ? Heed::kNothing : Heed::kStop);
     if (awaited == Awaited::kTooLate) return false;
     if (awaited == Awaited::kStopped) {
       stopping = true;
@@ -91,16 +107,17 @@ bool EventSocketConnection::Send(const std::string& bytes) {
 void EventSocketConnection::Linger() {
   shutdown(socket_.get(), SHUT_WR);
   const Clock::time_point deadline = Clock::now() + patience_.farewell;
-  while (Await(POLLIN, deadline, false) == Awaited::kReady) {
+  while (Await(POLLIN, deadline, Heed::kNothing) == Awaited::kReady) {
     char bytes[kReadBytes];
     const ssize_t count = recv(socket_.get(), bytes, sizeof(bytes), 0);
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return;
   }
 }
 
-EventSocketConnection::Awaited EventSocketConnection::Await(short events, Clock::time_point deadline,
-                                                            bool heed_stop) const {
-  pollfd waiting[] = {{socket_.get(), events, 0}, {heed_stop ? stop_.descriptor() : -1, POLLIN, 0}};
+EventSocketConnection::Awaited EventSocketConnection::Await(short events, Clock::time_point deadline, Heed heed) const {
+  pollfd waiting[] = {{socket_.get(), events, 0},
+                      {heed == Heed::kNothing ? -1 : stop_.descriptor(), POLLIN, 0},
+                      {heed == Heed::kStopAndEvents ? outbox_.filled().descriptor() : -1, POLLIN, 0}};
   for (;;) {
     int timeout = -1;
     if (deadline != Clock::time_point::max()) {
@@ -108,8 +125,9 @@ EventSocketConnection::Awaited EventSocketConnection::Await(short events, Clock:
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count() + 1;
       timeout = static_cast<int>(std::max<int64_t>(left, 0));
     }
-    const int ready = poll(waiting, 2, timeout);
-    if (ready > 0) return waiting[1].revents != 0 ? Awaited::kStopped : Awaited::kReady;
+    const int ready = poll(waiting, 3, timeout);
+    if (ready > 0 && waiting[1].revents != 0) return Awaited::kStopped;
+    if (ready > 0) return waiting[0].revents != 0 ? Awaited::kReady : Awaited::kEvents;
     if (ready == 0) return Awaited::kTooLate;
     if (errno != EINTR) return Awaited::kTooLate;
   }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include "console/event_outbox.h"
 #include "console/event_socket_dialogue.h"
 #include "console/event_socket_request.h"
 #include "console/file_descriptor.h"
@@ -21,26 +22,31 @@ struct EventSocketPatience {
 /// long, holds up nobody else.
 class EventSocketConnection {
  public:
-  /// `stop` ends the loop from outside and outlives the connection.
-  EventSocketConnection(FileDescriptor socket, EventSocketDialogue dialogue, EventSocketPatience patience,
-                        const WakeEvent& stop);
+  /// What `outbox` gets goes to the client between two answers. `stop` ends the loop from outside. Both outlive the
+  /// connection.
+  EventSocketConnection(FileDescriptor socket, EventSocketDialogue dialogue, EventOutbox& outbox,
+                        EventSocketPatience patience, const WakeEvent& stop);
 
   /// Serves the client until one side ends the conversation. Returns after a command that runs, never in the middle.
   void Run();
 
  private:
   using Clock = std::chrono::steady_clock;
-  enum class Awaited { kReady, kStopped, kTooLate };
+  enum class Awaited { kReady, kEvents, kStopped, kTooLate };
+  enum class Heed { kNothing, kStop, kStopAndEvents };
 
   bool Read();
   bool AnswerRequests();
+  bool SendEvents();
+  bool TakeLeave(const char* reason);
   bool Send(const std::string& bytes);
   void Linger();
-  Awaited Await(short events, Clock::time_point deadline, bool heed_stop) const;
+  Awaited Await(short events, Clock::time_point deadline, Heed heed) const;
 
   FileDescriptor socket_;
   EventSocketDialogue dialogue_;
   EventSocketRequestParser parser_;
+  EventOutbox& outbox_;
   const EventSocketPatience patience_;
   const WakeEvent& stop_;
 };

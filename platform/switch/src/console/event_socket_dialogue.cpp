@@ -2,8 +2,6 @@
 
 #include <switch.h>
 
-#include <algorithm>
-#include <exception>
 #include <utility>
 
 #include <strings.h>
@@ -33,13 +31,18 @@ bool same_secret(std::string_view expected, std::string_view guess) {
 }  // namespace
 
 const EventSocketDialogue::Command EventSocketDialogue::kCommands[] = {
-    {"auth", true, &EventSocketDialogue::LogIn},
-    {"exit", true, &EventSocketDialogue::Exit},
-    {"api", false, &EventSocketDialogue::Api},
+    {"auth", true, &EventSocketDialogue::LogIn},         {"exit", true, &EventSocketDialogue::Exit},
+    {"api", false, &EventSocketDialogue::Api},           {"bgapi", false, &EventSocketDialogue::BackgroundApi},
+    {"event", false, &EventSocketDialogue::Event},       {"filter", false, &EventSocketDialogue::Filter},
+    {"myevents", false, &EventSocketDialogue::MyEvents}, {"nixevent", false, &EventSocketDialogue::NixEvent},
+    {"noevents", false, &EventSocketDialogue::NoEvents},
 };
 
-EventSocketDialogue::EventSocketDialogue(std::string password, std::string peer, ApiRunner run_api)
-    : password_(std::move(password)), peer_(std::move(peer)), run_api_(std::move(run_api)) {}
+EventSocketDialogue::EventSocketDialogue(std::string password, std::string peer, EventSocketServices services)
+    : password_(std::move(password)),
+      peer_(std::move(peer)),
+      services_(std::move(services)),
+      events_(services_.want_events) {}
 
 std::string EventSocketDialogue::Greeting() const {
   return "Content-Type: auth/request\n\n";
@@ -84,21 +87,42 @@ std::string EventSocketDialogue::Exit(const EventSocketRequest&) {
 }
 
 std::string EventSocketDialogue::Api(const EventSocketRequest& request) {
-  const std::string& line = request.arguments;
-  const size_t word_end = std::min(line.find(' '), line.size());
-  const size_t arguments = std::min(line.find_first_not_of(' ', word_end), line.size());
-  if (word_end == 0) return reply("-ERR no api command given");
-  std::string output;
-  try {
-    output = run_api_(line.substr(0, word_end), line.substr(arguments));
-  } catch (const std::exception& exception) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: command \"%s\" failed: %s\n", line.c_str(),
-                      exception.what());
-    output = std::string("-ERR ") + exception.what() + "\n";
+  const ApiLine line = ParseApiLine(request.arguments);
+  if (line.command.empty()) return reply("-ERR no api command given");
+  return with_body("api/response", RunApiLine(services_.run_api, line));
+}
+
+/// A client that gives the job's uuid itself can tell the event before it has seen the reply.
+std::string EventSocketDialogue::BackgroundApi(const EventSocketRequest& request) {
+  const ApiLine line = ParseApiLine(request.arguments);
+  if (line.command.empty()) return reply("-ERR no api command given");
+  std::string uuid(request.Header("Job-UUID"));
+  if (uuid.empty()) {
+    char fresh[SWITCH_UUID_FORMATTED_LENGTH + 1];
+    uuid = switch_uuid_str(fresh, sizeof(fresh));
   }
-  // Clients wait for a body; an empty one would leave some of them waiting.
-  if (output.empty()) output = "-ERR no reply\n";
-  return with_body("api/response", output);
+  if (!services_.start_job(uuid, line)) return reply("-ERR too many background jobs");
+  return reply("+OK Job-UUID: " + uuid + "\nJob-UUID: " + uuid);
+}
+
+std::string EventSocketDialogue::Event(const EventSocketRequest& request) {
+  return reply(events_.Event(request.arguments));
+}
+
+std::string EventSocketDialogue::NixEvent(const EventSocketRequest& request) {
+  return reply(events_.NixEvent(request.arguments));
+}
+
+std::string EventSocketDialogue::NoEvents(const EventSocketRequest&) {
+  return reply(events_.NoEvents());
+}
+
+std::string EventSocketDialogue::MyEvents(const EventSocketRequest& request) {
+  return reply(events_.MyEvents(request.arguments));
+}
+
+std::string EventSocketDialogue::Filter(const EventSocketRequest& request) {
+  return reply(events_.Filter(request.arguments));
 }
 
 }  // namespace kvx_switch

@@ -4,12 +4,20 @@
 #include <string>
 #include <string_view>
 
+#include "console/api_line.h"
+#include "console/event_commands.h"
 #include "console/event_socket_request.h"
 
 namespace kvx_switch {
 
-/// Runs an API command and returns what it wrote; `arguments` is empty when there are none.
-using ApiRunner = std::function<std::string(const std::string& command, const std::string& arguments)>;
+/// What a conversation needs of the switch. All are called on the conversation's thread.
+struct EventSocketServices {
+  ApiRunner run_api;
+  /// Runs the command beside the conversation, under the job's uuid; false when no more can run.
+  std::function<bool(const std::string& uuid, const ApiLine& line)> start_job;
+  /// Sends the client these events from now on, and no others.
+  EventCommands::Listener want_events;
+};
 
 /// What the switch says to one client of the event socket: who may do what, and which answer follows which request.
 /// Knows nothing of sockets; one thread at a time.
@@ -21,7 +29,7 @@ class EventSocketDialogue {
   static constexpr int kMaxLoginTries = 3;
 
   /// `peer` names the client in log lines.
-  EventSocketDialogue(std::string password, std::string peer, ApiRunner run_api);
+  EventSocketDialogue(std::string password, std::string peer, EventSocketServices services);
 
   std::string Greeting() const;
   /// The bytes to send for one request. May take as long as the command that it asks for.
@@ -46,11 +54,18 @@ class EventSocketDialogue {
 
   std::string LogIn(const EventSocketRequest& request);
   std::string Api(const EventSocketRequest& request);
+  std::string BackgroundApi(const EventSocketRequest& request);
+  std::string Event(const EventSocketRequest& request);
+  std::string NixEvent(const EventSocketRequest& request);
+  std::string NoEvents(const EventSocketRequest& request);
+  std::string MyEvents(const EventSocketRequest& request);
+  std::string Filter(const EventSocketRequest& request);
   std::string Exit(const EventSocketRequest& request);
 
   const std::string password_;
   const std::string peer_;
-  const ApiRunner run_api_;
+  const EventSocketServices services_;
+  EventCommands events_;
   int login_tries_ = 0;
   bool logged_in_ = false;
   bool over_ = false;

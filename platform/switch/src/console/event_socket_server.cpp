@@ -17,6 +17,8 @@
 #include <system_error>
 #include <utility>
 
+#include "console/event_feed.h"
+
 namespace kvx_switch {
 namespace {
 
@@ -71,17 +73,30 @@ bool is_known_to_everybody(const std::string& password) {
 }  // namespace
 
 struct EventSocketServer::Client {
-  Client(EventSocketConnection connection_, std::string peer_)
-      : connection(std::move(connection_)), peer(std::move(peer_)) {}
+  Client(EventSocketServer& server, FileDescriptor socket, const std::string& name)
+      : peer(name),
+        outbox(server.settings_.outbox),
+        feed(name, outbox),
+        connection(std::move(socket),
+                   EventSocketDialogue(server.settings_.password, name,
+                                       {server.run_api_,
+                                        [&server](const std::string& uuid, const ApiLine& line) {
+                                          return server.jobs_.Start(uuid, line);
+                                        },
+                                        [this](const EventSubscription& wanted) { feed.Want(wanted); }}),
+                   outbox, server.settings_.patience, server.stop_) {}
 
-  EventSocketConnection connection;  // of the client's thread alone
   const std::string peer;
+  EventOutbox outbox;
+  // Of the client's thread alone.
+  EventFeed feed;
+  EventSocketConnection connection;
   std::atomic<bool> gone{false};
   std::thread thread;
 };
 
 EventSocketServer::EventSocketServer(EventSocketSettings settings, ApiRunner run_api)
-    : settings_(std::move(settings)), run_api_(std::move(run_api)) {}
+    : settings_(std::move(settings)), run_api_(std::move(run_api)), jobs_(run_api_) {}
 
 EventSocketServer::~EventSocketServer() {
   Stop();
@@ -131,6 +146,7 @@ void EventSocketServer::Stop() {
     last.swap(clients_);
   }
   for (const auto& client : last) client->thread.join();
+  jobs_.Stop();
   listener_ = FileDescriptor();
   address_.clear();
 }
@@ -189,10 +205,7 @@ void EventSocketServer::Serve(FileDescriptor socket, const std::string& peer) {
   const int on = 1;
   setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
   setsockopt(socket.get(), SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
-  auto client = std::make_unique<Client>(
-      EventSocketConnection(std::move(socket), EventSocketDialogue(settings_.password, peer, run_api_),
-                            settings_.patience, stop_),
-      peer);
+  auto client = std::make_unique<Client>(*this, std::move(socket), peer);
   Client& served = *client;
   const std::lock_guard<std::mutex> lock(mutex_);
   clients_.push_back(std::move(client));
@@ -212,6 +225,7 @@ void EventSocketServer::ServeClient(Client& client) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: connection from %s given up: %s\n",
                       client.peer.c_str(), exception.what());
   }
+  client.feed.Want({});  // until the client is reaped nobody would read
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Event socket: connection from %s ended\n",
                     client.peer.c_str());
   client.gone = true;

@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include "console/background_jobs.h"
+#include "console/event_outbox.h"
 #include "console/event_socket_connection.h"
 #include "console/event_socket_dialogue.h"
 #include "console/file_descriptor.h"
@@ -22,6 +24,7 @@ struct EventSocketSettings {
   std::string password;
   size_t max_connections = 64;  ///< clients beyond are turned away
   EventSocketPatience patience{};
+  EventOutbox::Limits outbox{};  ///< of each client
 };
 
 /// Lets programs on this machine, or on others if its owner says so, command the switch: a TCP server for the event
@@ -37,7 +40,8 @@ class EventSocketServer {
 
   /// Listens and begins to serve, or says in `error` what keeps it from that, with file, address and port.
   bool Start(std::string& error);
-  /// Says goodbye to every client, waits for the commands that run, joins all threads. Not to be called by a command.
+  /// Says goodbye to every client, waits for the commands and jobs that run, joins all threads. Not to be called by a
+  /// command. What has stopped does not start again.
   void Stop();
   /// Where it listens, "127.0.0.1:8021" or "[::1]:8021", with the port that was really taken; empty when it does not.
   /// For the thread that starts and stops.
@@ -57,6 +61,7 @@ class EventSocketServer {
 
   const EventSocketSettings settings_;
   const ApiRunner run_api_;
+  BackgroundJobs jobs_;
   WakeEvent stop_;
   WakeEvent client_gone_;
   FileDescriptor listener_;

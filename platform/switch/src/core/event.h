@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include <switch.h>
 
@@ -14,6 +15,9 @@ void FlushEvents();
 
 /// What every event begins with: its name, the core's identity, the time, where it was made, and its number.
 void AddCoreHeaders(switch_event_t* event, const char* file, const char* func, int line);
+
+/// What could end a line or a word of a client's, and what is not ASCII, becomes %XX (RFC 3986, 2.1).
+std::string UrlEncoded(const char* text);
 
 /// Removes the bindings whose callback `is_doomed` names; returns how many there were.
 int RemoveEventBindingsIf(const std::function<bool(void* callback)>& is_doomed);

@@ -2,12 +2,11 @@
 #include <string>
 #include <vector>
 
-#include <switch.h>
+#include "core/event.h"
 
-namespace {
+namespace kvx_switch {
 
-/// What could end a line or a word of a client's, and what is not ASCII, becomes %XX (RFC 3986, 2.1).
-std::string url_encoded(const char* text) {
+std::string UrlEncoded(const char* text) {
   static const char kDigits[] = "0123456789ABCDEF";
   std::string encoded;
   for (; *text; ++text) {
@@ -22,6 +21,10 @@ std::string url_encoded(const char* text) {
   }
   return encoded;
 }
+
+}  // namespace kvx_switch
+
+namespace {
 
 /// A line end inside a value would start a header of its own.
 std::string on_one_line(std::string text) {
@@ -105,7 +108,7 @@ switch_status_t switch_event_serialize(switch_event_t* event, char** str, switch
     // The length is that of the body below, not one that a header claims.
     if (event->body && !strcasecmp(header->name, "Content-Length")) continue;
     text += on_one_line(header->name) + ": ";
-    text += encode ? url_encoded(header->value) : on_one_line(header->value);
+    text += encode ? kvx_switch::UrlEncoded(header->value) : on_one_line(header->value);
     text += '\n';
   }
   if (event->body) text += "Content-Length: " + std::to_string(strlen(event->body)) + "\n\n" + event->body;

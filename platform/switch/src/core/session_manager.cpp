@@ -1,5 +1,7 @@
 #include "core/session_manager.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <map>
@@ -15,6 +17,8 @@ namespace {
 
 constexpr uint32_t kUsualMaximum = 1000;
 constexpr std::chrono::seconds kTellAgain{10};
+/// Longer than SIP transactions outlive the leg that they belonged to (RFC 3261, timers D and J: 32 s).
+constexpr std::chrono::seconds kQuiet{34};
 
 struct State {
   mutable std::mutex mutex;
@@ -27,6 +31,8 @@ struct State {
   bool running = false;                                             // guarded by mutex
   bool paused = false;                                              // guarded by mutex
   bool reaper_may_end = false;                                      // guarded by mutex
+  bool memory_used = false;                                         // guarded by mutex; by legs, not given back yet
+  std::chrono::milliseconds quiet = kQuiet;                         // guarded by mutex
   uint32_t maximum = kUsualMaximum;                                 // guarded by mutex
   uint32_t alive = 0;                                               // guarded by mutex; until they are freed
   uint32_t peak = 0;                                                // guarded by mutex
@@ -86,6 +92,12 @@ void run_program(switch_core_session_t* session, LegProgram& program) {
   if (!IsHungUp(channel)) switch_channel_hangup(channel, cause);
 }
 
+/// The C library keeps what was freed for the next call; after a busy hour that is much to keep for a quiet night.
+void give_memory_back() {
+  malloc_trim(0);
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "No leg for a while: unused memory given back\n");
+}
+
 void report_end(switch_core_session_t* session) {
   switch_channel_t* channel = &session->channel;
   WaitForHangupTold(channel);
@@ -110,6 +122,7 @@ void SessionManager::Start() {
     all.paused = false;
     all.reaper_may_end = false;
     all.maximum = kUsualMaximum;
+    all.quiet = kQuiet;
     all.peak = 0;
     all.total = 0;
   }
@@ -238,12 +251,24 @@ void SessionManager::Free(switch_core_session_t* session) {
   delete session;
 }
 
+/// Joins the threads of legs that are over, and gives memory back when there has been no leg for a while.
 void SessionManager::Reap() {
   State& all = state();
+  const auto called = [&all] { return !all.over.empty() || (all.reaper_may_end && all.threads.empty()); };
   std::unique_lock<std::mutex> lock(all.mutex);
   for (;;) {
-    all.to_reap.wait(lock, [&] { return !all.over.empty() || (all.reaper_may_end && all.threads.empty()); });
+    if (!all.memory_used) {
+      all.to_reap.wait(lock, called);
+    } else if (!all.to_reap.wait_for(lock, all.quiet, called)) {
+      if (all.alive != 0) continue;
+      all.memory_used = false;
+      lock.unlock();
+      give_memory_back();
+      lock.lock();
+      continue;
+    }
     if (all.over.empty()) return;
+    all.memory_used = true;
     std::vector<std::thread> threads;
     for (const uint64_t id : all.over) threads.push_back(std::move(all.threads.extract(id).mapped()));
     all.over.clear();
@@ -341,6 +366,11 @@ void SessionManager::SetPaused(bool paused) {
 bool SessionManager::Paused() const {
   std::lock_guard<std::mutex> lock(state().mutex);
   return state().paused;
+}
+
+void SessionManager::SetQuiet(std::chrono::milliseconds quiet) {
+  std::lock_guard<std::mutex> lock(state().mutex);
+  state().quiet = quiet;
 }
 
 void SessionManager::SetMaximum(uint32_t maximum) {

@@ -43,6 +43,8 @@ class SessionManager {
   uint32_t Peak() const;
   uint64_t Total() const;
 
+  /// How long there must be no leg before memory goes back to the system; 34 s from Start on.
+  void SetQuiet(std::chrono::milliseconds quiet);
   bool Running() const;
   void SetPaused(bool paused);
   bool Paused() const;

@@ -231,6 +231,7 @@ bool CallingLeg::AnswerCaller() {
   dialog_->Answer(told_);
   answered_ = true;
   answered_at_ = std::chrono::steady_clock::now();
+  media_->MarkStart();
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, agreed_);
   return true;
