@@ -160,25 +160,6 @@ TEST_F(EmbeddedCall, UnlikeCodecsAreRefusedAtTheJoinAndNamed) {
   EXPECT_EQ(c.Receive().value().payload_type, 8);
 }
 
-TEST_F(EmbeddedCall, CryptoIsRefusedWithAnError) {
-  Start();
-  const auto session = NewSession();
-  Leg leg;
-  leg.connection = NewConnection(session);
-  MediaConfig secret;
-  AddCodec(secret);
-  const std::vector<uint8_t> key(30, 1);
-  secret.SetCrypto("AES_CM_128_HMAC_SHA1_80", key.data(), 30, 31, "1:4");
-  EXPECT_FALSE(leg.connection->GetLocalOffer(secret));
-  EXPECT_TRUE(logger().Has(kelvaro::ERROR_LOG_LEVEL, "SRTP is not supported yet"));
-  MediaConfig mandatory = RemoteOf(leg);
-  mandatory.SetCrypto("NO_CRYPTO", nullptr, 0, 0, nullptr);
-  mandatory.SetCryptoMandFlag(true);
-  EXPECT_FALSE(leg.connection->SetRemoteOffer(mandatory));
-  mandatory.SetCryptoMandFlag(false);
-  EXPECT_TRUE(leg.connection->SetRemoteOffer(mandatory));
-}
-
 TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
   Start();
   const auto session = NewSession();
@@ -188,10 +169,12 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     AddCodec(leg.local);
     leg.local.SetJitterMode(MediaConfig::JITTER_MODE_ADAPTIVE);
     leg.local.SetJitterInitialDelayMs(40);
+    leg.local.SetVideoJitterBufferType("adaptive");
     leg.local.SetFaxModeAutoSwitchMask("CNG");
     leg.local.SetAllowInbandTo2833Conversion(true);
-    leg.local.SetResetRtpOnRemoteSSRCChange(true);
     leg.local.SetSilenceSuppressionFlag(true);
+    leg.local.SetCngSuppressionFlag(true);
+    leg.local.SetSidFlag(true);
     ASSERT_TRUE(leg.connection->GetLocalOffer(leg.local));
   }
   std::vector<std::string> named;
@@ -202,9 +185,8 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
     const auto begin = at + phrase.size();
     named.push_back(message.substr(begin, message.find(" yet", begin) - begin));
   }
-  EXPECT_THAT(named, testing::UnorderedElementsAre("JitterMode", "JitterInitialDelayMs", "FaxModeAutoSwitchMask",
-                                                   "AllowInbandTo2833Conversion", "ResetRtpOnRemoteSSRCChange",
-                                                   "SilenceSuppressionFlag"));
+  EXPECT_THAT(named, testing::UnorderedElementsAre("VideoJitterBufferType", "FaxModeAutoSwitchMask",
+                                                   "AllowInbandTo2833Conversion", "SilenceSuppressionFlag", "SidFlag"));
 }
 
 TEST_F(EmbeddedCall, DefaultsAreNotNamed) {
@@ -223,25 +205,6 @@ TEST_F(EmbeddedCall, DefaultsAreNotNamed) {
   for (const std::string& message : logger().Messages(kelvaro::INFO_LOG_LEVEL)) {
     EXPECT_THAT(message, testing::Not(HasSubstr("does not support")));
   }
-}
-
-TEST_F(EmbeddedCall, AFaxRelayIsRefusedAndThereIsNoImageStream) {
-  Start();
-  const auto session = NewSession();
-  const Leg leg = NewLeg(session);
-  MediaConfig fax;
-  fax.SetIPAddress("127.0.0.1");
-  fax.SetRtpPort(leg.far_end->Port());
-  fax.SetUdpPassThru();
-  fax.SetUdpPassThruPeerLocalPort(0);
-  fax.SetUdpPassThruPeerLocalIPAddress(nullptr);
-  EXPECT_FALSE(leg.connection->SetRemoteAnswer(fax));
-  EXPECT_TRUE(logger().Has(kelvaro::ERROR_LOG_LEVEL, "T.38 pass-through to a peer is not supported yet"));
-  MediaConfig image;
-  EXPECT_FALSE(leg.connection->GetLocalImageConfig(image));
-  EXPECT_FALSE(leg.connection->GetRemoteImageConfig(image));
-  EXPECT_EQ(image.GetRtpPort(), 0);
-  EXPECT_EQ(image.GetIPAddress(), nullptr);
 }
 
 TEST_F(EmbeddedCall, TheRemoteAddressIsLearnedOnlyWhenAskedFor) {

@@ -14,6 +14,7 @@
 #include <unistd.h>
 #include <boost/make_shared.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +23,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace test_support {
@@ -30,8 +32,13 @@ struct EmbeddedOptions {
   std::vector<std::string> addresses = {"127.0.0.1"};  // one server each
   std::string public_address;
   unsigned pairs = 8;
+  std::pair<unsigned, unsigned> rtp_ports;  // 0: that many pairs that are free
   unsigned threads = 2;
-  std::string heartbeat_ms;
+  std::vector<unsigned> capacities;      // of the first servers, in place of the default
+  unsigned lost_events_per_second = 0;   // 0: the default
+  std::string heartbeat_ms;              // empty: the default
+  std::string port_quarantine_ms = "0";  // empty: the default
+  std::string driver = "embedded";
   unsigned request_timeout_ms = 5000;
   std::string extra;  // XML inside every media_server
 };
@@ -47,7 +54,8 @@ class EmbeddedTest : public ::testing::Test {
   bool Init(const EmbeddedOptions& options = {}) {
     port_min_ = FreeRange(options.pairs);
     WriteConfiguration(options);
-    factory_ = std::make_unique<kelvaro::jsr309::MSControlFactory>();
+    factory_ = factory_clock_ ? std::make_unique<kelvaro::jsr309::MSControlFactory>(factory_clock_)
+                              : std::make_unique<kelvaro::jsr309::MSControlFactory>();
     return factory_->Init(path_.c_str(), &logger_);
   }
   void Start(const EmbeddedOptions& options = {}) {
@@ -64,10 +72,11 @@ class EmbeddedTest : public ::testing::Test {
     ConnectionPtr connection;
     std::shared_ptr<UdpSocket> far_end = std::make_shared<UdpSocket>();
     MediaConfig local;
+    std::shared_ptr<UdpSocket> far_rtcp = std::make_shared<UdpSocket>();
 
     UdpAddress target() const { return {local.GetIPAddress(), local.GetRtpPort()}; }
-    void Send(std::uint16_t number, std::uint8_t payload_type = 0) const {
-      const RtpPacket packet{false, payload_type, number, 160u * number, 0x12345678, Payload(number)};
+    void Send(std::uint16_t number, std::uint8_t payload_type = 0, std::uint32_t ssrc = 0x12345678) const {
+      const RtpPacket packet{false, payload_type, number, 160u * number, ssrc, Payload(number)};
       if (!far_end->SendTo(target(), serialise_rtp(packet))) throw std::runtime_error("cannot send");
     }
     std::optional<RtpPacket> Receive(int milliseconds = 5000) const {
@@ -93,6 +102,7 @@ class EmbeddedTest : public ::testing::Test {
     MediaConfig remote;
     remote.SetIPAddress("127.0.0.1");
     remote.SetRtpPort(leg.far_end->Port());
+    remote.SetRtcpPort(leg.far_rtcp->Port());
     AddCodec(remote, codec, payload_type);
     return remote;
   }
@@ -118,14 +128,18 @@ class EmbeddedTest : public ::testing::Test {
 
   kelvaro::jsr309::MSControlFactory& factory() { return *factory_; }
   void DestroyFactory() { factory_.reset(); }
+  /// Before Start: the library's pace goes by that clock.
+  void UseFactoryClock(std::shared_ptr<kelvaro::jsr309::Clock> clock) { factory_clock_ = std::move(clock); }
   RecordingLogger& logger() { return logger_; }
   std::uint16_t port_min() const { return port_min_; }
   const std::string& path() const { return path_; }
 
  private:
   static std::uint16_t FreeRange(unsigned pairs) {
+    // Apart from tests that run beside this one.
     static std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<int> start(10000, 15000);
+    const int own_part = 10000 + getpid() % 25 * 200;
+    std::uniform_int_distribution<int> start(own_part, own_part + 199 - static_cast<int>(std::min(pairs, 199u)));
     for (int attempt = 0; attempt < 200; ++attempt) {
       const auto first = static_cast<std::uint16_t>(2 * start(random));
       bool free = true;
@@ -135,20 +149,35 @@ class EmbeddedTest : public ::testing::Test {
     throw std::runtime_error("no range of free ports");
   }
 
+  static void WriteElement(std::ostream& file, const std::string& name, const std::string& text) {
+    if (!text.empty()) file << "<" << name << ">" << text << "</" << name << ">\n";
+  }
+
   void WriteConfiguration(const EmbeddedOptions& options) {
     static int count = 0;
+    std::remove(path_.c_str());
     path_ = (std::filesystem::temp_directory_path() /
              ("embedded_test_" + std::to_string(getpid()) + "_" + std::to_string(++count) + ".xml"))
                 .string();
     std::ofstream file(path_);
     file << "<jsr309><media_servers><request_timeout_ms>" << options.request_timeout_ms << "</request_timeout_ms>\n";
+    if (options.lost_events_per_second != 0) {
+      WriteElement(file, "lost_events_per_second", std::to_string(options.lost_events_per_second));
+    }
     int number = 0;
     for (const std::string& address : options.addresses) {
-      file << "<media_server><mac>02:00:00:00:00:0" << ++number << "</mac><address>" << address << "</address>\n";
+      file << "<media_server><driver>" << options.driver << "</driver><mac>02:00:00:00:00:0" << ++number
+           << "</mac><address>" << address << "</address>\n";
       if (!options.public_address.empty()) file << "<public_address>" << options.public_address << "</public_address>";
-      file << "<rtp_port_min>" << port_min_ << "</rtp_port_min><rtp_port_max>" << port_min_ + 2 * options.pairs - 1
-           << "</rtp_port_max><threads>" << options.threads << "</threads>\n";
-      if (!options.heartbeat_ms.empty()) file << "<heartbeat_ms>" << options.heartbeat_ms << "</heartbeat_ms>";
+      const auto [first, last] = options.rtp_ports;
+      file << "<rtp_port_min>" << (first != 0 ? first : port_min_) << "</rtp_port_min><rtp_port_max>"
+           << (last != 0 ? last : port_min_ + 2 * options.pairs - 1) << "</rtp_port_max><threads>" << options.threads
+           << "</threads>\n";
+      WriteElement(file, "port_quarantine_ms", options.port_quarantine_ms);
+      WriteElement(file, "heartbeat_ms", options.heartbeat_ms);
+      if (number <= static_cast<int>(options.capacities.size())) {
+        WriteElement(file, "capacity", std::to_string(options.capacities[static_cast<size_t>(number - 1)]));
+      }
       file << options.extra << "</media_server>\n";
     }
     file << "</media_servers></jsr309>\n";
@@ -157,6 +186,7 @@ class EmbeddedTest : public ::testing::Test {
   RecordingLogger logger_;
   std::string path_;
   std::uint16_t port_min_ = 0;
+  std::shared_ptr<kelvaro::jsr309::Clock> factory_clock_;
   std::unique_ptr<kelvaro::jsr309::MSControlFactory> factory_;
 };
 

@@ -40,13 +40,13 @@ class RecordedLog {
       records_.emplace_back(level, text);
     };
   }
-  bool Has(LogLevel level, const std::string& part) const {
+  std::size_t Count(LogLevel level, const std::string& part) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (const auto& [at, text] : records_) {
-      if (at == level && text.find(part) != std::string::npos) return true;
-    }
-    return false;
+    std::size_t count = 0;
+    for (const auto& [at, text] : records_) count += at == level && text.find(part) != std::string::npos;
+    return count;
   }
+  bool Has(LogLevel level, const std::string& part) const { return Count(level, part) != 0; }
 
  private:
   mutable std::mutex mutex_;

@@ -134,20 +134,6 @@ TEST_F(RemoteAddressing, NothingIsTakenBeforeTheFarEndIsDescribed) {
   EXPECT_TRUE(Eventually([&] { return fresh.Statistics().strangers == 1; }));
 }
 
-TEST_F(RemoteAddressing, RtcpIsCountedByWhetherItComesFromTheFarEndsHost) {
-  const auto rtcp_port = a_.local.rtcp_port;
-  EXPECT_EQ(rtcp_port, a_.local.rtp_port + 1);
-  a_.far_end->Send({0x80, 200, 0, 1, 0, 0, 0, 1}, rtcp_port);
-  EXPECT_TRUE(Eventually([&] { return a_.Statistics().rtcp_packets_received == 1; }));
-  const FarEnd other_host("127.0.0.2");
-  other_host.Send({0x80, 200, 0, 1, 0, 0, 0, 1}, rtcp_port);  // goes to 127.0.0.2: nobody there
-  const SocketAddress to = *SocketAddress::Parse("127.0.0.1", rtcp_port);
-  const uint8_t octet = 0x80;
-  ASSERT_EQ(sendto(other_host.fd(), &octet, 1, 0, to.native(), to.length()), 1);
-  EXPECT_TRUE(Eventually([&] { return a_.Statistics().rtcp_strangers == 1; }));
-  EXPECT_EQ(a_.Statistics().rtcp_packets_received, 1u);
-}
-
 TEST_F(RemoteAddressing, ATextThatIsNoAddressIsRefusedAndChangesNothing) {
   RemoteDescription wrong = a_.far_end->Description(Pcmu());
   wrong.address = "phone.example";

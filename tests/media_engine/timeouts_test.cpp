@@ -1,5 +1,6 @@
 // Silences, with a clock of the test's own.
 #include "engine_fixture.h"
+#include "rtcp_bytes.h"
 #include "silence_watch.h"
 
 namespace media_engine_test {
@@ -129,12 +130,128 @@ TEST_F(RtpTimeouts, NothingIsExpectedFromAFarEndWhoseMediaGoesNowhere) {
   EXPECT_EQ(a_.events->Wait(2).size(), 2u);
 }
 
-TEST_F(RtpTimeouts, NothingIsExpectedUnderPassThrough) {
-  LocalSettings settings = LocalFor(Pcmu());
-  settings.udp_pass_through = true;
-  ASSERT_TRUE(a_.endpoint->DescribeLocal(settings, a_.local, kLimit).ok);
+TEST_F(RtpTimeouts, NothingIsExpectedFromEitherWhenNoAudioFlows) {
+  b_ = WatchedLeg(5, 30);
+  JoinThem(Direction::kDuplex);
+  Media(a_);
+  Media(b_);
+  JoinThem(Direction::kNone);
   Pass(seconds{3600});
   EXPECT_EQ(NoFurther(0), Events{});
+  EXPECT_EQ(b_.events->Wait(1, milliseconds{0}), Events{});
+}
+
+TEST_F(RtpTimeouts, AClockThatStartsAnewMayReportTheSameSilenceAgain) {
+  Pass(seconds{30});
+  EXPECT_EQ(a_.events->Wait(1), Events{"pending"});
+  JoinThem(Direction::kDuplex);
+  Pass(milliseconds{29900});
+  EXPECT_EQ(NoFurther(1).size(), 1u);
+  Pass(milliseconds{200});
+  EXPECT_EQ(a_.events->Wait(2), (Events{"pending", "pending"}));
+}
+
+TEST_F(RtpTimeouts, MediaAfterAPendingSilenceMakesTheNextOneInactive) {
+  Pass(seconds{30});
+  EXPECT_EQ(a_.events->Wait(1), Events{"pending"});
+  Media(a_);
+  Pass(milliseconds{4900});
+  EXPECT_EQ(NoFurther(1).size(), 1u);
+  Pass(milliseconds{200});
+  EXPECT_EQ(a_.events->Wait(2), (Events{"pending", "inactive"}));
+}
+
+TEST_F(RtpTimeouts, PendingCountsFromTheLatestLocalDescription) {
+  Leg fresh = NewLeg(*session_);
+  Pass(seconds{3600});  // nobody has been told where to send to
+  LocalSettings settings = LocalFor(Pcmu());
+  settings.pending_timeout = seconds{30};
+  ASSERT_TRUE(fresh.endpoint->DescribeLocal(settings, fresh.local, kLimit).ok);
+  Pass(seconds{20});
+  ASSERT_TRUE(fresh.endpoint->DescribeLocal(LocalFor(Pcmu()), fresh.local, kLimit).ok);
+  Pass(milliseconds{29900});
+  EXPECT_EQ(fresh.events->Wait(1, milliseconds{0}), Events{});
+  Pass(milliseconds{200});
+  EXPECT_EQ(fresh.events->Wait(1), Events{"pending"});
+}
+
+TEST_F(RtpTimeouts, AThirdJoinStartsTheClockOfTheOneLeftBehindAnew) {
+  JoinThem(Direction::kDuplex);
+  Media(a_);
+  Pass(seconds{4});
+  const Leg third = WatchedLeg(0, 0);
+  ASSERT_TRUE(b_.endpoint->Join(Direction::kDuplex, *third.endpoint, kLimit).ok);
+  Pass(seconds{4});
+  EXPECT_EQ(NoFurther(0), Events{});
+  Pass(seconds{1});
+  EXPECT_EQ(a_.events->Wait(1), Events{"inactive"});
+}
+
+TEST_F(RtpTimeouts, RtcpIsNoMedia) {
+  Media(a_);
+  Pass(seconds{4});
+  a_.far_end->SendRtcp(ReceiverReportBytes(1) + CnameBytes(1, "far end"), a_.local.rtcp_port);
+  ASSERT_TRUE(Eventually([&] { return a_.Statistics().rtcp_packets_received == 1; }));
+  Pass(seconds{1});
+  EXPECT_EQ(a_.events->Wait(1), Events{"inactive"});
+}
+
+class RtpTimeoutsOfFax : public RtpTimeouts {
+ protected:
+  void DescribeImage(Leg& leg) {
+    LocalSettings settings;
+    settings.udp_pass_through = true;
+    ASSERT_TRUE(leg.endpoint->DescribeLocal(settings, leg.local, kLimit).ok);
+    RemoteDescription remote = leg.far_end->Description(Pcmu());
+    remote.udp_pass_through = true;
+    ASSERT_TRUE(leg.endpoint->DescribeRemote(remote, kLimit).ok);
+  }
+  void DescribeAudio(Leg& leg) {
+    ASSERT_TRUE(leg.endpoint->DescribeLocal(LocalFor(Pcmu()), leg.local, kLimit).ok);
+    ASSERT_TRUE(leg.endpoint->DescribeRemote(leg.far_end->Description(Pcmu()), kLimit).ok);
+  }
+  void Image(const Leg& leg) {
+    const uint64_t before = leg.Statistics().not_joined;
+    leg.far_end->Send({1, 2, 3}, leg.local.rtp_port);
+    ASSERT_TRUE(Eventually([&] { return leg.Statistics().not_joined == before + 1; }));
+  }
+};
+
+TEST_F(RtpTimeoutsOfFax, NothingIsExpectedUnderPassThrough) {
+  Media(a_);
+  Pass(seconds{4});
+  DescribeImage(a_);
+  Pass(seconds{3600});
+  EXPECT_EQ(NoFurther(0), Events{});
+}
+
+TEST_F(RtpTimeoutsOfFax, TheClockStartsAnewWhenTheAudioIsBack) {
+  Media(a_);
+  Pass(seconds{4});
+  DescribeImage(a_);
+  Pass(seconds{3600});
+  DescribeAudio(a_);
+  Pass(milliseconds{4900});
+  EXPECT_EQ(NoFurther(0), Events{});
+  Pass(milliseconds{200});
+  EXPECT_EQ(a_.events->Wait(1), Events{"inactive"});
+}
+
+TEST_F(RtpTimeoutsOfFax, DatagramsOfAnImageAreNoMedia) {
+  DescribeImage(a_);
+  Image(a_);
+  DescribeAudio(a_);
+  Pass(seconds{30});
+  EXPECT_EQ(a_.events->Wait(1), Events{"pending"});
+}
+
+TEST_F(RtpTimeoutsOfFax, AnImageThatIsOnlyOfferedDoesNotStopTheClock) {
+  Media(a_);
+  RemoteDescription remote = a_.far_end->Description(Pcmu());
+  remote.udp_pass_through = remote.answer_follows = true;
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(remote, kLimit).ok);
+  Pass(seconds{5});
+  EXPECT_EQ(a_.events->Wait(1), Events{"inactive"});
 }
 
 TEST_F(RtpTimeouts, NoEventComesAfterClose) {

@@ -29,7 +29,9 @@ class Direction {
   }
 
   void Heard(const UdpDatagram& datagram, Clock::time_point now) {
-    auto packet = parse_rtp(datagram.data.data(), datagram.data.size());
+    auto data =
+        settings_.opened_by != nullptr ? settings_.opened_by->Open(datagram.data) : std::optional(datagram.data);
+    auto packet = data ? parse_rtp(data->data(), data->size()) : std::nullopt;
     if (packet) {
       record_.received.push_back({std::move(*packet), datagram.from.ToString(), now});
     } else {
@@ -101,7 +103,8 @@ class Direction {
 
   void Send(SentPacket sent, Clock::time_point now) {
     // A packet that the system refuses to take counts as sent: the comparison then misses it.
-    from_.Rtp().SendTo(settings_.to, serialise_rtp(sent.packet));
+    const auto data = serialise_rtp(sent.packet);
+    from_.Rtp().SendTo(settings_.to, settings_.sealed_by != nullptr ? settings_.sealed_by->Seal(data) : data);
     record_.sent.push_back(std::move(sent));
     last_sent_ = now;
   }

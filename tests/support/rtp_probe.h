@@ -7,6 +7,7 @@
 
 #include "support/rtp_comparison.h"
 #include "support/rtp_reporter.h"
+#include "support/rtp_seal.h"
 #include "support/rtp_talk.h"
 #include "support/udp_socket.h"
 
@@ -30,6 +31,8 @@ class RtpPhone {
 /// One direction: what `from` says to the media server at `to`, and what `at` hears of it.
 struct RtpDirectionSettings {
   RtpTalkSettings talk;
+  RtpSeal* sealed_by = nullptr;  // SRTP of who talks, and of who listens; null: in the clear
+  RtpSeal* opened_by = nullptr;
   UdpAddress to;
   RtpExpectation expected;
   /// Of so many packets of the script one is lost on the way: counted as sent, never to arrive. 0: none. The last ones

@@ -24,7 +24,7 @@ void write_fields(const std::filesystem::path& file, const std::vector<SippCallF
   out << "SEQUENTIAL\n";
   for (const SippCallFields& call : calls) {
     out << call.number << ';' << call.media_port << ';' << call.payload_type << ';' << call.codec << ';'
-        << call.event_payload_type << ';' << call.attribute << '\n';
+        << call.event_payload_type << ';' << call.attribute << ';' << call.transport << '\n';
   }
   if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
 }
@@ -91,7 +91,7 @@ std::vector<std::string> SippAgent::CommandLine() const {
 }
 
 void SippAgent::Start() {
-  port_ = free_udp_port();
+  port_ = settings_.port != 0 ? settings_.port : free_udp_port();
   ChildSettings child;
   child.command = CommandLine();
   child.output = File("_output.log");

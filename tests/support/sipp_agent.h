@@ -15,7 +15,7 @@
 namespace test_support {
 
 /// What one call of a phone says about itself: a line of the file that sipp takes its fields from. The scenarios use
-/// them as [field0] to [field5].
+/// them as [field0] to [field6].
 struct SippCallFields {
   std::string number;                      // [field0] the phone's own number, user part of its From
   std::uint16_t media_port = 0;            // [field1] where it wants RTP
@@ -23,11 +23,13 @@ struct SippCallFields {
   std::string codec = "PCMU/8000";         // [field3] the codec as in rtpmap
   std::string event_payload_type = "101";  // [field4] of telephone-event
   std::string attribute = "ptime:20";      // [field5] one attribute more of the audio stream
+  std::string transport = "RTP/AVP";       // [field6] of the audio stream
 };
 
 struct SippSettings {
   std::string scenario;              // file of tests/end_to_end/sipp without its extension
   std::string dialled = "2000";      // the number called; [service] of the scenario
+  std::uint16_t port = 0;            // where it waits; 0: any free port
   std::optional<UdpAddress> remote;  // whom to call; empty for a phone that is called
   std::vector<SippCallFields> calls;
   std::chrono::milliseconds hold{1000};  // length of the scenario's pauses without one of their own

@@ -10,11 +10,10 @@ std::string number_of(std::size_t call) {
   return std::to_string(3000 + call);
 }
 
-RtpPhone* phone_at(std::vector<RtpPhone>& phones, int port) {
-  for (RtpPhone& phone : phones) {
-    if (phone.Port() == port) return &phone;
-  }
-  return nullptr;
+void describe_srtp(const std::string& suite, SippCallFields& fields) {
+  if (suite.empty()) return;
+  fields.transport = "RTP/SAVP";
+  fields.attribute = "crypto:" + RtpSeal::MakeCrypto(suite);
 }
 
 }  // namespace
@@ -24,6 +23,7 @@ CallTrial::CallTrial(const CallTrialSettings& settings)
   SippSettings callee;
   callee.name = "callee";
   callee.scenario = settings.callee_scenario;
+  callee.port = settings.callee_port;
   callee.directory = settings.directory;
   callee.hold = Hold();
   callee.limit = std::chrono::seconds(170);
@@ -31,6 +31,7 @@ CallTrial::CallTrial(const CallTrialSettings& settings)
     callee.calls.push_back(settings.callee);
     callee.calls.back().number = settings.dialled;
     callee.calls.back().media_port = phone.Port();
+    describe_srtp(settings.callee_srtp, callee.calls.back());
   }
   callee_ = std::make_unique<SippAgent>(callee);
 }
@@ -46,6 +47,7 @@ void CallTrial::Dial(const UdpAddress& to, std::size_t count) {
   count_ = count;
   dialled_ += count;
   views_.clear();
+  seals_.clear();
   SippSettings caller;
   caller.name = "caller_" + std::to_string(first_);
   caller.scenario = settings_.caller_scenario;
@@ -59,6 +61,7 @@ void CallTrial::Dial(const UdpAddress& to, std::size_t count) {
     caller.calls.push_back(settings_.caller);
     caller.calls.back().number = number_of(call);
     caller.calls.back().media_port = caller_phones_[call].Port();
+    describe_srtp(settings_.caller_srtp, caller.calls.back());
   }
   caller_ = std::make_unique<SippAgent>(caller);
 }
@@ -128,16 +131,42 @@ RtpDirectionSettings CallTrial::DirectionOf(const SdpAudio& talker_far, const Sd
   return direction;
 }
 
+RtpPhone& CallTrial::PhoneAt(std::vector<RtpPhone>& phones, std::uint16_t port) {
+  for (RtpPhone& phone : phones) {
+    if (phone.Port() == port) return phone;
+  }
+  Fail("a phone named a media port that is none of ours");
+}
+
+RtpPhone& CallTrial::CallerPhone(std::size_t call) {
+  return PhoneAt(caller_phones_, views_.at(call).caller_own.port);
+}
+
+RtpPhone& CallTrial::CalleePhone(std::size_t call) {
+  return PhoneAt(callee_phones_, views_.at(call).callee_own.port);
+}
+
 std::vector<RtpCallResult> CallTrial::Talk() {
   if (views_.empty()) throw std::runtime_error("no call is up");
   std::vector<RtpCallSettings> calls;
-  for (const CallView& view : views_) {
+  if (seals_.empty()) seals_.resize(2 * views_.size());  // a stream goes on under its key
+  for (std::size_t i = 0; i < views_.size(); ++i) {
+    const CallView& view = views_[i];
     RtpCallSettings call;
-    call.caller = phone_at(caller_phones_, view.caller_own.port);
-    call.callee = phone_at(callee_phones_, view.callee_own.port);
-    if (call.caller == nullptr || call.callee == nullptr) Fail("a phone named a media port that is none of ours");
+    call.caller = &CallerPhone(i);
+    call.callee = &CalleePhone(i);
     call.to_callee = DirectionOf(view.caller_far, view.callee_own, view.callee_far, settings_.caller_digits);
     call.to_caller = DirectionOf(view.callee_far, view.caller_own, view.caller_far, settings_.callee_digits);
+    std::unique_ptr<RtpSeal>& caller = seals_[2 * i];
+    std::unique_ptr<RtpSeal>& callee = seals_[2 * i + 1];
+    if (!settings_.caller_srtp.empty() && !caller) {
+      caller = std::make_unique<RtpSeal>(view.caller_own.crypto, view.caller_far.crypto);
+    }
+    if (!settings_.callee_srtp.empty() && !callee) {
+      callee = std::make_unique<RtpSeal>(view.callee_own.crypto, view.callee_far.crypto);
+    }
+    call.to_callee.sealed_by = call.to_caller.opened_by = caller.get();
+    call.to_callee.opened_by = call.to_caller.sealed_by = callee.get();
     call.reports = settings_.reports;
     calls.push_back(call);
   }

@@ -16,10 +16,13 @@ struct CallTrialSettings {
   std::string caller_scenario = "caller";
   std::string callee_scenario = "callee";
   std::string dialled = "2000";
-  SippCallFields caller;  // codec fields; numbers and media ports are filled in per call
+  std::uint16_t callee_port = 0;  // where the phones called wait; 0: any free port
+  SippCallFields caller;          // codec fields; numbers and media ports are filled in per call
   SippCallFields callee;
   RtpCodec codec;                        // how the talk's payload is made
   std::chrono::milliseconds talk{1500};  // length of the script in each direction
+  std::string caller_srtp;  // suites of phones that encrypt ("AES_CM_128_HMAC_SHA1_80"); empty: in the clear
+  std::string callee_srtp;
   std::string caller_digits;
   std::string callee_digits;
   bool reports = false;         // the phones send RTCP
@@ -59,6 +62,9 @@ class CallTrial {
   const std::vector<CallView>& Calls() const { return views_; }
   /// Both parties of every call talk and listen. Passes nothing by itself: look at the results.
   std::vector<RtpCallResult> Talk();
+  /// The phones of a call of the batch.
+  RtpPhone& CallerPhone(std::size_t call);
+  RtpPhone& CalleePhone(std::size_t call);
   /// Until the batch's calls are over as the scenarios say.
   void WaitHungUp(std::chrono::milliseconds limit);
   /// Until the phones called have had all their calls, as their scenario says.
@@ -71,6 +77,7 @@ class CallTrial {
  private:
   std::chrono::milliseconds Hold() const;
   bool Collect();
+  RtpPhone& PhoneAt(std::vector<RtpPhone>& phones, std::uint16_t port);
   RtpDirectionSettings DirectionOf(const SdpAudio& talker_far, const SdpAudio& listener_own,
                                    const SdpAudio& listener_far, const std::string& digits) const;
   [[noreturn]] void Fail(const std::string& what);
@@ -84,6 +91,7 @@ class CallTrial {
   std::size_t count_ = 0;
   std::size_t dialled_ = 0;
   std::vector<CallView> views_;
+  std::vector<std::unique_ptr<RtpSeal>> seals_;
 };
 
 }  // namespace test_support

@@ -123,12 +123,23 @@ std::optional<SdpAudio> parse_sdp_audio(const std::string& sdp) {
       if (!in_media) session_address = address;
     } else if (in_audio && starts_with(line, "a=rtpmap:")) {
       read_rtpmap(line.substr(9), audio.codecs);
+    } else if (in_audio && starts_with(line, "a=crypto:") && audio.crypto.empty()) {
+      audio.crypto = line.substr(9);
     }
   }
   if (audio.address.empty()) audio.address = session_address;
   if (!in_audio && audio.port == 0) return std::nullopt;
   if (audio.address.empty()) return std::nullopt;
   return audio;
+}
+
+std::optional<UdpAddress> parse_sdp_image(const std::string& sdp) {
+  UdpAddress image;
+  for (const std::string& line : lines_of(sdp)) {
+    if (starts_with(line, "c=IN IP4 ")) image.address = line.substr(9, line.find_first_of(" /", 9) - 9);
+    if (starts_with(line, "m=image ")) image.port = static_cast<std::uint16_t>(std::atoi(line.c_str() + 8));
+  }
+  return image.port == 0 ? std::nullopt : std::optional<UdpAddress>(image);
 }
 
 int SipMessage::Status() const {

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/udp_socket.h"
+
 namespace test_support {
 
 /// One audio codec of a session description.
@@ -21,6 +23,7 @@ struct SdpAudio {
   std::uint16_t port = 0;
   std::string transport;         // "RTP/AVP"
   std::vector<SdpCodec> codecs;  // in order of preference, telephone-event among them
+  std::string crypto;            // the value of its first "a=crypto" (RFC 4568); empty when there is none
 
   /// Compared without case; null when the description does not have it.
   const SdpCodec* Find(const std::string& codec) const;
@@ -30,6 +33,9 @@ struct SdpAudio {
 
 /// Empty when the text has no audio stream with an address.
 std::optional<SdpAudio> parse_sdp_audio(const std::string& sdp);
+
+/// Where the sender of a description wants its fax stream (T.38); empty when it has none.
+std::optional<UdpAddress> parse_sdp_image(const std::string& sdp);
 
 /// A SIP message as a phone sent or received it.
 struct SipMessage {

@@ -50,7 +50,7 @@ TEST(SdpParse, TakesAPhonesOfferApart) {
   ASSERT_EQ(parsed->media.size(), 2u);
 
   const SdpMedia& audio = parsed->media[0];
-  EXPECT_TRUE(audio.IsPlainRtpAudio());
+  EXPECT_TRUE(audio.IsRtpAudio());
   EXPECT_EQ(audio.port, 49170);
   EXPECT_EQ(audio.address, "192.0.2.20");
   EXPECT_EQ(audio.rtcp_port, 49999);

@@ -6,6 +6,7 @@
 
 #include "core/module_load.h"
 #include "core/module_registry.h"
+#include "sip/srtp_keys.h"
 
 namespace kvx_switch {
 
@@ -20,6 +21,20 @@ switch_status_t InitCodec(switch_codec_t* codec, switch_codec_flag_t, const swit
 
 switch_status_t DestroyCodec(switch_codec_t*) {
   return SWITCH_STATUS_SUCCESS;
+}
+
+std::string CryptoOf(const switch_core_crypto_setting* setting) {
+  if (!setting) return "-";
+  std::string text = "clear";
+  if (setting->crypto_type == 1 || setting->crypto_type == 2) {
+    SrtpKey key;
+    std::copy_n(setting->crypto_raw_key, key.block.size(), key.block.begin());
+    key.lifetime_exponent = setting->crypto_lifetime_exponent;
+    if (setting->crypto_mki_length_str) key.mki_and_length = setting->crypto_mki_length_str;
+    const std::string line = CryptoText(key);
+    text = (setting->crypto_type == 1 ? "80 " : "32 ") + line.substr(line.find("inline:") + 7);
+  }
+  return text + (setting->crypto_mandatory ? " mandatory" : "");
 }
 
 std::string CodecText(const switch_codec_implementation_t* codec) {
@@ -168,9 +183,10 @@ switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
                                           const switch_codec_implementation_t** codecs, int num_codecs,
                                           switch_codec_t* answer_codec, switch_bool_t, int rfc2833flag,
                                           switch_payload_t rfc2833payload, int, char* ip_addr, int ip_addr_size,
-                                          switch_port_t* out_port, switch_core_crypto_setting* crypto, switch_bool_t,
-                                          switch_sdp_negotiation_state_t state, uint8_t, uint8_t, uint8_t hop, int,
-                                          switch_bool_t, switch_bool_t, uint32_t rtp_timeout_sec, switch_bool_t, int) {
+                                          switch_port_t* out_port, switch_core_crypto_setting* crypto,
+                                          switch_bool_t pass_through, switch_sdp_negotiation_state_t state, uint8_t,
+                                          uint8_t, uint8_t hop, int, switch_bool_t, switch_bool_t,
+                                          uint32_t rtp_timeout_sec, switch_bool_t, int) {
   Arguments arguments;
   for (int i = 0; i < num_codecs; ++i) arguments.codecs += (i ? " " : "") + CodecText(codecs[i]);
   arguments.has_answer_codec = answer_codec && answer_codec->implementation;
@@ -179,6 +195,8 @@ switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
   arguments.state = state;
   arguments.hop_limit = hop;
   arguments.rtp_timeout = rtp_timeout_sec;
+  arguments.crypto = CryptoOf(crypto);
+  arguments.pass_through = pass_through == SWITCH_TRUE;
   switch_status_t status = current->Record(connection, "get_media", arguments);
   auto* channel = switch_core_session_get_channel(static_cast<switch_core_session_t*>(connection->private_info));
   std::lock_guard<std::mutex> lock(current->mutex_);
@@ -193,7 +211,7 @@ switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
 switch_status_t FakeMediaServer::SetMedia(switch_media_connection_t* connection, const char* ip, switch_port_t port,
                                           switch_port_t rtcp_port, const char* session_name, switch_codec_t* codec,
                                           int rfc2833flag, switch_payload_t rfc2833payload, int,
-                                          switch_core_crypto_setting*, switch_bool_t,
+                                          switch_core_crypto_setting* crypto, switch_bool_t pass_through,
                                           switch_sdp_negotiation_state_t state, switch_bool_t, switch_bool_t,
                                           switch_bool_t) {
   Arguments arguments;
@@ -203,16 +221,20 @@ switch_status_t FakeMediaServer::SetMedia(switch_media_connection_t* connection,
   arguments.event_type = rfc2833flag ? rfc2833payload : 0;
   arguments.address = std::string(ip) + ":" + std::to_string(port) + "/" + std::to_string(rtcp_port);
   arguments.session_name = session_name;
+  arguments.crypto = CryptoOf(crypto);
+  arguments.pass_through = pass_through == SWITCH_TRUE;
   arguments.state = state;
   return current->Record(connection, "set_media", arguments);
 }
 
-switch_status_t FakeMediaServer::Bridge(switch_media_connection_t* connection, RTPDirection) {
+switch_status_t FakeMediaServer::Bridge(switch_media_connection_t* connection, RTPDirection direction) {
   auto* session = static_cast<switch_core_session_t*>(connection->private_info);
   switch_core_session_t* partner = nullptr;
   bool found = switch_core_session_get_partner(session, &partner) == SWITCH_STATUS_SUCCESS;
   if (partner) switch_core_session_rwunlock(partner);
-  switch_status_t status = current->Record(connection, "bridge", {});
+  Arguments arguments;
+  arguments.direction = direction;
+  switch_status_t status = current->Record(connection, "bridge", arguments);
   return found ? status : SWITCH_STATUS_FALSE;
 }
 

@@ -32,6 +32,9 @@ class FakeMediaServer {
     int hop_limit = -1;
     uint32_t rtp_timeout = 0;
     bool has_answer_codec = false;
+    bool pass_through = false;
+    int direction = -1;        ///< bridge
+    std::string crypto = "-";  ///< "80 <key, base64> mandatory", "clear", "clear mandatory"; "-" when nothing was said
   };
 
   FakeMediaServer();

@@ -87,6 +87,11 @@ std::string SipPeer::Sdp(const std::string& formats, const std::string& lines) {
          "\n" + lines;
 }
 
+std::string SipPeer::FaxSdp(int port) {
+  return "v=0\no=- 1 2 IN IP4 127.0.0.1\ns=test call\nc=IN IP4 127.0.0.1\nt=0 0\nm=image " + std::to_string(port) +
+         " udptl t38\na=T38FaxVersion:0\na=T38FaxUdpEC:t38UDPRedundancy\n";
+}
+
 void SipPeer::SendRaw(const std::string& text) {
   const std::string bytes = WithCrlf(text);
   socket_.SendTo(switch_, {bytes.begin(), bytes.end()});
@@ -122,7 +127,7 @@ void SipPeer::SendCancel(const std::string& more_headers) {
 }
 
 void SipPeer::SendBye(const std::string& more_headers) {
-  SendRaw(Request("BYE", 2, branch_ + "-bye", remote_tag_, more_headers, ""));
+  SendRaw(Request("BYE", 1000, branch_ + "-bye", remote_tag_, more_headers, ""));
 }
 
 void SipPeer::Reply(const SipMessage& request, int status, const std::string& more_headers, const std::string& sdp) {
@@ -144,13 +149,42 @@ void SipPeer::Reply(const SipMessage& request, int status, const std::string& mo
   SendRaw(text + "Contact: <sip:bob@" + Address() + ">\n" + more_headers + BodyHeaders(sdp));
 }
 
-void SipPeer::SendByeAsCalled(const SipMessage& invite, const std::string& more_headers) {
+std::string SipPeer::RequestAsCalled(const SipMessage& invite, const std::string& method, int sequence,
+                                     const std::string& branch, const std::string& more_headers,
+                                     const std::string& sdp) const {
   std::string contact = invite.Header("Contact");
   size_t start = contact.find('<') + 1;
-  SendRaw("BYE " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
-          ";branch=z9hG4bK-bob-bye;rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") +
-          ";tag=bob\nTo: " + invite.Header("From") + "\nCall-ID: " + invite.Header("Call-ID") + "\nCSeq: 1 BYE\n" +
-          more_headers + "Content-Length: 0\n\n");
+  return method + " " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
+         ";branch=" + branch + ";rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") +
+         ";tag=bob\nTo: " + invite.Header("From") + "\nCall-ID: " + invite.Header("Call-ID") +
+         "\nCSeq: " + std::to_string(sequence) + " " + method + "\nContact: <sip:bob@" + Address() + ">\n" +
+         more_headers + BodyHeaders(sdp);
+}
+
+void SipPeer::SendByeAsCalled(const SipMessage& invite, const std::string& more_headers) {
+  SendRaw(RequestAsCalled(invite, "BYE", 1000, "z9hG4bK-bob-bye", more_headers, ""));
+}
+
+void SipPeer::SendReinvite(const std::string& sdp) {
+  const int sequence = 10 + ++reinvites_;
+  SendRaw(Request("INVITE", sequence, branch_ + "-re" + std::to_string(sequence), remote_tag_, "", sdp));
+}
+
+void SipPeer::AckReinvite(const SipMessage& response) {
+  const int sequence = std::atoi(response.Header("CSeq").c_str());
+  const std::string branch = branch_ + "-re" + std::to_string(sequence);
+  SendRaw(Request("ACK", sequence, response.Status() < 300 ? branch + "-ack" : branch, remote_tag_, "", ""));
+}
+
+void SipPeer::SendReinviteAsCalled(const SipMessage& invite, const std::string& sdp) {
+  const int sequence = 10 + ++reinvites_;
+  SendRaw(RequestAsCalled(invite, "INVITE", sequence, "z9hG4bK-bob-re" + std::to_string(sequence), "", sdp));
+}
+
+void SipPeer::AckReinviteAsCalled(const SipMessage& invite, const SipMessage& response) {
+  const int sequence = std::atoi(response.Header("CSeq").c_str());
+  const std::string branch = "z9hG4bK-bob-re" + std::to_string(sequence);
+  SendRaw(RequestAsCalled(invite, "ACK", sequence, response.Status() < 300 ? branch + "-ack" : branch, "", ""));
 }
 
 std::optional<SipMessage> SipPeer::Receive(std::chrono::steady_clock::time_point deadline) {

@@ -41,8 +41,15 @@ class SipPeer {
   void SendCancel(const std::string& more_headers = "");
   void SendBye(const std::string& more_headers = "");
 
+  /// A further INVITE in the call, and the ACK for the final response to it.
+  void SendReinvite(const std::string& sdp);
+  void AckReinvite(const SipMessage& response);
+
   // As a called phone.
   void Reply(const SipMessage& request, int status, const std::string& more_headers = "", const std::string& sdp = "");
+  /// The same two inside the call that `invite` set up and this peer answered.
+  void SendReinviteAsCalled(const SipMessage& invite, const std::string& sdp);
+  void AckReinviteAsCalled(const SipMessage& invite, const SipMessage& response);
   /// BYE inside the call that `invite` set up and this peer answered.
   void SendByeAsCalled(const SipMessage& invite, const std::string& more_headers = "");
 
@@ -56,6 +63,8 @@ class SipPeer {
   /// Gives a final answer to every request that has come, or is on its way, and has none: 487 to an INVITE, else 200.
   void AnswerWhatIsLeft();
 
+  /// Of a session description with one fax stream (T.38) on this machine.
+  static std::string FaxSdp(int port = 41000);
   /// Of a session description with one audio stream on this machine.
   static std::string Sdp(const std::string& formats = "0 8", const std::string& lines = "");
 
@@ -66,7 +75,11 @@ class SipPeer {
 
   test_support::UdpSocket socket_;
   test_support::UdpAddress switch_;
+  std::string RequestAsCalled(const SipMessage& invite, const std::string& method, int sequence,
+                              const std::string& branch, const std::string& more_headers, const std::string& sdp) const;
+
   int calls_ = 0;
+  int reinvites_ = 0;
   std::string number_;
   std::string call_id_;
   std::string branch_;

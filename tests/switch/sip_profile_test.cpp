@@ -46,7 +46,8 @@ TEST_F(SipProfileFile, SaysWhatEveryLegIsTold) {
   ASSERT_TRUE(Load(Param("sip-port", "0") + Param("codec-prefs", "PCMA, G729@30i,,PCMU") + Param("dtmf-type", "none") +
                    Param("rfc2833-pt", "96") + Param("rtp-ipv4-tos", "184") + Param("rtp-hop-limit", "1") +
                    Param("rtp-timeout-sec", "0") + Param("remote-address-detection", "on") +
-                   Param("g729-annexb", "no")))
+                   Param("g729-annexb", "no") + Param("rtp-secure-media", "Optional") +
+                   Param("rtp-secure-media-suites", "aes_cm_128_hmac_sha1_32")))
       << error_;
   EXPECT_EQ(profile_.sip_port, 0);
   EXPECT_EQ(profile_.codec_prefs, (std::vector<std::string>{"PCMA", "G729@30i", "PCMU"}));
@@ -57,6 +58,8 @@ TEST_F(SipProfileFile, SaysWhatEveryLegIsTold) {
   EXPECT_EQ(profile_.media.rtp_timeout_seconds, 0u);
   EXPECT_TRUE(profile_.media.remote_address_detection);
   EXPECT_FALSE(profile_.media.g729_annex_b);
+  EXPECT_EQ(profile_.media.security.wanted, SecureMedia::kOptional);
+  EXPECT_EQ(profile_.media.security.suites, std::vector<SrtpSuite>{SrtpSuite::kAesCm128Sha1_32});
 }
 
 TEST_F(SipProfileFile, ValuesOutOfRangeAreNamedWithFileAndLine) {
@@ -65,6 +68,10 @@ TEST_F(SipProfileFile, ValuesOutOfRangeAreNamedWithFileAndLine) {
     const char* value;
     const char* expected;
   } kMistakes[] = {
+      {"rtp-secure-media", "yes please", "\"off\", \"optional\" or \"mandatory\""},
+      {"rtp-secure-media-suites", "", "a list of AES_CM_128_HMAC_SHA1_80 and AES_CM_128_HMAC_SHA1_32"},
+      {"rtp-secure-media-suites", "AES_CM_128_HMAC_SHA1_80,AEAD_AES_256_GCM",
+       "a list of AES_CM_128_HMAC_SHA1_80 and AES_CM_128_HMAC_SHA1_32"},
       {"sip-port", "65536", "a number from 0 to 65535"},
       {"sip-port", "5060x", "a number from 0 to 65535"},
       {"sip-port", "", "a number from 0 to 65535"},

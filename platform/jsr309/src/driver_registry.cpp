@@ -32,7 +32,9 @@ class DriverRegistry {
   }
 
  private:
-  DriverRegistry() { makers_.emplace(kEmbeddedDriver, MakeEmbeddedDriver); }
+  DriverRegistry() {
+    makers_.emplace(kEmbeddedDriver, [] { return MakeEmbeddedDriver(); });
+  }
 
   std::mutex mutex_;
   std::map<std::string, MediaServerDriverMaker> makers_;  // guarded by mutex_

@@ -1,8 +1,10 @@
 #include <utility>
 
 #include "media_engine/engine.h"
+#include "pass_through.h"
 #include "requests.h"
 #include "server_context.h"
+#include "srtp_keys.h"
 
 namespace media_engine {
 
@@ -36,6 +38,7 @@ Outcome Endpoint::DescribeLocal(const LocalSettings& settings, LocalDescription&
                                   result.public_address = participant.server().public_address();
                                   result.rtp_port = participant.ports()->rtp_port();
                                   result.rtcp_port = participant.ports()->rtcp_port();
+                                  if (LeavesKeyToUs(settings.crypto)) result.made_key = participant.LocalKey();
                                   return described;
                                 });
   if (outcome) description = std::move(local);
@@ -45,6 +48,7 @@ Outcome Endpoint::DescribeLocal(const LocalSettings& settings, LocalDescription&
 Outcome Endpoint::DescribeRemote(const RemoteDescription& description, milliseconds limit) {
   int none = 0;
   return AskEndpoint(route_, limit, none, [description](Worker& worker, Participant& participant, int&) {
+    if (description.pass_through_peer) return DescribePassThrough(worker, participant, description);
     return participant.DescribeRemote(description, worker.now());
   });
 }

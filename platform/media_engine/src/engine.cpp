@@ -10,6 +10,18 @@
 
 namespace media_engine {
 
+Outcome CheckServerAddress(const std::string& text, bool bound) {
+  const auto address = SocketAddress::Parse(text, 0);
+  if (!address) return Outcome::Refused("address '" + text + "' is not a numeric IPv4 or IPv6 address");
+  if (address->IsWildcard()) return Outcome::Refused("address '" + text + "' is not the address of one host");
+  if (!bound) return Outcome::Done();
+  // Better known now than at the first call.
+  UdpSocket probe;
+  const int error = probe.Bind(*address);
+  if (error == 0) return Outcome::Done();
+  return Outcome::Refused("address '" + text + "' cannot be bound: " + std::strerror(error));
+}
+
 Engine::Engine(std::shared_ptr<const Clock> clock)
     : clock_(clock ? std::move(clock) : std::make_shared<const SteadyClock>()),
       identity_(std::make_shared<const int>(0)) {}
@@ -19,18 +31,12 @@ namespace {
 Outcome CheckAddresses(const ServerConfig& config) {
   if (config.addresses.empty()) return Outcome::Refused("a media server needs an address");
   for (const std::string& text : config.addresses) {
-    const auto address = SocketAddress::Parse(text, 0);
-    if (!address) return Outcome::Refused("address '" + text + "' is not a numeric IPv4 or IPv6 address");
-    if (address->IsWildcard()) return Outcome::Refused("address '" + text + "' is not the address of one host");
+    if (Outcome outcome = CheckServerAddress(text, &text == &config.addresses.front()); !outcome) return outcome;
   }
   if (!config.public_address.empty() && !SocketAddress::Parse(config.public_address, 0)) {
     return Outcome::Refused("public address '" + config.public_address + "' is not a numeric IPv4 or IPv6 address");
   }
-  // Better known now than at the first call.
-  UdpSocket probe;
-  const int error = probe.Bind(*SocketAddress::Parse(config.addresses.front(), 0));
-  if (error == 0) return Outcome::Done();
-  return Outcome::Refused("address '" + config.addresses.front() + "' cannot be bound: " + std::strerror(error));
+  return Outcome::Done();
 }
 
 Outcome CheckConfig(const ServerConfig& config, const PortPool& ports) {
@@ -42,6 +48,9 @@ Outcome CheckConfig(const ServerConfig& config, const PortPool& ports) {
   if (config.heartbeat <= milliseconds{0}) {
     return Outcome::Refused("heartbeat of " + std::to_string(config.heartbeat.count()) + " ms is not positive");
   }
+  if (config.port_quarantine < milliseconds{0}) {
+    return Outcome::Refused("port quarantine of " + std::to_string(config.port_quarantine.count()) + " ms is negative");
+  }
   return Outcome::Done();
 }
 
@@ -51,7 +60,8 @@ std::unique_ptr<Server> Engine::OpenServer(const ServerConfig& config, ServerEve
   outcome = CheckAddresses(config);
   if (!outcome) return nullptr;
   const SocketAddress address = *SocketAddress::Parse(config.addresses.front(), 0);
-  const auto ports = std::make_shared<PortPool>(address, config.rtp_port_min, config.rtp_port_max);
+  const auto ports =
+      std::make_shared<PortPool>(address, config.rtp_port_min, config.rtp_port_max, config.port_quarantine, clock_);
   outcome = CheckConfig(config, *ports);
   if (!outcome) return nullptr;
   const auto context =

@@ -28,7 +28,13 @@ OutgoingStream::OutgoingStream(uint32_t ssrc, uint16_t first_sequence_number, ui
     : ssrc_(ssrc), next_sequence_number_(first_sequence_number), last_timestamp_(first_timestamp) {}
 
 OutgoingStream OutgoingStream::MakeRandom() {
-  return OutgoingStream(RandomBits(), static_cast<uint16_t>(RandomBits()), RandomBits());
+  // Not in the upper half: under SRTP the loss of the first packets before a wrap would leave the far end a rollover
+  // behind for good (RFC 4568, section 6.4).
+  return OutgoingStream(RandomBits(), static_cast<uint16_t>(RandomBits() & 0x7fff), RandomBits());
+}
+
+uint32_t OutgoingStream::TimestampAt(TimePoint now, uint32_t clock_rate) const {
+  return started_ ? last_timestamp_ + Ticks(now - last_time_, clock_rate) : last_timestamp_;
 }
 
 bool OutgoingStream::Continues(const SourcePosition& source) const {
@@ -67,6 +73,8 @@ std::optional<OutgoingPosition> OutgoingStream::Place(const SourcePosition& sour
     const bool plausible = step != 0 && step <= clock_rate;
     if (!first && plausible) timestamp_step_ = step;
     highest_ = source.sequence_number;
+    // It has to follow: half way round the numbers it would look like the future.
+    if (Distance(oldest_, highest_) > kMaxMisorder) oldest_ = static_cast<uint16_t>(highest_ - kMaxMisorder);
     next_sequence_number_ = static_cast<uint16_t>(position.sequence_number + 1);
     last_timestamp_ = position.timestamp;
     last_time_ = now;

@@ -37,6 +37,10 @@ class OutgoingStream {
   static OutgoingStream MakeRandom();
 
   uint32_t ssrc() const { return ssrc_; }
+  /// Whether anything was placed.
+  bool started() const { return started_; }
+  /// What a packet would carry that was sampled now, for sender reports.
+  uint32_t TimestampAt(TimePoint now, uint32_t clock_rate) const;
 
   /// None when the packet comes so late that its number has been given away.
   std::optional<OutgoingPosition> Place(const SourcePosition& source, uint32_t clock_rate, TimePoint now);
@@ -47,7 +51,7 @@ class OutgoingStream {
   bool Continues(const SourcePosition& source) const;
   void Begin(const SourcePosition& source, uint32_t clock_rate, TimePoint now);
 
-  const uint32_t ssrc_;
+  uint32_t ssrc_;
   uint16_t next_sequence_number_;  // of the next new source
   uint32_t last_timestamp_;
   uint32_t timestamp_step_ = 0;  // between the last two packets that differed

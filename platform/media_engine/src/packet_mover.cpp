@@ -38,6 +38,18 @@ void PacketMover::MoveRtp(Participant& from, TimePoint now) {
   if (out > 0) Send(*b.handovers[0].to, out);
 }
 
+void PacketMover::PlayOut(Participant& from, TimePoint now) {
+  Buffers& b = *buffers_;
+  bool due = true;
+  while (due) {
+    std::size_t out = 0;
+    while (out < kBatch && (due = from.PlayNext(b.packets[out].data(), now, b.handovers[out]))) {
+      if (b.handovers[out].to != nullptr) ++out;
+    }
+    if (out > 0) Send(*b.handovers[0].to, out);
+  }
+}
+
 void PacketMover::Send(Participant& through, std::size_t count) {
   Buffers& b = *buffers_;
   SocketAddress to = through.remote_rtp();
@@ -65,10 +77,16 @@ void PacketMover::Send(Participant& through, std::size_t count) {
   }
 }
 
-void PacketMover::CountRtcp(Participant& from) {
+void PacketMover::TakeRtcp(Participant& from, TimePoint now) {
   Buffers& b = *buffers_;
   const std::size_t received = Receive(from.ports()->rtcp().fd(), from);
-  for (std::size_t i = 0; i < received; ++i) from.TakeRtcp(b.sources[i]);
+  for (std::size_t i = 0; i < received; ++i) {
+    if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
+      from.CountOversized();
+      continue;
+    }
+    from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
+  }
 }
 
 }  // namespace media_engine

@@ -19,15 +19,18 @@ class PacketMover {
   static constexpr std::size_t kBatch = 32;
   /// Longer than any packet that fits an Ethernet frame; what is longer is dropped.
   static constexpr std::size_t kPacketRoom = 2048;
+  static_assert(kPacketRoom <= EndpointCrypto::kLongestPacket && (kPacketRoom + kSrtpTrailerRoom) % 4 == 0);
 
   PacketMover();
 
   void MoveRtp(Participant& from, TimePoint now);
-  void CountRtcp(Participant& from);
+  void TakeRtcp(Participant& from, TimePoint now);
+  /// Sends on what is due in the endpoint's jitter buffer.
+  void PlayOut(Participant& from, TimePoint now);
 
  private:
   struct Buffers {
-    std::array<std::array<uint8_t, kPacketRoom>, kBatch> packets;
+    alignas(16) std::array<std::array<uint8_t, kPacketRoom + kSrtpTrailerRoom>, kBatch> packets;
     std::array<SocketAddress, kBatch> sources;
     std::array<iovec, kBatch> received_parts;
     std::array<mmsghdr, kBatch> received;

@@ -14,9 +14,12 @@ Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<S
       server_(std::move(server)),
       events_(std::move(events)),
       session_(session),
-      outgoing_(OutgoingStream::MakeRandom()) {}
+      outgoing_(OutgoingStream::MakeRandom()),
+      rtcp_(server_->ntp(), outgoing_.ssrc()),
+      crypto_([this](const std::string& what) { server_->Log(LogLevel::kWarning, route_->name() + ": " + what); }) {}
 
 Participant::~Participant() {
+  TakeLeave(server_->Now());
   route_->MarkClosed();
 }
 
@@ -25,13 +28,14 @@ bool Participant::AcceptSource(const SocketAddress& from, bool understood, TimeP
   if (!understood || !remote_.MayLearn(now)) return false;
   server_->Log(LogLevel::kInfo,
                route_->name() + ": the far end is at " + from.Text() + " instead of " + remote_.rtp().Text());
-  remote_.Learn(from);
+  remote_.Learn(from, now);
   return true;
 }
 
 Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (pass_through_) return Relay(packet, length, from, now);
+  if (image_.in_use()) return Relay(packet, length, from);
   const bool may_be_far_end = remote_.IsExpected(from) || remote_.MayLearn(now);
+  if (may_be_far_end && !crypto_.UnprotectRtp(packet, length, now)) return {};
   const std::optional<RtpHeader> header = may_be_far_end ? ParseRtp(packet, length) : std::nullopt;
   if (!may_be_far_end || (header && !AcceptSource(from, payload_types_.Understands(header->payload_type), now))) {
     ++counters_.strangers;
@@ -43,9 +47,12 @@ Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketA
   }
   ++counters_.rtp_packets_received;
   counters_.rtp_octets_received += header->payload_length;
+  NoteSource(header->ssrc, now);
   reception_.Count(*header, payload_types_.ClockRateOf(header->payload_type), now);
   silence_.Received(now);
-  return Carry(packet, *header, now);
+  if (playout_ == nullptr || peer_ == nullptr || !carries_) return Carry(packet, *header, now);
+  Hold(packet, *header, now);
+  return {};
 }
 
 SourcePosition Participant::PositionOf(const RtpHeader& header) const {
@@ -57,17 +64,32 @@ void Participant::DropFor(uint64_t& counter, const RtpHeader& header) {
   peer_->outgoing_.Skip(PositionOf(header));
 }
 
-Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint now) {
+bool Participant::PassesOn(const PayloadRoute& route, uint8_t* packet, RtpHeader& header) {
+  if (route.way == PayloadRoute::Way::kUnknown) {
+    DropFor(counters_.unknown_payload_types, header);
+    return false;
+  }
+  if (route.way == PayloadRoute::Way::kNoCounterpart) {
+    DropFor(counters_.untranslatable, header);
+    return false;
+  }
+  const bool was_empty = header.payload_length == 0;
+  header.payload_length = RemoveSid(route.remove_sid, packet + header.payload_offset, header.payload_length);
+  if (route.way == PayloadRoute::Way::kUnwantedSilence || (header.payload_length == 0 && !was_empty)) {
+    DropFor(counters_.silence_dropped, header);
+    return false;
+  }
+  return true;
+}
+
+Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
   if (peer_ == nullptr || !carries_) {
     ++counters_.not_joined;
     return {};
   }
   const PayloadRoute& route = routes_[header.payload_type];
-  if (route.way == PayloadRoute::Way::kUnknown) {
-    DropFor(counters_.unknown_payload_types, header);
-    return {};
-  }
-  if (route.way == PayloadRoute::Way::kNoCounterpart) {
+  if (!PassesOn(route, packet, header)) return {};
+  if (peer_->image_.in_use()) {
     DropFor(counters_.untranslatable, header);
     return {};
   }
@@ -75,9 +97,12 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
     DropFor(counters_.on_hold, header);
     return {};
   }
-  const uint32_t clock_rate = static_cast<uint32_t>(
-      peer_->payload_types_.agreed() != nullptr ? peer_->payload_types_.agreed()->clock_rate : 8000);
-  const std::optional<OutgoingPosition> position = peer_->outgoing_.Place(PositionOf(header), clock_rate, now);
+  if (peer_->crypto_.blocked()) {
+    DropFor(peer_->crypto_.missing(), header);
+    return {};
+  }
+  const std::optional<OutgoingPosition> position =
+      peer_->outgoing_.Place(PositionOf(header), peer_->OutgoingClockRate(), now);
   if (!position) {
     ++counters_.late;
     return {};
@@ -93,44 +118,23 @@ Handover Participant::Carry(uint8_t* packet, const RtpHeader& header, TimePoint 
   out.sequence_number = position->sequence_number;
   out.timestamp = position->timestamp;
   out.ssrc = peer_->outgoing_.ssrc();
-  WriteRtpHeader(out, payload - kRtpHeaderLength);
-  return {peer_, payload - kRtpHeaderLength, kRtpHeaderLength + header.payload_length, header.payload_length, true};
-}
-
-Handover Participant::Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
-  if (!remote_.IsExpected(from)) {
-    ++counters_.strangers;
-    return {};
-  }
-  silence_.Received(now);
-  if (peer_ == nullptr || !carries_) {
-    ++counters_.not_joined;
-    return {};
-  }
-  if (!peer_->pass_through_) {
-    ++counters_.untranslatable;
-    return {};
-  }
-  if (!peer_->remote_.CanSend() || peer_->ports_ == nullptr) {
-    ++counters_.on_hold;
-    return {};
-  }
-  ++counters_.datagrams_relayed;
-  return {peer_, packet, length, 0, false};
-}
-
-void Participant::TakeRtcp(const SocketAddress& from) {
-  ++(remote_.IsRtcpExpected(from) ? counters_.rtcp_packets_received : counters_.rtcp_strangers);
+  uint8_t* const sent = payload - kRtpHeaderLength;
+  std::size_t sent_length = kRtpHeaderLength + header.payload_length;
+  WriteRtpHeader(out, sent);
+  if (!peer_->crypto_.ProtectRtp(sent, sent_length)) return {};
+  return {peer_, sent, sent_length, header.payload_length, true};
 }
 
 void Participant::CountSent(const Handover& packet) {
   if (!packet.rtp) return;
   ++counters_.rtp_packets_sent;
   counters_.rtp_octets_sent += packet.payload_length;
+  rtcp_.CountSent(SsrcOf(packet.data), packet.payload_length);
 }
 
 void Participant::CheckSilence(TimePoint now) {
-  const bool expected = !pass_through_ && (peer_ == nullptr || carries_);
+  crypto_.DropFormerKeys(now);
+  const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
   events_->OnRtpTimeout(verdict == SilenceWatch::Verdict::kInactive);
@@ -138,13 +142,19 @@ void Participant::CheckSilence(TimePoint now) {
 
 EndpointStatistics Participant::Statistics() const {
   EndpointStatistics statistics = counters_;
-  statistics.rtp_packets_lost = reception_.lost();
+  const StreamRecord total = rtcp_.Total(reception_);
+  statistics.rtp_packets_lost = total.packets_lost;
+  statistics.rtp_duplicates = reception_.duplicates();
+  statistics.rtp_reordered = reception_.reordered();
   statistics.source_changes = reception_.source_changes();
   statistics.jitter = reception_.jitter();
-  statistics.jitter_maximum = reception_.jitter_maximum();
-  statistics.jitter_average = reception_.jitter_average();
+  statistics.jitter_maximum = total.jitter.maximum();
+  statistics.jitter_average = total.jitter.average();
   statistics.local_ssrc = outgoing_.ssrc();
   statistics.remote_ssrc = reception_.ssrc();
+  crypto_.AddTo(statistics);
+  if (playout_) playout_->buffer.AddTo(statistics);
+  statistics.streams = rtcp_.Streams(reception_);
   return statistics;
 }
 

@@ -9,12 +9,16 @@
 #include <memory>
 #include <string>
 
+#include "endpoint_crypto.h"
+#include "image_stream.h"
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
 #include "payload_types.h"
+#include "playout.h"
 #include "port_pool.h"
 #include "reception.h"
 #include "remote_address.h"
+#include "rtcp_session.h"
 #include "silence_watch.h"
 
 namespace media_engine {
@@ -39,12 +43,26 @@ class Participant {
   Participant& operator=(const Participant&) = delete;
 
   // Descriptions. Refused ones change nothing.
-  /// Takes the port pair that is offered when it has none, or when another is wished for.
   Outcome DescribeLocal(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now);
   Outcome DescribeRemote(const RemoteDescription& description, TimePoint now);
   void AllowLearning(TimePoint now) { remote_.AllowLearning(now); }
+  /// Takes the port pair that is offered when it has none, or when another is wished for. False when it has none then.
+  bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
+  /// The key of the latest local description; empty without.
+  SecretBytes LocalKey() const { return crypto_.LocalKey(); }
+
+  // The image stream.
+  bool HasImage() const { return image_.is_described(); }
+  /// Only with an image stream and ports.
+  ImageDescription LocalImage() const;
+  /// Without an address when the far end has described none.
+  ImageDescription RemoteImage() const;
+  /// Whether the other endpoint can be its fax peer, described so.
+  Outcome CheckPassThroughPeer(const Participant& peer, const PassThroughPeer& description) const;
+  /// Relays datagrams to the other endpoint and back. Checked before; both are in one session.
+  void PassThroughTo(Participant& peer, const PassThroughPeer& description, TimePoint now);
 
   // Joins.
   Outcome Join(Direction direction, Participant& other, TimePoint now);
@@ -55,17 +73,26 @@ class Participant {
     if (peer_ != nullptr && peer_->session_ != &session) Separate(now);
   }
 
-  // Packets. What TakeRtp hands over lies within the packet, changed in place.
+  // Packets. They begin at a multiple of four octets and have kSrtpTrailerRoom behind them; what TakeRtp hands over
+  // lies within that, changed in place.
   Handover TakeRtp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
-  void TakeRtcp(const SocketAddress& from);
+  void TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
   void CountOversized() { ++counters_.oversized; }
   void CountReceiveError() { ++counters_.receive_errors; }
   void CountSent(const Handover& packet);
   void CountSendError() { ++counters_.send_errors; }
-  const SocketAddress& remote_rtp() const { return remote_.rtp(); }
+  const SocketAddress& remote_rtp() const { return image_.in_use() ? image_.far_end() : remote_.rtp(); }
+
+  // The jitter buffer, for those that have one.
+  void AttachPlayout(PlayoutTimers& timers);
+  void DetachPlayout();
+  /// The next packet that is due is written to packet and handed over within it; false when none is due.
+  bool PlayNext(uint8_t* packet, TimePoint now, Handover& handover);
 
   /// Tells the endpoint's events of a silence that has grown too long.
   void CheckSilence(TimePoint now);
+  /// Sends the reports that are due.
+  void RunRtcp(TimePoint now);
 
   EndpointStatistics Statistics() const;
   const SessionRoute* session() const { return session_; }
@@ -74,18 +101,41 @@ class Participant {
   ServerContext& server() const { return *server_; }
 
  private:
-  void ApplyIpHeader(const IpHeaderSettings& settings) const;
+  void SetJitterBuffer(const JitterBufferSettings& settings);
+  void ApplyIpHeader(const IpHeaderSettings& settings);
+  Outcome ParseFarEnd(const std::string& address, uint16_t port, SocketAddress& far_end) const;
+  Outcome DescribeLocalImage(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now);
+  Outcome DescribeRemoteImage(const RemoteDescription& description, TimePoint now);
+  Outcome CheckUnencrypted(bool mandatory_crypto) const;
+  /// After a description: the image stream may have come into use, or gone out of it.
+  void FollowImageStream(bool was_in_use, TimePoint now);
   Outcome CheckCarriage(const Participant& other) const;
+  void LinkWith(Participant& other, TimePoint now);
   void SetFlow(Participant& to, bool flows);
   /// What flows, or how, has changed.
   void UpdateRoutes();
   void WarnOfUnlikeCodecs() const;
   void MediaMayBegin(TimePoint now);
   bool AcceptSource(const SocketAddress& from, bool understood, TimePoint now);
-  Handover Relay(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now);
-  Handover Carry(uint8_t* packet, const RtpHeader& header, TimePoint now);
+  Handover Relay(uint8_t* packet, std::size_t length, const SocketAddress& from);
+  void Hold(const uint8_t* packet, const RtpHeader& header, TimePoint now);
+  void DiscardHeld() {
+    if (playout_) playout_->Discard();
+  }
+  Handover Carry(uint8_t* packet, RtpHeader header, TimePoint now);
+  /// False when the joined endpoint does not take the packet; takes out of it what is not wanted there.
+  bool PassesOn(const PayloadRoute& route, uint8_t* packet, RtpHeader& header);
   void DropFor(uint64_t& counter, const RtpHeader& header);
   SourcePosition PositionOf(const RtpHeader& header) const;
+
+  struct RtcpRoom;
+  uint32_t OutgoingClockRate() const;
+  void ApplySource(const SourceSettings& settings);
+  void NoteSource(uint32_t ssrc, TimePoint now);
+  void RenewOutgoing(TimePoint now);
+  void Report(RtcpRoom& room, bool last, TimePoint now);
+  void TakeLeave(TimePoint now);
+  bool SendRtcp(RtcpRoom& room, std::size_t length);
 
   const std::shared_ptr<EndpointRoute> route_;
   const std::shared_ptr<ServerContext> server_;
@@ -94,17 +144,26 @@ class Participant {
   std::unique_ptr<PortPair> ports_;
 
   PayloadTypes payload_types_;
-  bool pass_through_ = false;
-  RemoteAddress remote_;
+  IpHeaderSettings ip_header_;  // of both streams: they share the sockets
+  RemoteAddress remote_;        // of the audio
+  ImageStream image_;
   SilenceWatch silence_;
   Reception reception_;
   OutgoingStream outgoing_;
+  RtcpSession rtcp_;
+  bool sends_rtcp_ = true;
+  bool renew_with_remote_ = false;
+  bool collided_ = false;  // the far end has used our SSRC
   EndpointStatistics counters_;
+  EndpointCrypto crypto_;
 
   Participant* peer_ = nullptr;
-  bool carries_ = false;  // to peer_
-  uint64_t feed_ = 0;     // counts who fed outgoing_
-  PayloadRoutes routes_;  // to peer_
+  bool carries_ = false;    // to peer_
+  bool fax_peers_ = false;  // with peer_, by a description rather than by a join
+  uint64_t feed_ = 0;       // counts who fed outgoing_
+  PayloadRoutes routes_;    // to peer_
+
+  std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
 };
 
 }  // namespace media_engine

@@ -21,6 +21,28 @@ bool SameCodec(const Codec& a, const Codec& b) {
   return Named(a, b.name.c_str()) && a.clock_rate == b.clock_rate && (!BitRateMatters(a) || a.bit_rate == b.bit_rate);
 }
 
+// RFC 3551, section 6.
+constexpr uint8_t kStaticComfortNoiseType = 13;
+constexpr uint32_t kStaticComfortNoiseRate = 8000;
+
+void SetCodecs(const std::vector<Codec>& described, std::vector<Codec>& codecs, std::vector<Codec>& comfort_noise) {
+  if (described.empty()) return;
+  comfort_noise.clear();
+  std::vector<Codec> others;
+  for (const Codec& codec : described) (Named(codec, "CN") ? comfort_noise : others).push_back(codec);
+  if (!others.empty()) codecs = std::move(others);
+}
+
+void Update(std::optional<bool>& flag, const std::optional<bool>& described) {
+  if (described) flag = described;
+}
+
+void SetSilence(const SilenceSettings& described, SilenceSettings& silence) {
+  Update(silence.suppress_comfort_noise, described.suppress_comfort_noise);
+  Update(silence.g729_annex_b, described.g729_annex_b);
+  Update(silence.g723_annex_a, described.g723_annex_a);
+}
+
 bool IsNarrow(const Codec& codec, const char* name) {
   return Named(codec, name) && codec.clock_rate == 8000;
 }
@@ -41,7 +63,8 @@ std::string PayloadTypes::FaultIn(const std::vector<Codec>& codecs) {
 }
 
 void PayloadTypes::SetLocal(const LocalSettings& settings) {
-  if (!settings.codecs.empty()) local_codecs_ = settings.codecs;
+  SetCodecs(settings.codecs, local_codecs_, local_comfort_noise_);
+  SetSilence(settings.silence, local_silence_);
   if (settings.amr_octet_align) amr_octet_align_ = *settings.amr_octet_align;
   if (settings.telephone_event) local_events_ = *settings.telephone_event;
   if (settings.telephone_event_payload_type) local_event_type_ = settings.telephone_event_payload_type;
@@ -49,7 +72,8 @@ void PayloadTypes::SetLocal(const LocalSettings& settings) {
 }
 
 void PayloadTypes::SetRemote(const RemoteDescription& description) {
-  if (!description.codecs.empty()) remote_codecs_ = description.codecs;
+  SetCodecs(description.codecs, remote_codecs_, remote_comfort_noise_);
+  SetSilence(description.silence, remote_silence_);
   if (description.amr_octet_align) amr_octet_align_ = *description.amr_octet_align;
   if (description.telephone_event) remote_events_ = *description.telephone_event;
   if (description.telephone_event_payload_type) remote_event_type_ = description.telephone_event_payload_type;
@@ -65,9 +89,17 @@ void PayloadTypes::Rebuild() {
   }
   ClaimEvents(local_events_, local_event_type_);
   for (const Codec& codec : local_codecs_) Claim(codec.payload_type, codec);
+  ClaimComfortNoise(local_comfort_noise_);
   // Many a far end sends with the numbers of its own description.
   for (const Codec& codec : remote_codecs_) Claim(codec.payload_type, codec);
   ClaimEvents(remote_events_, remote_event_type_);
+  ClaimComfortNoise(remote_comfort_noise_);
+  // Whoever says whether it is in use knows it.
+  if (local_silence_.suppress_comfort_noise) {
+    Codec comfort_noise;
+    comfort_noise.payload_type = kStaticComfortNoiseType;
+    ClaimComfortNoise({comfort_noise});
+  }
 }
 
 void PayloadTypes::Claim(int payload_type, const Codec& codec) {
@@ -81,6 +113,41 @@ void PayloadTypes::ClaimEvents(bool understood, const std::optional<uint8_t>& pa
   Meaning& meaning = meanings_[*payload_type];
   // An event's packets all carry the time of its beginning, so they say nothing of the clock.
   if (meaning.kind == Kind::kNothing) meaning = {Kind::kTelephoneEvent, 0, Codec()};
+}
+
+void PayloadTypes::ClaimComfortNoise(const std::vector<Codec>& described) {
+  for (const Codec& codec : described) {
+    Meaning& meaning = meanings_[static_cast<std::size_t>(codec.payload_type)];
+    // Beside a codec of another clock rate its timestamps would mean nothing.
+    const bool fits = agreed() == nullptr || agreed()->clock_rate == codec.clock_rate;
+    if (meaning.kind != Kind::kNothing || !fits) continue;
+    meaning = {Kind::kComfortNoise, static_cast<uint32_t>(codec.clock_rate), Codec()};
+  }
+}
+
+bool PayloadTypes::SuppressesComfortNoise() const {
+  return local_silence_.suppress_comfort_noise.value_or(false) ||
+         remote_silence_.suppress_comfort_noise.value_or(false);
+}
+
+std::optional<uint8_t> PayloadTypes::ComfortNoiseType(uint32_t clock_rate) const {
+  if (SuppressesComfortNoise()) return std::nullopt;
+  for (const Codec& codec : remote_comfort_noise_) {
+    if (static_cast<uint32_t>(codec.clock_rate) == clock_rate) return static_cast<uint8_t>(codec.payload_type);
+  }
+  const bool in_use = !remote_silence_.suppress_comfort_noise.value_or(true);
+  if (in_use && clock_rate == kStaticComfortNoiseRate) return kStaticComfortNoiseType;
+  return std::nullopt;
+}
+
+/// An annex is in use when both sides have it.
+SidFormat PayloadTypes::UnwantedSid(const Codec& codec) const {
+  const auto declined = [this](std::optional<bool> SilenceSettings::*annex) {
+    return !(local_silence_.*annex).value_or(true) || !(remote_silence_.*annex).value_or(true);
+  };
+  if (Named(codec, "G729") && declined(&SilenceSettings::g729_annex_b)) return SidFormat::kG729;
+  if (Named(codec, "G723") && declined(&SilenceSettings::g723_annex_a)) return SidFormat::kG723;
+  return SidFormat::kNone;
 }
 
 std::string PayloadTypes::AgreedText() const {
@@ -117,11 +184,16 @@ PayloadRoutes PayloadTypes::RoutesTo(const PayloadTypes& other) const {
     const Meaning& meaning = meanings_[type];
     if (meaning.kind == Kind::kCodec) {
       route.way = WayTo(meaning.codec, other);
+      route.remove_sid = other.UnwantedSid(meaning.codec);
       if (other.agreed() != nullptr) route.payload_type = static_cast<uint8_t>(other.agreed()->payload_type);
     } else if (meaning.kind == Kind::kTelephoneEvent) {
       route.telephone_event = true;
       route.way = other_takes_events ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kNoCounterpart;
       if (other_takes_events) route.payload_type = *other.remote_event_type_;
+    } else if (meaning.kind == Kind::kComfortNoise) {
+      const auto type = SuppressesComfortNoise() ? std::nullopt : other.ComfortNoiseType(meaning.clock_rate);
+      route.way = type ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kUnwantedSilence;
+      if (type) route.payload_type = *type;
     }
   }
   return routes;

@@ -2,7 +2,8 @@
 ///
 /// Payload types are agreed per leg and per direction: 96 may be AMR towards us, 97 AMR towards the far end, and 96
 /// iLBC on the other leg. So a packet's payload type is turned into a codec by what was said towards its sender, and
-/// back into a payload type by what the other far end said. RFC 4733 events take the same way beside the codec.
+/// back into a payload type by what the other far end said. RFC 4733 events take the same way beside the codec, and so
+/// does comfort noise (RFC 3389) of the codec's clock rate, where neither leg suppresses it.
 ///
 /// Threads: none of their own; used by the thread that owns the endpoint.
 #pragma once
@@ -14,13 +15,15 @@
 #include <vector>
 
 #include "media_engine/description.h"
+#include "silence_frames.h"
 
 namespace media_engine {
 
 /// What becomes of a received payload type on the way to the joined endpoint.
 struct PayloadRoute {
-  enum class Way : uint8_t { kUnknown, kNoCounterpart, kAsItIs, kMuLawToALaw, kALawToMuLaw };
+  enum class Way : uint8_t { kUnknown, kNoCounterpart, kUnwantedSilence, kAsItIs, kMuLawToALaw, kALawToMuLaw };
   Way way = Way::kUnknown;
+  SidFormat remove_sid = SidFormat::kNone;
   bool telephone_event = false;
   uint8_t payload_type = 0;  // on the other side
 };
@@ -50,7 +53,7 @@ class PayloadTypes {
   static std::string FaultIn(const std::vector<Codec>& codecs);
 
  private:
-  enum class Kind : uint8_t { kNothing, kCodec, kTelephoneEvent };
+  enum class Kind : uint8_t { kNothing, kCodec, kTelephoneEvent, kComfortNoise };
   struct Meaning {
     Kind kind = Kind::kNothing;
     uint32_t clock_rate = 0;
@@ -60,9 +63,16 @@ class PayloadTypes {
   void Rebuild();
   void Claim(int payload_type, const Codec& codec);
   void ClaimEvents(bool understood, const std::optional<uint8_t>& payload_type);
+  void ClaimComfortNoise(const std::vector<Codec>& described);
   PayloadRoute::Way WayTo(const Codec& mine, const PayloadTypes& other) const;
+  bool SuppressesComfortNoise() const;
+  /// Under which payload type comfort noise of that clock rate goes to the far end, if at all.
+  std::optional<uint8_t> ComfortNoiseType(uint32_t clock_rate) const;
+  SidFormat UnwantedSid(const Codec& codec) const;
 
   std::vector<Codec> local_codecs_, remote_codecs_;
+  std::vector<Codec> local_comfort_noise_, remote_comfort_noise_;
+  SilenceSettings local_silence_, remote_silence_;
   bool amr_octet_align_ = false;
   bool local_events_ = false, remote_events_ = false;
   std::optional<uint8_t> local_event_type_, remote_event_type_;

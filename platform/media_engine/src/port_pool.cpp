@@ -14,7 +14,7 @@ PortPair::~PortPair() {
   // Closed before the pool may hand the ports out again.
   rtp_.Close();
   rtcp_.Close();
-  pool_->Release(index_);
+  pool_->Release(index_, used_);
 }
 
 namespace {
@@ -30,8 +30,15 @@ std::size_t PairsIn(uint16_t first, uint16_t last) {
 
 }  // namespace
 
-PortPool::PortPool(SocketAddress address, uint16_t first, uint16_t last)
-    : address_(address), first_(EvenFrom(first)), last_(last), size_(PairsIn(first, last)), taken_(size_) {}
+PortPool::PortPool(SocketAddress address, uint16_t first, uint16_t last, milliseconds quarantine,
+                   std::shared_ptr<const Clock> clock)
+    : address_(address),
+      first_(EvenFrom(first)),
+      last_(last),
+      size_(PairsIn(first, last)),
+      quarantine_(clock ? quarantine : milliseconds{0}),
+      clock_(std::move(clock)),
+      taken_(size_) {}
 
 std::unique_ptr<PortPair> PortPool::Acquire(std::string& reason) {
   std::size_t taken_by_others = 0;
@@ -51,13 +58,19 @@ std::unique_ptr<PortPair> PortPool::Acquire(std::string& reason) {
     if (attempt == Attempt::kFailed) break;
     ++taken_by_others;
   }
-  for (std::size_t passed : passed_over) Release(passed);
-  if (!pair && reason.empty()) {
-    reason = "no free RTP port pair in " + RangeText() + ": of " + std::to_string(size_) + " pairs " +
-             std::to_string(in_use()) + " serve calls and " + std::to_string(taken_by_others) +
-             " are held by other programs";
-  }
+  for (std::size_t passed : passed_over) Release(passed, false);
+  if (!pair && reason.empty()) reason = ExhaustedText(taken_by_others);
   return pair;
+}
+
+std::string PortPool::ExhaustedText(std::size_t taken_by_others) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::string text = "no free RTP port pair in " + RangeText() + ": of " + std::to_string(size_) + " pairs " +
+                     std::to_string(in_use_) + " serve calls and " + std::to_string(taken_by_others) +
+                     " are held by other programs";
+  if (resting_.empty()) return text;
+  return text + ", " + std::to_string(resting_.size()) + " rest for " + std::to_string(quarantine_.count()) +
+         " ms after their call";
 }
 
 std::size_t PortPool::in_use() const {
@@ -67,7 +80,8 @@ std::size_t PortPool::in_use() const {
 
 bool PortPool::Reserve(std::size_t& index) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (in_use_ == size_) return false;
+  WakeRested();
+  if (in_use_ + resting_.size() == size_) return false;
   while (taken_[next_]) next_ = (next_ + 1) % size_;
   index = next_;
   next_ = (next_ + 1) % size_;
@@ -76,10 +90,23 @@ bool PortPool::Reserve(std::size_t& index) {
   return true;
 }
 
-void PortPool::Release(std::size_t index) {
+void PortPool::WakeRested() {
+  if (resting_.empty()) return;
+  const TimePoint now = clock_->Now();
+  while (!resting_.empty() && resting_.front().until <= now) {
+    taken_[resting_.front().index] = false;
+    resting_.pop_front();
+  }
+}
+
+void PortPool::Release(std::size_t index, bool rest) {
   std::lock_guard<std::mutex> lock(mutex_);
-  taken_[index] = false;
   --in_use_;
+  if (rest && quarantine_ > milliseconds{0}) {
+    resting_.push_back({index, clock_->Now() + quarantine_});
+  } else {
+    taken_[index] = false;
+  }
 }
 
 PortPool::Attempt PortPool::BindPair(std::size_t index, UdpSocket& rtp, UdpSocket& rtcp, std::string& reason) const {

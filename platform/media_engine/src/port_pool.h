@@ -1,16 +1,19 @@
 /// A server's RTP ports: an even one for RTP and the odd one above it for RTCP (RFC 3550, section 11).
 ///
-/// The range is shared with other programs and used up only slowly, so the pool goes on from where it last was (a port
-/// just freed is the last to come again: late packets of a former call do not reach the next one) and passes over ports
-/// that others hold.
+/// A far end goes on sending for a while after its call is over, and what it sends must not reach the next call. So a
+/// pair that has served rests for the quarantine, unbound, before it is handed out again, and the pool goes on from
+/// where it last was: a pair just freed is the last to come again. When all that are free are resting there is none.
+/// The range is shared with other programs; ports that they hold are passed over.
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "media_engine/clock.h"
 #include "socket_address.h"
 #include "udp_socket.h"
 
@@ -32,32 +35,46 @@ class PortPair {
   const SocketAddress& address() const { return address_; }
   uint16_t rtp_port() const { return address_.port(); }
   uint16_t rtcp_port() const { return static_cast<uint16_t>(address_.port() + 1); }
+  /// An endpoint has it: far ends may know it from now on. Others need no quarantine.
+  void MarkUsed() { used_ = true; }
 
  private:
   const std::shared_ptr<PortPool> pool_;
   const std::size_t index_;
   UdpSocket rtp_, rtcp_;
   const SocketAddress address_;
+  bool used_ = false;
 };
 
 /// Threads: all operations from any thread. Acquire makes system calls, so it belongs on the threads that make
 /// requests, not on the ones that move packets.
 class PortPool : public std::enable_shared_from_this<PortPool> {
  public:
-  PortPool(SocketAddress address, uint16_t first, uint16_t last);
+  /// A null clock is for no quarantine only.
+  PortPool(SocketAddress address, uint16_t first, uint16_t last, milliseconds quarantine = milliseconds{0},
+           std::shared_ptr<const Clock> clock = nullptr);
 
   /// Null when there is none; reason says why.
   std::unique_ptr<PortPair> Acquire(std::string& reason);
   std::size_t capacity() const { return size_; }
+  /// Without those that rest.
   std::size_t in_use() const;
 
  private:
   friend class PortPair;
   enum class Attempt { kBound, kTaken, kFailed };
 
+  struct Resting {
+    std::size_t index;
+    TimePoint until;
+  };
+
   /// Marks the next free pair as taken; none when all are.
   bool Reserve(std::size_t& index);
-  void Release(std::size_t index);
+  void Release(std::size_t index, bool rest);
+  /// Guard: mutex_ held by the caller.
+  void WakeRested();
+  std::string ExhaustedText(std::size_t taken_by_others) const;
   Attempt BindPair(std::size_t index, UdpSocket& rtp, UdpSocket& rtcp, std::string& reason) const;
   uint16_t PortOf(std::size_t index) const { return static_cast<uint16_t>(first_ + 2 * index); }
   std::string RangeText() const;
@@ -66,11 +83,14 @@ class PortPool : public std::enable_shared_from_this<PortPool> {
   const uint16_t first_;  // even
   const uint16_t last_;
   const std::size_t size_;  // in pairs
+  const milliseconds quarantine_;
+  const std::shared_ptr<const Clock> clock_;
 
   mutable std::mutex mutex_;
-  std::vector<bool> taken_;  // guarded by mutex_
-  std::size_t next_ = 0;     // guarded by mutex_
-  std::size_t in_use_ = 0;   // guarded by mutex_
+  std::vector<bool> taken_;      // guarded by mutex_; in use or resting
+  std::size_t next_ = 0;         // guarded by mutex_
+  std::size_t in_use_ = 0;       // guarded by mutex_
+  std::deque<Resting> resting_;  // guarded by mutex_; the first to come back in front
 };
 
 }  // namespace media_engine

@@ -21,16 +21,23 @@ class RemoteAddress {
   void AllowLearning(TimePoint now);
   /// Starts the time anew: media is to be expected only from now on.
   void ExtendLearning(TimePoint now);
-  void Learn(const SocketAddress& from);
+  void Learn(const SocketAddress& from, TimePoint now);
+  /// A NAT gives RTCP a port of its own, so that is learned too: once, from the host that RTP comes from, within the
+  /// same time after RTP was learned or learning was asked for.
+  void LearnRtcp(const SocketAddress& from);
 
   bool IsExpected(const SocketAddress& from) const { return described() && from == rtp_; }
   bool MayLearn(TimePoint now) const { return described() && learning_ && now - learning_since_ <= kLearningTime; }
-  /// RTCP may come from any port of the far end's host: NATs move ports about.
-  bool IsRtcpExpected(const SocketAddress& from) const { return described() && from.SameHost(rtp_); }
+  bool IsRtcpExpected(const SocketAddress& from) const { return described() && from == rtcp_; }
+  bool MayLearnRtcp(const SocketAddress& from, TimePoint now) const {
+    return described() && learning_rtcp_ && now - learning_rtcp_since_ <= kLearningTime && from.SameHost(rtp_);
+  }
 
   bool described() const { return !described_rtp_.empty(); }
   /// Whether the far end wants anything sent.
   bool CanSend() const { return described() && rtp_.port() != 0 && !rtp_.IsWildcard(); }
+  const SocketAddress& described_rtp() const { return described_rtp_; }
+  bool CanSendRtcp() const { return CanSend() && rtcp_.port() != 0; }
   const SocketAddress& rtp() const { return rtp_; }
   const SocketAddress& rtcp() const { return rtcp_; }
 
@@ -39,6 +46,8 @@ class RemoteAddress {
   SocketAddress rtp_, rtcp_;  // the described ones, or the learned
   bool learning_ = false;
   TimePoint learning_since_{};
+  bool learning_rtcp_ = false;
+  TimePoint learning_rtcp_since_{};
 };
 
 }  // namespace media_engine

@@ -1,5 +1,7 @@
 #include "rtp_header.h"
 
+#include "network_order.h"
+
 namespace media_engine {
 namespace {
 
@@ -7,23 +9,6 @@ constexpr uint8_t kVersion = 2;
 // The payload types that the packet types of RTCP, 200 to 204, look like: such a packet has lost its way.
 constexpr uint8_t kFirstRtcpLookalike = 72;
 constexpr uint8_t kLastRtcpLookalike = 76;
-
-uint16_t Read16(const uint8_t* from) {
-  return static_cast<uint16_t>(from[0] << 8 | from[1]);
-}
-uint32_t Read32(const uint8_t* from) {
-  return static_cast<uint32_t>(Read16(from)) << 16 | Read16(from + 2);
-}
-
-void Write16(uint16_t value, uint8_t* to) {
-  to[0] = static_cast<uint8_t>(value >> 8);
-  to[1] = static_cast<uint8_t>(value);
-}
-
-void Write32(uint32_t value, uint8_t* to) {
-  Write16(static_cast<uint16_t>(value >> 16), to);
-  Write16(static_cast<uint16_t>(value), to + 2);
-}
 
 }  // namespace
 
@@ -35,7 +20,7 @@ std::optional<RtpHeader> ParseRtp(const uint8_t* packet, std::size_t length) {
   if (header.payload_type >= kFirstRtcpLookalike && header.payload_type <= kLastRtcpLookalike) return std::nullopt;
   header.sequence_number = Read16(packet + 2);
   header.timestamp = Read32(packet + 4);
-  header.ssrc = Read32(packet + 8);
+  header.ssrc = SsrcOf(packet);
 
   std::size_t offset = kRtpHeaderLength + std::size_t{4} * (packet[0] & 0x0f);
   const bool has_extension = (packet[0] & 0x10) != 0;
@@ -55,6 +40,10 @@ std::optional<RtpHeader> ParseRtp(const uint8_t* packet, std::size_t length) {
   header.payload_offset = offset;
   header.payload_length = end - offset;
   return header;
+}
+
+uint32_t SsrcOf(const uint8_t* packet) {
+  return Read32(packet + 8);
 }
 
 void WriteRtpHeader(const RtpHeader& header, uint8_t* to) {

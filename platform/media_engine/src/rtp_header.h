@@ -24,6 +24,9 @@ struct RtpHeader {
 /// None for what is not valid RTP: see RFC 3550, A.1. Looks at no octet beyond length.
 std::optional<RtpHeader> ParseRtp(const uint8_t* packet, std::size_t length);
 
+/// Of a packet that is valid.
+uint32_t SsrcOf(const uint8_t* packet);
+
 /// Writes the twelve octets of a header without contributing sources, extension and padding.
 void WriteRtpHeader(const RtpHeader& header, uint8_t* to);
 

@@ -11,6 +11,7 @@ ServerContext::ServerContext(std::shared_ptr<const Clock> clock, std::shared_ptr
                              SocketAddress address, std::string public_address, std::shared_ptr<PortPool> ports,
                              LogSink log)
     : clock_(std::move(clock)),
+      ntp_(clock_->Now(), std::chrono::system_clock::now()),
       engine_(std::move(engine)),
       address_(address),
       public_address_(std::move(public_address)),

@@ -11,6 +11,7 @@
 
 #include "media_engine/clock.h"
 #include "media_engine/log.h"
+#include "ntp_time.h"
 #include "port_pool.h"
 
 namespace media_engine {
@@ -24,6 +25,7 @@ class ServerContext {
                 std::string public_address, std::shared_ptr<PortPool> ports, LogSink log);
 
   TimePoint Now() const { return clock_->Now(); }
+  const NtpTimeline& ntp() const { return ntp_; }
   bool SameEngine(const ServerContext& other) const { return engine_ == other.engine_; }
   const SocketAddress& address() const { return address_; }
   const std::string& public_address() const { return public_address_; }
@@ -43,6 +45,7 @@ class ServerContext {
 
  private:
   const std::shared_ptr<const Clock> clock_;
+  const NtpTimeline ntp_;
   const std::shared_ptr<const int> engine_;
   const SocketAddress address_;
   const std::string public_address_;

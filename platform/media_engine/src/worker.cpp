@@ -47,7 +47,8 @@ Outcome Worker::Ready() const {
 }
 
 void Worker::RunOnce(milliseconds longest_wait) {
-  const milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, kTimerInterval);
+  milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, kTimerInterval);
+  if (!playout_timers_.empty()) wait = playout_timers_.RestAfter(server_->Now(), wait);
   std::array<epoll_event, kEventsPerTurn> events;
   const int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, static_cast<int>(wait.count()));
   now_ = server_->Now();
@@ -59,6 +60,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
       Serve(*static_cast<const SocketTag*>(events[static_cast<std::size_t>(i)].data.ptr));
     }
   }
+  PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
   if (mail) RunTasks();
   if (now_ >= next_timers_) RunTimers();
@@ -67,7 +69,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
 
 void Worker::Serve(const SocketTag& tag) {
   if (tag.rtcp) {
-    mover_.CountRtcp(*tag.participant);
+    mover_.TakeRtcp(*tag.participant, now_);
   } else {
     mover_.MoveRtp(*tag.participant, now_);
   }
@@ -86,7 +88,14 @@ void Worker::RunTasks() {
 
 void Worker::RunTimers() {
   next_timers_ = now_ + kTimerInterval;
-  for (auto& [route, resident] : residents_) resident.participant->CheckSilence(now_);
+  for (auto& [route, resident] : residents_) {
+    resident.participant->CheckSilence(now_);
+    resident.participant->RunRtcp(now_);
+  }
+}
+
+void Worker::PlayDue() {
+  while (const PlayoutTimer* timer = playout_timers_.NextDue(now_)) mover_.PlayOut(*timer->owner(), now_);
 }
 
 void Worker::Finish() {
@@ -121,6 +130,7 @@ bool Worker::Admit(std::unique_ptr<Participant> participant) {
   resident.rtp = {one, false};
   resident.rtcp = {one, true};
   session->second.members.push_back(one);
+  one->AttachPlayout(playout_timers_);
   ++gauges_.endpoints;
   if (one->ports() == nullptr || Watch(resident)) return true;
   server_->Log(LogLevel::kError,
@@ -146,6 +156,15 @@ Participant* Worker::Find(const EndpointRoute& endpoint) {
   return found == residents_.end() ? nullptr : found->second.participant.get();
 }
 
+Participant* Worker::FindByPort(const SessionRoute& session, const SocketAddress& rtp) const {
+  const auto found = sessions_.find(&session);
+  if (found == sessions_.end()) return nullptr;
+  for (Participant* member : found->second.members) {
+    if (member->ports() != nullptr && member->ports()->address() == rtp) return member;
+  }
+  return nullptr;
+}
+
 void Worker::LeaveSession(const Participant& participant) {
   const auto session = sessions_.find(participant.session());
   if (session == sessions_.end()) return;
@@ -168,6 +187,17 @@ Outcome Worker::DescribeLocal(Participant& participant, const LocalSettings& set
                               std::unique_ptr<PortPair>& offered) {
   const PortPair* const former = participant.ports();
   if (Outcome outcome = participant.DescribeLocal(settings, offered, now_); !outcome) return outcome;
+  participant.AttachPlayout(playout_timers_);
+  return WatchNewPorts(participant, former);
+}
+
+Outcome Worker::GivePorts(Participant& participant, std::unique_ptr<PortPair>& offered) {
+  const PortPair* const former = participant.ports();
+  if (!participant.TakePorts(offered, false)) return Outcome::Refused("the endpoint has no ports");
+  return WatchNewPorts(participant, former);
+}
+
+Outcome Worker::WatchNewPorts(Participant& participant, const PortPair* former) {
   if (participant.ports() == former) return Outcome::Done();
   const bool watched = Watch(residents_.at(participant.route().get()));
   participant.route()->set_has_ports(watched);
@@ -204,6 +234,7 @@ void Worker::MoveAway(const std::shared_ptr<EndpointRoute>& route) {
   residents_.erase(found);
   --gauges_.endpoints;
   leaving->Separate(now_);
+  leaving->DetachPlayout();
   LeaveSession(*leaving);
   Unwatch(*leaving);
   leaving->server().AddEmigrant(route);

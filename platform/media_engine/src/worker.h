@@ -46,7 +46,11 @@ class Worker {
   /// Null when the endpoint is not here.
   Participant* Find(const EndpointRoute& endpoint);
   void Close(const EndpointRoute& endpoint);
+  /// The endpoint of that session whose RTP port this is; null when there is none.
+  Participant* FindByPort(const SessionRoute& session, const SocketAddress& rtp) const;
   Outcome DescribeLocal(Participant& participant, const LocalSettings& settings, std::unique_ptr<PortPair>& offered);
+  /// Gives the endpoint a port pair, unless it has one.
+  Outcome GivePorts(Participant& participant, std::unique_ptr<PortPair>& offered);
   /// Brings the endpoint into its home session, here or elsewhere.
   void BringHome(const EndpointRoute& endpoint);
 
@@ -68,7 +72,10 @@ class Worker {
   void Serve(const SocketTag& tag);
   void RunTasks();
   void RunTimers();
+  void PlayDue();
   bool Watch(Resident& resident);
+  /// Watches the endpoint's sockets, unless its ports are still those.
+  Outcome WatchNewPorts(Participant& participant, const PortPair* former);
   void Unwatch(const Participant& participant);
   void LeaveSession(const Participant& participant);
   void MoveWithin(Participant& participant, const SessionRoute& home);
@@ -81,6 +88,7 @@ class Worker {
   PacketMover mover_;
   TimePoint now_;
   TimePoint next_timers_;
+  PlayoutTimers playout_timers_;  // of residents with a jitter buffer
   // Keys stay valid: the records hold what they point to.
   std::unordered_map<const EndpointRoute*, Resident> residents_;
   std::unordered_map<const SessionRoute*, SessionRecord> sessions_;

@@ -2,48 +2,79 @@
 
 #include "embedded/embedded_server.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kelvaro::jsr309 {
 namespace {
 
-constexpr char kHeartbeat[] = "heartbeat_ms";
-constexpr unsigned kDefaultHeartbeat = 2000;
-constexpr unsigned kShortestHeartbeat = 20;
-constexpr unsigned kLongestHeartbeat = 600000;
+/// A setting that is a number of milliseconds.
+struct MillisecondSetting {
+  const char* element;
+  unsigned shortest, longest;
+  std::chrono::milliseconds EmbeddedSettings::*value;
+};
 
-bool ParseHeartbeat(const std::string& text, unsigned& milliseconds) {
+constexpr MillisecondSetting kMillisecondSettings[] = {
+    {"heartbeat_ms", 20, 600000, &EmbeddedSettings::heartbeat},
+    {"port_quarantine_ms", 0, 600000, &EmbeddedSettings::port_quarantine},
+};
+
+bool Parse(const std::string& text, const MillisecondSetting& setting, std::chrono::milliseconds& value) {
   if (text.empty() || text.size() > 6 || text.find_first_not_of("0123456789") != std::string::npos) return false;
-  milliseconds = static_cast<unsigned>(std::stoul(text));
-  return milliseconds >= kShortestHeartbeat && milliseconds <= kLongestHeartbeat;
+  const unsigned number = static_cast<unsigned>(std::stoul(text));
+  value = std::chrono::milliseconds(number);
+  return number >= setting.shortest && number <= setting.longest;
 }
 
-bool ReadSettings(const MediaServerSettings& settings, unsigned& heartbeat, SettingError& error) {
+bool ReadDriverSettings(const MediaServerSettings& settings, EmbeddedSettings& embedded, SettingError& error) {
   for (const auto& [element, value] : settings.driver_settings) {
-    if (element != kHeartbeat) {
+    const auto* const found =
+        std::find_if(std::begin(kMillisecondSettings), std::end(kMillisecondSettings),
+                     [&name = element](const MillisecondSetting& setting) { return name == setting.element; });
+    if (found == std::end(kMillisecondSettings)) {
       error = {element, value, "not known to the embedded media server"};
       return false;
     }
-    if (!ParseHeartbeat(value, heartbeat)) {
+    if (!Parse(value, *found, embedded.*found->value)) {
       error = {element, value,
-               "not a number of milliseconds from " + std::to_string(kShortestHeartbeat) + " to " +
-                   std::to_string(kLongestHeartbeat)};
+               "not a number of milliseconds from " + std::to_string(found->shortest) + " to " +
+                   std::to_string(found->longest)};
       return false;
     }
   }
   return true;
 }
 
+/// What is right for other drivers and is not for this one.
+bool CheckServerSettings(const MediaServerSettings& settings, SettingError& error) {
+  for (const std::string& address : settings.addresses) {
+    const bool bound = &address == &settings.addresses.front();
+    const media_engine::Outcome outcome = media_engine::CheckServerAddress(address, bound);
+    if (outcome) continue;
+    error = {"address", address, outcome.reason};
+    return false;
+  }
+  if (settings.rtp_port_min % 2 == 0 || settings.rtp_port_max - settings.rtp_port_min >= 2) return true;
+  error = {
+      "rtp_port_min", std::to_string(settings.rtp_port_min),
+      "no even port with the odd one above it up to rtp_port_max, which is " + std::to_string(settings.rtp_port_max)};
+  return false;
+}
+
 /// Its servers share one engine, so that endpoints can be imported from one into another.
 class EmbeddedDriver : public MediaServerDriver {
  public:
+  explicit EmbeddedDriver(std::shared_ptr<const media_engine::Clock> clock) : engine_(std::move(clock)) {}
+
   std::unique_ptr<MediaServer> Open(const MediaServerSettings& settings, MediaServerObserver& observer,
                                     const std::shared_ptr<GuardedLogger>& logger, SettingError& error) override {
-    unsigned heartbeat = kDefaultHeartbeat;
-    if (!ReadSettings(settings, heartbeat, error)) return nullptr;
+    EmbeddedSettings embedded;
+    if (!ReadDriverSettings(settings, embedded, error) || !CheckServerSettings(settings, error)) return nullptr;
     auto server = std::make_unique<EmbeddedServer>(settings, observer, logger);
     std::string reason;
-    if (server->Start(engine_, std::chrono::milliseconds(heartbeat), reason)) return server;
+    if (server->Start(engine_, embedded, reason)) return server;
     error = {"", settings.addresses.front(), reason};
     return nullptr;
   }
@@ -54,8 +85,8 @@ class EmbeddedDriver : public MediaServerDriver {
 
 }  // namespace
 
-std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver() {
-  return std::make_unique<EmbeddedDriver>();
+std::unique_ptr<MediaServerDriver> MakeEmbeddedDriver(std::shared_ptr<const media_engine::Clock> clock) {
+  return std::make_unique<EmbeddedDriver>(std::move(clock));
 }
 
 }  // namespace kelvaro::jsr309

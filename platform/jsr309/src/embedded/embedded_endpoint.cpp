@@ -35,7 +35,7 @@ bool EmbeddedEndpoint::Report(const char* what, const media_engine::Outcome& out
 }
 
 bool EmbeddedEndpoint::GetLocalOffer(MediaConfig& config) {
-  NameUnsupportedSettings(config, *context_);
+  NameUnsupportedSettings(config, Side::kLocal, *context_);
   media_engine::LocalDescription description;
   if (!Report("local offer", endpoint_->DescribeLocal(ToLocalSettings(config, LocalKind::kOffer), description,
                                                       context_->request_limit()))) {
@@ -46,7 +46,7 @@ bool EmbeddedEndpoint::GetLocalOffer(MediaConfig& config) {
 }
 
 bool EmbeddedEndpoint::GetLocalAnswer(MediaConfig& config) {
-  NameUnsupportedSettings(config, *context_);
+  NameUnsupportedSettings(config, Side::kLocal, *context_);
   media_engine::LocalDescription description;
   if (!Report("local answer", endpoint_->DescribeLocal(ToLocalSettings(config, LocalKind::kAnswer), description,
                                                        context_->request_limit()))) {
@@ -56,12 +56,25 @@ bool EmbeddedEndpoint::GetLocalAnswer(MediaConfig& config) {
   return true;
 }
 
-bool EmbeddedEndpoint::SetRemote(const char* what, const MediaConfig& config) {
-  NameUnsupportedSettings(config, *context_);
-  if (config.GetUdpPassThruPeer()) {
-    return Report(what, media_engine::Outcome::Refused("T.38 pass-through to a peer is not supported yet"));
-  }
-  return Report(what, endpoint_->DescribeRemote(ToRemoteDescription(config), context_->request_limit()));
+bool EmbeddedEndpoint::SetRemote(const char* what, const MediaConfig& config, bool offer) {
+  NameUnsupportedSettings(config, Side::kRemote, *context_);
+  media_engine::RemoteDescription description = ToRemoteDescription(config);
+  description.answer_follows = offer;
+  return Report(what, endpoint_->DescribeRemote(description, context_->request_limit()));
+}
+
+bool EmbeddedEndpoint::GetLocalImageConfig(MediaConfig& config) {
+  std::optional<media_engine::ImageDescription> image;
+  if (!Report("local image description", endpoint_->ReadLocalImage(image, context_->request_limit()))) return false;
+  if (image) FillImage(*image, config);
+  return image.has_value();
+}
+
+bool EmbeddedEndpoint::GetRemoteImageConfig(MediaConfig& config) {
+  std::optional<media_engine::ImageDescription> image;
+  if (!Report("remote image description", endpoint_->ReadRemoteImage(image, context_->request_limit()))) return false;
+  if (image) FillImage(*image, config);
+  return image.has_value();
 }
 
 bool EmbeddedEndpoint::SetRemoteAddressDetection() {

@@ -18,12 +18,11 @@ class EmbeddedEndpoint : public ServerEndpoint {
 
   bool GetLocalOffer(MediaConfig& config) override;
   bool GetLocalAnswer(MediaConfig& config) override;
-  bool SetRemoteOffer(const MediaConfig& config) override { return SetRemote("remote offer", config); }
-  bool SetRemoteAnswer(const MediaConfig& config) override { return SetRemote("remote answer", config); }
+  bool SetRemoteOffer(const MediaConfig& config) override { return SetRemote("remote offer", config, true); }
+  bool SetRemoteAnswer(const MediaConfig& config) override { return SetRemote("remote answer", config, false); }
   bool SetRemoteAddressDetection() override;
-  /// There is no image stream yet.
-  bool GetLocalImageConfig(MediaConfig&) override { return false; }
-  bool GetRemoteImageConfig(MediaConfig&) override { return false; }
+  bool GetLocalImageConfig(MediaConfig& config) override;
+  bool GetRemoteImageConfig(MediaConfig& config) override;
   bool GetRtcpStatsReport(std::vector<RtcpStatsReport>& reports) override;
   bool Join(Direction direction, const std::shared_ptr<ServerEndpoint>& other) override;
   bool Unjoin(const std::shared_ptr<ServerEndpoint>& other) override;
@@ -33,7 +32,7 @@ class EmbeddedEndpoint : public ServerEndpoint {
   media_engine::Endpoint& engine_endpoint() { return *endpoint_; }
 
  private:
-  bool SetRemote(const char* what, const MediaConfig& config);
+  bool SetRemote(const char* what, const MediaConfig& config, bool offer);
   /// The outcome as the seam wants it; a refusal is logged.
   bool Report(const char* what, const media_engine::Outcome& outcome) const;
 

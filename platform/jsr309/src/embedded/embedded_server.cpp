@@ -45,14 +45,15 @@ EmbeddedServer::~EmbeddedServer() {
   running.servers.erase(this);
 }
 
-bool EmbeddedServer::Start(media_engine::Engine& engine, std::chrono::milliseconds heartbeat, std::string& reason) {
+bool EmbeddedServer::Start(media_engine::Engine& engine, const EmbeddedSettings& embedded, std::string& reason) {
   media_engine::ServerConfig config;
   config.addresses = settings_.addresses;
   config.public_address = settings_.public_address;
   config.rtp_port_min = settings_.rtp_port_min;
   config.rtp_port_max = settings_.rtp_port_max;
   config.threads = ThreadsFor(settings_.threads);
-  config.heartbeat = heartbeat;
+  config.heartbeat = embedded.heartbeat;
+  config.port_quarantine = embedded.port_quarantine;
   config.log = [context = context_](media_engine::LogLevel level, const std::string& text) {
     context->Log(level, text);
   };

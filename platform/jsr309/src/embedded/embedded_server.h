@@ -5,11 +5,19 @@
 #include "kelvaro/jsr309/driver.h"
 #include "media_engine/engine.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace kelvaro::jsr309 {
+
+/// The driver's own settings of a server.
+struct EmbeddedSettings {
+  std::chrono::milliseconds heartbeat{2000};
+  /// Longer than packets are under way, and than a far end takes to hear of the end.
+  std::chrono::milliseconds port_quarantine{2000};
+};
 
 class EmbeddedServer : public MediaServer, private media_engine::ServerEvents {
  public:
@@ -18,7 +26,7 @@ class EmbeddedServer : public MediaServer, private media_engine::ServerEvents {
   ~EmbeddedServer() override;
 
   /// Once, before anything else. False, with nothing left behind, when the engine refuses.
-  bool Start(media_engine::Engine& engine, std::chrono::milliseconds heartbeat, std::string& reason);
+  bool Start(media_engine::Engine& engine, const EmbeddedSettings& embedded, std::string& reason);
 
   bool IsAlive() const override { return server_->IsAlive(); }
   std::vector<std::string> Addresses() const override { return settings_.addresses; }

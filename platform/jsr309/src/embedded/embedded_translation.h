@@ -12,15 +12,18 @@
 namespace kelvaro::jsr309 {
 
 enum class LocalKind { kOffer, kAnswer };
+enum class Side { kLocal, kRemote };
 
 media_engine::LocalSettings ToLocalSettings(const MediaConfig& config, LocalKind kind);
 media_engine::RemoteDescription ToRemoteDescription(const MediaConfig& config);
 media_engine::Direction ToEngineDirection(Direction direction);
 void FillLocal(const media_engine::LocalDescription& description, MediaConfig& config);
-/// One report, or none when no RTP was seen.
+/// Address, port, and the header fields of what is sent towards the far end.
+void FillImage(const media_engine::ImageDescription& image, MediaConfig& config);
+/// One report for each of the far end's sources; none when no RTP was seen.
 std::vector<RtcpStatsReport> ToReports(const media_engine::EndpointStatistics& statistics);
 
 /// Names what the record asks for and the engine cannot do.
-void NameUnsupportedSettings(const MediaConfig& config, EmbeddedContext& context);
+void NameUnsupportedSettings(const MediaConfig& config, Side side, EmbeddedContext& context);
 
 }  // namespace kelvaro::jsr309

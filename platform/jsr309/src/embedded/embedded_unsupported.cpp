@@ -1,31 +1,15 @@
 // What a record may ask for and the engine cannot do, told by name.
 #include "embedded/embedded_translation.h"
 
-#include <strings.h>
-
 namespace kelvaro::jsr309 {
 namespace {
 
-bool Lists(const MediaConfig& config, const char* codec_name) {
-  for (const MediaCodec& codec : config.GetCodecs()) {
-    if (strcasecmp(codec.name.c_str(), codec_name) == 0) return true;
-  }
-  return false;
-}
-
 void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
-  if (config.GetRtcpFlag().value_or(false)) {
-    context.NameUnsupported("RtcpFlag", "RTCP is received and counted, no reports are sent");
-  }
-  if (config.GetCname() != nullptr) context.NameUnsupported("Cname", "no source descriptions are sent");
   if (config.GetSilenceSuppressionFlag().value_or(false)) {
-    context.NameUnsupported("SilenceSuppressionFlag", "packets are passed on as they come");
-  }
-  if (config.GetCngSuppressionFlag().value_or(false)) {
-    context.NameUnsupported("CngSuppressionFlag", "comfort noise packets are never passed on");
+    context.NameUnsupported("SilenceSuppressionFlag", "silence is not looked for, packets are passed on as they come");
   }
   if (config.GetSidFlag().value_or(false)) {
-    context.NameUnsupported("SidFlag", "silence descriptors within a codec are passed on as they come");
+    context.NameUnsupported("SidFlag", "no silence descriptors are made, those of the far ends are passed on");
   }
   if (config.GetAllowInbandTo2833Conversion().value_or(false)) {
     context.NameUnsupported("AllowInbandTo2833Conversion", "tones stay in the audio");
@@ -34,31 +18,26 @@ void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
   if (fax_mask != nullptr && *fax_mask != '\0') {
     context.NameUnsupported("FaxModeAutoSwitchMask", "fax signals do not switch the stream");
   }
-  if (config.GetResetRtpOnRemoteSSRCChange().value_or(false)) {
-    context.NameUnsupported("ResetRtpOnRemoteSSRCChange", "the stream sent on continues under its own SSRC");
+}
+
+/// Delays belong to a mode, and the buffer to the local side.
+void NameJitterBuffer(const MediaConfig& config, Side side, EmbeddedContext& context) {
+  const std::optional<MediaConfig::JitterMode> mode = config.GetJitterMode();
+  const bool delays = config.GetJitterInitialDelayMs() || config.GetJitterMinDelayMs() || config.GetJitterMaxPdvMs();
+  const char* const unchanged = "the jitter buffer stays as it is";
+  if (side == Side::kRemote) {
+    if (mode || delays) context.NameUnsupported("JitterMode and delays in a remote description", unchanged);
+  } else if (!mode) {
+    if (delays) context.NameUnsupported("jitter buffer delays without JitterMode", unchanged);
+  } else if (*mode < MediaConfig::JITTER_MODE_NONE || *mode > MediaConfig::JITTER_MODE_ADAPTIVE) {
+    context.NameUnsupported("JitterMode " + std::to_string(*mode), unchanged);
   }
 }
 
-void NameCodecSettings(const MediaConfig& config, EmbeddedContext& context) {
+void NameVideo(const MediaConfig& config, EmbeddedContext& context) {
   for (const MediaCodec& codec : config.GetCodecs()) {
     if (codec.video) context.NameUnsupported("video codecs", "they are left out");
   }
-  if (!config.GetG729AnnexBFlag().value_or(true) && Lists(config, "G729")) {
-    context.NameUnsupported("G729AnnexBFlag", "silence descriptors of the other leg are passed on as they come");
-  }
-  if (!config.GetG723AnnexAFlag().value_or(true) && Lists(config, "G723")) {
-    context.NameUnsupported("G723AnnexAFlag", "silence descriptors of the other leg are passed on as they come");
-  }
-}
-
-void NameJitterBuffer(const MediaConfig& config, EmbeddedContext& context) {
-  const char* const no_delay = "packets leave as they come";
-  if (config.GetJitterMode().value_or(MediaConfig::JITTER_MODE_NONE) != MediaConfig::JITTER_MODE_NONE) {
-    context.NameUnsupported("JitterMode", no_delay);
-  }
-  if (config.GetJitterInitialDelayMs()) context.NameUnsupported("JitterInitialDelayMs", no_delay);
-  if (config.GetJitterMinDelayMs()) context.NameUnsupported("JitterMinDelayMs", no_delay);
-  if (config.GetJitterMaxPdvMs()) context.NameUnsupported("JitterMaxPdvMs", no_delay);
   const char* const no_video = "there is no video";
   if (config.GetVideoJitterBufferType() != nullptr) context.NameUnsupported("VideoJitterBufferType", no_video);
   if (config.GetVideoJitterBufferInitialDelayMs()) {
@@ -69,10 +48,10 @@ void NameJitterBuffer(const MediaConfig& config, EmbeddedContext& context) {
 
 }  // namespace
 
-void NameUnsupportedSettings(const MediaConfig& config, EmbeddedContext& context) {
+void NameUnsupportedSettings(const MediaConfig& config, Side side, EmbeddedContext& context) {
   NameStreamSettings(config, context);
-  NameCodecSettings(config, context);
-  NameJitterBuffer(config, context);
+  NameJitterBuffer(config, side, context);
+  NameVideo(config, context);
 }
 
 }  // namespace kelvaro::jsr309

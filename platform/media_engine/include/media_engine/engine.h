@@ -20,6 +20,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,9 @@ struct ServerConfig {
   std::string public_address;          ///< empty when there is none
   uint16_t rtp_port_min = 16384;       ///< both ends belong to the range; RTP takes the even ports, RTCP the odd ones
   uint16_t rtp_port_max = 32767;
+  /// How long ports of an endpoint that has ended stay unused, while its far end may still be sending. Counts like any
+  /// other time of the engine. When all that are free rest so, a new endpoint is refused. 0: not at all.
+  milliseconds port_quarantine{0};
   unsigned threads = 1;
   milliseconds heartbeat{2000};  ///< a worker that has not served for that long counts as lost
   LogSink log;                   ///< may be empty
@@ -80,11 +84,16 @@ class Endpoint {
   /// Binds a port pair unless the endpoint has one, and takes over the settings.
   Outcome DescribeLocal(const LocalSettings& settings, LocalDescription& description, milliseconds limit);
   Outcome DescribeRemote(const RemoteDescription& description, milliseconds limit);
-  /// Lets the remote address be learned once, from the first valid RTP packet that comes from elsewhere within 10 s.
-  /// The 10 s start now, and anew with each description and join as long as no media has come.
+  /// The image stream, in use or wished for by either side; none is no error. Its local side has ports from now on.
+  Outcome ReadLocalImage(std::optional<ImageDescription>& image, milliseconds limit);
+  /// What the far end said of its image stream; none is no error.
+  Outcome ReadRemoteImage(std::optional<ImageDescription>& image, milliseconds limit);
+  /// Lets the remote address of the audio be learned once, from the first valid RTP packet that comes from elsewhere
+  /// within 10 s. The 10 s start now, and anew with each description and join as long as no media has come.
   Outcome DetectRemoteAddress(milliseconds limit);
   /// Both in one session. A pair that is joined changes its direction; former joins with third ones are dissolved.
-  /// Refused when the two codecs cannot be carried into each other; a refused pair is left unjoined.
+  /// Refused when the two codecs cannot be carried into each other, and for an image stream with audio, unless either
+  /// is being described anew; a refused pair is left unjoined.
   Outcome Join(Direction direction, Endpoint& other, milliseconds limit);
   Outcome Unjoin(Endpoint& other, milliseconds limit);
   Outcome ReadStatistics(EndpointStatistics& statistics, milliseconds limit);
@@ -148,6 +157,9 @@ class Server {
   std::vector<std::unique_ptr<WorkerThread>> workers_;
   std::unique_ptr<HeartbeatMonitor> heartbeat_;
 };
+
+/// Whether a server can have that address: numeric, and of one host. bound: whether endpoints can be bound to it, too.
+Outcome CheckServerAddress(const std::string& address, bool bound);
 
 /// Servers of one engine can import endpoints from each other.
 class Engine {

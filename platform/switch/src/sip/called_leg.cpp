@@ -55,6 +55,13 @@ void CalledLeg::Release(const std::string& uuid, const std::weak_ptr<CalledLeg>&
   });
 }
 
+bool CalledLeg::Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task) {
+  return PostToSession(uuid, [leg, task = std::move(task)] {
+    std::shared_ptr<CalledLeg> self = leg.lock();
+    if (self && self->renegotiation_ && switch_channel_up(self->channel_)) task(*self->renegotiation_);
+  });
+}
+
 void CalledLeg::Run(switch_core_session_t* session) {
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
@@ -68,22 +75,47 @@ void CalledLeg::Run(switch_core_session_t* session) {
   Finish();
 }
 
+/// The profile's, unless the leg's variable says otherwise.
+SecurityWish CalledLeg::Security() const {
+  SecurityWish wish = request_.agent->profile().media.security;
+  const std::string name = LegVariable(channel_, "rtp_secure_media");
+  if (name.empty()) return wish;
+  if (const std::optional<SecureMedia> wanted = SecureMediaOfName(name)) {
+    wish.wanted = *wanted;
+  } else {
+    LegLog(session_, SWITCH_LOG_WARNING,
+           "rtp_secure_media is \"" + name + "\", not \"off\", \"optional\" or \"mandatory\"; ignored");
+  }
+  return wish;
+}
+
+void CalledLeg::WishForSecurity(LocalDescription& description) {
+  const SecurityWish wish = Security();
+  if (wish.wanted == SecureMedia::kOff) return;
+  wished_.secure_only = wish.wanted == SecureMedia::kMandatory;
+  wished_.local_key = MakeSrtpKey(wish.suites.front(), "1");
+  description.crypto = CryptoText(*wished_.local_key);
+  if (wished_.secure_only) description.protocol = "RTP/SAVP";
+}
+
 /// The offer's text: the calling side's codecs with our payload types, at the address where the media server waits.
 bool CalledLeg::MakeOffer(std::string& offer) {
   const std::vector<CodecMatch> offered = Distinct(request_.offered);
-  LocalDescription description;
+  LocalDescription& description = local_;
   CodecImplementations codecs;
   for (const CodecMatch& match : offered) {
     codecs.push_back(match.implementation);
     description.payloads.push_back(OfferedPayload(match));
   }
-  uint8_t event_type = 0;
   if (request_.telephone_events) {
-    event_type = FreePayloadType(request_.agent->profile().media.telephone_event_type, description.payloads);
-    description.payloads.push_back(TelephoneEventPayload(event_type, codecs.front()->samples_per_second));
+    wished_.telephone_event_type =
+        FreePayloadType(request_.agent->profile().media.telephone_event_type, description.payloads);
+    description.payloads.push_back(
+        TelephoneEventPayload(wished_.telephone_event_type, codecs.front()->samples_per_second));
   }
+  WishForSecurity(description);
   LocalMedia local;
-  if (!media_->GetLocalForOffer(codecs, event_type, local)) return false;
+  if (!media_->GetLocalForOffer(codecs, wished_, local)) return false;
   offered_packet_time_ = offered.front().PacketTime();
   FillLocalDescription(session_, local, offered_packet_time_, description);
   offer = BuildOffer(description);
@@ -119,14 +151,30 @@ void CalledLeg::WaitForAnswer() {
   switch_channel_hangup(channel_, SWITCH_CAUSE_NO_ANSWER);
 }
 
+/// What the called side plays before it answers, an announcement for one, belongs to the call: the description counts
+/// as the answer (RFC 3960, 3.2).
+bool CalledLeg::TakeEarlyMedia(const std::string& sdp, CalledLegReport& report) {
+  if (sdp.empty() || !early_sdp_.empty() || !AgreeOn(sdp, answer_, report)) return false;
+  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+    return false;
+  }
+  early_sdp_ = sdp;
+  media_->MarkStart();
+  return true;
+}
+
 void CalledLeg::OnProgress(const DialogEvent& event) {
-  LegLog(session_, SWITCH_LOG_INFO,
-         "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
-             (event.sdp.empty() ? "" : "; its early media is not passed on"));
-  if (event.status == 180) switch_channel_mark_ring_ready(channel_);
+  if (switch_channel_down(channel_)) return;
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kProgress;
   report.status = event.status;
+  report.early_media = TakeEarlyMedia(event.sdp, report);
+  LegLog(session_, SWITCH_LOG_INFO,
+         "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
+             (report.early_media ? ", with early media" : ""));
+  if (event.status == 180) switch_channel_mark_ring_ready(channel_);
+  if (report.early_media) switch_channel_mark_pre_answered(channel_);
   request_.report(report);
 }
 
@@ -138,6 +186,15 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
       break;
     case DialogEvent::Kind::kAnswered:
       if (switch_channel_up(channel_)) OnAnswered(event);
+      break;
+    case DialogEvent::Kind::kReinvite:
+      if (renegotiation_) renegotiation_->OnOffer(event.sdp);
+      break;
+    case DialogEvent::Kind::kReinviteAnswered:
+      if (renegotiation_) renegotiation_->OnAnswer(event.sdp);
+      break;
+    case DialogEvent::Kind::kReinviteRefused:
+      if (renegotiation_) renegotiation_->OnRefusal(event.status);
       break;
     case DialogEvent::Kind::kRefused:
       refused_status_ = event.status;
@@ -151,19 +208,29 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
 }
 
 /// What the answer takes of our offer; false, with the reason logged, when that is nothing we can work with.
-bool CalledLeg::AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& session_name, CalledLegReport& report) {
+bool CalledLeg::AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report) {
   std::string error;
-  std::optional<SessionDescription> answer = ParseSdp(sdp, error);
-  if (!answer) {
+  std::optional<SessionDescription> parsed = ParseSdp(sdp, error);
+  if (!parsed) {
     LegLog(session_, SWITCH_LOG_ERROR, "The answer's session description cannot be read: " + error);
     return false;
   }
-  stream = answer->media.front();
-  session_name = answer->session_name;
-  if (!stream.IsPlainRtpAudio() || stream.port == 0) {
+  answer = std::move(*parsed);
+  SdpMedia& stream = answer.media.front();
+  report.direction = stream.direction;
+  if (!stream.IsRtpAudio() || stream.port == 0) {
     LegLog(session_, SWITCH_LOG_ERROR, "The answer refuses the audio stream");
     return false;
   }
+  StreamSecurity security = SecurityOfAnswer(stream, wished_.secure_only ? "RTP/SAVP" : "RTP/AVP",
+                                             wished_.local_key ? &*wished_.local_key : nullptr);
+  if (!security.problem.empty()) {
+    LegLog(session_, SWITCH_LOG_ERROR, "The answer's audio stream cannot be taken: " + security.problem);
+    return false;
+  }
+  report.agreed.secure_only = security.remote.has_value();
+  report.agreed.local_key = wished_.local_key;
+  report.agreed.remote_key = std::move(security.remote);
   if (stream.packet_time == 0) stream.packet_time = offered_packet_time_;
   const SipProfile& profile = request_.agent->profile();
   CodecImplementations candidates;
@@ -204,26 +271,38 @@ size_t CalledLeg::OfferedIndex(const CodecMatch& taken) const {
   return index;
 }
 
+/// The answer, unless early media brought it already. False when the leg cannot go on; it is hung up then.
+bool CalledLeg::TakeAnswer(const std::string& sdp, CalledLegReport& report) {
+  const bool known = !early_sdp_.empty() && (sdp.empty() || sdp == early_sdp_);
+  if (!AgreeOn(known ? early_sdp_ : sdp, answer_, report)) {
+    switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
+    return false;
+  }
+  if (known ||
+      media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
+    return true;
+  }
+  switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+  return false;
+}
+
 void CalledLeg::OnAnswered(const DialogEvent& event) {
-  SdpMedia stream;
-  std::string session_name;
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kAnswered;
   answered_at_ = std::chrono::steady_clock::now();
-  if (!AgreeOn(event.sdp, stream, session_name, report)) {
-    switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
-    return;
-  }
-  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, session_name, report.agreed)) {
-    switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
-    return;
-  }
+  if (!TakeAnswer(event.sdp, report)) return;
   answered_ = true;
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
   media_->MarkStart();
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
+  StartRenegotiation(report);
   request_.report(report);
+}
+
+void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller, nullptr};
+  renegotiation_.emplace(std::move(leg), answer_, 0, report.agreed, local_);
 }
 
 void CalledLeg::Finish() {
@@ -235,7 +314,7 @@ void CalledLeg::Finish() {
   report.cause = cause;
   report.status = refused_status_;
   request_.report(report);
-  if (answered_ &&
+  if ((answered_ || !early_sdp_.empty()) &&
       !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience, [this] { return released_; })) {
     LegLog(session_, SWITCH_LOG_WARNING, "The calling leg did not undo the bridge in time");
   }

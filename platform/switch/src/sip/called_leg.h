@@ -11,6 +11,7 @@
 
 #include "core/session.h"
 #include "sip/leg_media.h"
+#include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
 
 /// The leg that a bridge calls: offers what the calling leg can take, and tells that leg how the call goes.
@@ -21,8 +22,10 @@ struct CalledLegReport {
   Kind kind;
   int status = 0;            ///< kProgress: 180, 183, ...; kEnded: of the final response, 0 when there was none
   size_t offered_index = 0;  ///< kAnswered: which of the offered codecs was taken
+  bool early_media = false;  ///< kProgress: the called side sends already; the fields of kAnswered are filled
   AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
-  switch_call_cause_t cause = SWITCH_CAUSE_NONE;  ///< kEnded
+  MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered: what the called side says of its stream
+  switch_call_cause_t cause = SWITCH_CAUSE_NONE;            ///< kEnded
 };
 
 struct CalledLegRequest {
@@ -36,6 +39,8 @@ struct CalledLegRequest {
   std::chrono::seconds timeout{60};
   /// May be called from the leg's thread at any time until the leg is over; must not block.
   std::function<void(const CalledLegReport&)> report;
+  /// Runs a task with the calling leg's negotiation, on that leg's thread.
+  std::function<bool(Renegotiation::Task)> tell_caller;
 };
 
 class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledLeg> {
@@ -44,18 +49,25 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
 
   void Run(switch_core_session_t* session) override;
 
+  /// Runs a task with the leg's negotiation, on its thread; from any thread. False when the leg is gone.
+  static bool Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task);
   /// The calling leg, ended by `ended_by`, needs this one's media no longer: it has undone the bridge, or will not make
   /// one. From any thread; `uuid` is this leg's.
   static void Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by);
 
  private:
   bool SendInvite();
+  SecurityWish Security() const;
+  void WishForSecurity(LocalDescription& description);
   bool MakeOffer(std::string& offer);
   void WaitForAnswer();
   void OnDialogEvent(const DialogEvent& event);
   void OnProgress(const DialogEvent& event);
+  bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
+  bool TakeAnswer(const std::string& sdp, CalledLegReport& report);
   void OnAnswered(const DialogEvent& event);
-  bool AgreeOn(const std::string& sdp, SdpMedia& stream, std::string& session_name, CalledLegReport& report);
+  bool AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report);
+  void StartRenegotiation(const CalledLegReport& report);
   size_t OfferedIndex(const CodecMatch& taken) const;
   void Finish();
 
@@ -68,7 +80,12 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   std::optional<LegMedia> media_;
   std::chrono::steady_clock::time_point answered_at_;
   uint32_t offered_packet_time_ = 0;
+  AgreedMedia wished_;  // telephone-events and our key, as offered
+  LocalDescription local_;
+  std::optional<Renegotiation> renegotiation_;  // from the answer on
   int refused_status_ = 0;
+  std::string early_sdp_;  // of a provisional response, taken as the answer; "" while there is none
+  SessionDescription answer_;
   bool answered_ = false;
   bool finished_ = false;
   bool released_ = false;

@@ -91,11 +91,15 @@ bool CallingLeg::ChooseStream() {
     return false;
   }
   std::string offered;
+  StreamSecurity security;
   for (stream_ = 0; stream_ < offer_.media.size() && common_.empty(); ++stream_) {
     const SdpMedia& stream = offer_.media[stream_];
-    const bool usable = stream.IsPlainRtpAudio() && stream.port != 0;
+    const bool audio = stream.IsRtpAudio() && stream.port != 0;
+    security = audio ? SecurityOfOffer(stream, profile_.media.security) : StreamSecurity{};
+    const bool usable = audio && security.problem.empty();
     if (usable) common_ = CommonCodecs(stream, codecs);
     offered += (offered.empty() ? "" : "; ") + (usable ? CodecNames(stream) : stream.kind + " over " + stream.protocol);
+    if (!security.problem.empty()) offered += " (" + security.problem + ")";
   }
   if (common_.empty()) {
     Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "no common codec",
@@ -104,6 +108,9 @@ bool CallingLeg::ChooseStream() {
   }
   --stream_;  // the loop has stepped over it
   agreed_.codec = common_.front();
+  agreed_.remote_key = std::move(security.remote);
+  agreed_.secure_only = agreed_.remote_key.has_value();
+  if (agreed_.secure_only) agreed_.local_key = MakeSrtpKey(agreed_.remote_key->suite, agreed_.remote_key->tag);
   AgreeOnTelephoneEvents(offer_.media[stream_], profile_.media.telephone_events, agreed_);
   return true;
 }
@@ -195,8 +202,9 @@ bool CallingLeg::EnsureMedia() {
   return false;
 }
 
-bool CallingLeg::AnswerCaller() {
-  if (answered_) return true;
+/// What the caller is told of its stream: once, since a provisional response and the answer have to say the same.
+bool CallingLeg::DescribeToCaller() {
+  if (!told_.empty()) return true;
   LocalMedia local;
   if (!media_->GetLocalForAnswer(agreed_, local)) {
     Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The media server has no answer to the offer");
@@ -208,8 +216,19 @@ bool CallingLeg::AnswerCaller() {
     description.payloads.push_back(TelephoneEventPayload(agreed_.telephone_event_type, agreed_.telephone_event_rate));
   }
   description.direction = Reversed(offer_.media[stream_].direction);
+  description.protocol = offer_.media[stream_].protocol;
+  if (agreed_.local_key) description.crypto = CryptoText(*agreed_.local_key);
   FillLocalDescription(session_, local, agreed_.codec.PacketTime(), description);
-  dialog_->Answer(BuildAnswer(description, offer_, stream_));
+  told_ = BuildAnswer(description, offer_, stream_);
+  StartRenegotiation(std::move(description));
+  media_->MarkStart();
+  return true;
+}
+
+bool CallingLeg::AnswerCaller() {
+  if (answered_) return true;
+  if (!DescribeToCaller()) return false;
+  dialog_->Answer(told_);
   answered_ = true;
   answered_at_ = std::chrono::steady_clock::now();
   media_->MarkStart();
@@ -220,9 +239,37 @@ bool CallingLeg::AnswerCaller() {
 
 void CallingLeg::OnDialogEvent(const DialogEvent& event) {
   if (finished_) return;
+  switch (event.kind) {
+    case DialogEvent::Kind::kReinvite:
+      if (renegotiation_) renegotiation_->OnOffer(event.sdp);
+      return;
+    case DialogEvent::Kind::kReinviteAnswered:
+      if (renegotiation_) renegotiation_->OnAnswer(event.sdp);
+      return;
+    case DialogEvent::Kind::kReinviteRefused:
+      if (renegotiation_) renegotiation_->OnRefusal(event.status);
+      return;
+    default:
+      break;
+  }
   ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")" : "the calling side";
   if (event.kind == DialogEvent::Kind::kCancelled) LegLog(session_, SWITCH_LOG_INFO, "Cancelled by the calling side");
   switch_channel_hangup(channel_, event.cause);
+}
+
+void CallingLeg::StartRenegotiation(LocalDescription description) {
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &profile_, nullptr, nullptr};
+  leg.tell_partner = [this](Renegotiation::Task task) {
+    return called_ && media_->bridged() && CalledLeg::Tell(called_->uuid, called_->leg, std::move(task));
+  };
+  leg.bridge = [this](RTPDirection direction) { return Turn(direction); };
+  renegotiation_.emplace(std::move(leg), offer_, stream_, agreed_, std::move(description));
+  if (called_ && called_->answer) renegotiation_->set_partner_direction(called_->answer->direction);
+}
+
+/// The bridge to a direction; nothing before there is one, which then begins with that direction.
+bool CallingLeg::Turn(RTPDirection direction) {
+  return !media_->bridged() || media_->Bridge(direction);
 }
 
 /// Ends the called leg, if there is one, and lets it have its media to itself again.

@@ -13,6 +13,7 @@
 #include "sip/called_leg.h"
 #include "sip/dialplan.h"
 #include "sip/leg_media.h"
+#include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
 
 /// The leg of an incoming call: takes the offer, finds the route, runs its actions, answers, and ends both legs of the
@@ -62,12 +63,18 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   std::chrono::seconds LegTimeout() const;
   bool AwaitAnswer();
   bool TakeOver(const CalledLegReport& answer);
+  bool DescribeToCaller();
   bool AnswerCaller();
+  void PassEarlyMediaOn(const CalledLegReport& report);
   void Join();
+  bool JoinMedia();
   bool CalledLegIsUp() const;
   void EndWithCalledLeg();
 
   void OnDialogEvent(const DialogEvent& event);
+  void StartRenegotiation(LocalDescription description);
+  bool Turn(RTPDirection direction);
+  void OnPartnerTask(const Renegotiation::Task& task);
   void OnCalledLegReport(const std::string& uuid, const CalledLegReport& report);
 
   /// Ends the leg from our side; the first reason stays. `status` 0 derives it from the cause.
@@ -90,9 +97,11 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   std::vector<CodecMatch> common_;  // its codecs that we can take, in its order
   AgreedMedia agreed_;
   std::optional<BridgedLeg> called_;
+  std::string told_;  // the description that the caller has; "" while it has none
   bool answered_ = false;
   bool finished_ = false;
-  int relayed_status_ = 0;  // last provisional response sent
+  std::optional<Renegotiation> renegotiation_;  // from the answer on
+  int relayed_status_ = 0;                      // last provisional response sent
   std::chrono::steady_clock::time_point answered_at_;
   switch_call_cause_t fail_cause_ = SWITCH_CAUSE_NONE;
   int fail_status_ = 0;

@@ -88,7 +88,22 @@ CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const
       if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnCalledLegReport(uuid, report);
     });
   };
+  request.tell_caller = [own_uuid, weak](Renegotiation::Task task) {
+    return PostToSession(own_uuid, [weak, task = std::move(task)] {
+      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnPartnerTask(task);
+    });
+  };
   return request;
+}
+
+void CallingLeg::OnPartnerTask(const Renegotiation::Task& task) {
+  if (switch_channel_down(channel_) || !called_) return;
+  if (renegotiation_ && media_->bridged()) {
+    task(*renegotiation_);
+  } else {
+    // Too early: what the called side wants to change is not there yet.
+    CalledLeg::Tell(called_->uuid, called_->leg, [](Renegotiation& partner) { partner.PartnerRefused(491); });
+  }
 }
 
 bool CallingLeg::StartCalledLeg(const std::string& data) {
@@ -120,25 +135,33 @@ void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegRepor
   if (finished_ || !called_ || called_->uuid != uuid) return;
   switch (report.kind) {
     case CalledLegReport::Kind::kProgress:
-      if (answered_ || relayed_status_ == report.status) break;
+      if (answered_ || (relayed_status_ == report.status && !report.early_media)) break;
       relayed_status_ = report.status;
+      if (report.early_media) return PassEarlyMediaOn(report);
       // Provisional responses other than these say nothing that matters beyond one hop.
-      if (report.status == 180 || report.status == 183) dialog_->Ring(report.status);
+      if (told_.empty() && (report.status == 180 || report.status == 183)) dialog_->Ring(report.status);
       if (report.status == 180) switch_channel_mark_ring_ready(channel_);
       break;
     case CalledLegReport::Kind::kAnswered:
       called_->answer = report;
+      if (renegotiation_) renegotiation_->set_partner_direction(report.direction);
       break;
     case CalledLegReport::Kind::kEnded:
       called_->ended = true;
       called_->cause = report.cause;
       called_->status = report.status;
-      if (media_->bridged()) {
-        ended_by_ = "the called side";
-        switch_channel_hangup(channel_, report.cause);
-      }
+      if (media_->bridged()) EndWithCalledLeg();
       break;
   }
+}
+
+/// The caller hears what the called side plays before it answers.
+void CallingLeg::PassEarlyMediaOn(const CalledLegReport& report) {
+  if (!TakeOver(report) || !DescribeToCaller()) return;
+  renegotiation_->set_partner_direction(report.direction);
+  dialog_->Ring(183, told_);
+  switch_channel_mark_pre_answered(channel_);
+  if (!JoinMedia()) Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "");
 }
 
 bool CallingLeg::AwaitAnswer() {
@@ -153,7 +176,7 @@ bool CallingLeg::AwaitAnswer() {
 
 /// Both sides run the codec that the called side took: nothing has to be converted.
 bool CallingLeg::TakeOver(const CalledLegReport& answer) {
-  if (answered_) return true;
+  if (!told_.empty()) return true;
   const switch_codec_implementation_t* provisional = agreed_.codec.implementation;
   const uint8_t provisional_type = agreed_.codec.remote.type;
   const SdpMedia& stream = offer_.media[stream_];
@@ -181,10 +204,21 @@ bool CallingLeg::CalledLegIsUp() const {
   return true;
 }
 
+/// The bridge on the media server, in the direction that both far ends leave.
+bool CallingLeg::JoinMedia() {
+  if (media_->bridged()) return true;
+  if (!media_->Bridge(renegotiation_->BridgeDirection())) return false;
+  switch_channel_set_variable(channel_, SWITCH_BRIDGE_UUID_VARIABLE, called_->uuid.c_str());
+  switch_channel_set_flag(channel_, CF_BRIDGED);
+  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_BRIDGE, called_->uuid);
+  LegLog(session_, SWITCH_LOG_INFO, "Bridged with leg " + called_->uuid);
+  return true;
+}
+
 void CallingLeg::Join() {
   DrainTasks(session_);
   if (switch_channel_down(channel_)) return;
-  if (!CalledLegIsUp() || !media_->Bridge(RTPDIR_DUPLEX)) {
+  if (!CalledLegIsUp() || !JoinMedia()) {
     if (CalledLegIsUp()) {
       Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
       return;
@@ -194,11 +228,7 @@ void CallingLeg::Join() {
     EndWithCalledLeg();
     return;
   }
-  switch_channel_set_variable(channel_, SWITCH_BRIDGE_UUID_VARIABLE, called_->uuid.c_str());
-  switch_channel_set_flag(channel_, CF_BRIDGED);
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
-  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_BRIDGE, called_->uuid);
-  LegLog(session_, SWITCH_LOG_INFO, "Bridged with leg " + called_->uuid);
   ServeWhileUp(session_);
 }
 

@@ -25,6 +25,7 @@ void LogAnswered(switch_core_session_t* session, const AgreedMedia& agreed) {
                      " payload type " + std::to_string(agreed.codec.remote.type) + ", " +
                      std::to_string(agreed.codec.PacketTime()) + " ms";
   if (agreed.HasTelephoneEvents()) text += ", telephone-event " + std::to_string(agreed.telephone_event_type);
+  if (agreed.remote_key) text += std::string(", SRTP ") + SrtpSuiteName(agreed.remote_key->suite);
   text += ", RTP " + LegVariable(channel, SWITCH_LOCAL_MEDIA_IP_VARIABLE) + ":" +
           LegVariable(channel, SWITCH_LOCAL_MEDIA_PORT_VARIABLE) + " <-> " +
           LegVariable(channel, SWITCH_REMOTE_MEDIA_IP_VARIABLE) + ":" +

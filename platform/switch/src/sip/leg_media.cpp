@@ -1,5 +1,7 @@
 #include "sip/leg_media.h"
 
+#include <string.h>
+
 #include <cstdlib>
 #include <utility>
 
@@ -95,34 +97,58 @@ bool LegMedia::SetRemote(switch_sdp_negotiation_state_t state, const SdpMedia& s
   if (!InitCodec(agreed.codec)) return false;
   switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_IP_VARIABLE, stream.address.c_str());
   switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_PORT_VARIABLE, std::to_string(stream.port).c_str());
-  switch_status_t status = server_->set_media(connection_, stream.address.c_str(), stream.port, stream.rtcp_port,
-                                              session_name.c_str(), &codec_, agreed.HasTelephoneEvents(),
-                                              agreed.telephone_event_type, settings_.silence_suppression, nullptr,
-                                              SWITCH_FALSE, state, ToSwitch(settings_.remote_address_detection),
-                                              ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid));
+  switch_core_crypto_setting crypto =
+      CryptoSetting(agreed.remote_key ? &*agreed.remote_key : nullptr, agreed.secure_only);
+  // Where SRTP was never in question, nothing is said about it.
+  const bool in_question = agreed.remote_key || agreed.local_key || agreed.secure_only;
+  switch_status_t status = server_->set_media(
+      connection_, stream.address.c_str(), stream.port, stream.rtcp_port, session_name.c_str(), &codec_,
+      agreed.HasTelephoneEvents(), agreed.telephone_event_type, settings_.silence_suppression,
+      in_question ? &crypto : nullptr, SWITCH_FALSE, state, ToSwitch(settings_.remote_address_detection),
+      ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid));
+  explicit_bzero(crypto.crypto_raw_key, sizeof(crypto.crypto_raw_key));
   if (status != SWITCH_STATUS_SUCCESS) Failed("the far end's description");
   return status == SWITCH_STATUS_SUCCESS;
 }
 
-bool LegMedia::GetLocalForOffer(const CodecImplementations& codecs, uint8_t telephone_event_type, LocalMedia& local) {
-  return GetLocal({SWITCH_SDP_STATE_UNKNOWN, codecs, nullptr, telephone_event_type}, local);
+bool LegMedia::SetRemoteImage(switch_sdp_negotiation_state_t state, const SdpMedia& stream,
+                              const std::string& session_name) {
+  switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_IP_VARIABLE, stream.address.c_str());
+  switch_channel_set_variable(channel_, SWITCH_REMOTE_MEDIA_PORT_VARIABLE, std::to_string(stream.port).c_str());
+  switch_status_t status = server_->set_media(connection_, stream.address.c_str(), stream.port, 0, session_name.c_str(),
+                                              nullptr, 0, 0, settings_.silence_suppression, nullptr, SWITCH_TRUE, state,
+                                              ToSwitch(settings_.remote_address_detection),
+                                              ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid));
+  if (status != SWITCH_STATUS_SUCCESS) Failed("the far end's image stream");
+  return status == SWITCH_STATUS_SUCCESS;
+}
+
+bool LegMedia::GetLocalImage(switch_sdp_negotiation_state_t state, LocalMedia& local) {
+  return GetLocal({state, {}, &codec_, AgreedMedia{}, true}, local);
+}
+
+bool LegMedia::GetLocalForOffer(const CodecImplementations& codecs, const AgreedMedia& wished, LocalMedia& local) {
+  // SWITCH_SDP_COMPLETED stands for an offer after the first; the media server makes the same of both.
+  return GetLocal({SWITCH_SDP_STATE_UNKNOWN, codecs, nullptr, wished}, local);
 }
 
 bool LegMedia::GetLocalForAnswer(const AgreedMedia& agreed, LocalMedia& local) {
-  return GetLocal({SWITCH_SDP_OFFER_RECEIVED, {codec_.implementation}, &codec_, agreed.telephone_event_type}, local);
+  return GetLocal({SWITCH_SDP_OFFER_RECEIVED, {codec_.implementation}, &codec_, agreed}, local);
 }
 
 bool LegMedia::GetLocal(LocalRequest request, LocalMedia& local) {
   char address[kAddressBuffer] = "";
   switch_port_t port = 0;
-  switch_core_crypto_setting no_crypto{};
+  const AgreedMedia& media = request.media;
+  switch_core_crypto_setting crypto = CryptoSetting(media.local_key ? &*media.local_key : nullptr, media.secure_only);
   switch_status_t status = server_->get_media(
       connection_, request.codecs.data(), static_cast<int>(request.codecs.size()), request.answer_codec,
-      ToSwitch(settings_.inband_dtmf_to_events), request.telephone_event_type != 0, request.telephone_event_type,
-      settings_.silence_suppression, address, static_cast<int>(sizeof(address)), &port, &no_crypto, SWITCH_FALSE,
-      request.state, settings_.ipv4_tos, settings_.ipv6_traffic_class, settings_.hop_limit, settings_.g729_annex_b,
-      ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid), settings_.rtp_timeout_seconds,
-      ToSwitch(settings_.auto_local_port_renew), settings_.asymmetric_dynamic_payload);
+      ToSwitch(settings_.inband_dtmf_to_events), media.HasTelephoneEvents(), media.telephone_event_type,
+      settings_.silence_suppression, address, static_cast<int>(sizeof(address)), &port, &crypto,
+      ToSwitch(request.image), request.state, settings_.ipv4_tos, settings_.ipv6_traffic_class, settings_.hop_limit,
+      settings_.g729_annex_b, ToSwitch(settings_.suppress_comfort_noise), ToSwitch(settings_.sid),
+      settings_.rtp_timeout_seconds, ToSwitch(settings_.auto_local_port_renew), settings_.asymmetric_dynamic_payload);
+  explicit_bzero(crypto.crypto_raw_key, sizeof(crypto.crypto_raw_key));
   if (status != SWITCH_STATUS_SUCCESS) {
     Failed("a local description");
     return false;

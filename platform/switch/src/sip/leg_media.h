@@ -3,12 +3,14 @@
 #include <switch.h>
 #include <switch_media_server.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "sip/codec_negotiation.h"
 #include "sip/sdp.h"
 #include "sip/sip_profile.h"
+#include "sip/srtp_keys.h"
 
 /// A leg's media on the media server, from create to destroy: makes the calls of the media-server interface in their
 /// order, each with what the profile and the descriptions say, and destroys exactly once. Used on the leg's thread
@@ -20,6 +22,9 @@ struct AgreedMedia {
   CodecMatch codec;
   uint8_t telephone_event_type = 0;  ///< of the far end; 0: none agreed
   uint32_t telephone_event_rate = 8000;
+  std::optional<SrtpKey> remote_key;  ///< what the far end encrypts with; none: in the clear
+  std::optional<SrtpKey> local_key;   ///< what we encrypt with
+  bool secure_only = false;           ///< nothing may go in the clear
 
   bool HasTelephoneEvents() const { return telephone_event_type != 0; }
 };
@@ -51,11 +56,15 @@ class LegMedia {
   bool SetRemote(switch_sdp_negotiation_state_t state, const SdpMedia& stream, const std::string& session_name,
                  const AgreedMedia& agreed);
 
-  /// Asks for the local side of an offer that lists `codecs`.
-  /// `telephone_event_type` 0: none offered.
-  bool GetLocalForOffer(const CodecImplementations& codecs, uint8_t telephone_event_type, LocalMedia& local);
+  /// Asks for the local side of an offer that lists `codecs`. Of `wished` the telephone-events (type 0: none offered)
+  /// and our key count.
+  bool GetLocalForOffer(const CodecImplementations& codecs, const AgreedMedia& wished, LocalMedia& local);
   /// Asks for the local side of the answer. The agreed codec is that of the last SetRemote.
   bool GetLocalForAnswer(const AgreedMedia& agreed, LocalMedia& local);
+
+  /// The same for an image stream (T.38) in place of audio.
+  bool SetRemoteImage(switch_sdp_negotiation_state_t state, const SdpMedia& stream, const std::string& session_name);
+  bool GetLocalImage(switch_sdp_negotiation_state_t state, LocalMedia& local);
 
   bool Bridge(RTPDirection direction);
   /// Does nothing when Bridge did not succeed or was undone.
@@ -73,7 +82,8 @@ class LegMedia {
     switch_sdp_negotiation_state_t state;
     CodecImplementations codecs;
     switch_codec_t* answer_codec;
-    uint8_t telephone_event_type;
+    const AgreedMedia& media;
+    bool image = false;
   };
 
   bool InitCodec(const CodecMatch& match);

@@ -35,8 +35,13 @@ struct SdpMedia {
   uint32_t packet_time = 0;  ///< of "a=ptime", milliseconds; 0 when not given
   MediaDirection direction = MediaDirection::kSendReceive;
   std::vector<SdpPayload> payloads;  ///< of RTP streams, in order of preference
+  std::vector<std::string> cryptos;  ///< values of "a=crypto" (RFC 4568), as written
 
-  bool IsPlainRtpAudio() const { return kind == "audio" && protocol == "RTP/AVP"; }
+  std::vector<std::string> fax_attributes;  ///< "T38..." lines of an image stream, without "a="
+
+  /// Fax over UDP, ITU-T T.38, annex D.
+  bool IsFaxImage() const { return kind == "image" && (protocol == "udptl" || protocol == "UDPTL"); }
+  bool IsRtpAudio() const { return kind == "audio" && (protocol == "RTP/AVP" || protocol == "RTP/SAVP"); }
 };
 
 struct SessionDescription {
@@ -57,13 +62,18 @@ struct LocalDescription {
   uint16_t rtcp_port = 0;    ///< 0: not said
   uint32_t packet_time = 0;  ///< milliseconds; 0: not said
   MediaDirection direction = MediaDirection::kSendReceive;
-  std::vector<SdpPayload> payloads;  ///< at least one
+  bool fax = false;  ///< an image stream (T.38) instead of audio
+  std::vector<std::string> fax_attributes;
+  std::vector<SdpPayload> payloads;  ///< of audio, at least one
+  std::string protocol = "RTP/AVP";
+  std::string crypto;  ///< value of "a=crypto"; empty: none
 };
 
 /// An offer with one audio stream.
 std::string BuildOffer(const LocalDescription& local);
 
 /// The answer to `offer`: `local` in place of its stream number `accepted`, every other stream refused with port 0.
+/// Also an offer that follows the far end's last description: streams keep their places (RFC 3264, 8).
 std::string BuildAnswer(const LocalDescription& local, const SessionDescription& offer, size_t accepted);
 
 /// The encoding that RFC 3551 assigns to a static payload type; false when it assigns none for audio.

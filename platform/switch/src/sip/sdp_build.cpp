@@ -39,11 +39,22 @@ std::string AudioStream(const LocalDescription& local) {
     if (!payload.fmtp.empty()) attributes += "a=fmtp:" + type + " " + payload.fmtp + "\r\n";
   }
   if (local.packet_time) attributes += "a=ptime:" + std::to_string(local.packet_time) + "\r\n";
+  if (!local.crypto.empty()) attributes += "a=crypto:" + local.crypto + "\r\n";
   if (local.rtcp_port) {
     attributes += "a=rtcp:" + std::to_string(local.rtcp_port) + " " + Network(local.address) + "\r\n";
   }
-  return "m=audio " + std::to_string(local.port) + " RTP/AVP" + types + "\r\n" + attributes +
+  return "m=audio " + std::to_string(local.port) + " " + local.protocol + types + "\r\n" + attributes +
          "a=" + DirectionName(local.direction) + "\r\n";
+}
+
+std::string ImageStream(const LocalDescription& local) {
+  std::string stream = "m=image " + std::to_string(local.port) + " udptl t38\r\n";
+  for (const std::string& attribute : local.fax_attributes) stream += "a=" + attribute + "\r\n";
+  return stream;
+}
+
+std::string Stream(const LocalDescription& local) {
+  return local.fax ? ImageStream(local) : AudioStream(local);
 }
 
 }  // namespace
@@ -60,15 +71,14 @@ MediaDirection Reversed(MediaDirection direction) {
 }
 
 std::string BuildOffer(const LocalDescription& local) {
-  return Header(local) + AudioStream(local);
+  return Header(local) + Stream(local);
 }
 
 std::string BuildAnswer(const LocalDescription& local, const SessionDescription& offer, size_t accepted) {
   std::string answer = Header(local);
   for (size_t i = 0; i < offer.media.size(); ++i) {
     const SdpMedia& media = offer.media[i];
-    answer +=
-        i == accepted ? AudioStream(local) : "m=" + media.kind + " 0 " + media.protocol + " " + media.formats + "\r\n";
+    answer += i == accepted ? Stream(local) : "m=" + media.kind + " 0 " + media.protocol + " " + media.formats + "\r\n";
   }
   return answer;
 }

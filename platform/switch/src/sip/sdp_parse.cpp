@@ -12,6 +12,8 @@ namespace {
 // More than any phone offers; what is beyond is not looked at, so that a hostile text costs little.
 constexpr size_t kMostMedia = 16;
 constexpr size_t kMostPayloads = 64;
+constexpr size_t kMostCryptos = 16;
+constexpr size_t kMostFaxAttributes = 16;
 
 struct StaticEncoding {
   uint8_t type;
@@ -196,6 +198,14 @@ class Parser {
     if (name == "rtpmap") return ReadRtpmap(rest, media);
     if (name == "fmtp") return ReadFmtp(rest, media);
     if (name == "ptime") return ReadPacketTime(rest, media);
+    if (media.kind == "image" && name.substr(0, 3) == "T38") {
+      if (media.fax_attributes.size() < kMostFaxAttributes) media.fax_attributes.emplace_back(value);
+      return true;
+    }
+    if (name == "crypto") {
+      if (media.cryptos.size() < kMostCryptos) media.cryptos.emplace_back(rest);
+      return true;
+    }
     if (name == "rtcp") {
       return ReadNumber<uint16_t>(NextWord(rest), 65535, media.rtcp_port) ||
              Fail("the port is no number from 0 to 65535");

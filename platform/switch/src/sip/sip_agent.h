@@ -61,6 +61,7 @@ class SipAgent : public std::enable_shared_from_this<SipAgent> {
   const std::string& address() const { return address_; }
 
   nua_s* StackOnSipThread() const { return nua_; }
+  su_root_s* RootOnSipThread() const { return root_; }
   void AddOnSipThread(const std::shared_ptr<SipDialog>& dialog);
   void ForgetOnSipThread(SipDialog* dialog);
   void OnEventOnSipThread(int event, int status, const char* phrase, nua_handle_s* handle, SipDialog* dialog,

@@ -6,18 +6,12 @@
 
 #include "sip/sip_agent.h"
 #include "sip/sip_cause.h"
+#include "sip/sip_text.h"
 #include "sip/sofia.h"
 
 namespace kvx_switch {
 
 namespace {
-
-constexpr const char* kSdpType = "application/sdp";
-
-std::string Body(const sip_t* sip) {
-  if (!sip || !sip->sip_payload || !sip->sip_payload->pl_data) return "";
-  return std::string(sip->sip_payload->pl_data, sip->sip_payload->pl_len);
-}
 
 /// The Q.850 cause of the message's Reason headers, else `otherwise`.
 switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
@@ -27,16 +21,6 @@ switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
     if (cause != SWITCH_CAUSE_NONE) return cause;
   }
   return otherwise;
-}
-
-/// A display name as a quoted string (RFC 3261, 25.1).
-std::string Quoted(const std::string& name) {
-  std::string quoted = "\"";
-  for (char c : name) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    if (static_cast<unsigned char>(c) >= 0x20) quoted += c;
-  }
-  return quoted + "\"";
 }
 
 /// Frees what is allocated for building one request.
@@ -62,8 +46,8 @@ void SipDialog::Invite(OutboundInvite invite) {
   PostSelf([invite = std::move(invite)](SipDialog& self) { self.InviteOnSipThread(invite); });
 }
 
-void SipDialog::Ring(int status) {
-  PostSelf([status](SipDialog& self) { self.RingOnSipThread(status); });
+void SipDialog::Ring(int status, std::string sdp) {
+  PostSelf([status, sdp = std::move(sdp)](SipDialog& self) { self.RingOnSipThread(status, sdp); });
 }
 
 void SipDialog::Answer(std::string sdp) {
@@ -99,15 +83,17 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
     return;
   }
   phase_ = Phase::kCalling;
+  we_called_ = true;
   local_sdp_ = invite.sdp;
   agent_->AddOnSipThread(shared_from_this());
   nua_invite(handle_, NUTAG_URL(target), SIPTAG_MAX_FORWARDS_STR(std::to_string(invite.max_forwards).c_str()),
              SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(invite.sdp.c_str()), TAG_END());
 }
 
-void SipDialog::RingOnSipThread(int status) {
+void SipDialog::RingOnSipThread(int status, const std::string& sdp) {
   if (phase_ != Phase::kIncoming) return;
-  nua_respond(handle_, status, PhraseOfStatus(status), TAG_END());
+  nua_respond(handle_, status, PhraseOfStatus(status), TAG_IF(!sdp.empty(), SIPTAG_CONTENT_TYPE_STR(kSdpType)),
+              TAG_IF(!sdp.empty(), SIPTAG_PAYLOAD_STR(sdp.c_str())), TAG_END());
 }
 
 void SipDialog::AnswerOnSipThread(const std::string& sdp) {
@@ -149,6 +135,7 @@ void SipDialog::FinishOnSipThread(DialogEvent event) {
 void SipDialog::CloseOnSipThread() {
   phase_ = Phase::kOver;
   sink_ = nullptr;
+  if (su_timer_t* timer = std::exchange(glare_timer_, nullptr)) su_timer_destroy(timer);
   nua_handle_s* handle = std::exchange(handle_, nullptr);
   if (!handle) return;
   nua_handle_bind(handle, nullptr);
@@ -161,6 +148,7 @@ void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, cons
     nua_bye(handle_, TAG_END());
     return;
   }
+  if (phase_ == Phase::kUp && exchange_ == Exchange::kOurs) return OnReinviteResponseOnSipThread(status, phrase, sip);
   if (phase_ == Phase::kCalling && status < 200) {
     if (status > 100 && sink_) sink_({DialogEvent::Kind::kProgress, status, phrase, Body(sip), SWITCH_CAUSE_NONE});
   } else if (phase_ == Phase::kCalling && status < 300) {
@@ -172,20 +160,6 @@ void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, cons
   }
   // The stack would wait for credentials, which we never have.
   if (status == 401 || status == 407) agent_->ForgetOnSipThread(this);
-}
-
-/// A further INVITE inside the call. One that changes nothing, as sent to refresh a session, is answered with what was
-/// agreed; a change of media is not taken, and the call goes on as it was (RFC 3261, 14.2).
-void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
-  const std::string offer = Body(sip);
-  if (phase_ == Phase::kUp && (offer.empty() || offer == remote_sdp_)) {
-    nua_respond(handle_, SIP_200_OK, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(local_sdp_.c_str()),
-                TAG_END());
-    return;
-  }
-  switch_log_printf(SWITCH_CHANNEL_UUID_LOG(uuid_.c_str()), SWITCH_LOG_WARNING,
-                    "re-INVITE with other media refused with 488; the call goes on as it was\n");
-  nua_respond(handle_, SIP_488_NOT_ACCEPTABLE, TAG_END());
 }
 
 /// The stack gives a call up by itself when an ACK or the answer to a request stays out: it sends BYE and, when that

@@ -4,10 +4,12 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 struct nua_handle_s;
 struct sip_s;
+struct su_timer_s;
 
 /// One call as SIP sees it (RFC 3261, 12), between the leg that it belongs to and the stack on the SIP thread.
 namespace kvx_switch {
@@ -22,7 +24,10 @@ struct DialogEvent {
     kRefused,    ///< a final response from 300 on to our INVITE: status, cause
     kCancelled,  ///< the far end took its INVITE back: cause
     kHungUp,     ///< the far end sent BYE: cause
-    kLost,       ///< the stack gave the dialog up, for one because nothing came back: cause
+    kReinvite,   ///< a further INVITE that changes something: description; wants AnswerReinvite or RefuseReinvite
+    kReinviteAnswered,  ///< a 2xx to our further INVITE: description
+    kReinviteRefused,   ///< any other final response to it: status
+    kLost,              ///< the stack gave the dialog up, for one because nothing came back: cause
   };
   Kind kind;
   int status = 0;
@@ -52,9 +57,14 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
       : agent_(std::move(agent)), uuid_(std::move(uuid)), sink_(std::move(sink)) {}
 
   void Invite(OutboundInvite invite);
-  /// 180 or 183, without a description.
-  void Ring(int status);
+  /// 180 or 183; with a description for early media.
+  void Ring(int status, std::string sdp = "");
   void Answer(std::string sdp);
+  /// A further INVITE. One at a time; it waits for one of the far end's to be over, and is repeated a few times when
+  /// both had the idea at once (RFC 3261, 14.1).
+  void Reinvite(std::string sdp);
+  void AnswerReinvite(std::string sdp);
+  void RefuseReinvite(int status, std::string warning);
   /// Refuses an INVITE with `status`, takes our own back, or sends BYE, whichever the dialog is ripe for; nothing when
   /// it has ended. `warning` is the text of a Warning header (RFC 3261, 20.43), empty for none.
   void End(switch_call_cause_t cause, int status, std::string warning);
@@ -73,14 +83,19 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void CloseOnSipThread();
 
  private:
+  enum class Exchange { kNone, kTheirs, kOurs };
   enum class Phase { kNew, kCalling, kIncoming, kUp, kEnding, kOver };
 
   void InviteOnSipThread(const OutboundInvite& invite);
-  void RingOnSipThread(int status);
+  void RingOnSipThread(int status, const std::string& sdp);
   void AnswerOnSipThread(const std::string& sdp);
   void EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning);
   void OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void OnReinviteOnSipThread(const sip_s* sip);
+  void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
+  void SendReinviteOnSipThread();
+  void EndTheirExchangeOnSipThread();
+  void RepeatReinviteLaterOnSipThread();
   void OnStateOnSipThread(int status, const char* phrase, int call_state);
   void FinishOnSipThread(DialogEvent event);
   void PostSelf(std::function<void(SipDialog&)> task);
@@ -94,6 +109,12 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   Phase phase_ = Phase::kNew;
   std::string local_sdp_;
   std::string remote_sdp_;
+  bool we_called_ = false;
+  Exchange exchange_ = Exchange::kNone;
+  std::string their_offer_;               // while kTheirs
+  std::optional<std::string> our_offer_;  // to be sent, or sent and not answered
+  int glares_ = 0;
+  su_timer_s* glare_timer_ = nullptr;
 };
 
 }  // namespace kvx_switch

@@ -82,6 +82,29 @@ Setter CommaList(std::vector<std::string>& target) {
   };
 }
 
+Setter Security(SecureMedia& wanted) {
+  return [&wanted](const std::string& value, std::string& expected) {
+    const std::optional<SecureMedia> known = SecureMediaOfName(value);
+    if (known) wanted = *known;
+    expected = "\"off\", \"optional\" or \"mandatory\"";
+    return known.has_value();
+  };
+}
+
+Setter Suites(std::vector<SrtpSuite>& suites) {
+  return [&suites](const std::string& value, std::string& expected) {
+    std::vector<std::string> names;
+    CommaList(names)(value, expected);
+    suites.clear();
+    for (const std::string& name : names) {
+      const std::optional<SrtpSuite> suite = SrtpSuiteOfName(name);
+      if (suite) suites.push_back(*suite);
+    }
+    expected = "a list of AES_CM_128_HMAC_SHA1_80 and AES_CM_128_HMAC_SHA1_32";
+    return !names.empty() && suites.size() == names.size();
+  };
+}
+
 std::map<std::string, Setter> Parameters(SipProfile& profile) {
   MediaSettings& media = profile.media;
   return {{"sip-ip", NumericAddress(profile.sip_address)},
@@ -102,7 +125,9 @@ std::map<std::string, Setter> Parameters(SipProfile& profile) {
           {"rtp-timeout-sec", NumberBetween(media.rtp_timeout_seconds, 0, 86400)},
           {"remote-address-detection", TruthValue(media.remote_address_detection)},
           {"auto-local-port-renew", TruthValue(media.auto_local_port_renew)},
-          {"asymmetric-dynamic-payload", TruthValue(media.asymmetric_dynamic_payload)}};
+          {"asymmetric-dynamic-payload", TruthValue(media.asymmetric_dynamic_payload)},
+          {"rtp-secure-media", Security(media.security.wanted)},
+          {"rtp-secure-media-suites", Suites(media.security.suites)}};
 }
 
 bool ApplyParameter(const LocatedElement& param, const std::map<std::string, Setter>& known, const SipProfile& profile,

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "sip/srtp_keys.h"
+
 /// A SIP address to serve and what holds for every call through it: one file of conf/sip_profiles. Values only.
 namespace kvx_switch {
 
@@ -23,6 +25,7 @@ struct MediaSettings {
   bool remote_address_detection = false;
   bool auto_local_port_renew = false;
   bool asymmetric_dynamic_payload = false;
+  SecurityWish security;
 };
 
 struct SipProfile {

@@ -55,6 +55,7 @@ class MediaConfig {
   uint16_t GetRtpPort() const { return rtp_port_; }  ///< 0 when not set
   void SetRtcpPort(uint16_t port) { rtcp_port_ = port; }
   uint16_t GetRtcpPort() const { return rtcp_port_; }  ///< 0 when not set
+  /// Whether reports are sent to the far end; they are unless this says otherwise.
   void SetRtcpFlag(bool on) { rtcp_flag_ = on; }
   std::optional<bool> GetRtcpFlag() const { return rtcp_flag_; }
   /// The RTCP name of the participant (RFC 3550, section 6.5.1).
@@ -107,6 +108,7 @@ class MediaConfig {
   /// Seconds; 0 switches the timeout off.
   void SetRtpTimeoutSec(RtpTimeoutType type, uint32_t seconds);
   std::optional<uint32_t> GetRtpTimeoutSec(RtpTimeoutType type) const;
+  /// When the far end's SSRC changes, what the joined endpoint sends on begins anew under another SSRC, too.
   void SetResetRtpOnRemoteSSRCChange(bool on) { reset_rtp_on_remote_ssrc_change_ = on; }
   std::optional<bool> GetResetRtpOnRemoteSSRCChange() const { return reset_rtp_on_remote_ssrc_change_; }
   /// A new local port with each answer, instead of the one that stands.
@@ -119,10 +121,10 @@ class MediaConfig {
   void SetFaxModeAutoSwitchMask(const char* mask) { Assign(fax_mode_auto_switch_mask_, mask); }
   const char* GetFaxModeAutoSwitchMask() const { return Text(fax_mode_auto_switch_mask_); }
 
-  // SRTP. The key is any block of bytes; a null key is an empty one.
+  // SRTP. The key, any block of bytes, is the described side's to send with. Null is empty: a local one is then made.
   void SetCrypto(const char* suite, const void* key, int key_length, int lifetime_exponent, const char* mki_length);
   const std::optional<Crypto>& GetCrypto() const { return crypto_; }
-  /// Without SRTP there shall be no media at all.
+  /// Without SRTP there shall be no media at all; it stays so once either side's record said so.
   void SetCryptoMandFlag(bool on) { crypto_mandatory_ = on; }
   std::optional<bool> GetCryptoMandFlag() const { return crypto_mandatory_; }
 
@@ -143,8 +145,8 @@ class MediaConfig {
   void SetVideoJitterBufferMinDelayMs(uint32_t ms) { video_jitter_min_delay_ms_ = ms; }
   std::optional<uint32_t> GetVideoJitterBufferMinDelayMs() const { return video_jitter_min_delay_ms_; }
 
-  // UDP pass-through: packets are relayed as they are to the peer given here. Null addresses and port 0 are accepted
-  // and mean that the peer has none.
+  // UDP pass-through: packets are relayed as they are to the peer given here, another connection of the session, as its
+  // image configurations tell (see NetworkConnection). Null addresses and port 0 are accepted: there is no peer yet.
   void SetUdpPassThru() { udp_pass_thru_ = true; }
   bool GetUdpPassThru() const { return udp_pass_thru_; }
   void SetUdpPassThruPeerRemotePort(uint16_t port) { Peer().remote_port = port; }

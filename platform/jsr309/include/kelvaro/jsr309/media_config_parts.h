@@ -1,6 +1,8 @@
 /// The parts of a media description that have several fields each. Plain values; see MediaConfig for what sets them.
 #pragma once
 
+#include "kelvaro/jsr309/secret_bytes.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -27,7 +29,7 @@ struct MediaCodec {
 /// SRTP keying as SDP carries it (RFC 4568).
 struct MediaCrypto {
   std::string suite;                      ///< "AES_CM_128_HMAC_SHA1_80", "AES_CM_128_HMAC_SHA1_32", "NO_CRYPTO"
-  std::vector<uint8_t> key;               ///< master key and salt, empty without crypto
+  SecretBytes key;                        ///< master key and salt, empty without crypto
   int lifetime_exponent = 0;              ///< the key serves for 2 to this power packets; 0 for the suite's own limit
   std::optional<std::string> mki_length;  ///< master key identifier and its length, "value:length"
 };

@@ -37,8 +37,13 @@ class NetworkConnection : public Joinable, public RtcpStatsReporterContainer, pu
   /// Lets the server learn the far end's real address from its first valid packets, for phones behind a NAT.
   virtual bool SetRemoteAddressDetection() = 0;
 
-  /// Address, port and IP header fields of the image stream (fax, ITU-T T.38): ours and the far end's. False, with
-  /// ports 0 and null addresses, when there is no image stream.
+  /// A description with MediaConfig::SetUdpPassThru is one of an image stream. Audio goes on until both sides have
+  /// described one; then packets are relayed as they are, never encrypted, with the peer that the remote answer names,
+  /// until both sides of either have described audio again. Audio then flows once the two are joined.
+  ///
+  /// Address, port and IP header fields of the image stream (fax, ITU-T T.38): ours and the far end's; the header
+  /// fields are those of what is sent to it. False, with ports 0 and null addresses, when there is no image stream: no
+  /// description with UDP pass-through for ours, none of the far end's for the far end's.
   virtual bool GetLocalImageConfig(MediaConfig& config) = 0;
   virtual bool GetRemoteImageConfig(MediaConfig& config) = 0;
 

@@ -6,15 +6,19 @@
 
 namespace kelvaro::jsr309 {
 
-/// The figures of one RTP stream pair. Prefixes: lss local sender (what this endpoint sent), lrs local receiver (what
-/// it measured on what came in), rss remote sender (the far end's sender reports), rrs remote receiver (the far end's
-/// receiver reports). Jitter is in RTP timestamp units, fractions lost in 1/256, round-trip times in milliseconds.
+/// The figures of one RTP stream pair: what one source (SSRC) of the far end sent, and what went to the far end
+/// meanwhile. Prefixes: lss local sender (what this endpoint sent), lrs local receiver (what it measured on what came
+/// in), rss remote sender (the far end's sender reports), rrs remote receiver (the far end's reports on what it got).
+///
+/// Jitter is in RTP timestamp units; the local average is over packets, the remote one over reports. Fractions lost are
+/// in 1/256, of the intervals between reports. Round-trip times are in milliseconds, to the nearest, as the far end's
+/// answers to sender reports of ours show them (RFC 3550, section 6.4.1). What the far end did not report is 0.
 struct RtcpStatsReport {
   uint64_t lssRTPPacketsSent = 0;
   uint64_t lssBytesSent = 0;  ///< payload octets, headers not counted
   unsigned long lssSenderReportCnt = 0;
 
-  unsigned long lrsTotalLostRTPPacketsCnt = 0;
+  unsigned long lrsTotalLostRTPPacketsCnt = 0;  ///< late packets are not lost, duplicates do not make up for losses
   uint8_t lrsMaxFractionLost = 0;
   uint32_t lrsMaxInterArrivalJitter = 0;
   uint32_t lrsAvgInterArrivalJitter = 0;

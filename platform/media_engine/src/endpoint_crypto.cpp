@@ -1,0 +1,111 @@
+#include "endpoint_crypto.h"
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace media_engine {
+
+bool EndpointCrypto::Protect(Protocol protocol, uint8_t* packet, std::size_t& length) {
+  if (blocked()) {
+    ++counters_.srtp_missing;
+    return false;
+  }
+  if (!Protects()) return true;
+  const SrtpVerdict verdict = local_.outgoing->Apply(protocol, packet, length);
+  if (verdict == SrtpVerdict::kDone) return true;
+  if (verdict == SrtpVerdict::kExpired) TellOnce(told_expired_locally_, "the keys we send with have served their time");
+  Count(verdict);
+  return false;
+}
+
+bool EndpointCrypto::Unprotect(Protocol protocol, uint8_t* packet, std::size_t& length, TimePoint now) {
+  if (blocked()) {
+    ++counters_.srtp_missing;
+    return false;
+  }
+  if (!Protects()) return true;
+  const SrtpVerdict verdict = TryAll(protocol, packet, length, now);
+  if (verdict == SrtpVerdict::kDone) return true;
+  if (verdict == SrtpVerdict::kExpired) TellOnce(told_expired_remotely_, "the far end's keys have served their time");
+  if (verdict == SrtpVerdict::kUnauthentic) {
+    TellOnce(told_unauthentic_, "a packet is not protected with the far end's keys");
+  }
+  Count(verdict);
+  return false;
+}
+
+/// The verdict that counts is that of the keys that stand.
+SrtpVerdict EndpointCrypto::TryAll(Protocol protocol, uint8_t* packet, std::size_t& length, TimePoint now) {
+  DropFormerKeys(now);
+  if (length > kLongestPacket) return SrtpVerdict::kUnauthentic;
+  if (!continued_ && !former_) return incoming_->Apply(protocol, packet, length);
+
+  // A failed attempt leaves nothing that one could rely on.
+  std::array<uint8_t, kLongestPacket> original;
+  std::memcpy(original.data(), packet, length);
+  const SrtpVerdict verdict = incoming_->Apply(protocol, packet, length);
+  if (verdict == SrtpVerdict::kDone) {
+    if (protocol == Protocol::kRtp) continued_.reset();
+    NewKeysAreInUse(now);
+    return verdict;
+  }
+  if (continued_) {
+    std::memcpy(packet, original.data(), length);
+    if (continued_->Apply(protocol, packet, length) == SrtpVerdict::kDone) {
+      incoming_ = std::move(continued_);
+      NewKeysAreInUse(now);
+      return SrtpVerdict::kDone;
+    }
+  }
+  if (former_) {
+    std::memcpy(packet, original.data(), length);
+    if (former_->Apply(protocol, packet, length) == SrtpVerdict::kDone) return SrtpVerdict::kDone;
+  }
+  return verdict;
+}
+
+void EndpointCrypto::NewKeysAreInUse(TimePoint now) {
+  if (former_ && !former_until_) former_until_ = now + kFormerKeysTime;
+}
+
+void EndpointCrypto::DropFormerKeys(TimePoint now) {
+  if (former_ && former_until_ && now > *former_until_) former_.reset();
+}
+
+void EndpointCrypto::Count(SrtpVerdict verdict) {
+  switch (verdict) {
+    case SrtpVerdict::kDone:
+      return;
+    case SrtpVerdict::kUnauthentic:
+      ++counters_.srtp_unauthentic;
+      return;
+    case SrtpVerdict::kReplayed:
+      ++counters_.srtp_replayed;
+      return;
+    case SrtpVerdict::kExpired:
+      ++counters_.srtp_key_expired;
+      return;
+    case SrtpVerdict::kSourcesExceeded:
+      ++counters_.srtp_sources_exceeded;
+      return;
+    case SrtpVerdict::kFailed:
+      ++counters_.srtp_unsendable;
+      return;
+  }
+}
+
+void EndpointCrypto::TellOnce(bool& told, const char* what) {
+  if (!std::exchange(told, true)) warn_(std::string(what) + ": dropped, and from now on only counted");
+}
+
+void EndpointCrypto::AddTo(EndpointStatistics& statistics) const {
+  statistics.srtp_unauthentic += counters_.srtp_unauthentic;
+  statistics.srtp_replayed += counters_.srtp_replayed;
+  statistics.srtp_sources_exceeded += counters_.srtp_sources_exceeded;
+  statistics.srtp_key_expired += counters_.srtp_key_expired;
+  statistics.srtp_missing += counters_.srtp_missing;
+  statistics.srtp_unsendable += counters_.srtp_unsendable;
+}
+
+}  // namespace media_engine

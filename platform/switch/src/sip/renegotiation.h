@@ -1,0 +1,104 @@
+#pragma once
+
+#include <switch.h>
+#include <switch_media_server.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "sip/leg_media.h"
+#include "sip/sdp.h"
+#include "sip/sip_dialog.h"
+#include "sip/sip_profile.h"
+
+/// What one leg of a call does when media changes while the call is up.
+///
+/// A far end may hold and resume, move to another address, change its key, or turn to fax (ITU-T T.38) and back, with
+/// a further INVITE (RFC 3261, 14). Holding concerns the bridge alone: it turns to the direction that both far ends
+/// leave, and the other far end is not told. Fax concerns both: the offer waits until the other leg has made the same
+/// offer to its far end. The codec of a call stays.
+///
+/// Each leg has one; two of them make a call and tell each other what happened. Used on the leg's thread only.
+namespace kvx_switch {
+
+class Renegotiation {
+ public:
+  using Task = std::function<void(Renegotiation&)>;
+
+  /// What it works on; all of it outlives it.
+  struct Leg {
+    switch_core_session_t* session;
+    SipDialog* dialog;
+    LegMedia* media;
+    const SipProfile* profile;
+    /// Runs the task on the partner's thread, or never when that leg ends; false when there is none.
+    std::function<bool(Task)> tell_partner;
+    /// Of the leg that bridges: turns the bridge to a direction. Null on the other one.
+    std::function<bool(RTPDirection)> bridge;
+  };
+
+  /// The leg as it was answered: `remote` is the far end's description, `stream` its audio, `local` what it was told.
+  Renegotiation(Leg leg, SessionDescription remote, size_t stream, AgreedMedia agreed, LocalDescription local);
+
+  // What the far end did.
+  void OnOffer(const std::string& sdp);
+  void OnAnswer(const std::string& sdp);
+  void OnRefusal(int status);
+
+  // What the partner says.
+  /// Its far end turned to fax (with these attributes), or back to audio: offer the same.
+  void OfferImage(const std::vector<std::string>& attributes);
+  void OfferAudio();
+  /// What our far end offered was taken by the partner's, or was not.
+  void PartnerAgreed(const std::vector<std::string>& attributes);
+  void PartnerRefused(int status);
+  void PartnerDirection(MediaDirection direction);
+
+  /// The direction that both far ends leave, seen from the leg that bridges.
+  RTPDirection BridgeDirection() const;
+  /// The partner's far end said so when it answered.
+  void set_partner_direction(MediaDirection direction) { partner_direction_ = direction; }
+  MediaDirection far_direction() const { return remote_.media[stream_].direction; }
+
+ private:
+  enum class Step {
+    kIdle,
+    kPartnerAsks,  ///< our far end waits for an answer until the partner's has given one
+    kWeAsk,        ///< the partner waits for the answer of our far end
+  };
+
+  void OnAudioOffer(SessionDescription offer, size_t stream);
+  void OnImageOffer(SessionDescription offer, size_t stream);
+  bool TakeAudio(const SdpMedia& stream, AgreedMedia& agreed);
+  bool ApplyAudioOffer(const SessionDescription& offer, size_t stream, const AgreedMedia& agreed);
+  void OnAudioAnswer(const SessionDescription& answer);
+  void OnImageAnswer(const SessionDescription& answer);
+  void AnswerAudio();
+  LocalDescription AudioDescription(const LocalMedia& local) const;
+  LocalDescription ImageDescription(const LocalMedia& local, const std::vector<std::string>& attributes) const;
+  void Offer(const LocalDescription& local);
+  void AskPartner(Task offer);
+  void RestoreAudio();
+  void DirectionChanged();
+  void Refuse(int status, const std::string& why);
+  /// The media server has let the leg go, or the two far ends cannot be brought together again: the call ends.
+  void BreakOff(const std::string& why);
+
+  const Leg leg_;
+  SessionDescription remote_;  // as last agreed on
+  size_t stream_;
+  SdpMedia audio_;  // the far end's audio as last agreed on
+  AgreedMedia agreed_;
+  LocalDescription local_;  // as last told
+  bool fax_ = false;
+  Step step_ = Step::kIdle;
+  bool to_fax_ = false;  // what step_ is about
+  SessionDescription offer_;
+  size_t offer_stream_ = 0;
+  AgreedMedia offer_agreed_;
+  LocalMedia local_media_;
+  MediaDirection partner_direction_ = MediaDirection::kSendReceive;
+};
+
+}  // namespace kvx_switch

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+struct sip_s;
+
+/// Small pieces of SIP messages.
+namespace kvx_switch {
+
+constexpr const char* kSdpType = "application/sdp";
+
+/// The message's body, "" when there is none.
+std::string Body(const sip_s* sip);
+
+/// A display name or warning text as a quoted string (RFC 3261, 25.1).
+std::string Quoted(const std::string& text);
+
+}  // namespace kvx_switch
