@@ -90,6 +90,7 @@ TEST_F(EventFeedTest, SendsTheEventsThatAClientAskedForAndNoOthers) {
   StartServer();
   const auto client = LoggedIn();
   fire(SWITCH_EVENT_CHANNEL_CREATE, {{"Unique-ID", "too early"}});
+  FlushEvents();
   EXPECT_EQ(Ask(*client, "event plain CHANNEL_CREATE CUSTOM fax::start"), reply("+OK event listener enabled plain"));
   fire(SWITCH_EVENT_CHANNEL_HANGUP, {{"Unique-ID", "1"}});
   fire(SWITCH_EVENT_CHANNEL_CREATE, {{"Unique-ID", "leg 2"}});

@@ -58,7 +58,8 @@ TEST_F(SipRefusal, EncryptedOrWithdrawnAudioIsNoCommonCodec) {
   std::string savp = SipPeer::Sdp();
   savp.replace(savp.find("RTP/AVP"), 7, "RTP/SAVP");
   EXPECT_EQ(CallAndBeRefused("2000", savp).Status(), 488);
-  EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "No common codec: offered are audio over RTP/SAVP (SRTP is switched off); supported are"));
+  EXPECT_TRUE(Logged(SWITCH_LOG_ERROR,
+                     "No common codec: offered are audio over RTP/SAVP (SRTP is switched off); supported are"));
   std::string withdrawn = SipPeer::Sdp();
   withdrawn.replace(withdrawn.find("40000"), 5, "0");
   EXPECT_EQ(CallAndBeRefused("2000", withdrawn).Status(), 488);

@@ -246,10 +246,10 @@ TEST_F(SipReinvite, HangingUpInTheMiddleOfAChangeEndsBothLegs) {
   ConnectToBob(SipPeer::Sdp("0"));
   alice_.SendReinvite(SipPeer::FaxSdp());
   SipMessage invite = AwaitAtBob();
+  bob_.Reply(invite, 487);
   bob_.SendByeAsCalled(bobs_invite_);
   EXPECT_TRUE(bob_.AwaitResponse("BYE"));
   EXPECT_TRUE(alice_.AwaitRequest("BYE"));
-  bob_.Reply(invite, 487);
   alice_.AnswerWhatIsLeft();
   EXPECT_TRUE(NoLegsLeft());
   EXPECT_EQ(media_->Count("A destroy"), 1u);

@@ -116,6 +116,7 @@ void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std:
       nua_cancel(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
       break;
     case Phase::kUp:
+      DropTheirExchangeOnSipThread();
       nua_bye(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
       break;
     case Phase::kEnding:
@@ -184,6 +185,7 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       FinishOnSipThread({DialogEvent::Kind::kCancelled, 487, phrase, "", CauseOf(sip, SWITCH_CAUSE_ORIGINATOR_CANCEL)});
       break;
     case nua_i_bye:
+      DropTheirExchangeOnSipThread();
       FinishOnSipThread({DialogEvent::Kind::kHungUp, 200, phrase, "", CauseOf(sip, SWITCH_CAUSE_NORMAL_CLEARING)});
       break;
     case nua_i_state:

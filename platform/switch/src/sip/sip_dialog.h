@@ -95,6 +95,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
   void EndTheirExchangeOnSipThread();
+  void DropTheirExchangeOnSipThread();
   void RepeatReinviteLaterOnSipThread();
   void OnStateOnSipThread(int status, const char* phrase, int call_state);
   void FinishOnSipThread(DialogEvent event);

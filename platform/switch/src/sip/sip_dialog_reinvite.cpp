@@ -59,6 +59,13 @@ void SipDialog::EndTheirExchangeOnSipThread() {
   if (our_offer_ && !glare_timer_) SendReinviteOnSipThread();
 }
 
+/// The call ends before their INVITE was answered (RFC 3261, 15.1.2).
+void SipDialog::DropTheirExchangeOnSipThread() {
+  if (exchange_ != Exchange::kTheirs) return;
+  exchange_ = Exchange::kNone;
+  nua_respond(handle_, SIP_487_REQUEST_CANCELLED, TAG_END());
+}
+
 void SipDialog::SendReinviteOnSipThread() {
   if (phase_ != Phase::kUp || exchange_ != Exchange::kNone || !our_offer_) return;
   exchange_ = Exchange::kOurs;
