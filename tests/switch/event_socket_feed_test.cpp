@@ -127,6 +127,7 @@ TEST_F(EventFeedTest, HeedsFiltersAndTheirEnd) {
   Ask(*client, "event plain ALL");
   EXPECT_EQ(Ask(*client, "filter Unique-ID leg-2"), reply("+OK filter added. [Unique-ID]=[leg-2]"));
   for (const char* leg : {"leg-1", "leg-2", "leg-3"}) fire(SWITCH_EVENT_CHANNEL_CREATE, {{"Unique-ID", leg}});
+  FlushEvents();
   EXPECT_THAT(client->Message(), HasSubstr("\nUnique-ID: leg-2\n"));
   EXPECT_EQ(Ask(*client, "filter delete Unique-ID leg-2"), reply("+OK filter deleted. [Unique-ID][leg-2]"));
   fire(SWITCH_EVENT_CHANNEL_CREATE, {{"Unique-ID", "leg-1"}});
