@@ -110,7 +110,7 @@ switch_channel_state_t switch_channel_perform_set_state(switch_channel_t* channe
                       switch_channel_state_name(state));
     return before;
   }
-  FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_STATE, file, func, line);
+  FireChannelEvent(channel, SWITCH_EVENT_CHANNEL_STATE, file, func, line, state);
   channel->session->tasks.Wake();
   return state;
 }

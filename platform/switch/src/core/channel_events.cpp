@@ -44,10 +44,10 @@ struct Snapshot {
   std::vector<std::pair<std::string, std::string>> variables;
 };
 
-}  // namespace
-
-void switch_channel_event_set_data(switch_channel_t* channel, switch_event_t* event) {
-  const Snapshot leg = Snapshot::Of(channel);
+/// `announced`: the state that the event tells of, when the leg may be in another one already.
+void AddData(switch_channel_t* channel, switch_event_t* event, std::optional<switch_channel_state_t> announced) {
+  Snapshot leg = Snapshot::Of(channel);
+  if (announced) leg.state = *announced;
   const std::string partner = kvx_switch::PartnerUuid(channel);
   const auto add = [event](const char* name, const std::string& value) {
     switch_event_add_header_string(event, SWITCH_STACK_BOTTOM, name, value.c_str());
@@ -82,13 +82,19 @@ void switch_channel_event_set_data(switch_channel_t* channel, switch_event_t* ev
   for (const auto& [name, value] : leg.variables) add(name.c_str(), value);
 }
 
+}  // namespace
+
+void switch_channel_event_set_data(switch_channel_t* channel, switch_event_t* event) {
+  AddData(channel, event, std::nullopt);
+}
+
 namespace kvx_switch {
 
-void FireChannelEvent(switch_channel_t* channel, switch_event_types_t id, const char* file, const char* func,
-                      int line) {
+void FireChannelEvent(switch_channel_t* channel, switch_event_types_t id, const char* file, const char* func, int line,
+                      std::optional<switch_channel_state_t> announced) {
   switch_event_t* event = nullptr;
   if (switch_event_create_subclass_detailed(file, func, line, &event, id, nullptr) != SWITCH_STATUS_SUCCESS) return;
-  switch_channel_event_set_data(channel, event);
+  AddData(channel, event, announced);
   switch_event_fire_detailed(file, func, line, &event, nullptr);
 }
 

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,7 +68,9 @@ struct switch_channel {
 namespace kvx_switch {
 
 /// Fires an event that carries the leg's headers.
-void FireChannelEvent(switch_channel_t* channel, switch_event_types_t id, const char* file, const char* func, int line);
+/// `announced`: the state that the event tells of; none: the present one.
+void FireChannelEvent(switch_channel_t* channel, switch_event_types_t id, const char* file, const char* func, int line,
+                      std::optional<switch_channel_state_t> announced = std::nullopt);
 
 /// The partner's uuid in the leg's own variables, "" when there is none.
 std::string PartnerUuid(const switch_channel_t* channel);
