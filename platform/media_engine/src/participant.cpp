@@ -137,6 +137,7 @@ void Participant::CheckSilence(TimePoint now) {
   const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
+  if (server_->shut_down.load()) return;  // its worker was left to itself
   events_->OnRtpTimeout(verdict == SilenceWatch::Verdict::kInactive);
 }
 
