@@ -8,6 +8,7 @@
 
 #include "endpoint_route.h"
 #include "fuzz_input.h"
+#include "network_order.h"
 #include "server_context.h"
 
 namespace fuzz {
@@ -15,10 +16,10 @@ namespace {
 
 using namespace media_engine;
 
-/// What endpoints hang on; made once.
+/// What endpoints hang on; made once. The addresses are nobody else's, so that tests may run beside this.
 struct Surroundings {
   Surroundings() {
-    const SocketAddress address = *SocketAddress::Parse("127.0.0.1", 0);
+    const SocketAddress address = *SocketAddress::Parse("127.0.7.1", 0);
     const auto ports = std::make_shared<PortPool>(address, 20000, 32000);
     context = std::make_shared<ServerContext>(std::make_shared<SteadyClock>(), std::make_shared<const int>(0), address,
                                               "", ports, nullptr);
@@ -40,11 +41,12 @@ Codec MakeCodec(const char* name, int payload_type) {
   return codec;
 }
 
-constexpr std::size_t kLongest = 2048;
+constexpr uint32_t kFarEndSsrc = 0x11111111;
+constexpr uint8_t kMuLaw = 0, kALaw = 8;
 
 }  // namespace
 
-Call::Call() : a_(MakeLeg("127.0.0.2")), b_(MakeLeg("127.0.0.3")) {}
+Call::Call() : a_(MakeLeg("127.0.7.2")), b_(MakeLeg("127.0.7.3")) {}
 
 Call::~Call() {
   a_.participant->Separate(now_);
@@ -103,17 +105,66 @@ void Call::TakeRtp(bool first_leg, bool stranger, const uint8_t* packet, std::si
   const std::unique_ptr<uint8_t[]> memory(new uint8_t[size]);
   std::copy(packet, packet + length, memory.get());
   const SocketAddress source = stranger ? from.far_end.WithPort(5000) : from.far_end;
-  Check(first_leg ? b_ : a_, from.participant->TakeRtp(memory.get(), length, source, now_), memory.get(), size);
+  const Handover handover = from.participant->TakeRtp(memory.get(), length, source, now_);
+  Check(first_leg ? b_ : a_, handover, memory.get(), size);
+  if (handover.to != nullptr) handover.to->CountSent(handover);
 }
 
-void Call::TakeRtcp(bool first_leg, bool stranger, const uint8_t* packet, std::size_t length) {
+SocketAddress Call::SourceOfRtcp(bool first_leg, RtcpFrom from) const {
+  const SocketAddress& far_end = (first_leg ? a_ : b_).far_end;
+  switch (from) {
+    case RtcpFrom::kFarEnd:
+      return far_end.WithPort(static_cast<uint16_t>(far_end.port() + 1));
+    case RtcpFrom::kOtherPort:
+      return far_end;
+    case RtcpFrom::kStranger:
+      break;
+  }
+  return (first_leg ? b_ : a_).far_end;
+}
+
+void Call::TakeRtcp(bool first_leg, RtcpFrom from, const uint8_t* packet, std::size_t length) {
   if (length > kLongest) return;
   const Leg& to = first_leg ? a_ : b_;
-  const std::size_t size = length + kSrtpTrailerRoom;
-  const std::unique_ptr<uint8_t[]> memory(new uint8_t[size]);
+  const std::unique_ptr<uint8_t[]> memory(new uint8_t[length + kSrtpTrailerRoom]);
   std::copy(packet, packet + length, memory.get());
-  const SocketAddress& elsewhere = first_leg ? b_.far_end : a_.far_end;
-  to.participant->TakeRtcp(memory.get(), length, stranger ? elsewhere : to.far_end, now_);
+  to.participant->TakeRtcp(memory.get(), length, SourceOfRtcp(first_leg, from), now_);
+}
+
+void Call::Talk() {
+  ++spoken_;
+  for (const bool first_leg : {true, false}) {
+    std::vector<uint8_t> packet(kRtpHeaderLength + 160, 0xd5);
+    RtpHeader header;
+    header.payload_type = first_leg ? kMuLaw : kALaw;
+    header.sequence_number = spoken_;
+    header.timestamp = 160u * spoken_;
+    header.ssrc = kFarEndSsrc;
+    WriteRtpHeader(header, packet.data());
+    TakeRtp(first_leg, false, packet.data(), packet.size());
+  }
+}
+
+void Call::RunTimers() {
+  timers_ran_ = now_;
+  for (const Leg* leg : {&a_, &b_}) {
+    leg->participant->CheckSilence(now_);
+    leg->participant->RunRtcp(now_);
+  }
+}
+
+void Call::FillIn(bool first_leg, std::vector<uint8_t>& packet) const {
+  for (std::size_t at = 0; at + 4 <= packet.size(); at += 4) {
+    uint8_t* const word = packet.data() + at;
+    const uint32_t value = Read32(word);
+    if (value == 0xaaaaaaaa) Write32(Statistics(first_leg).local_ssrc, word);
+    if (value == 0xbbbbbbbb) Write32(kFarEndSsrc, word);
+    if (value == 0xcccccccc) Write32(ShortNtp(TheSurroundings().context->ntp().At(timers_ran_)), word);
+  }
+}
+
+EndpointStatistics Call::Statistics(bool first_leg) const {
+  return (first_leg ? a_ : b_).participant->Statistics();
 }
 
 }  // namespace fuzz

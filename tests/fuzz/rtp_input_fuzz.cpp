@@ -18,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     call.Wait(media_engine::milliseconds{10} * (instructions >> 3));
     const bool first_leg = (instructions & 1) != 0, stranger = (instructions & 2) != 0;
     if ((instructions & 4) != 0) {
-      call.TakeRtcp(first_leg, stranger, packet.data(), packet.size());
+      const auto from = stranger ? fuzz::RtcpFrom::kStranger : fuzz::RtcpFrom::kOtherPort;
+      call.TakeRtcp(first_leg, from, packet.data(), packet.size());
     } else {
       call.TakeRtp(first_leg, stranger, packet.data(), packet.size());
     }

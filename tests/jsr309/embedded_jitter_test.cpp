@@ -66,6 +66,16 @@ TEST_F(EmbeddedJitter, APacketThatWasOvertakenGetsItsPlaceBack) {
   EXPECT_THAT(Warnings(), ElementsAre());
 }
 
+TEST_F(EmbeddedJitter, TheBuffersCountsAreLoggedWhenTheConnectionEnds) {
+  const Leg a = NewBufferedLeg(Record(MediaConfig::JITTER_MODE_STATIC, 20)), b = NewLeg(session_);
+  ASSERT_TRUE(Join(a, b));
+  ASSERT_TRUE(Flows(a, b, 1));
+  a.connection->Close();
+  EXPECT_TRUE(logger().Has(kelvaro::INFO_LOG_LEVEL,
+                           "jitter buffer: delay 20 ms, reordered 0, late 0, duplicates 0, "
+                           "without room 0, discarded 0, of 1 packets"));
+}
+
 TEST_F(EmbeddedJitter, EveryFieldArrivesAndWhatIsOutOfRangeIsCorrectedOnce) {
   Leg leg;
   leg.connection = NewConnection(session_);

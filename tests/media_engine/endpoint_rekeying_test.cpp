@@ -155,5 +155,24 @@ TEST_F(Rekeying, UnderOurNewKeysRolloversGoOnUnlessThePortIsNewToo) {
   for (const uint16_t number : {4, 5}) EXPECT_TRUE(Arrives(third, number));
 }
 
+TEST_F(Rekeying, APortThatWasRenewedWithoutAWordOfKeysIsNewToTheNextOnes) {
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  SrtpPeer first(SrtpPeer::Way::kReceives, PeerKeysOf(1));
+  for (const uint16_t number : {65535, 0, 1}) EXPECT_TRUE(Arrives(first, number));
+  crypto_.PortRenewed();
+  ASSERT_TRUE(Local(CryptoSettings()).ok);             // says nothing of keys either
+  ASSERT_FALSE(Local(KeysOf(3, "no such suite")).ok);  // and this is refused
+  ASSERT_TRUE(Local(KeysOf(3)).ok);
+  SrtpPeer second(SrtpPeer::Way::kReceives, PeerKeysOf(3));
+  for (const uint16_t number : {2, 3}) EXPECT_TRUE(Arrives(second, number));
+  // Once. With the next keys, rollovers go on.
+  for (const uint16_t number : {65535, 0, 1}) EXPECT_TRUE(Arrives(second, number));
+  ASSERT_TRUE(Local(KeysOf(4)).ok);
+  SrtpPeer third(SrtpPeer::Way::kReceives, PeerKeysOf(4));
+  third.ContinueAt(0x11111111, 1);
+  EXPECT_TRUE(Arrives(third, 2));
+}
+
 }  // namespace
 }  // namespace media_engine_test

@@ -147,5 +147,69 @@ TEST_F(ImageStreams, FollowTheAudioToWhereItWasFoundWhenTheyAreSaidToBeAtOnePlac
   EXPECT_EQ(stream_.far_end(), elsewhere);
 }
 
+class OfferedFarEnd : public ImageStreams {
+ protected:
+  void SetUp() override {
+    stream_.SetFarEnd(former_);
+    BeInUse();
+  }
+  void OfferFrom(const SocketAddress& place) {
+    stream_.OfferFarEnd(place);
+    RemoteOffer(kImage);
+  }
+  const SocketAddress former_ = *SocketAddress::Parse("192.0.2.1", 4000), offered_ = former_.WithPort(4002);
+};
+
+TEST_F(OfferedFarEnd, IsTheFarEndOnceTheOfferIsAnswered) {
+  OfferFrom(offered_);
+  EXPECT_EQ(stream_.far_end(), former_);
+  EXPECT_EQ(stream_.described_far_end(), offered_);  // what the far end said
+  LocalAnswer(kImage);
+  EXPECT_EQ(stream_.far_end(), offered_);
+  EXPECT_EQ(stream_.described_far_end(), offered_);
+}
+
+TEST_F(OfferedFarEnd, LapsesWhenTheAnswerDeclinesItOrAnotherOfferComes) {
+  OfferFrom(offered_);
+  LocalAnswer(kAudio);
+  EXPECT_EQ(stream_.far_end(), former_);
+  EXPECT_EQ(stream_.described_far_end(), former_);
+  OfferFrom(offered_);
+  LocalOffer(kImage);  // ours, instead of an answer
+  RemoteAnswer(kImage);
+  EXPECT_EQ(stream_.far_end(), former_);
+  OfferFrom(offered_);
+  RemoteOffer(kAudio);  // it thought better of it
+  LocalAnswer(kAudio);
+  EXPECT_EQ(stream_.far_end(), former_);
+}
+
+TEST_F(OfferedFarEnd, OfTheLastOfSeveralOffersCounts) {
+  OfferFrom(offered_);
+  OfferFrom(former_.WithPort(4004));
+  LocalAnswer(kImage);
+  EXPECT_EQ(stream_.far_end(), former_.WithPort(4004));
+}
+
+TEST_F(OfferedFarEnd, MayBeAnsweredBeforeItIsTold) {
+  LocalAnswer(kImage);
+  OfferFrom(offered_);
+  EXPECT_EQ(stream_.far_end(), offered_);
+  OfferFrom(former_);  // which was not
+  EXPECT_EQ(stream_.far_end(), offered_);
+}
+
+TEST_F(OfferedFarEnd, IsTheFarEndAtOnceInAnAnswerAndByTheOtherLegsWord) {
+  LocalOffer(kImage);
+  stream_.SetFarEnd(offered_);
+  RemoteAnswer(kImage);
+  EXPECT_EQ(stream_.far_end(), offered_);
+  OfferFrom(former_);
+  stream_.SetFarEnd(former_);
+  EXPECT_EQ(stream_.far_end(), former_);
+  LocalAnswer(kImage);
+  EXPECT_EQ(stream_.far_end(), former_);
+}
+
 }  // namespace
 }  // namespace media_engine_test

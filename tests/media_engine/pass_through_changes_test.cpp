@@ -31,6 +31,31 @@ TEST_F(PassThrough, AnOfferFromAnotherPlaceDoesNotMoveTheAudio) {
   EXPECT_TRUE(Talks(a_, b_));
 }
 
+TEST_F(PassThrough, AnOfferFromAnotherPlaceMovesARunningFaxOnlyOnceItIsAnswered) {
+  ChangeToFax();
+  EXPECT_TRUE(Relays(a_, b_, {1}));
+  Leg moved = a_;
+  moved.far_end = std::make_shared<FarEnd>();
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(RemoteImageOf(moved, kOffer), kLimit).ok);
+  EXPECT_TRUE(Relays(a_, b_, {2}));
+  EXPECT_TRUE(Relays(b_, a_, {3}));
+  ExpectDropped(moved, b_, {4}, &EndpointStatistics::strangers);
+  ASSERT_TRUE(Local(a_, true, kAnswer).ok);
+  EXPECT_TRUE(Relays(moved, b_, {5}));
+  EXPECT_TRUE(Relays(b_, moved, {6}));
+  ExpectDropped(a_, b_, {7}, &EndpointStatistics::strangers);
+}
+
+TEST_F(PassThrough, AnOfferFromAnotherPlaceThatIsDeclinedLeavesTheRunningFaxAlone) {
+  ChangeToFax();
+  Leg moved = a_;
+  moved.far_end = std::make_shared<FarEnd>();
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(RemoteImageOf(moved, kOffer), kLimit).ok);
+  ASSERT_TRUE(Local(a_, false, kAnswer).ok);
+  EXPECT_TRUE(Relays(a_, b_, {1}));
+  EXPECT_TRUE(Relays(b_, a_, {2}));
+}
+
 TEST_F(PassThrough, ThePeersOwnAnswerMayComeLaterAndWithOtherPorts) {
   ASSERT_TRUE(Remote(a_, true, kOffer).ok);
   ASSERT_TRUE(Local(b_, true, kOffer).ok);

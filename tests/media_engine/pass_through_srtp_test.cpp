@@ -58,6 +58,35 @@ TEST_F(FaxOfProtectedLegs, IsRelayedAsItIsAndTheSpeechAfterItIsProtectedAgain) {
   }
 }
 
+TEST_F(FaxOfProtectedLegs, NewKeysForAPortThatTheFaxRenewedBeginWithoutRollovers) {
+  // B's numbers wrap, so that its keys have counted a rollover.
+  SrtpPeer a_receives(SrtpPeer::Way::kReceives, PeerKeysOf(1)), b_sends(SrtpPeer::Way::kSends, PeerKeysOf(4));
+  const auto comes = [&](SrtpPeer& receives, uint16_t number) {
+    const Rtp sent{0, number, 160u * number, 8, false, PayloadOf(number)};
+    b_.far_end->Send(b_sends.Rtp(Serialise(sent)).value(), b_.local.rtp_port);
+    const auto came = a_.far_end->Receive();
+    const auto clear = came ? receives.Rtp(*came) : std::nullopt;
+    const auto packet = clear ? ParsePacket(*clear) : std::nullopt;
+    return packet && packet->payload == sent.payload;
+  };
+  uint16_t number = 0;
+  // Our numbers begin below 32768.
+  for (int packets = 0; packets < 66000; packets += 1000) {
+    number = static_cast<uint16_t>(number + 1000);
+    ASSERT_TRUE(comes(a_receives, number)) << packets;
+  }
+  ChangeToFax();
+  LocalSettings renewed = LocalFor(Pcmu());
+  renewed.udp_pass_through = renewed.renew_ports = true;
+  ASSERT_TRUE(a_.endpoint->DescribeLocal(renewed, a_.local, kLimit).ok);
+  ASSERT_TRUE(Local(b_, false, kAnswer).ok);
+  ASSERT_TRUE(Remote(b_, false, kOffer).ok);
+  Protect(a_, 5, 2);
+  JoinThem(a_, b_);
+  SrtpPeer a_receives_anew(SrtpPeer::Way::kReceives, PeerKeysOf(5));
+  EXPECT_TRUE(comes(a_receives_anew, static_cast<uint16_t>(number + 1)));
+}
+
 TEST_F(FaxOfProtectedLegs, LeavesTheSpeechProtectedWhileItIsOnlyOffered) {
   RemoteDescription remote = RemoteImageOf(a_, kOffer);
   remote.crypto = NoKeys();

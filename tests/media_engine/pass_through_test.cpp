@@ -193,6 +193,7 @@ TEST_F(PassThrough, SendsNothingToAFarEndThatWantsNothing) {
   RemoteDescription held = RemoteImageOf(b_, kOffer);
   held.rtp_port = 0;
   ASSERT_TRUE(b_.endpoint->DescribeRemote(held, kLimit).ok);
+  ASSERT_TRUE(Local(b_, true, kAnswer).ok);
   ExpectDropped(a_, b_, {1}, &EndpointStatistics::on_hold);
 }
 

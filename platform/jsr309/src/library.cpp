@@ -8,6 +8,13 @@
 #include <future>
 
 namespace kelvaro::jsr309 {
+namespace {
+
+/// What a server's end may take beyond its request timeout, which may be too short for one that serves thousands. Of the
+/// second that Stop has beyond it.
+constexpr std::chrono::milliseconds kShutdownTime{500};
+
+}  // namespace
 
 void Server::OnServerLost() {
   library_.ServerLost(*this);
@@ -89,7 +96,7 @@ void Library::ShutDownServers() {
   std::vector<std::future<void>> shutdowns;
   for (const auto& server : servers_) {
     shutdowns.push_back(std::async(std::launch::async, [&server] {
-      server->media_server->Shutdown(std::chrono::milliseconds(server->settings.request_timeout_ms));
+      server->media_server->Shutdown(std::chrono::milliseconds(server->settings.request_timeout_ms) + kShutdownTime);
     }));
   }
   for (std::future<void>& shutdown : shutdowns) shutdown.wait();

@@ -42,6 +42,8 @@ class EndpointCrypto {
   /// new_port: the endpoint receives elsewhere from now on.
   Outcome DescribeLocal(const LocalSettings& settings, bool new_port);
   Outcome DescribeRemote(const RemoteDescription& description);
+  /// The endpoint receives elsewhere from now on, by a description that says nothing of keys.
+  void PortRenewed() { port_renewed_ = true; }
   /// The key of the latest local description; empty without.
   SecretBytes LocalKey() const;
 
@@ -95,6 +97,7 @@ class EndpointCrypto {
   bool mandatory_ = false;
 
   LocalSide local_;
+  bool port_renewed_ = false;            // since a local description spoke of keys
   std::optional<LocalSide> next_local_;  // waits for the answer
 
   bool remote_described_ = false;

@@ -25,9 +25,11 @@ Outcome EndpointCrypto::DescribeLocal(const LocalSettings& settings, bool new_po
   }
   LocalSide side;
   side.has_keys = has_keys;
-  if (outcome && NamesSuite(settings.crypto)) outcome = PrepareLocal(settings, new_port, side);
+  const bool moved = new_port || port_renewed_;
+  if (outcome && NamesSuite(settings.crypto)) outcome = PrepareLocal(settings, moved, side);
   if (!outcome) return outcome;
   mandatory_ = mandatory;
+  port_renewed_ = moved && settings.crypto.suite.empty();
   if (settings.crypto.suite.empty()) return outcome;
   if (settings.answer_follows && Protects()) {
     next_local_ = std::move(side);

@@ -1,5 +1,7 @@
 #include "image_stream.h"
 
+#include <utility>
+
 namespace media_engine {
 
 void ImageStream::Described(bool& side, bool& other_side, Offer own, Offer others, bool image, bool offer) {
@@ -14,7 +16,32 @@ void ImageStream::Described(bool& side, bool& other_side, Offer own, Offer other
   unanswered_ = offer ? own : Offer::kNone;
 }
 
+void ImageStream::DescribedLocally(bool image, bool offer) {
+  const bool answers = !offer && unanswered_ == Offer::kRemote;
+  const SocketAddress offered = std::exchange(offered_far_end_, SocketAddress());
+  if (image && answers && !offered.empty()) SetFarEnd(offered);
+  answered_ahead_ = !offer && !answers;
+  Described(local_, remote_, Offer::kLocal, Offer::kRemote, image, offer);
+}
+
+void ImageStream::DescribedRemotely(bool image, bool offer) {
+  if (!image) offered_far_end_ = SocketAddress();
+  answered_ahead_ = false;
+  Described(remote_, local_, Offer::kRemote, Offer::kLocal, image, offer);
+}
+
+void ImageStream::OfferFarEnd(const SocketAddress& described) {
+  if (!in_use_ || answered_ahead_) return SetFarEnd(described);
+  offered_far_end_ = described;
+}
+
+SocketAddress ImageStream::described_far_end() const {
+  if (!offered_far_end_.empty()) return offered_far_end_;
+  return remote_ || in_use_ ? described_far_end_ : SocketAddress();
+}
+
 void ImageStream::SetFarEnd(const SocketAddress& described) {
+  offered_far_end_ = SocketAddress();
   if (described == described_far_end_) return;
   described_far_end_ = far_end_ = described;
 }

@@ -3,7 +3,8 @@
 /// A far end that offers fax is often told no, and the voice must have gone on meanwhile. So what one side says of an
 /// image stream is only kept. Once both sides have described it, it is in use; once both have described audio, it is
 /// not. What an offer said lapses when the answer declines it, and when the other side makes an offer instead of
-/// answering.
+/// answering. So does the place that an offer of the far end names while images flow: until it is answered they go
+/// where they went.
 ///
 /// Threads: none of its own; used by the thread that owns the endpoint.
 #pragma once
@@ -16,12 +17,8 @@ namespace media_engine {
 class ImageStream {
  public:
   /// One side has described an image stream, or audio. offer: the other side has yet to answer.
-  void DescribedLocally(bool image, bool offer) {
-    Described(local_, remote_, Offer::kLocal, Offer::kRemote, image, offer);
-  }
-  void DescribedRemotely(bool image, bool offer) {
-    Described(remote_, local_, Offer::kRemote, Offer::kLocal, image, offer);
-  }
+  void DescribedLocally(bool image, bool offer);
+  void DescribedRemotely(bool image, bool offer);
   /// The description of another leg has made this one its fax peer.
   void Use() { in_use_ = true; }
 
@@ -33,10 +30,12 @@ class ImageStream {
 
   /// Where the far end says that it is. The same again leaves a far end that was found elsewhere in place.
   void SetFarEnd(const SocketAddress& described);
+  /// The same, of an offer that is told before DescribedRemotely and counts once it is answered.
+  void OfferFarEnd(const SocketAddress& described);
   /// A far end whose audio comes from another place than it says sends its images from there too.
   void FollowAudio(const RemoteAddress& audio);
-  /// Empty when the far end has not described an image stream.
-  SocketAddress described_far_end() const { return remote_ || in_use_ ? described_far_end_ : SocketAddress(); }
+  /// What it said last, an offer included. Empty when the far end has not described an image stream.
+  SocketAddress described_far_end() const;
   const SocketAddress& far_end() const { return far_end_; }
   /// Whether the far end wants anything sent.
   bool CanSend() const { return far_end_.port() != 0 && !far_end_.IsWildcard(); }
@@ -49,7 +48,9 @@ class ImageStream {
   bool local_ = false, remote_ = false;  // what each side has described
   bool in_use_ = false;
   Offer unanswered_ = Offer::kNone;
+  bool answered_ahead_ = false;  // we have answered an offer that has yet to be told
   SocketAddress described_far_end_, far_end_;
+  SocketAddress offered_far_end_;  // while in use, of an offer that we have yet to answer; empty without
 };
 
 }  // namespace media_engine

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "endpoint_account.h"
 #include "endpoint_route.h"
 #include "g711.h"
 #include "server_context.h"
@@ -20,6 +21,7 @@ Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<S
 
 Participant::~Participant() {
   TakeLeave(server_->Now());
+  GiveAccount();
   route_->MarkClosed();
 }
 
@@ -137,7 +139,18 @@ void Participant::CheckSilence(TimePoint now) {
   const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;
+  if (server_->shut_down.load()) return;  // its worker was left to itself
   events_->OnRtpTimeout(verdict == SilenceWatch::Verdict::kInactive);
+}
+
+void Participant::GiveAccount() const {
+  const EndpointStatistics statistics = Statistics();
+  std::string who = route_->name();
+  if (ports_) who += " at " + ports_->address().Text();
+  if (!remote_rtp().empty()) who += ", far end at " + remote_rtp().Text();
+  if (had_jitter_buffer_) server_->Log(LogLevel::kNotice, who + ": " + JitterBufferAccount(statistics));
+  const std::string dropped = DroppedAccount(statistics);
+  if (!dropped.empty()) server_->Log(LogLevel::kNotice, who + ": " + dropped);
 }
 
 EndpointStatistics Participant::Statistics() const {

@@ -136,6 +136,8 @@ class Participant {
   void Report(RtcpRoom& room, bool last, TimePoint now);
   void TakeLeave(TimePoint now);
   bool SendRtcp(RtcpRoom& room, std::size_t length);
+  /// At the end: tells what was only counted until then.
+  void GiveAccount() const;
 
   const std::shared_ptr<EndpointRoute> route_;
   const std::shared_ptr<ServerContext> server_;
@@ -153,7 +155,8 @@ class Participant {
   RtcpSession rtcp_;
   bool sends_rtcp_ = true;
   bool renew_with_remote_ = false;
-  bool collided_ = false;  // the far end has used our SSRC
+  bool collided_ = false;           // the far end has used our SSRC
+  bool had_jitter_buffer_ = false;  // now or before
   EndpointStatistics counters_;
   EndpointCrypto crypto_;
 

@@ -16,7 +16,10 @@ Outcome Participant::CheckUnencrypted(bool mandatory_crypto) const {
 Outcome Participant::DescribeLocalImage(const LocalSettings& settings, std::unique_ptr<PortPair>& offered,
                                         TimePoint now) {
   if (Outcome outcome = CheckUnencrypted(settings.crypto.mandatory); !outcome) return outcome;
+  const PortPair* const former = ports();
   if (!TakePorts(offered, settings.renew_ports)) return Outcome::Refused("the endpoint has no ports");
+  // The audio comes back to the new ones.
+  if (ports() != former) crypto_.PortRenewed();
   ApplyIpHeader(settings.ip_header);
   const bool was_image = image_.in_use();
   image_.DescribedLocally(true, settings.answer_follows);
@@ -28,7 +31,7 @@ Outcome Participant::DescribeRemoteImage(const RemoteDescription& description, T
   if (Outcome outcome = CheckUnencrypted(description.crypto.mandatory); !outcome) return outcome;
   SocketAddress far_end;
   if (Outcome outcome = ParseFarEnd(description.address, description.rtp_port, far_end); !outcome) return outcome;
-  image_.SetFarEnd(far_end);
+  description.answer_follows ? image_.OfferFarEnd(far_end) : image_.SetFarEnd(far_end);
   const bool was_image = image_.in_use();
   image_.DescribedRemotely(true, description.answer_follows);
   FollowImageStream(was_image, now);

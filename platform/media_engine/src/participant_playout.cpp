@@ -18,6 +18,7 @@ void Participant::SetJitterBuffer(const JitterBufferSettings& settings) {
     playout_->buffer.AddTo(counters_);
     counters_.jitter_buffer_delay_ms = 0;
   }
+  had_jitter_buffer_ = true;  // a plan other than none, or the end of one
   playout_ = plan.mode == JitterMode::kNone ? nullptr : std::make_unique<Playout>(plan, this);
 }
 

@@ -10,9 +10,8 @@
 namespace media_engine {
 namespace {
 
-// Endpoints that have gone to other servers' workers are fetched back with these limits.
+// An endpoint that has gone to another server's worker is fetched back within that time.
 constexpr milliseconds kEmigrantLimit{200};
-constexpr milliseconds kEmigrantsLimit{800};
 
 std::string NextSessionName() {
   static std::atomic<uint64_t> last{0};
@@ -25,7 +24,7 @@ Server::Server(std::shared_ptr<ServerContext> context, ServerEvents* events)
     : context_(std::move(context)), events_(events) {}
 
 Server::~Server() {
-  Shutdown();
+  Shutdown(kShutdownLimit);
 }
 
 Outcome Server::Start(const ServerConfig& config) {
@@ -99,19 +98,31 @@ void Server::StallWorker(unsigned index, bool stalled) {
   workers_.at(index)->Stall(stalled);
 }
 
-void Server::Shutdown() {
+void Server::Shutdown(milliseconds limit) {
   if (context_->shut_down.exchange(true)) return;
+  const TimePoint deadline = std::chrono::steady_clock::now() + limit;
   heartbeat_.reset();
-  for (const auto& worker : workers_) worker->Stop();
-  const TimePoint deadline = std::chrono::steady_clock::now() + kEmigrantsLimit;
-  for (const auto& route : context_->TakeEmigrants()) {
-    const bool in_time = std::chrono::steady_clock::now() < deadline;
-    Endpoint emigrant(context_, route);
-    if (in_time && !emigrant.Close(kEmigrantLimit)) {
-      context_->Log(LogLevel::kWarning, route->name() + " could not be closed in time: its worker does not answer");
-    }
+  for (const auto& worker : workers_) worker->AskToStop();
+  std::size_t left_behind = 0;
+  for (const auto& worker : workers_) left_behind += worker->Join(deadline) ? 0 : 1;
+  if (left_behind != 0) {
+    context_->Log(LogLevel::kError, "media server " + context_->address().Host() + ": " + std::to_string(left_behind) +
+                                        " of its workers did not end within " + std::to_string(limit.count()) +
+                                        " ms and are left to themselves; their ports stay taken until they end");
   }
-  context_->CloseLog();
+  CloseEmigrants(deadline);
+  context_->CloseLog(deadline);
+}
+
+void Server::CloseEmigrants(TimePoint deadline) {
+  for (const auto& route : context_->TakeEmigrants()) {
+    const TimePoint now = std::chrono::steady_clock::now();
+    Endpoint emigrant(context_, route);  // which ends it in any case
+    if (now >= deadline) continue;
+    const auto rest = std::chrono::duration_cast<milliseconds>(deadline - now);
+    if (emigrant.Close(std::min(rest, kEmigrantLimit))) continue;
+    context_->Log(LogLevel::kWarning, route->name() + " could not be closed in time: its worker does not answer");
+  }
 }
 
 }  // namespace media_engine

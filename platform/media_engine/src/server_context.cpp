@@ -31,11 +31,11 @@ void ServerContext::Log(LogLevel level, const std::string& text) {
   if (--writing_ == 0) log_idle_.notify_all();
 }
 
-void ServerContext::CloseLog() {
+void ServerContext::CloseLog(TimePoint deadline) {
   std::shared_ptr<const LogSink> last;  // its destructor is the owner's code: not under the lock
   std::unique_lock<std::mutex> lock(log_mutex_);
   last.swap(log_);
-  log_idle_.wait(lock, [this] { return writing_ == 0; });
+  log_idle_.wait_until(lock, deadline, [this] { return writing_ == 0; });
 }
 
 void ServerContext::AddEmigrant(const std::shared_ptr<EndpointRoute>& endpoint) {

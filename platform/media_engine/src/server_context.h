@@ -32,8 +32,8 @@ class ServerContext {
   PortPool& ports() const { return *ports_; }
 
   void Log(LogLevel level, const std::string& text);
-  /// Nothing is logged after the return. Waits for records that are being written.
-  void CloseLog();
+  /// Nothing is logged after the return. Waits for records that are being written, until then at most, in real time.
+  void CloseLog(TimePoint deadline);
 
   /// An endpoint of this server that has left for another worker, maybe another server's. It must end with this server
   /// all the same.

@@ -6,13 +6,22 @@
 
 namespace media_engine {
 
+WorkerThread::Loop::Loop(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait)
+    : mailbox(std::make_shared<Mailbox>()), longest_wait(longest_wait), worker(server, mailbox) {}
+
 WorkerThread::WorkerThread(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait)
-    : mailbox_(std::make_shared<Mailbox>()), longest_wait_(longest_wait), worker_(server, mailbox_) {}
+    : loop_(std::make_shared<Loop>(server, longest_wait)) {}
+
+WorkerThread::~WorkerThread() {
+  AskToStop();
+  Join(TimePoint::max());
+}
 
 Outcome WorkerThread::Start() {
-  if (Outcome outcome = worker_.Ready(); !outcome) return outcome;
+  if (Outcome outcome = loop_->worker.Ready(); !outcome) return outcome;
+  const std::lock_guard<std::mutex> lock(thread_mutex_);
   try {
-    thread_ = std::thread([this] { Run(); });
+    thread_ = std::thread([loop = loop_] { loop->Run(); });
   } catch (const std::system_error& error) {
     return Outcome::Refused(std::string("no thread for a worker: ") + error.what());
   }
@@ -20,36 +29,55 @@ Outcome WorkerThread::Start() {
   return Outcome::Done();
 }
 
-void WorkerThread::Run() {
-  while (!stopping_.load()) {
-    worker_.RunOnce(longest_wait_);
+void WorkerThread::Loop::Run() {
+  while (!stopping.load()) {
+    worker.RunOnce(longest_wait);
   }
-  worker_.Finish();
+  worker.Finish();
+  const std::lock_guard<std::mutex> lock(mutex);
+  finished = true;
+  changed.notify_all();
 }
 
-void WorkerThread::WaitWhileStalled() {
-  std::unique_lock<std::mutex> lock(stall_mutex_);
-  stall_changed_.wait(lock, [this] { return !stalled_ || stopping_.load(); });
+void WorkerThread::Loop::WaitWhileStalled() {
+  std::unique_lock<std::mutex> lock(mutex);
+  changed.wait(lock, [this] { return !stalled || stopping.load(); });
 }
 
 void WorkerThread::Stall(bool stalled) {
   {
-    std::lock_guard<std::mutex> lock(stall_mutex_);
-    stalled_ = stalled;
+    const std::lock_guard<std::mutex> lock(loop_->mutex);
+    loop_->stalled = stalled;
   }
-  stall_changed_.notify_all();
-  if (stalled) mailbox_->Post(MakeTask([this](Worker&) { WaitWhileStalled(); }));
+  loop_->changed.notify_all();
+  if (stalled) mailbox()->Post(MakeTask([loop = loop_.get()](Worker&) { loop->WaitWhileStalled(); }));
 }
 
-void WorkerThread::Stop() {
+void WorkerThread::AskToStop() {
   {
-    std::lock_guard<std::mutex> lock(stall_mutex_);
-    stopping_.store(true);
+    const std::lock_guard<std::mutex> lock(loop_->mutex);
+    loop_->stopping.store(true);
   }
-  stall_changed_.notify_all();
-  mailbox_->Post(MakeTask([](Worker&) {}));
-  std::lock_guard<std::mutex> lock(stop_mutex_);
-  if (thread_.joinable()) thread_.join();
+  loop_->changed.notify_all();
+  mailbox()->Post(MakeTask([](Worker&) {}));
+}
+
+bool WorkerThread::Join(TimePoint deadline) {
+  const std::lock_guard<std::mutex> thread_lock(thread_mutex_);
+  if (!thread_.joinable()) return true;
+  std::unique_lock<std::mutex> lock(loop_->mutex);
+  const auto finished = [this] { return loop_->finished; };
+  if (deadline == TimePoint::max()) {
+    loop_->changed.wait(lock, finished);
+  } else if (!loop_->changed.wait_until(lock, deadline, finished)) {
+    lock.unlock();
+    loop_->mailbox->Close();
+    thread_.detach();
+    return false;
+  }
+  lock.unlock();
+  thread_.join();
+  return true;
 }
 
 }  // namespace media_engine

@@ -88,9 +88,8 @@ std::shared_ptr<ServerSession> EmbeddedServer::CreateSession() {
   return nullptr;
 }
 
-/// The workers wait for nothing but packets and requests, so they end at once; the limit is not needed.
-void EmbeddedServer::Shutdown(std::chrono::milliseconds) {
-  server_->Shutdown();
+void EmbeddedServer::Shutdown(std::chrono::milliseconds limit) {
+  server_->Shutdown(limit);
 }
 
 bool StallEmbeddedServer(const std::string& address, unsigned worker, bool stalled) {

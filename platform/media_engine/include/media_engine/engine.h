@@ -144,13 +144,18 @@ class Server {
   unsigned threads() const;
   /// Test aid: the worker stops serving, as if stuck, until it is told to go on.
   void StallWorker(unsigned index, bool stalled);
-  /// Closes every endpoint, joins every thread; no callback and no log call comes after the return. Idempotent.
-  void Shutdown();
+  /// Long enough for workers that serve, and for endpoints that are at another server's.
+  static constexpr milliseconds kShutdownLimit{5000};
+  /// Closes every endpoint, joins every thread; no callback and no log call comes after the return. Takes no longer
+  /// than the limit, in real time: a worker that has not ended by then is left to itself, which is logged, and ends its
+  /// endpoints when it goes on. Idempotent.
+  void Shutdown(milliseconds limit = kShutdownLimit);
 
  private:
   friend class Engine;
   Server(std::shared_ptr<ServerContext> context, ServerEvents* events);
   Outcome Start(const ServerConfig& config);
+  void CloseEmigrants(TimePoint deadline);
 
   const std::shared_ptr<ServerContext> context_;
   ServerEvents* const events_;

@@ -1,0 +1,222 @@
+// The worker thread of a running server, while packets flow: it takes no lock and allocates nothing, whatever is done
+// to them on their way. After a warm-up, since tables that grow to their size do so with the first packets.
+//
+// SRTP is not among it. Debian's libsrtp2 has its ciphers from NSS, which allocates and locks for every packet; what
+// the engine says of its packet path ends where that library begins (docs/dependencies.md).
+#include <functional>
+
+#include "counted_calls.h"
+#include "engine_fixture.h"
+#include "rtcp_bytes.h"
+
+namespace media_engine_test {
+namespace {
+
+/// Time by hand. The worker, which asks for it in every turn, is counted from its first question on.
+class WatchingClock : public ManualClock {
+ public:
+  TimePoint Now() const noexcept override {
+    if (std::this_thread::get_id() != test_) CountThisThread();
+    return ManualClock::Now();
+  }
+
+ private:
+  const std::thread::id test_ = std::this_thread::get_id();
+};
+
+class PacketPath : public EngineTest {
+ protected:
+  static constexpr uint16_t kWarmUp = 100, kCounted = 1000;
+
+  PacketPath() {
+    ServerConfig config = Config();
+    config.threads = 1;
+    Outcome outcome;
+    server_ = watched_.OpenServer(config, nullptr, outcome);
+    if (!server_) throw std::runtime_error(outcome.reason);
+    session_ = NewSession(*server_);
+  }
+
+  Leg MakeLeg(const Codec& codec, const LocalSettings& more = {}) {
+    Leg leg = NewLeg(*session_);
+    LocalSettings settings = more;
+    settings.codecs = {codec};
+    settings.telephone_event = true;
+    settings.telephone_event_payload_type = 101;
+    settings.inactive_timeout = seconds{3600};
+    EXPECT_TRUE(leg.endpoint->DescribeLocal(settings, leg.local, kLimit).ok);
+    EXPECT_TRUE(leg.endpoint->DescribeRemote(leg.far_end->Description(codec, 101), kLimit).ok);
+    return leg;
+  }
+  static void JoinThem(const Leg& a, const Leg& b) {
+    ASSERT_TRUE(a.endpoint->Join(Direction::kDuplex, *b.endpoint, kLimit).ok);
+  }
+
+  /// What the worker does while step runs for numbers 1 to kCounted, time going on by 20 ms before each. The worker has
+  /// been asked nothing since the warm-up, so all that it did is the packets'.
+  CountedCalls Count(const std::function<void(uint16_t)>& step) {
+    uint16_t number = 0;
+    const auto run = [&](uint16_t count) {
+      for (uint16_t i = 0; i < count; ++i) {
+        time_->Advance(milliseconds{20});
+        step(++number);
+      }
+    };
+    run(kWarmUp);
+    const CountedCalls before = CallsSoFar();
+    run(kCounted);
+    const CountedCalls after = CallsSoFar();
+    return {after.allocations - before.allocations, after.locks - before.locks, after.waits - before.waits,
+            after.receives - before.receives, after.sends - before.sends};
+  }
+  static void ExpectNone(const CountedCalls& counted) {
+    EXPECT_EQ(counted.allocations, 0u);
+    EXPECT_EQ(counted.locks, 0u);
+    EXPECT_EQ(counted.waits, 0u);
+  }
+  static Rtp Speech(uint16_t number, uint8_t payload_type = 0) {
+    return {payload_type, number, 160u * number, 0x11111111, false, PayloadOf(number)};
+  }
+  /// Sends a packet and waits until it has come out at the other far end.
+  static void Carry(const Leg& from, const Leg& to, const Rtp& packet) {
+    from.Send(packet);
+    const auto came = to.far_end->ReceiveRtp();
+    ASSERT_TRUE(came) << packet.sequence_number;
+    ASSERT_EQ(came->payload.size(), packet.payload.size());
+  }
+
+  std::shared_ptr<WatchingClock> time_ = std::make_shared<WatchingClock>();
+  Engine watched_{time_};
+  std::unique_ptr<Server> server_;
+  std::shared_ptr<Session> session_;
+};
+
+TEST_F(PacketPath, IsCountedAtAll) {
+  const Leg leg = MakeLeg(Pcmu());
+  const CountedCalls before = CallsSoFar();
+  leg.Statistics();  // a request, which passes the mailbox and answers with lists
+  const CountedCalls after = CallsSoFar();
+  EXPECT_GT(after.allocations, before.allocations);
+  EXPECT_GT(after.locks, before.locks);
+}
+
+TEST_F(PacketPath, CarriesSpeechAndDigitsWithoutLocksAndAllocations) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  const CountedCalls counted = Count([&](uint16_t number) {
+    Carry(a, b, Speech(number, number % 10 == 0 ? 101 : 0));
+    Carry(b, a, Speech(number));
+  });
+  ExpectNone(counted);
+  EXPECT_GE(counted.sends, 2u * kCounted);
+}
+
+TEST_F(PacketPath, ConvertsBetweenTheLawsOfG711WithoutLocksAndAllocations) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcma());
+  JoinThem(a, b);
+  const CountedCalls counted = Count([&](uint16_t number) {
+    Carry(a, b, Speech(number));
+    Carry(b, a, Speech(number, 8));
+  });
+  ExpectNone(counted);
+}
+
+TEST_F(PacketPath, HoldsAndPlaysOutOfJitterBuffersWithoutLocksAndAllocations) {
+  LocalSettings buffered, adaptive;
+  buffered.jitter_buffer = JitterBufferSettings{JitterMode::kStatic, 40, {}, {}};
+  adaptive.jitter_buffer = JitterBufferSettings{JitterMode::kAdaptive, 40, 20, 100};
+  const Leg a = MakeLeg(Pcmu(), buffered), b = MakeLeg(Pcmu(), adaptive);
+  JoinThem(a, b);
+  // What they carry has passed the worker behind all that was sent before.
+  const Leg c = MakeLeg(Pcmu()), d = MakeLeg(Pcmu());
+  JoinThem(c, d);
+  const CountedCalls counted = Count([&](uint16_t number) {
+    // Every tenth comes twice, every tenth behind the next.
+    for (const Leg* leg : {&a, &b}) {
+      if (number % 10 != 5) leg->Send(Speech(number));
+      if (number % 10 == 6) leg->Send(Speech(static_cast<uint16_t>(number - 1)));
+      if (number % 10 == 0) leg->Send(Speech(number));
+    }
+    Carry(c, d, Speech(number));
+    if (number <= 10) return;  // in step: each far end gets what was sent some packets ago
+    ASSERT_TRUE(a.far_end->ReceiveRtp());
+    ASSERT_TRUE(b.far_end->ReceiveRtp());
+  });
+  ExpectNone(counted);
+  EXPECT_GE(a.Statistics().jitter_buffer_duplicates, kCounted / 10u);
+  EXPECT_GE(b.Statistics().jitter_buffer_reordered, kCounted / 10u);
+}
+
+TEST_F(PacketPath, TakesAndSendsReportsWithoutLocksAndAllocations) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  const CountedCalls counted = Count([&](uint16_t number) {
+    time_->Advance(milliseconds{480});
+    a.far_end->SendRtcp(
+        SenderReportBytes(0x11111111, {1, 2, 3, 4}, {{5, 6, 7, 8, 9, 10, 11}}) + CnameBytes(0x11111111, "far end"),
+        a.local.rtcp_port);
+    Carry(a, b, Speech(number));
+  });
+  ExpectNone(counted);
+  const EndpointStatistics statistics = b.Statistics();
+  EXPECT_GE(a.Statistics().rtcp_packets_received, kCounted);
+  EXPECT_GE(statistics.rtcp_packets_sent, kCounted / 20u);  // half a second each, ten seconds for a report at most
+}
+
+TEST_F(PacketPath, RelaysImagesWithoutLocksAndAllocations) {
+  Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  for (Leg* leg : {&a, &b}) {
+    LocalSettings local;
+    local.udp_pass_through = true;
+    RemoteDescription remote = leg->far_end->Description(Pcmu());
+    remote.udp_pass_through = true;
+    ASSERT_TRUE(leg->endpoint->DescribeLocal(local, leg->local, kLimit).ok);
+    ASSERT_TRUE(leg->endpoint->DescribeRemote(remote, kLimit).ok);
+  }
+  JoinThem(a, b);
+  const CountedCalls counted = Count([&](uint16_t number) {
+    const Bytes datagram = PayloadOf(number, 1u + number % 300);
+    a.far_end->Send(datagram, a.local.rtp_port);
+    ASSERT_EQ(b.far_end->Receive(), datagram);
+    b.far_end->Send(datagram, b.local.rtp_port);
+    ASSERT_EQ(a.far_end->Receive(), datagram);
+  });
+  ExpectNone(counted);
+  EXPECT_EQ(a.Statistics().datagrams_relayed, 0u + kWarmUp + kCounted);
+}
+
+TEST_F(PacketPath, DropsWhatIsNotWantedWithoutLocksAndAllocations) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  const FarEnd stranger;
+  const CountedCalls counted = Count([&](uint16_t number) {
+    stranger.SendRtp(Speech(number), a.local.rtp_port);
+    stranger.SendRtcp(ReceiverReportBytes(1), a.local.rtcp_port);
+    a.far_end->Send({1, 2, 3}, a.local.rtp_port);
+    a.far_end->SendRtcp({0x80, 200, 0}, a.local.rtcp_port);
+    a.Send({77, number, 0, 0x22222222, false, {}});
+    a.far_end->Send(Bytes(4000, 0x80), a.local.rtp_port);
+    Carry(a, b, Speech(number));
+  });
+  ExpectNone(counted);
+  EXPECT_EQ(a.Statistics().strangers, 0u + kWarmUp + kCounted);
+}
+
+TEST_F(PacketPath, ABatchCostsOneReceiveAndOneSend) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  Carry(a, b, Speech(1));
+  const uint64_t waits = CallsSoFar().waits;
+  server_->StallWorker(0, true);
+  ASSERT_TRUE(Eventually([&] { return CallsSoFar().waits > waits; }));
+  for (uint16_t number = 2; number < 22; ++number) a.Send(Speech(number));
+  const CountedCalls before = CallsSoFar();
+  server_->StallWorker(0, false);
+  for (uint16_t number = 2; number < 22; ++number) ASSERT_TRUE(b.far_end->ReceiveRtp());
+  const CountedCalls after = CallsSoFar();
+  EXPECT_EQ(after.receives - before.receives, 1u);
+  EXPECT_EQ(after.sends - before.sends, 1u);
+}
+
+}  // namespace
+}  // namespace media_engine_test
