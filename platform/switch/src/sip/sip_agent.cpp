@@ -13,6 +13,7 @@
 #include <exception>
 #include <utility>
 
+#include "sip/message_limits.h"
 #include "sip/sofia.h"
 
 namespace kvx_switch {
@@ -200,10 +201,10 @@ bool SipAgent::OpenOnSipThread() {
   const std::string port = profile_.sip_port ? std::to_string(profile_.sip_port) : "*";
   std::string url = HostPort(profile_, 0);
   url = "sip:" + url.substr(0, url.rfind(':') + 1) + port + ";transport=udp";
-  nua_ =
-      nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
-                 NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                 NUTAG_APPL_METHOD("INVITE"), SIPTAG_SUPPORTED_STR(""), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+  nua_ = nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
+                    NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
+                    NUTAG_APPL_METHOD("INVITE"), NTATAG_MAXSIZE(kLargestMessage), SIPTAG_SUPPORTED_STR(""),
+                    SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (!nua_) return false;
   nua_set_params(nua_, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   nua_get_params(nua_, TAG_ANY(), TAG_END());
@@ -274,6 +275,14 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
     return;
   }
   InboundInvite invite = CopyInvite(nua_, sip);
+  const std::string excess = TooLarge(nua_, sip);
+  if (!excess.empty()) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "INVITE from %s refused with 513: %s\n",
+                      invite.network_address.c_str(), excess.c_str());
+    nua_respond(handle, SIP_513_MESSAGE_TOO_LARGE, TAG_END());
+    nua_handle_destroy(handle);
+    return;
+  }
   auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
   dialog->AdoptOnSipThread(handle, invite.body);
   handler_(invite, dialog);

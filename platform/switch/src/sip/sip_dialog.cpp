@@ -23,6 +23,9 @@ switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
   return otherwise;
 }
 
+// Of a switch that is full or that too many calls come to, in seconds: less would be a storm of second tries.
+constexpr const char* kRetryAfter = "5";
+
 /// Frees what is allocated for building one request.
 class Home {
  public:
@@ -106,10 +109,12 @@ void SipDialog::AnswerOnSipThread(const std::string& sdp) {
 void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning) {
   const std::string reason = ReasonHeader(cause);
   const std::string warning_value = "399 " + agent_->address() + " " + Quoted(warning);
+  const bool later = status == 503 && cause == SWITCH_CAUSE_SWITCH_CONGESTION;
   sink_ = nullptr;
   switch (std::exchange(phase_, Phase::kEnding)) {
     case Phase::kIncoming:
       nua_respond(handle_, status, PhraseOfStatus(status), SIPTAG_REASON_STR(reason.c_str()),
+                  TAG_IF(later, SIPTAG_RETRY_AFTER_STR(kRetryAfter)),
                   TAG_IF(!warning.empty(), SIPTAG_WARNING_STR(warning_value.c_str())), TAG_END());
       break;
     case Phase::kCalling:

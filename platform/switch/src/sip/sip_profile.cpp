@@ -110,6 +110,7 @@ std::map<std::string, Setter> Parameters(SipProfile& profile) {
   return {{"sip-ip", NumericAddress(profile.sip_address)},
           {"sip-port", NumberBetween(profile.sip_port, 0, 65535)},
           {"context", Word(profile.context)},
+          {"apply-inbound-acl", Word(profile.access_list)},
           {"leg-timeout", NumberBetween(profile.leg_timeout_seconds, 1, 3600)},
           {"codec-prefs", CommaList(profile.codec_prefs)},
           {"dtmf-type", DtmfType(media.telephone_events)},

@@ -34,6 +34,7 @@ struct SipProfile {
   std::string sip_address = "127.0.0.1";  ///< numeric
   uint16_t sip_port = 5060;               ///< 0: any free port
   std::string context = "default";
+  std::string access_list;               ///< of acl.conf.xml: who may call; empty: everybody
   uint32_t leg_timeout_seconds = 60;     ///< how long a called leg may ring
   std::vector<std::string> codec_prefs;  ///< NAME@20i@8000h; empty: every registered codec
   MediaSettings media;
