@@ -174,8 +174,7 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
     reason = "the switch takes no new calls at the moment";
   } else if (all.alive >= all.maximum) {
     reason = "there are " + std::to_string(all.alive) + " of at most " + std::to_string(all.maximum) + " legs";
-  } else if (direction == SWITCH_CALL_DIRECTION_INBOUND) {
-    // The legs that a call makes count, too, but are not refused: half a call is of no use to anybody.
+  } else if (direction == SWITCH_CALL_DIRECTION_INBOUND) {  // others count as well, but half a call is of no use
     reason = SessionRate::Get().Refusal(std::chrono::steady_clock::now());
   }
   if (all.by_uuid.count(uuid)) {

@@ -18,6 +18,7 @@
 #include "sip/sip_agent.h"
 #include "sip/sip_profile.h"
 #include "sip/sofia.h"
+#include "sip/target_needs.h"
 
 namespace kvx_switch {
 
@@ -27,7 +28,8 @@ class SipFront {
  public:
   bool Start(std::string& error);
   void Stop();
-  std::string Address();
+  std::string Address(const std::string& profile);
+  std::shared_ptr<SipAgent> AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target);
 
  private:
   static void OnReloadXml(switch_event_t* event);
@@ -119,8 +121,8 @@ bool SipFront::StartProfile(const std::string& path, std::string& error) {
       [this](const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) { OnInvite(invite, dialog); },
       error);
   if (!agent) return false;
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "SIP profile \"%s\" listens on udp %s\n",
-                    profile.name.c_str(), agent->address().c_str());
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "SIP profile \"%s\" listens on %s %s\n",
+                    profile.name.c_str(), profile.transports.Names().c_str(), agent->address().c_str());
   std::lock_guard<std::mutex> lock(mutex_);
   agents_.push_back(std::move(agent));
   return true;
@@ -155,9 +157,22 @@ void SipFront::Stop() {
   for (const std::shared_ptr<SipAgent>& agent : agents) agent->Stop();
 }
 
-std::string SipFront::Address() {
+std::string SipFront::Address(const std::string& profile) {
   std::lock_guard<std::mutex> lock(mutex_);
-  return agents_.empty() ? "" : agents_.front()->address();
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (profile.empty() || agent->profile().name == profile) return agent->address();
+  }
+  return "";
+}
+
+std::shared_ptr<SipAgent> SipFront::AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target) {
+  const TargetNeeds needs = NeedsOfTarget(target);
+  if (needs.MetBy(own->profile())) return own;
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (needs.MetBy(agent->profile())) return agent;
+  }
+  return own;
 }
 
 /// On the SIP thread: only makes the leg and lets it run.
@@ -218,8 +233,12 @@ void StopSip() {
   the_front().Stop();
 }
 
-std::string SipAddress() {
-  return the_front().Address();
+std::string SipAddress(const std::string& profile) {
+  return the_front().Address(profile);
+}
+
+std::shared_ptr<SipAgent> AgentForTarget(const std::shared_ptr<SipAgent>& own, const std::string& target) {
+  return the_front().AgentFor(own, target);
 }
 
 }  // namespace kvx_switch
