@@ -24,6 +24,7 @@ TEST_F(ConsoleCommands, StatusTellsUptimeSessionsAndMediaServer) {
                                           "kvx-switch \\(Version [0-9.]+\\) is ready\n"
                                           "0 session\\(s\\) since startup\n"
                                           "0 session\\(s\\) - peak 0\n"
+                                          "0 session\\(s\\) per Sec out of max 55, peak 0\n"
                                           "77 session\\(s\\) max\n"
                                           "media server not available\n"));
 }
@@ -32,6 +33,7 @@ TEST_F(ConsoleCommands, StatusCountsSessions) {
   AddLeg();
   AddLeg();
   EXPECT_THAT(Run("status"), HasSubstr("\n2 session(s) since startup\n2 session(s) - peak 2\n"));
+  EXPECT_THAT(Run("status"), HasSubstr(" session(s) per Sec out of max 55, peak 2\n"));
   Run("hupall");
   ASSERT_TRUE(WaitForNoLegs());
   AddLeg();

@@ -50,6 +50,7 @@ ConsoleSwitch::~ConsoleSwitch() = default;
 void ConsoleSwitch::SetUp() {
   WriteConfiguration("switch.conf",
                      "<configuration name=\"switch.conf\"><settings><param name=\"max-sessions\" value=\"77\"/>"
+                     "<param name=\"sessions-per-second\" value=\"55\"/>"
                      "</settings></configuration>");
   WriteConfiguration("modules.conf", "<configuration name=\"modules.conf\"><modules/></configuration>");
   WriteEventSocketConfiguration({{"listen-port", "0"}, {"password", "kelvaro"}});

@@ -283,6 +283,25 @@ TEST_F(Configuration, SettingsOfTheSwitchAreApplied) {
   EXPECT_TRUE(log().Has(warning_line("switch.conf.xml: \"high\" is no value of debug-level, ignored\n")));
 }
 
+TEST_F(Configuration, BadCallLimitsFailTheStart) {
+  const auto error_of = [this](const std::string& name, const std::string& value) {
+    Write("autoload_configs/switch.conf.xml", "<configuration name='switch.conf'><settings><param name='" + name +
+                                                  "' value='" + value + "'/></settings></configuration>");
+    const std::string conf = PathOf("");
+    SWITCH_GLOBAL_dirs.conf_dir = strdup(conf.substr(0, conf.size() - 1).c_str());
+    const char* error = "";
+    EXPECT_NE(switch_core_init(0, SWITCH_FALSE, &error), SWITCH_STATUS_SUCCESS);
+    return std::string(error);
+  };
+  const std::string place = PathOf("autoload_configs/switch.conf.xml") + ": ";
+  EXPECT_EQ(error_of("max-sessions", "0"), place + "\"max-sessions\" is \"0\", not a number from 1 to 1000000");
+  EXPECT_EQ(error_of("max-sessions", "10k"), place + "\"max-sessions\" is \"10k\", not a number from 1 to 1000000");
+  EXPECT_EQ(error_of("sessions-per-second", ""),
+            place + "\"sessions-per-second\" is \"\", not a number from 1 to 100000");
+  EXPECT_EQ(error_of("sessions-per-second", "100001"),
+            place + "\"sessions-per-second\" is \"100001\", not a number from 1 to 100000");
+}
+
 TEST_F(Configuration, GlobalVariablesAreSetAndDeleted) {
   Start();
   EXPECT_EQ(switch_core_get_variable("mine"), nullptr);

@@ -137,9 +137,9 @@ void FakeMediaServer::SetAvailable(bool available) {
   available_ = available;
 }
 
-void FakeMediaServer::SetAddress(const std::string& address) {
+void FakeMediaServer::SetAddress(const std::string& address, const std::string& leg) {
   std::lock_guard<std::mutex> lock(mutex_);
-  address_ = address;
+  (leg.empty() ? address_ : leg_addresses_[leg]) = address;
 }
 
 switch_status_t FakeMediaServer::Record(switch_media_connection_t* connection, const std::string& what,
@@ -201,7 +201,10 @@ switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
   auto* channel = switch_core_session_get_channel(static_cast<switch_core_session_t*>(connection->private_info));
   std::lock_guard<std::mutex> lock(current->mutex_);
   if (!crypto) current->offence_ = "get_media without a crypto setting";
-  std::snprintf(ip_addr, static_cast<size_t>(ip_addr_size), "%s", current->address_.c_str());
+  const bool calling = switch_channel_direction(channel) == SWITCH_CALL_DIRECTION_INBOUND;
+  const auto own = current->leg_addresses_.find(calling ? "A" : "B");
+  const std::string& address = own == current->leg_addresses_.end() ? current->address_ : own->second;
+  std::snprintf(ip_addr, static_cast<size_t>(ip_addr_size), "%s", address.c_str());
   *out_port = current->next_port_;
   switch_channel_set_variable_printf(channel, "local_rtcp_port", "%d", current->next_port_ + 1);
   current->next_port_ = static_cast<switch_port_t>(current->next_port_ + 2);

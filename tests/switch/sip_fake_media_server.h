@@ -57,8 +57,8 @@ class FakeMediaServer {
   /// Runs `action` in that call, on the leg's thread.
   void OnCall(const std::string& call, std::function<void()> action);
   void SetAvailable(bool available);
-  /// What get_media writes as address: "127.0.0.1" unless set.
-  void SetAddress(const std::string& address);
+  /// What get_media writes as address: "127.0.0.1" unless set. For that leg, or for both.
+  void SetAddress(const std::string& address, const std::string& leg = "");
 
  private:
   struct Leg {
@@ -97,6 +97,7 @@ class FakeMediaServer {
   std::vector<std::string> refused_;                      // guarded by mutex_
   bool available_ = true;                                 // guarded by mutex_
   std::string address_ = "127.0.0.1";                     // guarded by mutex_
+  std::map<std::string, std::string> leg_addresses_;      // guarded by mutex_; those that differ
   switch_port_t next_port_ = 20000;                       // guarded by mutex_
 };
 

@@ -1,6 +1,5 @@
 #include "sip_peer.h"
 
-#include <poll.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -79,12 +78,20 @@ std::string SipMessage::CSeqMethod() const {
 }
 
 void SipPeer::Use(const std::string& switch_address) {
-  switch_ = *test_support::parse_udp_address(switch_address);
+  switch_ = switch_address;
 }
 
 std::string SipPeer::Sdp(const std::string& formats, const std::string& lines) {
   return "v=0\no=- 1 1 IN IP4 127.0.0.1\ns=test call\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 40000 RTP/AVP " + formats +
          "\n" + lines;
+}
+
+std::string SipPeer::Sdp6(const std::string& formats, const std::string& lines) {
+  std::string sdp = Sdp(formats, lines);
+  for (const std::string ipv4 = "IP4 127.0.0.1"; sdp.find(ipv4) != std::string::npos;) {
+    sdp.replace(sdp.find(ipv4), ipv4.size(), "IP6 ::1");
+  }
+  return sdp;
 }
 
 std::string SipPeer::FaxSdp(int port) {
@@ -93,23 +100,22 @@ std::string SipPeer::FaxSdp(int port) {
 }
 
 void SipPeer::SendRaw(const std::string& text) {
-  const std::string bytes = WithCrlf(text);
-  socket_.SendTo(switch_, {bytes.begin(), bytes.end()});
+  socket_->Send(switch_, WithCrlf(text));
 }
 
 std::string SipPeer::Request(const std::string& method, int sequence, const std::string& branch,
                              const std::string& to_tag, const std::string& more_headers, const std::string& sdp) const {
-  return method + " sip:" + number_ + "@" + switch_.ToString() + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
-         ";branch=" + branch + ";rport\nMax-Forwards: 70\nFrom: \"Al \\\"Ice\\\"\" <sip:alice@" + Address() +
-         ">;tag=alice" + std::to_string(calls_) + "\nTo: <sip:" + number_ + "@" + switch_.ToString() + ">" +
+  return method + " sip:" + number_ + "@" + switch_ + " SIP/2.0\nVia: SIP/2.0/" + (transport_.tcp ? "TCP " : "UDP ") +
+         Address() + ";branch=" + branch + ";rport\nMax-Forwards: 70\nFrom: \"Al \\\"Ice\\\"\" <sip:alice@" +
+         Address() + ">;tag=alice" + std::to_string(calls_) + "\nTo: <sip:" + number_ + "@" + switch_ + ">" +
          (to_tag.empty() ? "" : ";tag=" + to_tag) + "\nCall-ID: " + call_id_ + "\nCSeq: " + std::to_string(sequence) +
-         " " + method + "\nContact: <sip:alice@" + Address() + ">\n" + more_headers + BodyHeaders(sdp);
+         " " + method + "\nContact: <sip:alice@" + UriAddress() + ">\n" + more_headers + BodyHeaders(sdp);
 }
 
 void SipPeer::SendInvite(const std::string& number, const std::string& sdp, const std::string& more_headers) {
   ++calls_;
   number_ = number;
-  call_id_ = "call-" + std::to_string(calls_) + "-" + std::to_string(socket_.Port());
+  call_id_ = "call-" + std::to_string(calls_) + "-" + address_.substr(address_.rfind(':') + 1);
   branch_ = "z9hG4bK-" + call_id_;
   remote_tag_.clear();
   seen_.clear();
@@ -146,7 +152,7 @@ void SipPeer::Reply(const SipMessage& request, int status, const std::string& mo
       text += name + ": " + value + (Tag(value).empty() && status > 100 ? ";tag=bob" : "") + "\n";
     }
   }
-  SendRaw(text + "Contact: <sip:bob@" + Address() + ">\n" + more_headers + BodyHeaders(sdp));
+  SendRaw(text + "Contact: <sip:bob@" + UriAddress() + ">\n" + more_headers + BodyHeaders(sdp));
 }
 
 std::string SipPeer::RequestAsCalled(const SipMessage& invite, const std::string& method, int sequence,
@@ -154,11 +160,11 @@ std::string SipPeer::RequestAsCalled(const SipMessage& invite, const std::string
                                      const std::string& sdp) const {
   std::string contact = invite.Header("Contact");
   size_t start = contact.find('<') + 1;
-  return method + " " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/UDP " + Address() +
-         ";branch=" + branch + ";rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") +
-         ";tag=bob\nTo: " + invite.Header("From") + "\nCall-ID: " + invite.Header("Call-ID") +
-         "\nCSeq: " + std::to_string(sequence) + " " + method + "\nContact: <sip:bob@" + Address() + ">\n" +
-         more_headers + BodyHeaders(sdp);
+  return method + " " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/" +
+         (transport_.tcp ? "TCP " : "UDP ") + Address() + ";branch=" + branch +
+         ";rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") + ";tag=bob\nTo: " + invite.Header("From") +
+         "\nCall-ID: " + invite.Header("Call-ID") + "\nCSeq: " + std::to_string(sequence) + " " + method +
+         "\nContact: <sip:bob@" + UriAddress() + ">\n" + more_headers + BodyHeaders(sdp);
 }
 
 void SipPeer::SendByeAsCalled(const SipMessage& invite, const std::string& more_headers) {
@@ -188,20 +194,14 @@ void SipPeer::AckReinviteAsCalled(const SipMessage& invite, const SipMessage& re
 }
 
 std::optional<SipMessage> SipPeer::Receive(std::chrono::steady_clock::time_point deadline) {
-  while (true) {
-    while (std::optional<test_support::UdpDatagram> datagram = socket_.Receive()) {
-      std::string text(datagram->data.begin(), datagram->data.end());
-      if (std::find(seen_.begin(), seen_.end(), text) != seen_.end()) continue;
-      seen_.push_back(text);
-      SipMessage message = Parse(text);
-      if (message.Status() == 0 && message.Method() != "ACK") open_.push_back(message);
-      return message;
-    }
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return std::nullopt;
-    pollfd descriptor{socket_.Descriptor(), POLLIN, 0};
-    poll(&descriptor, 1, static_cast<int>(left.count()));
+  while (std::optional<std::string> text = socket_->Receive(deadline)) {
+    if (std::find(seen_.begin(), seen_.end(), *text) != seen_.end()) continue;
+    seen_.push_back(*text);
+    SipMessage message = Parse(*text);
+    if (message.Status() == 0 && message.Method() != "ACK") open_.push_back(message);
+    return message;
   }
+  return std::nullopt;
 }
 
 std::optional<SipMessage> SipPeer::AwaitResponse(const std::string& method) {

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "support/udp_socket.h"
+#include "sip_peer_socket.h"
 
 namespace kvx_switch {
 
@@ -26,10 +27,15 @@ struct SipMessage {
 /// them.
 class SipPeer {
  public:
+  explicit SipPeer(SipPeerTransport transport = {})
+      : transport_(transport), socket_(SipPeerSocket::Open(transport)), address_(socket_->Address()) {}
+
   /// Where the switch is; before anything is sent.
   void Use(const std::string& switch_address);
 
-  std::string Address() const { return "127.0.0.1:" + std::to_string(socket_.Port()); }
+  std::string Address() const { return address_; }
+  /// The same as the host and parameters of a SIP URI: "[::1]:5060;transport=tcp".
+  std::string UriAddress() const { return address_ + (transport_.tcp ? ";transport=tcp" : ""); }
 
   /// Sends text as it stands, with every line end made CRLF.
   void SendRaw(const std::string& text);
@@ -67,17 +73,21 @@ class SipPeer {
   static std::string FaxSdp(int port = 41000);
   /// Of a session description with one audio stream on this machine.
   static std::string Sdp(const std::string& formats = "0 8", const std::string& lines = "");
+  /// The same with its addresses in IPv6.
+  static std::string Sdp6(const std::string& formats = "0 8", const std::string& lines = "");
 
  private:
   std::optional<SipMessage> Receive(std::chrono::steady_clock::time_point deadline);
   std::string Request(const std::string& method, int sequence, const std::string& branch, const std::string& to_tag,
                       const std::string& more_headers, const std::string& sdp) const;
 
-  test_support::UdpSocket socket_;
-  test_support::UdpAddress switch_;
   std::string RequestAsCalled(const SipMessage& invite, const std::string& method, int sequence,
                               const std::string& branch, const std::string& more_headers, const std::string& sdp) const;
 
+  const SipPeerTransport transport_;
+  const std::unique_ptr<SipPeerSocket> socket_;
+  const std::string address_;
+  std::string switch_;
   int calls_ = 0;
   int reinvites_ = 0;
   std::string number_;

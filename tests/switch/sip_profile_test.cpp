@@ -6,6 +6,7 @@
 
 #include "sip/sip_agent.h"
 #include "sip_temporary_directory.h"
+#include "support/free_ports.h"
 #include "support/udp_socket.h"
 
 namespace kvx_switch {
@@ -108,6 +109,33 @@ TEST_F(SipProfileFile, AgentNamesFileAddressAndPortThatIsInUse) {
   EXPECT_EQ(SipAgent::Start(profile_, nullptr, error_), nullptr);
   EXPECT_EQ(error_,
             path_ + ": cannot listen on udp 127.0.0.1:" + std::to_string(occupied.Port()) + ": Address already in use");
+}
+
+TEST_F(SipProfileFile, AgentNamesTheTransportThatIsInUse) {
+  test_support::OccupiedTcpPort occupied;
+  ASSERT_TRUE(Load(Param("sip-port", std::to_string(occupied.Port())))) << error_;
+  EXPECT_EQ(SipAgent::Start(profile_, nullptr, error_), nullptr);
+  EXPECT_EQ(error_,
+            path_ + ": cannot listen on tcp 127.0.0.1:" + std::to_string(occupied.Port()) + ": Address already in use");
+  ASSERT_TRUE(Load(Param("sip-port", std::to_string(occupied.Port())) + Param("bind-params", "transport=udp")));
+  std::shared_ptr<SipAgent> udp_alone = SipAgent::Start(profile_, nullptr, error_);
+  ASSERT_TRUE(udp_alone) << error_;
+  udp_alone->Stop();
+}
+
+TEST_F(SipProfileFile, NamesItsTransports) {
+  ASSERT_TRUE(Load(""));
+  EXPECT_TRUE(profile_.transports.udp && profile_.transports.tcp);
+  ASSERT_TRUE(Load(Param("bind-params", "transport=tcp"))) << error_;
+  EXPECT_FALSE(profile_.transports.udp);
+  EXPECT_TRUE(profile_.transports.tcp);
+  ASSERT_TRUE(Load(Param("bind-params", "transport=tcp,udp"))) << error_;
+  EXPECT_EQ(profile_.transports.Names(), "udp and tcp");
+  for (const char* value : {"", "udp", "transport=", "transport=sctp", "transport=udp,tls"}) {
+    EXPECT_FALSE(Load(Param("bind-params", value))) << value;
+    EXPECT_EQ(error_, path_ + ":3: \"bind-params\" is \"" + value +
+                          "\", not \"transport=udp\", \"transport=tcp\" or \"transport=udp,tcp\"");
+  }
 }
 
 TEST_F(SipProfileFile, AgentStartsOnAFreePortAndStops) {

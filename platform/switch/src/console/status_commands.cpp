@@ -9,6 +9,7 @@
 #include "console/version.h"
 #include "core/interface_list.h"
 #include "core/media_server.h"
+#include "core/session_rate.h"
 
 namespace kvx_switch {
 namespace {
@@ -45,6 +46,9 @@ switch_status_t status_command(const char* cmd, switch_core_session_t*, switch_s
   text += std::string(kSwitchName) + " (Version " + kSwitchVersion + ") is " + (running ? "ready" : "stopping") + "\n";
   text += counted_sessions(totals.sessions) + " since startup\n";
   text += counted_sessions(switch_core_session_count()) + " - peak " + std::to_string(totals.peak_sessions) + "\n";
+  const SessionRate::Figures rate = SessionRate::Get().At(std::chrono::steady_clock::now());
+  text += counted_sessions(rate.last_second) + " per Sec out of max " + std::to_string(rate.limit) + ", peak " +
+          std::to_string(rate.peak) + "\n";
   text += counted_sessions(core_setting(SCSC_MAX_SESSIONS, 0)) + " max\n";
   text += std::string("media server ") + (MediaServerAvailable() ? "available" : "not available") + "\n";
   write_text(stream, text);

@@ -7,6 +7,7 @@
 
 #include <switch.h>
 
+#include "core/call_limits.h"
 #include "core/completion.h"
 #include "core/configuration.h"
 #include "core/event.h"
@@ -40,12 +41,7 @@ char* joined(const char* directory, const char* name) {
 
 /// One <param> of switch.conf.xml.
 void apply_setting(const std::string& name, const char* value) {
-  if (name == "max-sessions") {
-    if (atoi(value) > 0) {
-      SessionManager::Get().SetMaximum(static_cast<uint32_t>(atoi(value)));
-      return;
-    }
-  } else if (name == "loglevel") {
+  if (name == "loglevel") {
     const switch_log_level_t level = switch_log_str2level(value);
     if (level != SWITCH_LOG_INVALID) {
       SetLogLevel(level);
@@ -76,10 +72,16 @@ bool read_settings(std::string& error) {
   if (!root) return false;
   switch_xml_t settings = switch_xml_child(root, "settings");
   for (switch_xml_t at = switch_xml_child(settings, "param"); at; at = at->next) {
-    apply_setting(switch_xml_attr_soft(at, "name"), switch_xml_attr_soft(at, "value"));
+    const std::string name = switch_xml_attr_soft(at, "name");
+    if (!IsCallLimit(name)) {
+      apply_setting(name, switch_xml_attr_soft(at, "value"));
+    } else if (!SetCallLimit(name, switch_xml_attr_soft(at, "value"), error)) {
+      error = path + ": " + error;
+      break;
+    }
   }
   switch_xml_free(root);
-  return true;
+  return error.empty();
 }
 
 /// The switch's own commands live in a module record like any other's.

@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "core/guard.h"
+#include "core/session_rate.h"
 #include "core/session_record.h"
 
 namespace kvx_switch {
@@ -116,6 +117,7 @@ SessionManager& SessionManager::Get() {
 
 void SessionManager::Start() {
   State& all = state();
+  SessionRate::Get().Reset();
   {
     std::lock_guard<std::mutex> lock(all.mutex);
     all.running = true;
@@ -172,7 +174,10 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
     reason = "the switch takes no new calls at the moment";
   } else if (all.alive >= all.maximum) {
     reason = "there are " + std::to_string(all.alive) + " of at most " + std::to_string(all.maximum) + " legs";
-  } else if (all.by_uuid.count(uuid)) {
+  } else if (direction == SWITCH_CALL_DIRECTION_INBOUND) {  // others count as well, but half a call is of no use
+    reason = SessionRate::Get().Refusal(std::chrono::steady_clock::now());
+  }
+  if (all.by_uuid.count(uuid)) {
     reason = "the uuid " + uuid + " is in use";
   }
   if (!reason.empty()) {
@@ -186,6 +191,7 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
   all.by_uuid.emplace(uuid, session);
   all.peak = std::max(all.peak, ++all.alive);
   ++all.total;
+  SessionRate::Get().Count(std::chrono::steady_clock::now());
   return session;
 }
 

@@ -6,6 +6,7 @@
 #include "sip/calling_leg.h"
 #include "sip/leg_helpers.h"
 #include "sip/sip_cause.h"
+#include "sip/sip_front.h"
 
 namespace kvx_switch {
 
@@ -73,7 +74,7 @@ switch_core_session_t* CallingLeg::MakeCalledSession(const BridgeTarget& target)
 
 CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const std::string& uuid) {
   CalledLegRequest request;
-  request.agent = dialog_->agent();
+  request.agent = AgentForTarget(dialog_->agent(), target.uri);
   request.target = target.uri;
   request.offered = answered_ ? std::vector<CodecMatch>{agreed_.codec} : common_;
   request.telephone_events = agreed_.HasTelephoneEvents();

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <strings.h>
 #include <switch.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -13,7 +14,8 @@
 #include <exception>
 #include <utility>
 
-#include "sip/sofia.h"
+#include "sip/message_limits.h"
+#include "sip/sip_stack.h"
 
 namespace kvx_switch {
 
@@ -23,15 +25,8 @@ namespace {
 constexpr std::chrono::seconds kLastMessages{3};
 constexpr int kStepMilliseconds = 50;
 
-constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS";
-
 std::string Text(const char* text) {
   return text ? text : "";
-}
-
-std::string HostPort(const SipProfile& profile, unsigned port) {
-  bool ipv6 = profile.sip_address.find(':') != std::string::npos;
-  return (ipv6 ? "[" + profile.sip_address + "]" : profile.sip_address) + ":" + std::to_string(port);
 }
 
 /// The sender of the message that is being dealt with.
@@ -77,6 +72,7 @@ InboundInvite CopyInvite(nua_t* nua, const sip_t* sip) {
     invite.body.assign(sip->sip_payload->pl_data, sip->sip_payload->pl_len);
   }
   if (sip->sip_max_forwards) invite.max_forwards = static_cast<int>(sip->sip_max_forwards->mf_count);
+  invite.over_tcp = sip->sip_via && strcasecmp(sip->sip_via->v_protocol, sip_transport_tcp) == 0;
   ReadSource(nua, invite);
   return invite;
 }
@@ -101,36 +97,13 @@ int WakeUp(SipAgent* agent, su_wait_t* wait, su_wakeup_arg_t*) {
 
 }  // namespace
 
-std::string ProbeUdpAddress(const SipProfile& profile) {
-  sockaddr_storage storage{};
-  socklen_t length;
-  auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
-  auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
-  if (inet_pton(AF_INET, profile.sip_address.c_str(), &v4->sin_addr) == 1) {
-    v4->sin_family = AF_INET;
-    v4->sin_port = htons(profile.sip_port);
-    length = sizeof(*v4);
-  } else if (inet_pton(AF_INET6, profile.sip_address.c_str(), &v6->sin6_addr) == 1) {
-    v6->sin6_family = AF_INET6;
-    v6->sin6_port = htons(profile.sip_port);
-    length = sizeof(*v6);
-  } else {
-    return "not a numeric address";
-  }
-  int fd = socket(storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return std::strerror(errno);
-  std::string problem;
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&storage), length) != 0) problem = std::strerror(errno);
-  close(fd);
-  return problem;
-}
-
 std::shared_ptr<SipAgent> SipAgent::Start(const SipProfile& profile, InviteHandler handler, std::string& error) {
-  const std::string place = profile.file + ": cannot listen on udp " + HostPort(profile, profile.sip_port) + ": ";
+  const std::string place = profile.file + ": cannot listen on " + profile.transports.Names() + " " +
+                            HostPort(profile, profile.sip_port) + ": ";
   // The stack only says that it could not; the system says why.
-  std::string problem = ProbeUdpAddress(profile);
+  std::string problem = ProbeAddress(profile);
   if (!problem.empty()) {
-    error = place + problem;
+    error = profile.file + ": cannot listen on " + problem;
     return nullptr;
   }
   auto agent = std::make_shared<SipAgent>(profile, std::move(handler));
@@ -197,15 +170,8 @@ bool SipAgent::OpenOnSipThread() {
   if (su_wait_create(wait, wake_fd_, SU_WAIT_IN) != 0) return false;
   wake_index_ = su_root_register(root_, wait, WakeUp, nullptr, 0);
   if (wake_index_ < 0) return false;
-  const std::string port = profile_.sip_port ? std::to_string(profile_.sip_port) : "*";
-  std::string url = HostPort(profile_, 0);
-  url = "sip:" + url.substr(0, url.rfind(':') + 1) + port + ";transport=udp";
-  nua_ =
-      nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
-                 NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                 NUTAG_APPL_METHOD("INVITE"), SIPTAG_SUPPORTED_STR(""), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+  nua_ = CreateStack(root_, StackEvent, this, profile_);
   if (!nua_) return false;
-  nua_set_params(nua_, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   nua_get_params(nua_, TAG_ANY(), TAG_END());
   return true;
 }
@@ -274,8 +240,16 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
     return;
   }
   InboundInvite invite = CopyInvite(nua_, sip);
+  const std::string excess = TooLarge(nua_, sip);
+  if (!excess.empty()) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "INVITE from %s refused with 513: %s\n",
+                      invite.network_address.c_str(), excess.c_str());
+    nua_respond(handle, SIP_513_MESSAGE_TOO_LARGE, TAG_END());
+    nua_handle_destroy(handle);
+    return;
+  }
   auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
-  dialog->AdoptOnSipThread(handle, invite.body);
+  dialog->AdoptOnSipThread(handle, invite.body, invite.over_tcp);
   handler_(invite, dialog);
 }
 

@@ -34,6 +34,7 @@ struct InboundInvite {
   std::string body;
   std::string network_address;
   uint16_t network_port = 0;
+  bool over_tcp = false;
   int max_forwards = 70;
 };
 
@@ -93,8 +94,5 @@ class SipAgent : public std::enable_shared_from_this<SipAgent> {
   bool stack_is_down_ = false;
   std::unordered_map<SipDialog*, std::shared_ptr<SipDialog>> dialogs_;
 };
-
-/// Empty when `profile`'s address and port can be bound (0 always can), else what the system says.
-std::string ProbeUdpAddress(const SipProfile& profile);
 
 }  // namespace kvx_switch

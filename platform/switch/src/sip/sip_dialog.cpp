@@ -8,6 +8,7 @@
 #include "sip/sip_cause.h"
 #include "sip/sip_text.h"
 #include "sip/sofia.h"
+#include "sip/target_needs.h"
 
 namespace kvx_switch {
 
@@ -22,6 +23,12 @@ switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
   }
   return otherwise;
 }
+
+// Of a switch that is full or that too many calls come to, in seconds: less would be a storm of second tries.
+constexpr const char* kRetryAfter = "5";
+
+// Of the Contact of a call over TCP, so that the far end's further requests come that way, too.
+constexpr const char* kTcpContact = "transport=tcp";
 
 /// Frees what is allocated for building one request.
 class Home {
@@ -59,11 +66,12 @@ void SipDialog::End(switch_call_cause_t cause, int status, std::string warning) 
       [cause, status, warning = std::move(warning)](SipDialog& self) { self.EndOnSipThread(cause, status, warning); });
 }
 
-void SipDialog::AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp) {
+void SipDialog::AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp, bool over_tcp) {
   handle_ = handle;
   phase_ = Phase::kIncoming;
   remote_sdp_ = remote_sdp;
   nua_handle_bind(handle_, this);
+  if (over_tcp) nua_set_hparams(handle_, NUTAG_M_PARAMS(kTcpContact), TAG_END());
   agent_->AddOnSipThread(shared_from_this());
 }
 
@@ -77,7 +85,11 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
   sip_from_t* from = sip_from_make(home, from_text.c_str());
   if (!from) from = sip_from_make(home, ("<sip:" + agent_->address() + ">").c_str());
   sip_to_t* to = target ? sip_to_create(home, reinterpret_cast<const url_string_t*>(target)) : nullptr;
-  if (to && from) handle_ = nua_handle(agent_->StackOnSipThread(), this, SIPTAG_TO(to), SIPTAG_FROM(from), TAG_END());
+  const bool over_tcp = NeedsOfTarget(invite.target).tcp;
+  if (to && from) {
+    handle_ = nua_handle(agent_->StackOnSipThread(), this, SIPTAG_TO(to), SIPTAG_FROM(from),
+                         TAG_IF(over_tcp, NUTAG_M_PARAMS(kTcpContact)), TAG_END());
+  }
   if (!handle_) {
     FinishOnSipThread({DialogEvent::Kind::kLost, 0, "the INVITE could not be made", "", SWITCH_CAUSE_INVALID_URL});
     return;
@@ -106,10 +118,12 @@ void SipDialog::AnswerOnSipThread(const std::string& sdp) {
 void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning) {
   const std::string reason = ReasonHeader(cause);
   const std::string warning_value = "399 " + agent_->address() + " " + Quoted(warning);
+  const bool later = status == 503 && cause == SWITCH_CAUSE_SWITCH_CONGESTION;
   sink_ = nullptr;
   switch (std::exchange(phase_, Phase::kEnding)) {
     case Phase::kIncoming:
       nua_respond(handle_, status, PhraseOfStatus(status), SIPTAG_REASON_STR(reason.c_str()),
+                  TAG_IF(later, SIPTAG_RETRY_AFTER_STR(kRetryAfter)),
                   TAG_IF(!warning.empty(), SIPTAG_WARNING_STR(warning_value.c_str())), TAG_END());
       break;
     case Phase::kCalling:

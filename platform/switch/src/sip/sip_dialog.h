@@ -72,7 +72,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   const std::shared_ptr<SipAgent>& agent() const { return agent_; }
 
   /// Takes over an incoming INVITE's handle.
-  void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp);
+  void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp, bool over_tcp);
   void SetLegOnSipThread(const std::string& uuid, Sink sink) {
     uuid_ = uuid;
     sink_ = std::move(sink);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/session.h"
+#include "sip/access_control.h"
 #include "sip/calling_leg.h"
 #include "sip/codec_negotiation.h"
 #include "sip/dialplan.h"
@@ -17,6 +18,7 @@
 #include "sip/sip_agent.h"
 #include "sip/sip_profile.h"
 #include "sip/sofia.h"
+#include "sip/target_needs.h"
 
 namespace kvx_switch {
 
@@ -26,16 +28,19 @@ class SipFront {
  public:
   bool Start(std::string& error);
   void Stop();
-  std::string Address();
+  std::string Address(const std::string& profile);
+  std::shared_ptr<SipAgent> AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target);
 
  private:
   static void OnReloadXml(switch_event_t* event);
   static void StackLog(void*, char const* format, va_list arguments);
 
   bool LoadDialplan(std::string& error);
+  bool LoadAccessControl(std::string& error);
   bool StartProfile(const std::string& path, std::string& error);
   void OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog);
 
+  AccessControl access_;
   std::mutex mutex_;
   std::shared_ptr<const Dialplan> dialplan_;       // guarded by mutex_
   std::vector<std::shared_ptr<SipAgent>> agents_;  // guarded by mutex_
@@ -83,6 +88,20 @@ void SipFront::OnReloadXml(switch_event_t*) {
   } else {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s; the dialplan stays as it was\n", error.c_str());
   }
+  if (!the_front().LoadAccessControl(error)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s; the access lists stay as they were\n", error.c_str());
+  }
+}
+
+bool SipFront::LoadAccessControl(std::string& error) {
+  std::vector<std::shared_ptr<SipAgent>> agents;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    agents = agents_;
+  }
+  std::vector<const SipProfile*> profiles;
+  for (const std::shared_ptr<SipAgent>& agent : agents) profiles.push_back(&agent->profile());
+  return access_.Load(ConfigurationDirectory("autoload_configs") + "/acl.conf.xml", profiles, error);
 }
 
 bool SipFront::StartProfile(const std::string& path, std::string& error) {
@@ -95,14 +114,15 @@ bool SipFront::StartProfile(const std::string& path, std::string& error) {
       return false;
     }
   }
+  if (!access_.Check(profile, error)) return false;
   WarnOfUnknownPreferences(profile);
   std::shared_ptr<SipAgent> agent = SipAgent::Start(
       profile,
       [this](const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) { OnInvite(invite, dialog); },
       error);
   if (!agent) return false;
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "SIP profile \"%s\" listens on udp %s\n",
-                    profile.name.c_str(), agent->address().c_str());
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "SIP profile \"%s\" listens on %s %s\n",
+                    profile.name.c_str(), profile.transports.Names().c_str(), agent->address().c_str());
   std::lock_guard<std::mutex> lock(mutex_);
   agents_.push_back(std::move(agent));
   return true;
@@ -112,7 +132,7 @@ bool SipFront::Start(std::string& error) {
   su_log_redirect(nullptr, StackLog, nullptr);
   std::vector<std::string> paths;
   const std::string directory = ConfigurationDirectory("sip_profiles");
-  bool good = LoadDialplan(error) && ListXmlFiles(directory, paths, error);
+  bool good = LoadDialplan(error) && LoadAccessControl(error) && ListXmlFiles(directory, paths, error);
   if (good && paths.empty()) {
     error = directory + ": there is no profile (*.xml)";
     good = false;
@@ -137,14 +157,35 @@ void SipFront::Stop() {
   for (const std::shared_ptr<SipAgent>& agent : agents) agent->Stop();
 }
 
-std::string SipFront::Address() {
+std::string SipFront::Address(const std::string& profile) {
   std::lock_guard<std::mutex> lock(mutex_);
-  return agents_.empty() ? "" : agents_.front()->address();
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (profile.empty() || agent->profile().name == profile) return agent->address();
+  }
+  return "";
+}
+
+std::shared_ptr<SipAgent> SipFront::AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target) {
+  const TargetNeeds needs = NeedsOfTarget(target);
+  if (needs.MetBy(own->profile())) return own;
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (needs.MetBy(agent->profile())) return agent;
+  }
+  return own;
 }
 
 /// On the SIP thread: only makes the leg and lets it run.
 void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) {
   const SipProfile& profile = dialog->agent()->profile();
+  if (!access_.Allows(profile, invite.network_address)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
+                      "IP %s rejected by acl \"%s\": call to %s refused with 403 (call-id %s)\n",
+                      invite.network_address.c_str(), profile.access_list.c_str(), invite.request_user.c_str(),
+                      invite.call_id.c_str());
+    dialog->End(SWITCH_CAUSE_CALL_REJECTED, 403, "");
+    return;
+  }
   switch_core_session_t* session = RequestSession(
       SWITCH_CALL_DIRECTION_INBOUND, "sip/" + profile.name + "/" + invite.from_user + "@" + invite.from_host);
   if (!session) {
@@ -192,8 +233,12 @@ void StopSip() {
   the_front().Stop();
 }
 
-std::string SipAddress() {
-  return the_front().Address();
+std::string SipAddress(const std::string& profile) {
+  return the_front().Address(profile);
+}
+
+std::shared_ptr<SipAgent> AgentForTarget(const std::shared_ptr<SipAgent>& own, const std::string& target) {
+  return the_front().AgentFor(own, target);
 }
 
 }  // namespace kvx_switch

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 /// The switch's SIP side as a whole: the profiles of conf/sip_profiles and the dialplan of conf/dialplan. Called by the
 /// thread that starts and ends the switch; SipAddress by any.
 namespace kvx_switch {
+
+class SipAgent;
 
 /// Reads the configuration and listens. False and `error`, which names file, line or address, when something is wrong;
 /// nothing is left running then.
@@ -14,7 +17,12 @@ bool StartSip(std::string& error);
 /// gone by then: their media is theirs to end.
 void StopSip();
 
-/// "127.0.0.1:5060" of the first profile, with the port really used; "" while SIP is not running.
-std::string SipAddress();
+/// "127.0.0.1:5060" of the profile of that name, or of the first one, with the port really used; "" when it is not
+/// running.
+std::string SipAddress(const std::string& profile = "");
+
+/// Through which profile to call `target`, a SIP URI: `own` where it can, else the first one that has the address
+/// family and the transport that the target asks for; `own` when there is none, so that the call fails there.
+std::shared_ptr<SipAgent> AgentForTarget(const std::shared_ptr<SipAgent>& own, const std::string& target);
 
 }  // namespace kvx_switch

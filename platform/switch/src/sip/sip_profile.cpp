@@ -82,6 +82,23 @@ Setter CommaList(std::vector<std::string>& target) {
   };
 }
 
+/// As appended to the address that is bound: "transport=udp,tcp".
+Setter BindParams(SipTransports& transports) {
+  return [&transports](const std::string& value, std::string& expected) {
+    expected = "\"transport=udp\", \"transport=tcp\" or \"transport=udp,tcp\"";
+    const std::string start = "transport=";
+    if (value.compare(0, start.size(), start) != 0) return false;
+    std::vector<std::string> names;
+    CommaList(names)(value.substr(start.size()), expected);
+    transports = {false, false};
+    for (const std::string& name : names) {
+      if (name != "udp" && name != "tcp") return false;
+      (name == "udp" ? transports.udp : transports.tcp) = true;
+    }
+    return !names.empty();
+  };
+}
+
 Setter Security(SecureMedia& wanted) {
   return [&wanted](const std::string& value, std::string& expected) {
     const std::optional<SecureMedia> known = SecureMediaOfName(value);
@@ -109,7 +126,9 @@ std::map<std::string, Setter> Parameters(SipProfile& profile) {
   MediaSettings& media = profile.media;
   return {{"sip-ip", NumericAddress(profile.sip_address)},
           {"sip-port", NumberBetween(profile.sip_port, 0, 65535)},
+          {"bind-params", BindParams(profile.transports)},
           {"context", Word(profile.context)},
+          {"apply-inbound-acl", Word(profile.access_list)},
           {"leg-timeout", NumberBetween(profile.leg_timeout_seconds, 1, 3600)},
           {"codec-prefs", CommaList(profile.codec_prefs)},
           {"dtmf-type", DtmfType(media.telephone_events)},

@@ -28,15 +28,27 @@ struct MediaSettings {
   SecurityWish security;
 };
 
+/// What SIP is served over.
+struct SipTransports {
+  bool udp = true;
+  bool tcp = true;
+
+  std::string Names() const { return udp && tcp ? "udp and tcp" : udp ? "udp" : "tcp"; }
+};
+
 struct SipProfile {
   std::string file;  ///< path it was read from
   std::string name;
   std::string sip_address = "127.0.0.1";  ///< numeric
   uint16_t sip_port = 5060;               ///< 0: any free port
+  SipTransports transports;
   std::string context = "default";
+  std::string access_list;               ///< of acl.conf.xml: who may call; empty: everybody
   uint32_t leg_timeout_seconds = 60;     ///< how long a called leg may ring
   std::vector<std::string> codec_prefs;  ///< NAME@20i@8000h; empty: every registered codec
   MediaSettings media;
+
+  bool IsIpv6() const { return sip_address.find(':') != std::string::npos; }
 };
 
 /// False and `error`, as "file:line: what", when the file is malformed or a value is out of its range. A parameter that

@@ -1,0 +1,40 @@
+#include "sip/access_control.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace kvx_switch {
+
+bool AccessControl::Load(const std::string& path, const std::vector<const SipProfile*>& profiles, std::string& error) {
+  AccessLists lists;
+  if (access(path.c_str(), F_OK) == 0 && !LoadAccessLists(path, lists, error)) return false;
+  for (const SipProfile* profile : profiles) {
+    if (!Check(*profile, lists, path, error)) return false;
+  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  lists_ = std::move(lists);
+  path_ = path;
+  return true;
+}
+
+bool AccessControl::Check(const SipProfile& profile, const AccessLists& lists, const std::string& path,
+                          std::string& error) {
+  if (profile.access_list.empty() || lists.count(profile.access_list)) return true;
+  error = profile.file + ": \"apply-inbound-acl\" is \"" + profile.access_list + "\", a list that is not in " + path;
+  return false;
+}
+
+bool AccessControl::Check(const SipProfile& profile, std::string& error) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return Check(profile, lists_, path_, error);
+}
+
+bool AccessControl::Allows(const SipProfile& profile, const std::string& address) {
+  if (profile.access_list.empty()) return true;
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto list = lists_.find(profile.access_list);
+  return list != lists_.end() && list->second.Allows(address);
+}
+
+}  // namespace kvx_switch
