@@ -38,10 +38,14 @@ char* joined(const char* directory, const char* name) {
   return switch_mprintf("%s/%s", directory, name);
 }
 
+bool is_whole_number(const std::string& text) {
+  return !text.empty() && text.size() <= 9 && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 /// One <param> of switch.conf.xml.
-void apply_setting(const std::string& name, const char* value) {
+void apply_setting(const std::string& place, const std::string& name, const char* value) {
   if (name == "max-sessions") {
-    if (atoi(value) > 0) {
+    if (is_whole_number(value) && atoi(value) > 0) {
       SessionManager::Get().SetMaximum(static_cast<uint32_t>(atoi(value)));
       return;
     }
@@ -52,21 +56,23 @@ void apply_setting(const std::string& name, const char* value) {
       return;
     }
   } else if (name == "debug-level") {
-    if (!zstr(value) && switch_is_number(value)) {
+    if (is_whole_number(value) && atoi(value) <= 10) {
       SetDebugLevel(atoi(value));
       return;
     }
   } else {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "switch.conf.xml: no setting \"%s\", ignored\n",
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sno setting \"%s\", ignored\n", place.c_str(),
                       name.c_str());
     return;
   }
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "switch.conf.xml: \"%s\" is no value of %s, ignored\n",
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\" is no value of %s, ignored\n", place.c_str(),
                     value, name.c_str());
 }
 
+}  // namespace
+
 /// The file may be missing; then everything is as usual.
-bool read_settings(std::string& error) {
+bool ReadSwitchSettings(std::string& error) {
   const std::string path = ConfigurationPath("switch.conf");
   if (!FileExists(path)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "No %s: usual settings\n", path.c_str());
@@ -74,13 +80,20 @@ bool read_settings(std::string& error) {
   }
   switch_xml_t root = ParseXmlFile(path, error);
   if (!root) return false;
+  WarnOfUnread(path, root, "settings", {"param", {"name", "value"}});
   switch_xml_t settings = switch_xml_child(root, "settings");
-  for (switch_xml_t at = switch_xml_child(settings, "param"); at; at = at->next) {
-    apply_setting(switch_xml_attr_soft(at, "name"), switch_xml_attr_soft(at, "value"));
+  // The level last: what is wrong with the others is to be seen whatever it is.
+  for (const bool level : {false, true}) {
+    for (switch_xml_t at = switch_xml_child(settings, "param"); at; at = at->next) {
+      const std::string name = switch_xml_attr_soft(at, "name");
+      if ((name == "loglevel") == level) apply_setting(At(path, at), name, switch_xml_attr_soft(at, "value"));
+    }
   }
   switch_xml_free(root);
   return true;
 }
+
+namespace {
 
 /// The switch's own commands live in a module record like any other's.
 void add_own_module() {
@@ -139,7 +152,7 @@ bool start(bool console, std::string& error) {
   StartEvents();
   SessionManager::Get().Start();
   add_own_module();
-  if (ReadVariables(error) && read_settings(error)) return true;
+  if (ReadVariables(error) && ReadSwitchSettings(error)) return true;
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_CRIT, "%s\n", error.c_str());
   end_services();
   return false;
