@@ -1,7 +1,9 @@
 // What the configuration file may say, and what it may not.
 #include "configuration.h"
 
+#include "kelvaro/jsr309/configuration_check.h"
 #include "library_fixture.h"
+#include "support/process_scratch.h"
 
 #include <unistd.h>
 
@@ -38,11 +40,7 @@ class ConfigurationFile : public ::testing::Test {
   }
 
   void WriteFile(const std::string& content) {
-    const char* directory = std::getenv("TMPDIR");
-    path_ = std::string(directory != nullptr ? directory : "/tmp") + "/configuration_test_XXXXXX";
-    const int file = mkstemp(path_.data());
-    ASSERT_GE(file, 0);
-    close(file);
+    path_ = test_support::scratch_file("configuration.xml").string();
     std::ofstream(path_) << content;
   }
 
@@ -172,6 +170,32 @@ TEST_F(ConfigurationFile, ThatIsNotThereIsRefused) {
   path_ = "/nonexistent/jsr309.xml";
   EXPECT_FALSE(Read());
   EXPECT_THAT(error_, HasSubstr(path_));
+}
+
+TEST_F(ConfigurationFile, CheckNamesEveryMistake) {
+  Write("<lost_events_per_second>0</lost_events_per_second><server/>" +
+        Server("<mac>here</mac><address>localhost</address><threads>x</threads><color>red</color>"
+               "<heartbeat_ms>1</heartbeat_ms>") +
+        Server("<mac>02:00:00:00:00:02</mac><driver>other</driver>"));
+  const std::string servers = "jsr309.media_servers.";
+  std::vector<std::string> found;
+  for (const SettingError& mistake : CheckConfiguration(path_)) {
+    found.push_back(mistake.element.substr(servers.size()) + " \"" + mistake.value + "\": " + mistake.reason);
+  }
+  EXPECT_THAT(found,
+              ElementsAre("lost_events_per_second \"0\": not a number from 1 to 1000000", "server \"\": not known",
+                          "media_server[1].mac \"here\": not a MAC address",
+                          "media_server[1].address \"localhost\": not a numeric IP address",
+                          "media_server[1].threads \"x\": not a number from 1 to 256",
+                          "media_server[2].driver \"other\": no such driver", "media_server[2].address \"\": missing",
+                          "media_server[1].color \"red\": not known to the embedded media server",
+                          "media_server[1].heartbeat_ms \"1\": not a number of milliseconds from 20 to 600000"));
+}
+
+TEST_F(ConfigurationFile, CheckOpensNoMediaServer) {
+  // An address of no interface of this machine: a server on it could not be opened.
+  Write(Server(std::string(kMac) + "<address>192.0.2.1</address>"));
+  EXPECT_THAT(CheckConfiguration(path_), IsEmpty());
 }
 
 TEST(FactoryConfiguration, LogsWhatIsWrongAtErrorLevel) {

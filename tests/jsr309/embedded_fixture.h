@@ -5,6 +5,7 @@
 #include "support/free_ports.h"
 #include "support/jsr309_recording_listeners.h"
 #include "support/jsr309_recording_logger.h"
+#include "support/process_scratch.h"
 #include "support/rtp_packet.h"
 #include "support/udp_socket.h"
 
@@ -154,11 +155,8 @@ class EmbeddedTest : public ::testing::Test {
   }
 
   void WriteConfiguration(const EmbeddedOptions& options) {
-    static int count = 0;
     std::remove(path_.c_str());
-    path_ = (std::filesystem::temp_directory_path() /
-             ("embedded_test_" + std::to_string(getpid()) + "_" + std::to_string(++count) + ".xml"))
-                .string();
+    path_ = scratch_file("embedded.xml").string();
     std::ofstream file(path_);
     file << "<jsr309><media_servers><request_timeout_ms>" << options.request_timeout_ms << "</request_timeout_ms>\n";
     if (options.lost_events_per_second != 0) {

@@ -1,5 +1,7 @@
 #include "support/process_child.h"
 
+#include "support/process_scratch.h"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -170,11 +172,7 @@ std::string last_lines(const std::string& text, std::size_t count) {
   return out;
 }
 
-TemporaryDirectory::TemporaryDirectory() {
-  std::string name = (std::filesystem::temp_directory_path() / "kvx_XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) fail("no temporary directory " + name);
-  path_ = name;
-}
+TemporaryDirectory::TemporaryDirectory() : path_(make_scratch_directory()) {}
 
 TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;

@@ -60,7 +60,7 @@ std::string read_text_file(const std::filesystem::path& path);
 /// The last lines of a text, indented: what a failure message shows of a log.
 std::string last_lines(const std::string& text, std::size_t count);
 
-/// A directory of its own under the system's temporary directory, removed with its owner.
+/// A directory of its own in the build directory, removed with its owner, or by a later program when that was killed.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();

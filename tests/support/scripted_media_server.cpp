@@ -4,10 +4,10 @@
 
 #include "support/jsr309_recording_listeners.h"
 #include "support/jsr309_scripted_state.h"
+#include "support/process_scratch.h"
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
@@ -19,11 +19,7 @@ namespace {
 using kelvaro::jsr309::Direction;
 
 std::string WriteTemporaryFile(const std::string& content) {
-  const char* directory = std::getenv("TMPDIR");
-  std::string path = std::string(directory != nullptr ? directory : "/tmp") + "/scripted_media_servers_XXXXXX";
-  const int file = mkstemp(path.data());
-  if (file < 0) throw std::runtime_error("no temporary file at " + path);
-  close(file);
+  const std::string path = scratch_file("media_servers.xml").string();
   std::ofstream(path) << content;
   return path;
 }

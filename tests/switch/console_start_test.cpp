@@ -151,21 +151,30 @@ TEST_F(ConsoleStart, NamesTheFileWhenThePortIsTaken) {
 TEST_F(ConsoleStart, RefusesTheSamplePasswordBeyondLoopback) {
   WriteEventSocketConfiguration({{"listen-ip", "0.0.0.0"}, {"listen-port", "0"}, {"password", "kelvaro"}});
   EXPECT_EQ(StartError(),
-            ": cannot listen on 0.0.0.0:0: the password is one that everybody knows, which is accepted on loopback "
-            "addresses only");
+            ":5: the password \"kelvaro\" is one that everybody knows, which is accepted on loopback addresses only\n" +
+                ConfigurationPath("event_socket.conf") +
+                ":3: \"listen-ip\" is 0.0.0.0, which is not one: set a password of your own or listen on 127.0.0.1");
+}
+
+TEST_F(ConsoleStart, NamesEveryMistakeOfItsFile) {
+  WriteEventSocketConfiguration({{"listen-ip", "here"}, {"listen-port", "x"}, {"password", ""}});
+  const std::string file = ConfigurationPath("event_socket.conf");
+  EXPECT_EQ(StartError(), ":3: \"here\" is no value for \"listen-ip\"\n" + file +
+                              ":4: \"x\" is no value for \"listen-port\"\n" + file +
+                              ":5: \"password\" must not be empty or begin with a blank");
 }
 
 TEST_F(ConsoleStart, RefusesValuesThatMakeNoSense) {
   const std::vector<std::pair<std::map<std::string, std::string>, std::string>> cases = {
-      {{{"listen-port", "65536"}, {"password", "x"}}, ": \"65536\" is no value for \"listen-port\""},
-      {{{"listen-port", "-1"}, {"password", "x"}}, ": \"-1\" is no value for \"listen-port\""},
-      {{{"listen-port", "80a"}, {"password", "x"}}, ": \"80a\" is no value for \"listen-port\""},
-      {{{"listen-port", ""}, {"password", "x"}}, ": \"\" is no value for \"listen-port\""},
-      {{{"listen-ip", ""}, {"password", "x"}}, ": \"\" is no value for \"listen-ip\""},
-      {{{"max-connections", "0"}, {"password", "x"}}, ": \"0\" is no value for \"max-connections\""},
-      {{{"max-connections", "1001"}, {"password", "x"}}, ": \"1001\" is no value for \"max-connections\""},
-      {{{"password", ""}}, ": \"password\" must not be empty or begin with a blank"},
-      {{{"password", " x"}}, ": \"password\" must not be empty or begin with a blank"},
+      {{{"listen-port", "65536"}, {"password", "x"}}, ":3: \"65536\" is no value for \"listen-port\""},
+      {{{"listen-port", "-1"}, {"password", "x"}}, ":3: \"-1\" is no value for \"listen-port\""},
+      {{{"listen-port", "80a"}, {"password", "x"}}, ":3: \"80a\" is no value for \"listen-port\""},
+      {{{"listen-port", ""}, {"password", "x"}}, ":3: \"\" is no value for \"listen-port\""},
+      {{{"listen-ip", ""}, {"password", "x"}}, ":3: \"\" is no value for \"listen-ip\""},
+      {{{"max-connections", "0"}, {"password", "x"}}, ":3: \"0\" is no value for \"max-connections\""},
+      {{{"max-connections", "1001"}, {"password", "x"}}, ":3: \"1001\" is no value for \"max-connections\""},
+      {{{"password", ""}}, ":3: \"password\" must not be empty or begin with a blank"},
+      {{{"password", " x"}}, ":3: \"password\" must not be empty or begin with a blank"},
       {{{"listen-port", "0"}}, ": no \"password\" given"},
   };
   for (const auto& [parameters, message] : cases) {
@@ -196,7 +205,7 @@ TEST_F(ConsoleStart, PassesOverParametersThatItDoesNotKnowAndSaysSo) {
   WriteEventSocketConfiguration({{"listen-port", "0"}, {"password", "x"}, {"nat-map", "false"}});
   Start();
   EXPECT_TRUE(log.Has(test_support::warning_line(ConfigurationPath("event_socket.conf") +
-                                                 ": unknown parameter \"nat-map\" passed over\n")));
+                                                 ":4: unknown parameter \"nat-map\" passed over\n")));
 }
 
 TEST_F(ConsoleStart, LogsWrongPasswordsWithTheirSource) {

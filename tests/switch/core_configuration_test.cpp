@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <switch.h>
+#include <switch_configuration_check.h>
 
 #include "core/configuration.h"
 #include "core/variables.h"
@@ -221,8 +222,8 @@ TEST_F(Configuration, VarsXmlSkipsWhatItDoesNotUnderstand) {
         "<X-PRE-PROCESS cmd='set' data='good=yes'/></include>");
   Start();
   EXPECT_STREQ(switch_core_get_variable("good"), "yes");
-  EXPECT_TRUE(log().Has(warning_line(PathOf("vars.xml") + ": cmd \"exec\" is not known, ignored\n")));
-  EXPECT_TRUE(log().Has(warning_line(PathOf("vars.xml") + ": \"novalue\" is not name=value, ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(PathOf("vars.xml") + ":1: cmd \"exec\" is not known, ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(PathOf("vars.xml") + ":1: \"novalue\" is not name=value, ignored\n")));
 }
 
 TEST_F(Configuration, WithoutVarsXmlThereAreTheBuiltInVariables) {
@@ -279,8 +280,52 @@ TEST_F(Configuration, SettingsOfTheSwitchAreApplied) {
   Start();
   EXPECT_EQ(switch_core_session_ctl(SCSC_MAX_SESSIONS, nullptr), 12);
   EXPECT_EQ(switch_core_session_ctl(SCSC_LOGLEVEL, nullptr), SWITCH_LOG_NOTICE);
-  EXPECT_TRUE(log().Has(warning_line("switch.conf.xml: no setting \"nonsense\", ignored\n")));
-  EXPECT_TRUE(log().Has(warning_line("switch.conf.xml: \"high\" is no value of debug-level, ignored\n")));
+  EXPECT_TRUE(
+      log().Has(warning_line(PathOf("autoload_configs/switch.conf.xml") + ":1: no setting \"nonsense\", ignored\n")));
+  EXPECT_TRUE(log().Has(
+      warning_line(PathOf("autoload_configs/switch.conf.xml") + ":1: \"high\" is no value of debug-level, ignored\n")));
+}
+
+TEST_F(Configuration, ElementsAndAttributesThatNobodyReadsAreNamed) {
+  const std::string path = PathOf("autoload_configs/switch.conf.xml");
+  Write("autoload_configs/switch.conf.xml",
+        "<configuration name='switch.conf'>\n<settings>\n<parm name='loglevel' value='err'/>\n"
+        "<param name='debug-level' valeu='2'/>\n<param value='1'/>\n</settings>\n<setings/>\n</configuration>");
+  Write("vars.xml", "<include>\n<PRE-PROCESS cmd='set' data='a=b'/>\n</include>");
+  Start();
+  EXPECT_TRUE(log().Has(warning_line(path + ":3: expected <param>, not <parm>; ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(path + ":4: a <param> has no attribute \"valeu\", which is \"2\"; ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(path + ":5: a <param> needs \"name\"\n")));
+  EXPECT_TRUE(log().Has(warning_line(path + ":7: expected <settings>, not <setings>; ignored\n")));
+  EXPECT_TRUE(
+      log().Has(warning_line(PathOf("vars.xml") + ":2: expected <X-PRE-PROCESS>, not <PRE-PROCESS>; ignored\n")));
+}
+
+TEST_F(Configuration, MistakesAreNamedWhateverTheLogLevel) {
+  Write("autoload_configs/switch.conf.xml",
+        "<configuration name='switch.conf'><settings><param name='loglevel' value='crit'/>\n"
+        "<param name='debug-level' value='12x'/></settings></configuration>");
+  Start();
+  EXPECT_TRUE(log().Has(
+      warning_line(PathOf("autoload_configs/switch.conf.xml") + ":2: \"12x\" is no value of debug-level, ignored\n")));
+  EXPECT_EQ(switch_core_session_ctl(SCSC_LOGLEVEL, nullptr), SWITCH_LOG_CRIT);
+}
+
+TEST_F(Configuration, VariableNamesAreThoseSetAndThoseReferredTo) {
+  Write("vars.xml", "<include><!-- $${not_this} --><X-PRE-PROCESS cmd='set' data='set_here=$${below}'/></include>");
+  Write("dialplan/a.xml", "<include><!-- $${nor_this} -->$${in_the_dialplan}</include>");
+  Write("sip_profiles/a.xml", "<profile name='$${in_the_profile}'/>");
+  Start();
+  EXPECT_THAT(kvx_switch::VariableNames(), ElementsAre("below", "in_the_dialplan", "in_the_profile", "set_here"));
+}
+
+TEST_F(Xml, ElementsKnowTheirLine) {
+  switch_xml_t root = parse("<a>\n<b/>\n\n<c\n n='1'/></a>");
+  EXPECT_EQ(switch_xml_line(root), 1);
+  EXPECT_EQ(switch_xml_line(switch_xml_child(root, "b")), 2);
+  EXPECT_EQ(switch_xml_line(switch_xml_child(root, "c")), 4);
+  EXPECT_EQ(switch_xml_line(nullptr), 0);
+  switch_xml_free(root);
 }
 
 TEST_F(Configuration, BadCallLimitsFailTheStart) {
@@ -293,7 +338,7 @@ TEST_F(Configuration, BadCallLimitsFailTheStart) {
     EXPECT_NE(switch_core_init(0, SWITCH_FALSE, &error), SWITCH_STATUS_SUCCESS);
     return std::string(error);
   };
-  const std::string place = PathOf("autoload_configs/switch.conf.xml") + ": ";
+  const std::string place = PathOf("autoload_configs/switch.conf.xml") + ":1: ";
   EXPECT_EQ(error_of("max-sessions", "0"), place + "\"max-sessions\" is \"0\", not a number from 1 to 1000000");
   EXPECT_EQ(error_of("max-sessions", "10k"), place + "\"max-sessions\" is \"10k\", not a number from 1 to 1000000");
   EXPECT_EQ(error_of("sessions-per-second", ""),

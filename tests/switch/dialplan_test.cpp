@@ -131,6 +131,17 @@ TEST_F(DialplanFiles, MistakesNameFileAndLine) {
   EXPECT_EQ(regex.compare(0, 19, "2: expression \"(\": ", 19), 0) << regex;
 }
 
+TEST_F(DialplanFiles, EveryMistakeIsNamed) {
+  const std::string all = ErrorOf(
+      "<include>\n<contxt/>\n<context name=\"c\">\n<extension name=\"e\" contine=\"true\">\n</extension>\n"
+      "<extension name=\"f\" continue=\"yes\">\n</extension>\n<extension name=\"g\"><condition>\n"
+      "<action application=\"fly\"/>\n<action application=\"answer\" dta=\"\"/></condition></extension>\n"
+      "</context></include>");
+  EXPECT_EQ(all, "2: expected <context>, not <contxt>\n" + path_ + ":4: an <extension> has no attribute \"contine\"\n" +
+                     path_ + ":6: \"continue\" is \"yes\", not \"true\" or \"false\"\n" + path_ +
+                     ":9: there is no application \"fly\"\n" + path_ + ":10: an <action> has no attribute \"dta\"");
+}
+
 TEST_F(DialplanFiles, MissingDirectoryIsNamed) {
   EXPECT_EQ(Dialplan::Load(directory_.Path() + "/none", error_), nullptr);
   EXPECT_EQ(error_, directory_.Path() + "/none: cannot be listed: No such file or directory");

@@ -91,6 +91,13 @@ TEST_F(SipProfileFile, ValuesOutOfRangeAreNamedWithFileAndLine) {
   }
 }
 
+TEST_F(SipProfileFile, EveryMistakeIsNamed) {
+  EXPECT_FALSE(Load("\n" + Param("sip-port", "x") + "\n" + Param("sid", "y") + "\n<param name=\"context\"/>"));
+  EXPECT_EQ(error_, path_ + ":4: \"sip-port\" is \"x\", not a number from 0 to 65535\n" + path_ +
+                        ":6: \"sid\" is \"y\", not \"true\" or \"false\"\n" + path_ +
+                        ":8: a \"param\" needs \"name\" and \"value\"");
+}
+
 TEST_F(SipProfileFile, MalformedFilesAreNamedWithTheirLine) {
   EXPECT_FALSE(Load("<param name=\"sip-ip\" value=\"127.0.0.1\">"));
   EXPECT_EQ(error_, path_ + ":4: mismatched tag");

@@ -241,7 +241,7 @@ TEST_F(SipStart, MistakesInTheConfigurationAreNamed) {
                    "<profile name=\"internal\"><settings><param name=\"context\" value=\"no\"/>"
                    "</settings></profile>");
   EXPECT_FALSE(StartSip(error));
-  EXPECT_THAT(error, HasSubstr("internal.xml: context \"no\" is in no file of"));
+  EXPECT_THAT(error, HasSubstr("internal.xml:1: context \"no\" is in no file of"));
   directory_.Write("dialplan/default.xml", "<context>");
   EXPECT_FALSE(StartSip(error));
   EXPECT_THAT(error, HasSubstr("default.xml:1: "));

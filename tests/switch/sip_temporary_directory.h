@@ -2,28 +2,15 @@
 
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 
-#include <stdlib.h>
+#include "support/process_child.h"
 
 namespace kvx_switch {
 
 /// A directory for one test, removed with everything in it.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "kvx_switch_test_XXXXXX").string();
-    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary directory: " + name);
-    path_ = name;
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
   const std::string& Path() const { return path_; }
 
   /// Writes a file, making the directories above it; returns its path.
@@ -35,7 +22,8 @@ class TemporaryDirectory {
   }
 
  private:
-  std::string path_;
+  test_support::TemporaryDirectory directory_;
+  std::string path_ = directory_.Path().string();
 };
 
 }  // namespace kvx_switch

@@ -2,6 +2,7 @@
 
 #include "address_text.h"
 #include "driver_registry.h"
+#include "kelvaro/jsr309/configuration_check.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
@@ -46,34 +47,54 @@ void AddDriverSetting(const std::string& name, const ptree& node, MediaServerSet
   for (const auto& [child, value] : node) AddDriverSetting(name + "." + child, value, settings);
 }
 
+/// Gathers what Refuse throws, so that one mistake does not hide the next.
+class Mistakes {
+ public:
+  template <typename Reader>
+  void Try(Reader read) {
+    try {
+      read();
+    } catch (const SettingError& refused) {
+      found_.push_back(refused);
+    }
+  }
+  void Add(SettingError mistake) { found_.push_back(std::move(mistake)); }
+  const std::vector<SettingError>& Found() const { return found_; }
+
+ private:
+  std::vector<SettingError> found_;
+};
+
 /// Reads one media_server element, child by child.
 class ServerReader {
  public:
-  ServerReader(ServerConfiguration& server, unsigned request_timeout_ms) : server_(server) {
+  ServerReader(ServerConfiguration& server, unsigned request_timeout_ms, Mistakes& mistakes)
+      : server_(server), mistakes_(mistakes) {
     server_.driver = kEmbeddedDriver;
     server_.settings.request_timeout_ms = request_timeout_ms;
   }
 
   void Read(const ptree& node) {
-    for (const auto& [name, child] : node) ReadChild(name, child);
-    if (!IsKnownMediaServerDriver(server_.driver)) Refuse(Path("driver"), server_.driver, "no such driver");
-    if (server_.settings.mac.empty()) Refuse(Path("mac"), "", "missing");
-    if (server_.settings.addresses.empty()) Refuse(Path("address"), "", "missing");
+    for (const auto& entry : node) mistakes_.Try([&] { ReadChild(entry.first, entry.second); });
+    if (!IsKnownMediaServerDriver(server_.driver)) mistakes_.Add({Path("driver"), server_.driver, "no such driver"});
+    for (const char* name : {"mac", "address"}) {
+      if (!Seen(name)) mistakes_.Add({Path(name), "", "missing"});
+    }
     if (server_.settings.rtp_port_min >= server_.settings.rtp_port_max) {
-      Refuse(Path("rtp_port_min"), std::to_string(server_.settings.rtp_port_min),
-             "not below rtp_port_max, which is " + std::to_string(server_.settings.rtp_port_max));
+      mistakes_.Add({Path("rtp_port_min"), std::to_string(server_.settings.rtp_port_min),
+                     "not below rtp_port_max, which is " + std::to_string(server_.settings.rtp_port_max)});
     }
   }
 
  private:
+  bool Seen(const std::string& name) const { return std::find(seen_.begin(), seen_.end(), name) != seen_.end(); }
+
   std::string Path(const std::string& name) const { return server_.element + "." + name; }
 
   void ReadChild(const std::string& name, const ptree& child) {
     MediaServerSettings& settings = server_.settings;
     const std::string path = Path(name);
-    if (name != "address" && std::find(seen_.begin(), seen_.end(), name) != seen_.end()) {
-      Refuse(path, child.data(), "given twice");
-    }
+    if (name != "address" && Seen(name)) Refuse(path, child.data(), "given twice");
     seen_.push_back(name);
     if (name == "driver") {
       server_.driver = child.data();
@@ -101,53 +122,59 @@ class ServerReader {
   }
 
   ServerConfiguration& server_;
+  Mistakes& mistakes_;
   std::vector<std::string> seen_;
 };
 
-void RefuseDuplicates(const std::vector<ServerConfiguration>& servers) {
+void FindDuplicates(const std::vector<ServerConfiguration>& servers, Mistakes& mistakes) {
   for (size_t i = 0; i < servers.size(); ++i) {
     const ServerConfiguration& server = servers[i];
     const auto& addresses = server.settings.addresses;
     for (size_t a = 0; a < addresses.size(); ++a) {
       for (size_t b = 0; b < a; ++b) {
-        if (SameIp(addresses[a], addresses[b])) Refuse(server.element + ".address", addresses[a], "given twice");
+        if (SameIp(addresses[a], addresses[b]))
+          mistakes.Add({server.element + ".address", addresses[a], "given twice"});
       }
     }
     for (size_t j = 0; j < i; ++j) {
       const ServerConfiguration& former = servers[j];
-      if (server.settings.mac == former.settings.mac) {
-        Refuse(server.element + ".mac", server.settings.mac, "already that of " + former.element);
+      if (!server.settings.mac.empty() && server.settings.mac == former.settings.mac) {
+        mistakes.Add({server.element + ".mac", server.settings.mac, "already that of " + former.element});
       }
       for (const std::string& address : addresses) {
         for (const std::string& taken : former.settings.addresses) {
-          if (SameIp(address, taken)) Refuse(server.element + ".address", address, "already that of " + former.element);
+          if (!SameIp(address, taken)) continue;
+          mistakes.Add({server.element + ".address", address, "already that of " + former.element});
         }
       }
     }
   }
 }
 
-void ReadServers(const ptree& media_servers, Configuration& configuration) {
+void ReadServers(const ptree& media_servers, Configuration& configuration, Mistakes& mistakes) {
   unsigned request_timeout_ms = MediaServerSettings().request_timeout_ms;
-  for (const auto& [name, child] : media_servers) {
+  for (const auto& entry : media_servers) {
+    const std::string& name = entry.first;
     const std::string path = std::string(kServers) + "." + name;
-    if (name == "request_timeout_ms") {
-      request_timeout_ms = Number(path, child, 1, kMaxRequestTimeoutMs);
-    } else if (name == "lost_events_per_second") {
-      configuration.lost_events_per_second = Number(path, child, 1, kMaxLostEventsPerSecond);
-    } else if (name != "media_server") {
-      Refuse(path, child.data(), "not known");
-    }
+    mistakes.Try([&] {
+      if (name == "request_timeout_ms") {
+        request_timeout_ms = Number(path, entry.second, 1, kMaxRequestTimeoutMs);
+      } else if (name == "lost_events_per_second") {
+        configuration.lost_events_per_second = Number(path, entry.second, 1, kMaxLostEventsPerSecond);
+      } else if (name != "media_server") {
+        Refuse(path, entry.second.data(), "not known");
+      }
+    });
   }
   for (const auto& [name, child] : media_servers) {
     if (name != "media_server") continue;
     configuration.servers.emplace_back();
     ServerConfiguration& server = configuration.servers.back();
     server.element = std::string(kServers) + ".media_server[" + std::to_string(configuration.servers.size()) + "]";
-    ServerReader(server, request_timeout_ms).Read(child);
+    ServerReader(server, request_timeout_ms, mistakes).Read(child);
   }
-  if (configuration.servers.empty()) Refuse(std::string(kServers) + ".media_server", "", "missing");
-  RefuseDuplicates(configuration.servers);
+  if (configuration.servers.empty()) mistakes.Add({std::string(kServers) + ".media_server", "", "missing"});
+  FindDuplicates(configuration.servers, mistakes);
 }
 
 ptree ReadXml(const std::string& path) {
@@ -162,23 +189,43 @@ ptree ReadXml(const std::string& path) {
   return tree;
 }
 
-}  // namespace
-
-bool ReadConfiguration(const std::string& path, Configuration& configuration, std::string& error) {
-  configuration = Configuration();
+void ReadFile(const std::string& path, Configuration& configuration, Mistakes& mistakes) {
   try {
     const ptree tree = ReadXml(path);
     if (!tree.get_child_optional("jsr309")) Refuse("jsr309", "", "missing");
     const auto media_servers = tree.get_child_optional(kServers);
     if (!media_servers) Refuse(kServers, "", "missing");
-    ReadServers(*media_servers, configuration);
-    return true;
+    ReadServers(*media_servers, configuration, mistakes);
   } catch (const SettingError& refused) {
-    error = DescribeSettingError(path, refused);
+    mistakes.Add(refused);
   } catch (const std::exception& failure) {
-    error = DescribeSettingError(path, {"", "", failure.what()});
+    mistakes.Add({"", "", failure.what()});
   }
+}
+
+}  // namespace
+
+bool ReadConfiguration(const std::string& path, Configuration& configuration, std::string& error) {
+  configuration = Configuration();
+  Mistakes mistakes;
+  ReadFile(path, configuration, mistakes);
+  if (mistakes.Found().empty()) return true;
+  error = DescribeSettingError(path, mistakes.Found().front());
   return false;
+}
+
+std::vector<SettingError> CheckConfiguration(const std::string& path) {
+  Configuration configuration;
+  Mistakes mistakes;
+  ReadFile(path, configuration, mistakes);
+  for (const ServerConfiguration& server : configuration.servers) {
+    const std::shared_ptr<MediaServerDriver> driver = MakeMediaServerDriver(server.driver);
+    for (SettingError& mistake : driver ? driver->Check(server.settings) : std::vector<SettingError>()) {
+      mistake.element = server.element + (mistake.element.empty() ? "" : "." + mistake.element);
+      mistakes.Add(std::move(mistake));
+    }
+  }
+  return mistakes.Found();
 }
 
 std::string DescribeSettingError(const std::string& path, const SettingError& error) {

@@ -24,11 +24,13 @@
 #include "core/log.h"
 #include "core/session.h"
 #include "core/variables.h"
+#include "operate/configuration_check.h"
 #include "sip/sip_front.h"
 
 namespace kvx_switch {
 namespace {
 
+constexpr int kConfigurationMistakes = 2;      // exit code of --check
 constexpr std::chrono::seconds kPatience{20};  // with calls that do not end, before the switch leaves them
 
 struct Options {
@@ -38,6 +40,7 @@ struct Options {
   std::string pid_file;
   std::string ready_file;
   std::vector<std::pair<std::string, std::string>> variables;
+  bool check = false;
 };
 
 void PrintHelp() {
@@ -49,6 +52,7 @@ void PrintHelp() {
                "  --mod DIR          directory of the loadable modules (default: mod beside the program's directory)\n"
                "  --log-level LEVEL  debug, info, notice, warning, err or crit (default: that of switch.conf)\n"
                "  --set NAME=VALUE   sets $${NAME} of the configuration files, before vars.xml; may be repeated\n"
+               "  --check            names every mistake in the configuration and ends; exit code 2 when there is any\n"
                "  --pid-file FILE    writes the process id there\n"
                "  --ready-file FILE  writes the addresses there, once everything listens\n"
                "  --help             shows this text\n"
@@ -82,6 +86,7 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exit_code) {
                                     {"mod", required_argument, nullptr, 'm'},
                                     {"log-level", required_argument, nullptr, 'l'},
                                     {"set", required_argument, nullptr, 's'},
+                                    {"check", no_argument, nullptr, 'k'},
                                     {"pid-file", required_argument, nullptr, 'p'},
                                     {"ready-file", required_argument, nullptr, 'r'},
                                     {"help", no_argument, nullptr, 'h'},
@@ -95,6 +100,9 @@ bool ParseOptions(int argc, char** argv, Options& options, int& exit_code) {
         break;
       case 'm':
         options.mod_dir = optarg;
+        break;
+      case 'k':
+        options.check = true;
         break;
       case 'p':
         options.pid_file = optarg;
@@ -253,6 +261,27 @@ int Serve(const Options& options, EndSignals& signals) {
   return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+/// Prints the mistakes that a start would complain of.
+int Check(const Options& options) {
+  std::vector<std::string> mistakes = FindUnknownVariables(options.variables);
+  for (std::string& mistake : FindConfigurationMistakes()) mistakes.push_back(std::move(mistake));
+  for (const std::string& mistake : mistakes) std::cout << mistake << "\n";
+  if (mistakes.empty()) {
+    std::cout << SWITCH_GLOBAL_dirs.conf_dir << ": no mistake found\n";
+    return EXIT_SUCCESS;
+  }
+  std::cout << SWITCH_GLOBAL_dirs.conf_dir << ": " << mistakes.size()
+            << (mistakes.size() == 1 ? " mistake\n" : " mistakes\n");
+  return kConfigurationMistakes;
+}
+
+/// A mistyped name would leave the value it was meant for as it is.
+bool CheckVariableNames(const Options& options) {
+  const std::vector<std::string> unknown = FindUnknownVariables(options.variables);
+  for (const std::string& line : unknown) Complain(line);
+  return unknown.empty();
+}
+
 int Main(int argc, char** argv) {
   Options options;
   int exit_code = EXIT_FAILURE;
@@ -260,6 +289,8 @@ int Main(int argc, char** argv) {
   EndSignals signals;
   if (!SetDirectories(options)) return EXIT_FAILURE;
   for (const auto& [name, value] : options.variables) OverrideVariable(name, value);
+  if (options.check) return Check(options);
+  if (!CheckVariableNames(options)) return EXIT_FAILURE;
   const char* reason = "";
   if (switch_core_init_and_modload(0, SWITCH_TRUE, &reason) != SWITCH_STATUS_SUCCESS) {
     Complain(std::string("cannot start: ") + reason);

@@ -28,39 +28,39 @@ bool Parse(const std::string& text, const MillisecondSetting& setting, std::chro
   return number >= setting.shortest && number <= setting.longest;
 }
 
-bool ReadDriverSettings(const MediaServerSettings& settings, EmbeddedSettings& embedded, SettingError& error) {
+std::vector<SettingError> ReadDriverSettings(const MediaServerSettings& settings, EmbeddedSettings& embedded) {
+  std::vector<SettingError> errors;
   for (const auto& [element, value] : settings.driver_settings) {
     const auto* const found =
         std::find_if(std::begin(kMillisecondSettings), std::end(kMillisecondSettings),
                      [&name = element](const MillisecondSetting& setting) { return name == setting.element; });
     if (found == std::end(kMillisecondSettings)) {
-      error = {element, value, "not known to the embedded media server"};
-      return false;
-    }
-    if (!Parse(value, *found, embedded.*found->value)) {
-      error = {element, value,
-               "not a number of milliseconds from " + std::to_string(found->shortest) + " to " +
-                   std::to_string(found->longest)};
-      return false;
+      errors.push_back({element, value, "not known to the embedded media server"});
+    } else if (!Parse(value, *found, embedded.*found->value)) {
+      errors.push_back({element, value,
+                        "not a number of milliseconds from " + std::to_string(found->shortest) + " to " +
+                            std::to_string(found->longest)});
     }
   }
-  return true;
+  return errors;
 }
 
-/// What is right for other drivers and is not for this one.
-bool CheckServerSettings(const MediaServerSettings& settings, SettingError& error) {
+/// What is right for other drivers and is not for this one; with `bind`, also whether the first address is ours.
+std::vector<SettingError> CheckServerSettings(const MediaServerSettings& settings, bool bind) {
+  std::vector<SettingError> errors;
   for (const std::string& address : settings.addresses) {
-    const bool bound = &address == &settings.addresses.front();
+    const bool bound = bind && &address == &settings.addresses.front();
     const media_engine::Outcome outcome = media_engine::CheckServerAddress(address, bound);
-    if (outcome) continue;
-    error = {"address", address, outcome.reason};
-    return false;
+    if (!outcome) errors.push_back({"address", address, outcome.reason});
   }
-  if (settings.rtp_port_min % 2 == 0 || settings.rtp_port_max - settings.rtp_port_min >= 2) return true;
-  error = {
-      "rtp_port_min", std::to_string(settings.rtp_port_min),
-      "no even port with the odd one above it up to rtp_port_max, which is " + std::to_string(settings.rtp_port_max)};
-  return false;
+  // A range that is upside down is the library's to name.
+  const int range = settings.rtp_port_max - settings.rtp_port_min;
+  if (settings.rtp_port_min % 2 != 0 && range > 0 && range < 2) {
+    errors.push_back({"rtp_port_min", std::to_string(settings.rtp_port_min),
+                      "no even port with the odd one above it up to rtp_port_max, which is " +
+                          std::to_string(settings.rtp_port_max)});
+  }
+  return errors;
 }
 
 /// Its servers share one engine, so that endpoints can be imported from one into another.
@@ -71,12 +71,24 @@ class EmbeddedDriver : public MediaServerDriver {
   std::unique_ptr<MediaServer> Open(const MediaServerSettings& settings, MediaServerObserver& observer,
                                     const std::shared_ptr<GuardedLogger>& logger, SettingError& error) override {
     EmbeddedSettings embedded;
-    if (!ReadDriverSettings(settings, embedded, error) || !CheckServerSettings(settings, error)) return nullptr;
+    std::vector<SettingError> errors = ReadDriverSettings(settings, embedded);
+    if (errors.empty()) errors = CheckServerSettings(settings, true);
+    if (!errors.empty()) {
+      error = std::move(errors.front());
+      return nullptr;
+    }
     auto server = std::make_unique<EmbeddedServer>(settings, observer, logger);
     std::string reason;
     if (server->Start(engine_, embedded, reason)) return server;
     error = {"", settings.addresses.front(), reason};
     return nullptr;
+  }
+
+  std::vector<SettingError> Check(const MediaServerSettings& settings) override {
+    EmbeddedSettings ignored;
+    std::vector<SettingError> errors = ReadDriverSettings(settings, ignored);
+    for (SettingError& error : CheckServerSettings(settings, false)) errors.push_back(std::move(error));
+    return errors;
   }
 
  private:

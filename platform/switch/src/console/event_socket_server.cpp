@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "console/event_feed.h"
+#include "console/event_socket_address.h"
 
 namespace kvx_switch {
 namespace {
@@ -26,18 +27,7 @@ constexpr int kBacklog = 32;
 /// After accept() failed for want of descriptors the arrival is still there; without a pause the loop would spin.
 constexpr int kPauseWhenExhaustedMs = 100;
 
-const char* const kPasswordsEverybodyKnows[] = {"kelvaro", "ClueCon"};
-
 const char kRefusal[] = "Content-Type: text/rude-rejection\nContent-Length: 22\n\nToo many connections.\n";
-
-bool is_loopback(const sockaddr* address) {
-  if (address->sa_family == AF_INET) {
-    const auto* ipv4 = reinterpret_cast<const sockaddr_in*>(address);
-    return (ntohl(ipv4->sin_addr.s_addr) >> 24) == IN_LOOPBACKNET;
-  }
-  const in6_addr& ipv6 = reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr;
-  return IN6_IS_ADDR_LOOPBACK(&ipv6) || (IN6_IS_ADDR_V4MAPPED(&ipv6) && ipv6.s6_addr[12] == IN_LOOPBACKNET);
-}
 
 std::string host_and_port(const std::string& host, const std::string& port) {
   const bool ipv6 = host.find(':') != std::string::npos;
@@ -50,24 +40,6 @@ std::string to_text(const sockaddr_storage& address, socklen_t length) {
   getnameinfo(reinterpret_cast<const sockaddr*>(&address), length, host, sizeof(host), port, sizeof(port),
               NI_NUMERICHOST | NI_NUMERICSERV);
   return host_and_port(host, port);
-}
-
-using Addresses = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
-
-/// Numeric addresses only: the switch must not wait for a name server to come up.
-Addresses resolve(const std::string& host, const std::string& port) {
-  addrinfo hints{};
-  hints.ai_socktype = SOCK_STREAM;
-  hints.ai_flags = AI_PASSIVE | AI_NUMERICHOST | AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  const std::string numeric = host == "localhost" ? "127.0.0.1" : host;
-  if (getaddrinfo(numeric.c_str(), port.c_str(), &hints, &found) != 0) found = nullptr;
-  return Addresses(found, &freeaddrinfo);
-}
-
-bool is_known_to_everybody(const std::string& password) {
-  return std::any_of(std::begin(kPasswordsEverybodyKnows), std::end(kPasswordsEverybodyKnows),
-                     [&password](const char* known) { return password == known; });
 }
 
 }  // namespace
@@ -112,12 +84,12 @@ bool EventSocketServer::Listen(std::string& error) {
   const std::string port = std::to_string(settings_.listen_port);
   const std::string wanted = host_and_port(settings_.listen_ip, port);
   const std::string failed = settings_.source + ": cannot listen on " + wanted + ": ";
-  const Addresses addresses = resolve(settings_.listen_ip, port);
+  const SocketAddresses addresses = ResolveListenAddress(settings_.listen_ip, port);
   if (!addresses) {
     error = failed + "\"" + settings_.listen_ip + "\" is not an IP address";
     return false;
   }
-  if (!is_loopback(addresses->ai_addr) && is_known_to_everybody(settings_.password)) {
+  if (!IsLoopback(addresses->ai_addr) && IsKnownToEverybody(settings_.password)) {
     error = failed + "the password is one that everybody knows, which is accepted on loopback addresses only";
     return false;
   }

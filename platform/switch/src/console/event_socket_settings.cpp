@@ -6,6 +6,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "console/event_socket_address.h"
 #include "core/configuration.h"
 
 namespace kvx_switch {
@@ -22,31 +23,81 @@ bool parse_number(const std::string& text, unsigned lowest, unsigned highest, un
   return parsed.ec == std::errc() && parsed.ptr == end && number >= lowest && number <= highest;
 }
 
-/// False when the value makes no sense for the name.
-bool apply(const std::string& name, const std::string& value, EventSocketSettings& settings) {
+enum class Applied { kDone, kNoValue, kUnknown };
+
+Applied as(bool valid) {
+  return valid ? Applied::kDone : Applied::kNoValue;
+}
+
+Applied apply(const std::string& name, const std::string& value, EventSocketSettings& settings) {
   unsigned number = 0;
   if (name == "listen-ip") {
     settings.listen_ip = value;
-    return !value.empty();
+    return as(ResolveListenAddress(value, "0") != nullptr);
   }
   if (name == "listen-port") {
     const bool valid = parse_number(value, 0, kHighestPort, number);
     settings.listen_port = static_cast<uint16_t>(number);
-    return valid;
+    return as(valid);
   }
   if (name == "password") {
     settings.password = value;
-    return !value.empty() && value.find_first_of("\r\n") == std::string::npos && value.front() != ' ';
+    return as(!value.empty() && value.find_first_of("\r\n") == std::string::npos && value.front() != ' ');
   }
   if (name == "max-connections") {
     const bool valid = parse_number(value, 1, kMostConnections, number);
     settings.max_connections = number;
-    return valid;
+    return as(valid);
   }
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: unknown parameter \"%s\" passed over\n",
-                    settings.source.c_str(), name.c_str());
-  return true;
+  return Applied::kUnknown;
 }
+
+/// Reads the parameters and gathers every mistake in them.
+class SettingsReader {
+ public:
+  explicit SettingsReader(EventSocketSettings& settings)
+      : settings_(settings), address_place_(settings.source + ": "), password_place_(settings.source + ": ") {}
+
+  void Read(switch_xml_t parameter) {
+    const std::string name = switch_xml_attr_soft(parameter, "name");
+    const std::string value = switch_xml_attr_soft(parameter, "value");
+    const std::string place = At(settings_.source, parameter);
+    if (name == "listen-ip") address_place_ = place;
+    if (name == "password") password_place_ = place;
+    given_password_ = given_password_ || name == "password";
+    switch (apply(name, value, settings_)) {
+      case Applied::kDone:
+        break;
+      case Applied::kNoValue:
+        AddLine(mistakes_, place + (name == "password" ? "\"password\" must not be empty or begin with a blank"
+                                                       : "\"" + value + "\" is no value for \"" + name + "\""));
+        break;
+      case Applied::kUnknown:
+        switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sunknown parameter \"%s\" passed over\n",
+                          place.c_str(), name.c_str());
+    }
+  }
+
+  /// What only the whole can tell; then all mistakes.
+  std::string Finish() {
+    if (!given_password_) AddLine(mistakes_, settings_.source + ": no \"password\" given");
+    const SocketAddresses address = ResolveListenAddress(settings_.listen_ip, "0");
+    if (address && !IsLoopback(address->ai_addr) && IsKnownToEverybody(settings_.password)) {
+      AddLine(mistakes_, password_place_ + "the password \"" + settings_.password +
+                             "\" is one that everybody knows, which is accepted on loopback addresses only");
+      AddLine(mistakes_, address_place_ + "\"listen-ip\" is " + settings_.listen_ip +
+                             ", which is not one: set a password of your own or listen on 127.0.0.1");
+    }
+    return mistakes_;
+  }
+
+ private:
+  EventSocketSettings& settings_;
+  std::string address_place_;
+  std::string password_place_;
+  bool given_password_ = false;
+  std::string mistakes_;
+};
 
 std::string why_unreadable(const std::string& file) {
   if (!FileExists(file)) return file + ": no such file";
@@ -65,20 +116,14 @@ bool ReadEventSocketSettings(EventSocketSettings& settings, std::string& error) 
     error = why_unreadable(settings.source);
     return false;
   }
+  WarnOfUnread(settings.source, configuration, "settings", {"param", {"name", "value"}});
+  SettingsReader reader(settings);
   for (switch_xml_t parameter = switch_xml_child(switch_xml_child(configuration, "settings"), "param");
        parameter != nullptr; parameter = switch_xml_next(parameter)) {
-    const std::string name = switch_xml_attr_soft(parameter, "name");
-    const std::string value = switch_xml_attr_soft(parameter, "value");
-    if (apply(name, value, settings)) continue;
-    error = settings.source + ": \"" + value + "\" is no value for \"" + name + "\"";
-    if (name == "password") error = settings.source + ": \"password\" must not be empty or begin with a blank";
-    return false;
+    reader.Read(parameter);
   }
-  if (settings.password.empty()) {
-    error = settings.source + ": no \"password\" given";
-    return false;
-  }
-  return true;
+  error = reader.Finish();
+  return error.empty();
 }
 
 }  // namespace kvx_switch

@@ -48,16 +48,16 @@ switch_xml_t parse(const std::string& path, const std::string& text, std::string
 }
 
 /// One X-PRE-PROCESS element: name=value. A value may refer to variables set before it.
-void set_variable(const std::string& path, const std::string& data) {
+void set_variable(const std::string& place, const std::string& data) {
   const size_t equals = data.find('=');
   if (equals == std::string::npos || equals == 0) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: \"%s\" is not name=value, ignored\n", path.c_str(),
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\" is not name=value, ignored\n", place.c_str(),
                       data.c_str());
     return;
   }
   const std::string value = ExpandVariables(data.substr(equals + 1), [&](const std::string& name, size_t) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: \"%s\": no variable \"%s\" yet, taken as empty\n",
-                      path.c_str(), data.c_str(), name.c_str());
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\": no variable \"%s\" yet, taken as empty\n",
+                      place.c_str(), data.c_str(), name.c_str());
   });
   SetConfiguredVariable(data.substr(0, equals), value);
 }
@@ -73,7 +73,7 @@ bool ReadVariables(std::string& error) {
   set_built_in("conf_dir", SWITCH_GLOBAL_dirs.conf_dir);
   set_built_in("mod_dir", SWITCH_GLOBAL_dirs.mod_dir);
   set_built_in("log_dir", SWITCH_GLOBAL_dirs.log_dir);
-  const std::string path = conf_dir() + "/vars.xml";
+  const std::string path = VariablesPath();
   if (!FileExists(path)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "No %s: no variables beyond the built-in ones\n",
                       path.c_str());
@@ -84,17 +84,22 @@ bool ReadVariables(std::string& error) {
   // Not expanded as a whole: a value may refer to a variable that an earlier line sets.
   switch_xml_t tree = parse(path, text, error);
   if (!tree) return false;
+  WarnOfUnread(path, tree, {"X-PRE-PROCESS", {"cmd", "data"}});
   for (switch_xml_t at = switch_xml_child(tree, "X-PRE-PROCESS"); at; at = at->next) {
     const std::string command = switch_xml_attr_soft(at, "cmd");
     if (command == "set") {
-      set_variable(path, switch_xml_attr_soft(at, "data"));
+      set_variable(At(path, at), switch_xml_attr_soft(at, "data"));
     } else {
-      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: cmd \"%s\" is not known, ignored\n", path.c_str(),
-                        command.c_str());
+      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%scmd \"%s\" is not known, ignored\n",
+                        At(path, at).c_str(), command.c_str());
     }
   }
   switch_xml_free(tree);
   return true;
+}
+
+std::string VariablesPath() {
+  return conf_dir() + "/vars.xml";
 }
 
 std::string ConfigurationPath(const std::string& name) {
@@ -122,6 +127,11 @@ std::vector<std::string> SectionFiles(const std::string& section) {
   }
   std::sort(files.begin(), files.end());
   return files;
+}
+
+switch_xml_t ParseXmlFileAsItIs(const std::string& path, std::string& error) {
+  std::string text;
+  return read_file(path, text, error) ? parse(path, text, error) : nullptr;
 }
 
 switch_xml_t ParseXmlFile(const std::string& path, std::string& error) {

@@ -39,8 +39,17 @@ char* joined(const char* directory, const char* name) {
   return switch_mprintf("%s/%s", directory, name);
 }
 
+bool is_whole_number(const std::string& text) {
+  return !text.empty() && text.size() <= 9 && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 /// One <param> of switch.conf.xml.
-void apply_setting(const std::string& name, const char* value) {
+void apply_setting(const std::string& place, const std::string& name, const char* value, std::string& error) {
+  if (IsCallLimit(name)) {
+    std::string mistake;
+    if (!SetCallLimit(name, value, mistake) && error.empty()) error = place + mistake;
+    return;
+  }
   if (name == "loglevel") {
     const switch_log_level_t level = switch_log_str2level(value);
     if (level != SWITCH_LOG_INVALID) {
@@ -48,21 +57,23 @@ void apply_setting(const std::string& name, const char* value) {
       return;
     }
   } else if (name == "debug-level") {
-    if (!zstr(value) && switch_is_number(value)) {
+    if (is_whole_number(value) && atoi(value) <= 10) {
       SetDebugLevel(atoi(value));
       return;
     }
   } else {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "switch.conf.xml: no setting \"%s\", ignored\n",
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sno setting \"%s\", ignored\n", place.c_str(),
                       name.c_str());
     return;
   }
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "switch.conf.xml: \"%s\" is no value of %s, ignored\n",
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\" is no value of %s, ignored\n", place.c_str(),
                     value, name.c_str());
 }
 
+}  // namespace
+
 /// The file may be missing; then everything is as usual.
-bool read_settings(std::string& error) {
+bool ReadSwitchSettings(std::string& error) {
   const std::string path = ConfigurationPath("switch.conf");
   if (!FileExists(path)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "No %s: usual settings\n", path.c_str());
@@ -70,19 +81,20 @@ bool read_settings(std::string& error) {
   }
   switch_xml_t root = ParseXmlFile(path, error);
   if (!root) return false;
+  WarnOfUnread(path, root, "settings", {"param", {"name", "value"}});
   switch_xml_t settings = switch_xml_child(root, "settings");
-  for (switch_xml_t at = switch_xml_child(settings, "param"); at; at = at->next) {
-    const std::string name = switch_xml_attr_soft(at, "name");
-    if (!IsCallLimit(name)) {
-      apply_setting(name, switch_xml_attr_soft(at, "value"));
-    } else if (!SetCallLimit(name, switch_xml_attr_soft(at, "value"), error)) {
-      error = path + ": " + error;
-      break;
+  // The level last: what is wrong with the others is to be seen whatever it is.
+  for (const bool level : {false, true}) {
+    for (switch_xml_t at = switch_xml_child(settings, "param"); at; at = at->next) {
+      const std::string name = switch_xml_attr_soft(at, "name");
+      if ((name == "loglevel") == level) apply_setting(At(path, at), name, switch_xml_attr_soft(at, "value"), error);
     }
   }
   switch_xml_free(root);
   return error.empty();
 }
+
+namespace {
 
 /// The switch's own commands live in a module record like any other's.
 void add_own_module() {
@@ -141,7 +153,7 @@ bool start(bool console, std::string& error) {
   StartEvents();
   SessionManager::Get().Start();
   add_own_module();
-  if (ReadVariables(error) && read_settings(error)) return true;
+  if (ReadVariables(error) && ReadSwitchSettings(error)) return true;
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_CRIT, "%s\n", error.c_str());
   end_services();
   return false;

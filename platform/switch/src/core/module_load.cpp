@@ -1,6 +1,7 @@
 #include "core/module_load.h"
 
 #include <dlfcn.h>
+#include <switch_configuration_check.h>
 
 #include "core/completion.h"
 #include "core/event.h"
@@ -60,7 +61,15 @@ bool open_library(Module& module, std::string& error) {
   return true;
 }
 
+/// Its mistakes in the log come before what the load makes of them.
+void check_configuration(const Module& module) {
+  std::string error;
+  if (!CheckModuleConfiguration(module.library, module.name, error))
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
+}
+
 bool run_load(Module& module, std::string& error) {
+  check_configuration(module);
   const CompletionOwner owner(module.name);
   switch_status_t status = SWITCH_STATUS_FALSE;
   std::string what;
@@ -95,6 +104,15 @@ void run_runtime(Module* module) {
 }
 
 }  // namespace
+
+bool CheckModuleConfiguration(void* library, const std::string& name, std::string& error) {
+  const auto check = reinterpret_cast<switch_module_check_configuration_func_t>(
+      dlsym(library, (name + "_check_configuration").c_str()));
+  std::string what;
+  if (!check || RunGuarded([&] { check(); }, what)) return true;
+  error = "An exception left the configuration check of module " + name + ": " + what;
+  return false;
+}
 
 std::shared_ptr<Module> BringIn(const std::string& name, const std::string& path, std::string& error) {
   auto module = std::make_shared<Module>();

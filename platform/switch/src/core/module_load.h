@@ -20,4 +20,11 @@ bool RunShutdown(Module& module, bool& threw);
 
 void StartRuntime(Module& module);
 
+/// Has the library's optional NAME_check_configuration log the mistakes in the module's files. False and `error` when
+/// an exception leaves it.
+bool CheckModuleConfiguration(void* library, const std::string& name, std::string& error);
+
+/// Reads modules.conf and has each module named in it check its files, without loading any; logs the mistakes.
+void CheckModules();
+
 }  // namespace kvx_switch

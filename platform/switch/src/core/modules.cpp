@@ -1,3 +1,5 @@
+#include <dlfcn.h>
+
 #include <chrono>
 #include <mutex>
 #include <string>
@@ -67,6 +69,24 @@ void warn_of_names_in_use(const Module& module) {
   }
 }
 
+const ItemOutline kLoadOutline = {"load", {"module", "path", "critical"}};
+
+void check_module(const std::string& place, switch_xml_t load) {
+  const char* file = switch_xml_attr_soft(load, "module");
+  if (!*file) return;  // told as an attribute that is missing
+  const std::string name = module_name(file);
+  void* library = dlopen(module_path(switch_xml_attr(load, "path"), file, name).c_str(), RTLD_NOW | RTLD_LOCAL);
+  std::string error;
+  if (!library) {
+    const char* reason = dlerror();
+    error = place + "module \"" + file + "\": " + (reason ? reason : "cannot be opened");
+  } else {
+    CheckModuleConfiguration(library, name, error);
+    dlclose(library);
+  }
+  if (!error.empty()) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
+}
+
 /// False and `error` when somebody uses the module; with `patient` a second is left to each to finish.
 std::shared_ptr<Module> take_out(const std::string& name, bool patient, std::string& error) {
   constexpr int kTries = 100;
@@ -102,6 +122,19 @@ bool unload(const std::string& name, bool force, std::string& error) {
 }
 
 }  // namespace
+
+void CheckModules() {
+  switch_xml_t node = nullptr;
+  switch_xml_t root = switch_xml_open_cfg("modules.conf", &node, nullptr);
+  if (!root) return;  // logged there
+  const std::string path = ConfigurationPath("modules.conf");
+  WarnOfUnread(path, node, "modules", kLoadOutline);
+  for (switch_xml_t at = switch_xml_child(switch_xml_child(node, "modules"), "load"); at; at = at->next) {
+    check_module(At(path, at), at);
+  }
+  switch_xml_free(root);
+}
+
 }  // namespace kvx_switch
 
 using namespace kvx_switch;
@@ -167,6 +200,7 @@ switch_status_t switch_loadable_module_init(switch_bool_t autoload) {
   switch_xml_t root = switch_xml_open_cfg("modules.conf", &node, nullptr);
   if (!root) return SWITCH_STATUS_FALSE;
   switch_status_t status = SWITCH_STATUS_SUCCESS;
+  WarnOfUnread(ConfigurationPath("modules.conf"), node, "modules", kLoadOutline);
   for (switch_xml_t at = switch_xml_child(switch_xml_child(node, "modules"), "load"); at; at = at->next) {
     const std::string name = switch_xml_attr_soft(at, "module");
     const char* err = nullptr;

@@ -1,6 +1,7 @@
 #include "core/xml_builder.h"
 
 #include <expat.h>
+#include <switch_configuration_check.h>
 
 #include <unordered_map>
 #include <vector>
@@ -21,9 +22,17 @@ char* copy(const std::string& text) {
   return copy(text.data(), text.size());
 }
 
-switch_xml_t new_element(const char* name, const char* const* attributes) {
-  auto* element = static_cast<switch_xml*>(calloc(1, sizeof(switch_xml)));
-  switch_assert(element != nullptr);
+/// The public element, and behind it what that has no place for. Freed as the public one, which stands first.
+struct Element {
+  switch_xml visible;
+  int line;
+};
+
+switch_xml_t new_element(const char* name, const char* const* attributes, int line) {
+  auto* whole = static_cast<Element*>(calloc(1, sizeof(Element)));
+  switch_assert(whole != nullptr);
+  whole->line = line;
+  switch_xml_t element = &whole->visible;
   element->name = copy(name);
   size_t count = 0;
   while (attributes[count]) ++count;
@@ -95,7 +104,7 @@ class Builder {
       XML_StopParser(parser_, XML_FALSE);
       return;
     }
-    switch_xml_t element = new_element(name, attributes);
+    switch_xml_t element = new_element(name, attributes, static_cast<int>(XML_GetCurrentLineNumber(parser_)));
     if (open_.empty()) {
       root_ = element;
     } else {
@@ -129,7 +138,7 @@ switch_xml_t ParseXml(const std::string& text, std::string& error, unsigned long
 
 switch_xml_t AppendXmlElement(switch_xml_t parent, const std::string& name, const std::string& text) {
   static const char* const kNoAttributes[] = {nullptr};
-  switch_xml_t element = new_element(name.c_str(), kNoAttributes);
+  switch_xml_t element = new_element(name.c_str(), kNoAttributes, 0);
   element->txt = copy(text);
   // Picks up the chains where the parser left them.
   Open open{parent, switch_str_nil(parent->txt), nullptr, nullptr, {}};
@@ -143,3 +152,8 @@ switch_xml_t AppendXmlElement(switch_xml_t parent, const std::string& name, cons
 }
 
 }  // namespace kvx_switch
+
+int switch_xml_line(switch_xml_t xml) {
+  // Every element of the switch comes from new_element.
+  return xml ? reinterpret_cast<kvx_switch::Element*>(xml)->line : 0;
+}

@@ -1,6 +1,7 @@
 #include <string>
 
 #include <switch.h>
+#include <switch_configuration_check.h>
 
 #include "core/configuration.h"
 #include "core/xml_builder.h"
@@ -101,6 +102,13 @@ switch_status_t switch_xml_reload(const char** err) {
 
 switch_xml_t switch_xml_parse_file(const char* file) {
   return zstr(file) ? nullptr : parse_or_log(file);
+}
+
+switch_xml_t switch_xml_parse_file_as_it_is(const char* file) {
+  std::string error;
+  switch_xml_t tree = zstr(file) ? nullptr : ParseXmlFileAsItIs(file, error);
+  if (!error.empty()) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
+  return tree;
 }
 
 switch_xml_t switch_xml_parse_str_dynamic(char* s, switch_bool_t dup) {

@@ -36,7 +36,7 @@ std::string ExpandGroups(const std::string& text, const std::vector<std::string>
 
 }  // namespace
 
-/// Turns elements into a dialplan; stops at the first mistake.
+/// Turns elements into a dialplan and gathers every mistake in them.
 class DialplanReader {
  public:
   DialplanReader(Dialplan& dialplan, std::string& error) : dialplan_(dialplan), error_(error) {}
@@ -44,22 +44,41 @@ class DialplanReader {
   bool ReadFile(const std::string& path) {
     path_ = path;
     LocatedElement root;
-    if (!ReadLocatedXml(path, root, error_)) return false;
+    std::string problem;
+    if (!ReadLocatedXml(path, root, problem)) return Add(problem);
     if (root.name == "context") return ReadContext(root);
     if (root.name != "include") return Fail(root, "expected <include> or <context>, not <" + root.name + ">");
-    return std::all_of(root.children.begin(), root.children.end(), [this](const LocatedElement& child) {
+    return AllGood(root, [this](const LocatedElement& child) {
       return child.name == "context" ? ReadContext(child) : Unexpected(child, "context");
     });
   }
 
  private:
-  bool Fail(const LocatedElement& element, const std::string& what) {
-    error_ = At(path_, element) + what;
+  bool Fail(const LocatedElement& element, const std::string& what) { return Add(At(path_, element) + what); }
+
+  bool Add(const std::string& mistake) {
+    error_ += (error_.empty() ? "" : "\n") + mistake;
     return false;
+  }
+
+  /// Reads every child, whatever is wrong with those before it.
+  template <typename Reader>
+  static bool AllGood(const LocatedElement& element, Reader read) {
+    bool good = true;
+    for (const LocatedElement& child : element.children) good = read(child) && good;
+    return good;
   }
 
   bool Unexpected(const LocatedElement& element, const std::string& expected) {
     return Fail(element, "expected <" + expected + ">, not <" + element.name + ">");
+  }
+
+  bool OnlyAttributes(const LocatedElement& element, std::initializer_list<const char*> known) {
+    for (const auto& [attribute, value] : element.attributes) {
+      if (std::find(known.begin(), known.end(), attribute) == known.end())
+        return Fail(element, "an <" + element.name + "> has no attribute \"" + attribute + "\"");
+    }
+    return true;
   }
 
   bool ReadContext(const LocatedElement& element) {
@@ -71,28 +90,31 @@ class DialplanReader {
       dialplan_.contexts_.push_back({*name, {}});
       same = std::prev(dialplan_.contexts_.end());
     }
-    for (const LocatedElement& child : element.children) {
+    return AllGood(element, [&](const LocatedElement& child) {
       if (child.name != "extension") return Unexpected(child, "extension");
       Dialplan::Extension extension;
-      if (!ReadExtension(child, extension)) return false;
+      const bool good = ReadExtension(child, extension);
       same->extensions.push_back(std::move(extension));
-    }
-    return true;
+      return good;
+    });
   }
 
   bool ReadExtension(const LocatedElement& element, Dialplan::Extension& extension) {
     const std::string* name = element.Attribute("name");
     extension.name = name ? *name : "(no name)";
+    if (!OnlyAttributes(element, {"name", "continue"})) return false;
     const std::string* continues = element.Attribute("continue");
+    if (continues && *continues != "true" && *continues != "false")
+      return Fail(element, "\"continue\" is \"" + *continues + "\", not \"true\" or \"false\"");
     extension.continues = continues && *continues == "true";
     if (element.children.empty()) return Fail(element, "extension \"" + extension.name + "\" has no condition");
-    for (const LocatedElement& child : element.children) {
+    return AllGood(element, [&](const LocatedElement& child) {
       if (child.name != "condition") return Unexpected(child, "condition");
       Dialplan::Condition condition;
-      if (!ReadCondition(child, condition)) return false;
+      const bool good = ReadCondition(child, condition);
       extension.conditions.push_back(std::move(condition));
-    }
-    return true;
+      return good;
+    });
   }
 
   bool ReadCondition(const LocatedElement& element, Dialplan::Condition& condition) {
@@ -110,12 +132,12 @@ class DialplanReader {
       condition.expression = Pattern::Compile(*expression, problem);
       if (!condition.expression) return Fail(element, "expression \"" + *expression + "\": " + problem);
     }
-    return std::all_of(element.children.begin(), element.children.end(),
-                       [&](const LocatedElement& child) { return ReadAction(child, condition); });
+    return AllGood(element, [&](const LocatedElement& child) { return ReadAction(child, condition); });
   }
 
   bool ReadAction(const LocatedElement& element, Dialplan::Condition& condition) {
     if (element.name != "action") return Unexpected(element, "action");
+    if (!OnlyAttributes(element, {"application", "data"})) return false;
     const std::string* application = element.Attribute("application");
     if (!application) return Fail(element, "an action needs an \"application\"");
     if (!KnownApplication(*application)) return Fail(element, "there is no application \"" + *application + "\"");
@@ -133,11 +155,10 @@ std::shared_ptr<const Dialplan> Dialplan::Load(const std::string& directory, std
   std::vector<std::string> paths;
   if (!ListXmlFiles(directory, paths, error)) return nullptr;
   auto dialplan = std::make_shared<Dialplan>();
+  error.clear();
   DialplanReader reader(*dialplan, error);
-  for (const std::string& path : paths) {
-    if (!reader.ReadFile(path)) return nullptr;
-  }
-  return dialplan;
+  for (const std::string& path : paths) reader.ReadFile(path);
+  return error.empty() ? dialplan : nullptr;
 }
 
 bool Dialplan::Matches(const Extension& extension, const VariableLookup& variables,

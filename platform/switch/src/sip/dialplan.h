@@ -26,7 +26,8 @@ struct Route {
 
 class Dialplan {
  public:
-  /// Reads every *.xml below `directory`. Null and `error`, as "file:line: what", on the first mistake.
+  /// Reads every *.xml below `directory`. Null and `error`, a line "file:line: what" for each mistake, when there is
+  /// any.
   static std::shared_ptr<const Dialplan> Load(const std::string& directory, std::string& error);
 
   /// The actions for a call in `context`; empty when no extension matches. An extension with continue="true" adds its

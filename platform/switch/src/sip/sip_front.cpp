@@ -16,6 +16,7 @@
 #include "sip/dialplan.h"
 #include "sip/located_xml.h"
 #include "sip/sip_agent.h"
+#include "sip/sip_check.h"
 #include "sip/sip_profile.h"
 #include "sip/sofia.h"
 #include "sip/target_needs.h"
@@ -51,10 +52,6 @@ class SipFront {
 SipFront& the_front() {
   static SipFront* const front = new SipFront;
   return *front;
-}
-
-std::string ConfigurationDirectory(const char* name) {
-  return std::string(SWITCH_GLOBAL_dirs.conf_dir ? SWITCH_GLOBAL_dirs.conf_dir : ".") + "/" + name;
 }
 
 void WarnOfUnknownPreferences(const SipProfile& profile) {
@@ -109,10 +106,7 @@ bool SipFront::StartProfile(const std::string& path, std::string& error) {
   if (!LoadSipProfile(path, profile, error)) return false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!dialplan_->HasContext(profile.context)) {
-      error = path + ": context \"" + profile.context + "\" is in no file of " + ConfigurationDirectory("dialplan");
-      return false;
-    }
+    if (!CheckContext(profile, *dialplan_, error)) return false;
   }
   if (!access_.Check(profile, error)) return false;
   WarnOfUnknownPreferences(profile);

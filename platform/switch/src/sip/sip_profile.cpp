@@ -169,6 +169,14 @@ bool ApplyParameter(const LocatedElement& param, const std::map<std::string, Set
   return false;
 }
 
+/// An element of another name is a mistyped one.
+bool Expect(const char* name, const LocatedElement& element, const std::string& path) {
+  if (element.name == name) return true;
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sexpected <%s>, not <%s>; ignored\n",
+                    At(path, element).c_str(), name, element.name.c_str());
+  return false;
+}
+
 }  // namespace
 
 bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error) {
@@ -183,13 +191,17 @@ bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& e
   profile.file = path;
   profile.name = *name;
   const std::map<std::string, Setter> known = Parameters(profile);
+  // Every mistake of the file, not only the first.
+  error.clear();
   for (const LocatedElement& section : root.children) {
-    if (section.name != "settings") continue;
+    if (!Expect("settings", section, path)) continue;
     for (const LocatedElement& param : section.children) {
-      if (param.name == "param" && !ApplyParameter(param, known, profile, error)) return false;
+      std::string mistake;
+      if (!Expect("param", param, path) || ApplyParameter(param, known, profile, mistake)) continue;
+      error += (error.empty() ? "" : "\n") + mistake;
     }
   }
-  return true;
+  return error.empty();
 }
 
 }  // namespace kvx_switch

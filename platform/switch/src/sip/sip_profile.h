@@ -51,8 +51,8 @@ struct SipProfile {
   bool IsIpv6() const { return sip_address.find(':') != std::string::npos; }
 };
 
-/// False and `error`, as "file:line: what", when the file is malformed or a value is out of its range. A parameter that
-/// is not known is logged and passed over.
+/// False and `error`, as lines "file:line: what", when the file is malformed or values are out of their range. A
+/// parameter or element that is not known is logged and passed over.
 bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error);
 
 }  // namespace kvx_switch

@@ -146,6 +146,9 @@ class MediaServerDriver {
   /// but does not answer yet opens all the same, not alive. The observer outlives the server's Shutdown.
   virtual std::unique_ptr<MediaServer> Open(const MediaServerSettings& settings, MediaServerObserver& observer,
                                             const std::shared_ptr<GuardedLogger>& logger, SettingError& error) = 0;
+  /// What Open would refuse in the settings themselves, all of it; opens nothing and asks nobody. Settings whose values
+  /// were out of range carry their defaults.
+  virtual std::vector<SettingError> Check(const MediaServerSettings& /*settings*/) { return {}; }
 };
 
 using MediaServerDriverMaker = std::function<std::unique_ptr<MediaServerDriver>()>;
