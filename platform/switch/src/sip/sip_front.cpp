@@ -27,6 +27,8 @@ class SipFront {
   bool Start(std::string& error);
   void Stop();
   std::string Address();
+  std::shared_ptr<const Dialplan> TheDialplan();
+  std::shared_ptr<SipAgent> FindAgent(const std::string& profile);
 
  private:
   static void OnReloadXml(switch_event_t* event);
@@ -142,6 +144,19 @@ std::string SipFront::Address() {
   return agents_.empty() ? "" : agents_.front()->address();
 }
 
+std::shared_ptr<const Dialplan> SipFront::TheDialplan() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return dialplan_;
+}
+
+std::shared_ptr<SipAgent> SipFront::FindAgent(const std::string& profile) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (profile.empty() || agent->profile().name == profile) return agent;
+  }
+  return nullptr;
+}
+
 /// On the SIP thread: only makes the leg and lets it run.
 void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) {
   const SipProfile& profile = dialog->agent()->profile();
@@ -169,12 +184,7 @@ void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDi
   };
   for (const auto& [name, value] : variables) switch_channel_set_variable(channel, name, value.c_str());
 
-  std::shared_ptr<const Dialplan> dialplan;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    dialplan = dialplan_;
-  }
-  auto leg = std::make_shared<CallingLeg>(invite, dialog, dialplan);
+  auto leg = std::make_shared<CallingLeg>(invite, dialog, TheDialplan());
   const std::string uuid = switch_core_session_get_uuid(session);
   dialog->SetLegOnSipThread(uuid, CallingLeg::EventSink(uuid, leg));
   if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return;
@@ -194,6 +204,14 @@ void StopSip() {
 
 std::string SipAddress() {
   return the_front().Address();
+}
+
+std::shared_ptr<const Dialplan> CurrentDialplan() {
+  return the_front().TheDialplan();
+}
+
+std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile) {
+  return the_front().FindAgent(profile);
 }
 
 }  // namespace kvx_switch

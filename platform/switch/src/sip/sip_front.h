@@ -1,10 +1,14 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 /// The switch's SIP side as a whole: the profiles of conf/sip_profiles and the dialplan of conf/dialplan. Called by the
 /// thread that starts and ends the switch; SipAddress by any.
 namespace kvx_switch {
+
+class Dialplan;
+class SipAgent;
 
 /// Reads the configuration and listens. False and `error`, which names file, line or address, when something is wrong;
 /// nothing is left running then.
@@ -16,5 +20,11 @@ void StopSip();
 
 /// "127.0.0.1:5060" of the first profile, with the port really used; "" while SIP is not running.
 std::string SipAddress();
+
+/// The dialplan as it was read last; null before StartSip. Any thread.
+std::shared_ptr<const Dialplan> CurrentDialplan();
+
+/// The agent of the profile of that name, of the first profile for ""; null when there is none. Any thread.
+std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile);
 
 }  // namespace kvx_switch
