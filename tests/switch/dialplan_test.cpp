@@ -118,8 +118,10 @@ TEST_F(DialplanFiles, MistakesNameFileAndLine) {
   EXPECT_EQ(ErrorOf("<context name=\"c\">\n\n<action/></context>"), "3: expected <extension>, not <action>");
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition field=\"x\"/></extension></context>"),
             "2: a condition needs both \"field\" and \"expression\", or neither");
-  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition break=\"never\"/></extension></context>"),
-            "2: a condition has no attribute \"break\"");
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition wday=\"1\"/></extension></context>"),
+            "2: a condition has no attribute \"wday\"");
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition break=\"maybe\"/></extension></context>"),
+            "2: \"break\" is \"maybe\", not on-false, on-true, always or never");
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\"><condition>\n\n<action application=\"fly\"/>"
                     "</condition></extension></context>"),
             "3: there is no application \"fly\"");
@@ -140,6 +142,92 @@ TEST_F(DialplanFiles, EveryMistakeIsNamed) {
   EXPECT_EQ(all, "2: expected <context>, not <contxt>\n" + path_ + ":4: an <extension> has no attribute \"contine\"\n" +
                      path_ + ":6: \"continue\" is \"yes\", not \"true\" or \"false\"\n" + path_ +
                      ":9: there is no application \"fly\"\n" + path_ + ":10: an <action> has no attribute \"dta\"");
+}
+
+TEST_F(DialplanFiles, DataThatMakesNoSenseIsNamedWithFileAndLine) {
+  const struct {
+    const char* action;
+    const char* error;
+  } kMistakes[] = {
+      {"application='bridge' data='2000'", "bridge: \"2000\" is not a SIP URI (sip:user@host:port)"},
+      {"application='set' data='no value'", "set: \"no value\" is not name=value"},
+      {"application='export' data='=1'", "export: \"=1\" is not name=value"},
+      {"application='hangup' data='TIRED'", "hangup: \"TIRED\" is no hang-up cause"},
+      {"application='sleep' data='1s'", "sleep: \"1s\" is not a number of milliseconds from 0 to 86400000"},
+      {"application='sleep'", "sleep: \"\" is not a number of milliseconds from 0 to 86400000"},
+      {"application='transfer'", "transfer: \"extension [dialplan [context]]\" is needed"},
+      {"application='transfer' data='1 inline'", "transfer: there is no dialplan \"inline\", only \"XML\""},
+      {"application='park' data='5'", "park: it takes no data, not \"5\""},
+      {"application='set' data='a=b' inline='true'", "an <action> has no attribute \"inline\""},
+      {"data='a=b'", "an action needs an \"application\""},
+  };
+  for (const auto& mistake : kMistakes) {
+    EXPECT_EQ(ErrorOf(std::string("<context name=\"c\"><extension name=\"e\"><condition>\n\n<action ") +
+                      mistake.action + "/></condition></extension></context>"),
+              std::string("3: ") + mistake.error);
+  }
+}
+
+TEST_F(DialplanFiles, DataWithReferencesIsLeftToTheCall) {
+  auto dialplan = LoadExtensions(
+      R"(<extension name="x"><condition field="destination_number" expression="^(.*)$">
+           <action application="bridge" data="${dial_string}"/><action application="sleep" data="$1"/>
+           <action application="hangup" data="${cause}"/></condition></extension>)");
+  ASSERT_TRUE(dialplan) << error_;
+  EXPECT_EQ(Find(*dialplan, "20").actions[1].data, "20");
+}
+
+/// What runs when two conditions hold or not: the first on the called number, "1..", the second on "..1".
+class DialplanBreaks : public DialplanFiles {
+ protected:
+  std::string Actions(const std::string& attributes, const std::string& number) {
+    auto dialplan = LoadExtensions(R"(<extension name="x"><condition field="destination_number" expression="^1" )" +
+                                   attributes + R"(><action application="log" data="first"/>)" + anti_action_ +
+                                   R"(</condition><condition field="destination_number" expression="1$">
+                                      <action application="log" data="second"/></condition></extension>
+                                      <extension name="rest"><condition><action application="log" data="rest"/>
+                                      </condition></extension>)");
+    EXPECT_TRUE(dialplan) << error_;
+    std::string all;
+    if (!dialplan) return all;
+    for (const DialplanAction& action : Find(*dialplan, number).actions) all += action.data + " ";
+    return all;
+  }
+
+  std::string anti_action_;
+};
+
+TEST_F(DialplanBreaks, OnFalseIsTheUsualWay) {
+  for (const char* attributes : {"", "break='on-false'"}) {
+    EXPECT_EQ(Actions(attributes, "101"), "first second ");
+    EXPECT_EQ(Actions(attributes, "100"), "rest ");
+    EXPECT_EQ(Actions(attributes, "201"), "rest ");
+  }
+}
+
+TEST_F(DialplanBreaks, OnTrueMakesTheNextConditionAnAlternative) {
+  EXPECT_EQ(Actions("break='on-true'", "101"), "first ");
+  EXPECT_EQ(Actions("break='on-true'", "201"), "second ");
+  EXPECT_EQ(Actions("break='on-true'", "200"), "rest ");
+}
+
+TEST_F(DialplanBreaks, NeverLooksOnEitherWay) {
+  EXPECT_EQ(Actions("break='never'", "101"), "first second ");
+  EXPECT_EQ(Actions("break='never'", "201"), "second ");
+}
+
+TEST_F(DialplanBreaks, AlwaysEndsEitherWay) {
+  EXPECT_EQ(Actions("break='always'", "101"), "first ");
+  EXPECT_EQ(Actions("break='always'", "201"), "rest ");
+}
+
+TEST_F(DialplanBreaks, AntiActionsRunWhenTheConditionDoesNotHold) {
+  anti_action_ = R"(<anti-action application="log" data="not-$1-first"/>)";
+  EXPECT_EQ(Actions("", "101"), "first second ");
+  EXPECT_EQ(Actions("", "201"), "not--first ") << "the extension matches, and breaks off";
+  EXPECT_EQ(Actions("break='never'", "201"), "not--first second ");
+  EXPECT_EQ(Actions("break='on-true'", "200"), "rest ");
+  EXPECT_EQ(Actions("break='always'", "201"), "not--first ");
 }
 
 TEST_F(DialplanFiles, MissingDirectoryIsNamed) {

@@ -153,7 +153,7 @@ TEST_F(SipCallOrder, ExportedVariablesGoToTheCalledLegToo) {
       "<extension name=\"bob\"><condition><action application=\"export\" data=\"generate_rtcp_report=true\"/>"
       "<action application=\"export\" data=\"note=first\"/>"
       "<action application=\"export\" data=\"nolocal:theirs=yes\"/>"
-      "<action application=\"export\" data=\"no name and value\"/>"
+      "<action application=\"export\" data=\"no name${none} and value\"/>"
       "<action application=\"set\" data=\"note=${note} and last\"/>"
       "<action application=\"bridge\" data=\"sip:2000@" +
       bob_.Address() + "\"/></condition></extension>");

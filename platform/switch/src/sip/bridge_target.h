@@ -4,15 +4,27 @@
 #include <utility>
 #include <vector>
 
-/// What the application "bridge" is told: "{name=value,name=value}sip:user@host:port".
+/// Whom the application "bridge" calls: "{name=value,...}[name=value,...]sip:user@host:port|[...]sip:...". The braces
+/// hold for every leg, the brackets for one; the targets are called one after the other until one answers. A comma or a
+/// quotation mark inside a value stands behind a backslash, or the value stands in single quotes.
 namespace kvx_switch {
 
+using VariableList = std::vector<std::pair<std::string, std::string>>;
+
 struct BridgeTarget {
-  std::vector<std::pair<std::string, std::string>> variables;  ///< of the leg that is called
+  VariableList variables;  ///< of the leg that is called: those of the braces, then those of its brackets
   std::string uri;
 };
 
+struct BridgePlan {
+  VariableList variables;             ///< of the braces alone
+  std::vector<BridgeTarget> targets;  ///< in the order in which they are called; at least one
+};
+
 /// False and `error` when `data` is nothing of that form.
-bool ParseBridgeTarget(const std::string& data, BridgeTarget& target, std::string& error);
+bool ParseBridgePlan(const std::string& data, BridgePlan& plan, std::string& error);
+
+/// The last value given to `name`, in any case; null when it has none.
+const std::string* FindInList(const VariableList& variables, const std::string& name);
 
 }  // namespace kvx_switch

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "sip/calling_leg.h"
 #include "sip/leg_helpers.h"
 
 namespace kvx_switch {
@@ -66,13 +67,14 @@ void CalledLeg::Run(switch_core_session_t* session) {
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
   switch_channel_set_state(channel_, CS_ROUTING);
-  media_.emplace(session, request_.agent->profile().media);
+  OfferControl(session_, this);
+  media_ = std::make_unique<LegMedia>(session, request_.agent->profile().media);
   RunGuarded(session_, [this] {
     if (!SendInvite()) return;
     WaitForAnswer();
-    ServeWhileUp(session_);
+    ServeUntilSentOn();
   });
-  Finish();
+  next_&& switch_channel_up(channel_) ? BecomeCaller() : Finish();
 }
 
 /// The profile's, unless the leg's variable says otherwise.
@@ -128,7 +130,8 @@ bool CalledLeg::MakeOffer(std::string& offer) {
 bool CalledLeg::SendInvite() {
   if (switch_channel_down(channel_)) return false;
   std::string offer;
-  if (media_->Create(LegMedia::NewCall::kNo) != LegMedia::Start::kStarted || !MakeOffer(offer)) {
+  const LegMedia::NewCall new_call = request_.caller_uuid.empty() ? LegMedia::NewCall::kYes : LegMedia::NewCall::kNo;
+  if (media_->Create(new_call) != LegMedia::Start::kStarted || !MakeOffer(offer)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
     return false;
   }
@@ -179,6 +182,7 @@ void CalledLeg::OnProgress(const DialogEvent& event) {
 }
 
 void CalledLeg::OnDialogEvent(const DialogEvent& event) {
+  if (caller_) return caller_->OnDialogEvent(event);
   if (finished_) return;
   switch (event.kind) {
     case DialogEvent::Kind::kProgress:
@@ -297,6 +301,7 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
   StartRenegotiation(report);
+  if (request_.answered) next_ = request_.answered;
   request_.report(report);
 }
 
@@ -307,6 +312,7 @@ void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
 
 void CalledLeg::Finish() {
   finished_ = true;
+  OfferControl(session_, nullptr);
   switch_call_cause_t cause = switch_channel_get_cause(channel_);
   if (dialog_) dialog_->End(cause, 0, "");
   CalledLegReport report{};

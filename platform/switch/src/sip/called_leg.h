@@ -10,12 +10,16 @@
 #include <vector>
 
 #include "core/session.h"
+#include "sip/destination.h"
+#include "sip/leg_control.h"
 #include "sip/leg_media.h"
 #include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
 
 /// The leg that a bridge calls: offers what the calling leg can take, and tells that leg how the call goes.
 namespace kvx_switch {
+
+class CallingLeg;
 
 struct CalledLegReport {
   enum class Kind { kProgress, kAnswered, kEnded };
@@ -37,23 +41,30 @@ struct CalledLegRequest {
   std::string from_user;
   int max_forwards = 70;
   std::chrono::seconds timeout{60};
+  std::string caller_uuid;              ///< of the calling leg; empty: there is none, an operator calls
+  std::optional<Destination> answered;  ///< where the leg goes on when it is answered; none: it waits for the bridge
   /// May be called from the leg's thread at any time until the leg is over; must not block.
   std::function<void(const CalledLegReport&)> report;
   /// Runs a task with the calling leg's negotiation, on that leg's thread.
   std::function<bool(Renegotiation::Task)> tell_caller;
 };
 
-class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledLeg> {
+class CalledLeg : public LegProgram, public LegControl, public std::enable_shared_from_this<CalledLeg> {
  public:
-  explicit CalledLeg(CalledLegRequest request) : request_(std::move(request)) {}
+  explicit CalledLeg(CalledLegRequest request);
+  ~CalledLeg() override;
 
   void Run(switch_core_session_t* session) override;
+  std::string Redirect(Redirection redirection) override;
+  std::string Hold(HoldChange change) override;
 
   /// Runs a task with the leg's negotiation, on its thread; from any thread. False when the leg is gone.
   static bool Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task);
   /// The calling leg, ended by `ended_by`, needs this one's media no longer: it has undone the bridge, or will not make
   /// one. From any thread; `uuid` is this leg's.
   static void Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by);
+  /// The calling leg has undone the bridge and leaves this one to itself, to go on at `destination`. From any thread.
+  static void GoOn(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const Destination& destination);
 
  private:
   bool SendInvite();
@@ -61,6 +72,8 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   void WishForSecurity(LocalDescription& description);
   bool MakeOffer(std::string& offer);
   void WaitForAnswer();
+  void ServeUntilSentOn();
+  void BecomeCaller();
   void OnDialogEvent(const DialogEvent& event);
   void OnProgress(const DialogEvent& event);
   bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
@@ -77,7 +90,7 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   switch_core_session_t* session_ = nullptr;
   switch_channel_t* channel_ = nullptr;
   std::shared_ptr<SipDialog> dialog_;
-  std::optional<LegMedia> media_;
+  std::unique_ptr<LegMedia> media_;
   std::chrono::steady_clock::time_point answered_at_;
   uint32_t offered_packet_time_ = 0;
   AgreedMedia wished_;  // telephone-events and our key, as offered
@@ -90,6 +103,8 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   bool finished_ = false;
   bool released_ = false;
   std::string ended_by_;
+  std::optional<Destination> next_;     // where this leg is to go on by itself
+  std::shared_ptr<CallingLeg> caller_;  // what this leg is from then on
 };
 
 }  // namespace kvx_switch

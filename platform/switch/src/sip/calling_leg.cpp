@@ -29,14 +29,14 @@ SipDialog::Sink CallingLeg::EventSink(const std::string& uuid, const std::shared
 void CallingLeg::Run(switch_core_session_t* session) {
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
-  media_.emplace(session, profile_.media);
+  OfferControl(session_, this);
+  media_ = std::make_unique<LegMedia>(session, profile_.media);
   LegLog(session_, SWITCH_LOG_NOTICE,
          "Incoming call from " + invite_.from_user + " at " + invite_.network_address + ":" +
              std::to_string(invite_.network_port) + " to " + invite_.request_user + ", call-id " + invite_.call_id);
   switch_channel_set_state(channel_, CS_ROUTING);
   RunGuarded(session_, [this] {
-    Route route;
-    if (ReadOffer() && FindRoute(route)) RunActions(route);
+    if (ReadOffer()) RunFrom({invite_.request_user, profile_.context, {}});
   });
   Finish();
 }
@@ -113,46 +113,6 @@ bool CallingLeg::ChooseStream() {
   if (agreed_.secure_only) agreed_.local_key = MakeSrtpKey(agreed_.remote_key->suite, agreed_.remote_key->tag);
   AgreeOnTelephoneEvents(offer_.media[stream_], profile_.media.telephone_events, agreed_);
   return true;
-}
-
-bool CallingLeg::FindRoute(Route& route) {
-  const std::string& number = invite_.request_user;
-  route = dialplan_->Find(profile_.context, [this](const std::string& name) { return Variable(name); });
-  if (route.actions.empty()) {
-    Fail(SWITCH_CAUSE_NO_ROUTE_DESTINATION, 404, "",
-         "No route: the dialplan has nothing for \"" + number + "\" in context \"" + profile_.context + "\"");
-    return false;
-  }
-  LegLog(session_, SWITCH_LOG_INFO,
-         "Routed: \"" + number + "\" in context \"" + profile_.context + "\" matches extension \"" + route.extension +
-             "\"");
-  return true;
-}
-
-void CallingLeg::RunActions(const Route& route) {
-  switch_channel_set_state(channel_, CS_EXECUTE);
-  for (const DialplanAction& action : route.actions) {
-    if (switch_channel_down(channel_)) return;
-    RunAction(action);
-  }
-  Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");  // the dialplan has nothing further for this call
-}
-
-void CallingLeg::RunAction(const DialplanAction& action) {
-  std::string data = ExpandChannelVariables(action.data, [this](const std::string& name) { return Variable(name); });
-  LegLog(session_, SWITCH_LOG_DEBUG, "Action " + action.application + "(" + data + ")");
-  if (action.application == "set")
-    Set(data);
-  else if (action.application == "export")
-    Export(data);
-  else if (action.application == "log")
-    Log(data);
-  else if (action.application == "hangup")
-    HangUp(data);
-  else if (action.application == "answer")
-    EnsureMedia() && AnswerCaller();
-  else if (action.application == "bridge")
-    Bridge(data);
 }
 
 bool CallingLeg::Set(const std::string& data, const char* application) {
@@ -252,19 +212,23 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
     default:
       break;
   }
-  ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")" : "the calling side";
+  ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")"
+              : invite_.call_id.empty()              ? "the far end"
+                                                     : "the calling side";
   if (event.kind == DialogEvent::Kind::kCancelled) LegLog(session_, SWITCH_LOG_INFO, "Cancelled by the calling side");
   switch_channel_hangup(channel_, event.cause);
 }
 
 void CallingLeg::StartRenegotiation(LocalDescription description) {
   Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &profile_, nullptr, nullptr};
-  leg.tell_partner = [this](Renegotiation::Task task) {
-    return called_ && media_->bridged() && CalledLeg::Tell(called_->uuid, called_->leg, std::move(task));
-  };
+  leg.tell_partner = [this](Renegotiation::Task task) { return TellCalledLeg(std::move(task)); };
   leg.bridge = [this](RTPDirection direction) { return Turn(direction); };
   renegotiation_.emplace(std::move(leg), offer_, stream_, agreed_, std::move(description));
   if (called_ && called_->answer) renegotiation_->set_partner_direction(called_->answer->direction);
+}
+
+bool CallingLeg::TellCalledLeg(Renegotiation::Task task) {
+  return called_ && media_->bridged() && CalledLeg::Tell(called_->uuid, called_->leg, std::move(task));
 }
 
 /// The bridge to a direction; nothing before there is one, which then begins with that direction.
@@ -284,6 +248,7 @@ void CallingLeg::LetCalledLegGo(switch_call_cause_t cause) {
 
 void CallingLeg::Finish() {
   finished_ = true;
+  OfferControl(session_, nullptr);
   switch_call_cause_t cause = switch_channel_get_cause(channel_);
   bool ours = cause == fail_cause_ && fail_status_ != 0;
   dialog_->End(cause, ours ? fail_status_ : StatusOfCause(cause), ours ? fail_warning_ : "");

@@ -12,6 +12,7 @@
 #include "sip/bridge_target.h"
 #include "sip/called_leg.h"
 #include "sip/dialplan.h"
+#include "sip/leg_control.h"
 #include "sip/leg_media.h"
 #include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
@@ -30,14 +31,34 @@ struct BridgedLeg {
   std::optional<CalledLegReport> answer;
 };
 
+/// A leg that has a far end on the line already, on its way to become one that runs the dialplan.
+struct AnsweredLeg {
+  std::shared_ptr<SipDialog> dialog;
+  std::unique_ptr<LegMedia> media;
+  Renegotiation renegotiation;
+  SessionDescription far_end;  ///< its description; the first stream is the audio
+  std::string number;          ///< who it is to those that it calls
+  std::string name;
+  int max_forwards = 70;
+  std::chrono::steady_clock::time_point answered_at;
+};
+
 /// The variable with the names, parted by commas, of those that called legs get too.
 constexpr const char* kExportVariable = "export_vars";
 
-class CallingLeg : public LegProgram, public std::enable_shared_from_this<CallingLeg> {
+class CallingLeg : public LegProgram, public LegControl, public std::enable_shared_from_this<CallingLeg> {
  public:
   CallingLeg(InboundInvite invite, std::shared_ptr<SipDialog> dialog, std::shared_ptr<const Dialplan> dialplan);
 
+  CallingLeg(AnsweredLeg leg, std::shared_ptr<const Dialplan> dialplan);
+
   void Run(switch_core_session_t* session) override;
+  /// Of an answered leg: goes on at `destination`, until the leg is over.
+  void RunAt(switch_core_session_t* session, const Destination& destination);
+
+  std::string Redirect(Redirection redirection) override;
+  std::string Hold(HoldChange change) override;
+  void OnDialogEvent(const DialogEvent& event);
 
   /// A sink for the dialog of the leg `uuid`: brings events onto the leg's thread.
   static SipDialog::Sink EventSink(const std::string& uuid, const std::shared_ptr<CallingLeg>& leg);
@@ -45,23 +66,34 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
  private:
   bool ReadOffer();
   bool ChooseStream();
-  bool FindRoute(Route& route);
-  void RunActions(const Route& route);
+  bool FindRoute(const Destination& destination, Route& route);
+  void RunFrom(Destination destination);
+  bool RunActions(const Route& route);
   void RunAction(const DialplanAction& action);
+  /// Until the leg is hung up, told to go elsewhere, or done() holds, which is what it returns.
+  bool ServeUntilDone(std::chrono::steady_clock::time_point deadline, const std::function<bool()>& done);
 
   bool Set(const std::string& data, const char* application = "set");
   void Export(const std::string& data);
   void Log(const std::string& data);
   void HangUp(const std::string& data);
+  void Park();
+  void Sleep(const std::string& data);
+  void Transfer(const std::string& data);
   void Bridge(const std::string& data);
 
   bool EnsureMedia();
-  bool StartCalledLeg(const std::string& data);
+  enum class Attempt { kAnswered, kFailed, kOver };
+  Attempt Call(const BridgeTarget& target, std::chrono::seconds timeout);
+  bool StartCalledLeg(const BridgeTarget& target, std::chrono::seconds timeout);
   void PassVariablesOn(switch_channel_t* called);
   switch_core_session_t* MakeCalledSession(const BridgeTarget& target);
-  CalledLegRequest MakeCalledRequest(const BridgeTarget& target, const std::string& uuid);
-  std::chrono::seconds LegTimeout() const;
-  bool AwaitAnswer();
+  CalledLegRequest MakeCalledRequest(const BridgeTarget& target, const std::string& uuid, std::chrono::seconds timeout);
+  std::optional<std::chrono::seconds> RingTime(const VariableList& variables, const char* name) const;
+  std::chrono::seconds LegTimeout(const BridgeTarget& target) const;
+  std::optional<std::chrono::steady_clock::time_point> OriginateDeadline(const BridgePlan& plan) const;
+  Attempt AwaitAnswer(std::chrono::seconds timeout);
+  void BridgeFailed(const BridgedLeg& failed);
   bool TakeOver(const CalledLegReport& answer);
   bool DescribeToCaller();
   bool AnswerCaller();
@@ -69,10 +101,14 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   void Join();
   bool JoinMedia();
   bool CalledLegIsUp() const;
-  void EndWithCalledLeg();
+  void AfterBridge();
+  void EndWithCalledLeg(const BridgedLeg& called);
+  void ForgetCalledLeg(switch_call_cause_t cause);
+  void HandCalledLegOver(const Destination& destination);
+  void LeaveBridge();
 
-  void OnDialogEvent(const DialogEvent& event);
   void StartRenegotiation(LocalDescription description);
+  bool TellCalledLeg(Renegotiation::Task task);
   bool Turn(RTPDirection direction);
   void OnPartnerTask(const Renegotiation::Task& task);
   void OnCalledLegReport(const std::string& uuid, const CalledLegReport& report);
@@ -91,7 +127,7 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   // Used on the leg's thread only.
   switch_core_session_t* session_ = nullptr;
   switch_channel_t* channel_ = nullptr;
-  std::optional<LegMedia> media_;
+  std::unique_ptr<LegMedia> media_;
   SessionDescription offer_;
   size_t stream_ = 0;               // which stream of the offer we take
   std::vector<CodecMatch> common_;  // its codecs that we can take, in its order
@@ -100,6 +136,9 @@ class CallingLeg : public LegProgram, public std::enable_shared_from_this<Callin
   std::string told_;  // the description that the caller has; "" while it has none
   bool answered_ = false;
   bool finished_ = false;
+  std::optional<Redirection> redirection_;  // where to go when what runs now has ended
+  bool last_action_ = false;                // nothing comes behind the action that runs
+  int transfers_ = 0;
   std::optional<Renegotiation> renegotiation_;  // from the answer on
   int relayed_status_ = 0;                      // last provisional response sent
   std::chrono::steady_clock::time_point answered_at_;

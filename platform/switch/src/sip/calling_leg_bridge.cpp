@@ -1,9 +1,10 @@
-#include <cstdlib>
+#include <algorithm>
 #include <sstream>
 #include <utility>
 
 #include "sip/bridge_target.h"
 #include "sip/calling_leg.h"
+#include "sip/dialplan_applications.h"
 #include "sip/leg_helpers.h"
 #include "sip/sip_cause.h"
 #include "sip/sip_front.h"
@@ -11,8 +12,6 @@
 namespace kvx_switch {
 
 namespace {
-
-constexpr long kLongestLegTimeout = 3600;
 
 // Before the name of an exported variable: only the called legs shall have it.
 const std::string kNotForTheCaller = "nolocal:";
@@ -23,26 +22,74 @@ constexpr std::chrono::seconds kReportPatience{5};
 }  // namespace
 
 /// The calling leg's media is set up first, so that the called leg lands in the same media session; the caller is
-/// answered last, with the codec that the called side took.
+/// answered last, with the codec that the called side took. Targets that fail are followed by the next one.
 void CallingLeg::Bridge(const std::string& data) {
-  if (called_) {
-    LegLog(session_, SWITCH_LOG_ERROR, "bridge: the call has a second leg already");
+  BridgePlan plan;
+  std::string error;
+  if (!ParseBridgePlan(data, plan, error)) {
+    Fail(SWITCH_CAUSE_INVALID_NUMBER_FORMAT, 0, "", "bridge: " + error);
     return;
   }
-  if (EnsureMedia() && StartCalledLeg(data) && AwaitAnswer() && TakeOver(*called_->answer) && AnswerCaller()) Join();
+  if (!EnsureMedia()) return;
+  const auto deadline = OriginateDeadline(plan);
+  BridgedLeg failed;
+  for (const BridgeTarget& target : plan.targets) {
+    std::chrono::seconds timeout = LegTimeout(target);
+    if (deadline) {
+      const auto left = std::chrono::ceil<std::chrono::seconds>(*deadline - std::chrono::steady_clock::now());
+      timeout = std::min(timeout, left);
+    }
+    if (timeout.count() <= 0) break;  // the time for all of them is over; the last one's failure stands
+    const Attempt attempt = Call(target, timeout);
+    if (attempt == Attempt::kAnswered) return Join();
+    if (attempt == Attempt::kOver) return LeaveBridge();
+    failed = *called_;
+    ForgetCalledLeg(failed.cause);
+    LegLog(session_, SWITCH_LOG_INFO, "bridge: " + target.uri + " failed: " + switch_channel_cause2str(failed.cause));
+  }
+  BridgeFailed(failed);
 }
 
-std::chrono::seconds CallingLeg::LegTimeout() const {
-  for (const char* name : {"leg_timeout", "call_timeout"}) {
-    const std::string value = Variable(name);
-    if (value.empty()) continue;
-    char* end = nullptr;
-    long seconds = std::strtol(value.c_str(), &end, 10);
-    if (*end == '\0' && seconds >= 1 && seconds <= kLongestLegTimeout) return std::chrono::seconds(seconds);
+/// No target answered: the dialplan goes on when it says so, otherwise the last failure is the leg's end.
+void CallingLeg::BridgeFailed(const BridgedLeg& failed) {
+  switch_channel_set_variable(channel_, "originate_disposition", switch_channel_cause2str(failed.cause));
+  if (ContinuesOnFail(Variable("continue_on_fail"), failed.cause)) return;
+  EndWithCalledLeg(failed);
+}
+
+/// One attempt, up to the answer of both sides.
+CallingLeg::Attempt CallingLeg::Call(const BridgeTarget& target, std::chrono::seconds timeout) {
+  if (!StartCalledLeg(target, timeout)) return Attempt::kOver;
+  const Attempt attempt = AwaitAnswer(timeout);
+  if (attempt != Attempt::kAnswered) return attempt;
+  return TakeOver(*called_->answer) && AnswerCaller() ? Attempt::kAnswered : Attempt::kOver;
+}
+
+/// A variable that holds a ringing time; the target's own comes before the leg's.
+std::optional<std::chrono::seconds> CallingLeg::RingTime(const VariableList& variables, const char* name) const {
+  const std::string* own = FindInList(variables, name);
+  const std::string value = own ? *own : Variable(name);
+  if (value.empty()) return std::nullopt;
+  const std::optional<std::chrono::seconds> time = RingTimeOfText(value);
+  if (!time) {
     LegLog(session_, SWITCH_LOG_WARNING,
            std::string(name) + " is \"" + value + "\", not a number from 1 to 3600; ignored");
   }
+  return time;
+}
+
+std::chrono::seconds CallingLeg::LegTimeout(const BridgeTarget& target) const {
+  for (const char* name : {"leg_timeout", "call_timeout"}) {
+    if (const auto time = RingTime(target.variables, name)) return *time;
+  }
   return std::chrono::seconds(profile_.leg_timeout_seconds);
+}
+
+/// When all targets together have had their time; none: each has its own alone.
+std::optional<std::chrono::steady_clock::time_point> CallingLeg::OriginateDeadline(const BridgePlan& plan) const {
+  const auto time = RingTime(plan.variables, "originate_timeout");
+  if (!time) return std::nullopt;
+  return std::chrono::steady_clock::now() + *time;
 }
 
 void CallingLeg::PassVariablesOn(switch_channel_t* called) {
@@ -72,16 +119,19 @@ switch_core_session_t* CallingLeg::MakeCalledSession(const BridgeTarget& target)
   return session;
 }
 
-CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const std::string& uuid) {
+CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const std::string& uuid,
+                                               std::chrono::seconds timeout) {
   CalledLegRequest request;
   request.agent = AgentForTarget(dialog_->agent(), target.uri);
   request.target = target.uri;
-  request.offered = answered_ ? std::vector<CodecMatch>{agreed_.codec} : common_;
+  // What the caller was told already stays.
+  request.offered = told_.empty() ? common_ : std::vector<CodecMatch>{agreed_.codec};
   request.telephone_events = agreed_.HasTelephoneEvents();
   request.from_name = invite_.from_name;
   request.from_user = invite_.from_user;
   request.max_forwards = invite_.max_forwards - 1;
-  request.timeout = LegTimeout();
+  request.timeout = timeout;
+  request.caller_uuid = switch_core_session_get_uuid(session_);
   const std::string own_uuid = switch_core_session_get_uuid(session_);
   std::weak_ptr<CallingLeg> weak = weak_from_this();
   request.report = [own_uuid, uuid, weak](const CalledLegReport& report) {
@@ -107,20 +157,17 @@ void CallingLeg::OnPartnerTask(const Renegotiation::Task& task) {
   }
 }
 
-bool CallingLeg::StartCalledLeg(const std::string& data) {
-  BridgeTarget target;
-  std::string error;
-  if (!ParseBridgeTarget(data, target, error)) {
-    Fail(SWITCH_CAUSE_INVALID_NUMBER_FORMAT, 0, "", "bridge: " + error);
-    return false;
-  }
+/// Called while a caller hangs up or the switch is full, there is no second leg; the first is over then.
+bool CallingLeg::StartCalledLeg(const BridgeTarget& target, std::chrono::seconds timeout) {
+  DrainTasks(session_);
+  if (switch_channel_down(channel_) || redirection_) return false;
   switch_core_session_t* session = MakeCalledSession(target);
   if (!session) {
     Fail(SWITCH_CAUSE_SWITCH_CONGESTION, 503, "", "bridge: no session for the called leg");
     return false;
   }
   const std::string uuid = switch_core_session_get_uuid(session);
-  auto leg = std::make_shared<CalledLeg>(MakeCalledRequest(target, uuid));
+  auto leg = std::make_shared<CalledLeg>(MakeCalledRequest(target, uuid, timeout));
   called_.emplace();
   called_->uuid = uuid;
   called_->leg = leg;
@@ -151,7 +198,6 @@ void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegRepor
       called_->ended = true;
       called_->cause = report.cause;
       called_->status = report.status;
-      if (media_->bridged()) EndWithCalledLeg();
       break;
   }
 }
@@ -165,14 +211,12 @@ void CallingLeg::PassEarlyMediaOn(const CalledLegReport& report) {
   if (!JoinMedia()) Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "");
 }
 
-bool CallingLeg::AwaitAnswer() {
+CallingLeg::Attempt CallingLeg::AwaitAnswer(std::chrono::seconds timeout) {
   // The called leg watches its own timeout; this one only guards against a leg that does not report.
-  const auto deadline = std::chrono::steady_clock::now() + LegTimeout() + std::chrono::seconds(60);
-  bool settled = ServeUntil(session_, deadline, [this] { return called_->answer || called_->ended; });
-  if (switch_channel_down(channel_)) return false;
-  if (settled && !called_->ended) return true;
-  EndWithCalledLeg();
-  return false;
+  const auto deadline = std::chrono::steady_clock::now() + timeout + std::chrono::seconds(60);
+  ServeUntilDone(deadline, [this] { return called_->answer || called_->ended; });
+  if (switch_channel_down(channel_) || redirection_) return Attempt::kOver;
+  return called_->answer && !called_->ended ? Attempt::kAnswered : Attempt::kFailed;
 }
 
 /// Both sides run the codec that the called side took: nothing has to be converted.
@@ -191,11 +235,11 @@ bool CallingLeg::TakeOver(const CalledLegReport& answer) {
 }
 
 /// The called leg's end as ours.
-void CallingLeg::EndWithCalledLeg() {
+void CallingLeg::EndWithCalledLeg(const BridgedLeg& called) {
   if (switch_channel_down(channel_)) return;
   ended_by_ = "the called side";
-  const int status = StatusPassesThrough(called_->status) ? called_->status : StatusOfCause(called_->cause);
-  Fail(called_->cause, status, "", "");
+  const int status = StatusPassesThrough(called.status) ? called.status : StatusOfCause(called.cause);
+  Fail(called.cause, status, "", "");
 }
 
 bool CallingLeg::CalledLegIsUp() const {
@@ -225,12 +269,58 @@ void CallingLeg::Join() {
       return;
     }
     // It was hung up meanwhile; its report is on its way, and has the true cause.
-    ServeUntil(session_, std::chrono::steady_clock::now() + kReportPatience, [this] { return called_->ended; });
-    EndWithCalledLeg();
-    return;
+    ServeUntilDone(std::chrono::steady_clock::now() + kReportPatience, [this] { return called_->ended; });
+    return AfterBridge();
   }
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
-  ServeWhileUp(session_);
+  switch_channel_set_variable(channel_, "originate_disposition", "SUCCESS");
+  ServeUntilDone(std::chrono::steady_clock::time_point::max(), [this] { return called_->ended; });
+  AfterBridge();
+}
+
+/// What the leg does when the bridge is over, for whatever reason.
+void CallingLeg::AfterBridge() {
+  if (switch_channel_down(channel_)) return;
+  if (redirection_) return LeaveBridge();
+  switch_channel_set_variable(channel_, "bridge_hangup_cause", switch_channel_cause2str(called_->cause));
+  if (last_action_ || switch_true(Variable("hangup_after_bridge").c_str())) return EndWithCalledLeg(*called_);
+  ForgetCalledLeg(called_->cause);
+  switch_channel_set_state(channel_, CS_EXECUTE);
+}
+
+/// The leg goes elsewhere, or its called leg does.
+void CallingLeg::LeaveBridge() {
+  if (!called_ || switch_channel_down(channel_)) return;
+  if (redirection_ && redirection_->partners && called_->answer && !called_->ended) {
+    HandCalledLegOver(*redirection_->partners);
+  } else {
+    ForgetCalledLeg(SWITCH_CAUSE_NORMAL_CLEARING);
+  }
+  if (redirection_ && redirection_->own) return;
+  if (switch_true(Variable("hangup_after_bridge").c_str())) Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");
+}
+
+/// Lets the called leg go and forgets it: this leg may call another one.
+void CallingLeg::ForgetCalledLeg(switch_call_cause_t cause) {
+  LetCalledLegGo(cause);
+  called_.reset();
+  switch_channel_clear_flag(channel_, CF_BRIDGED);
+  for (const char* name : {SWITCH_SIGNAL_BOND_VARIABLE, SWITCH_BRIDGE_UUID_VARIABLE}) {
+    switch_channel_set_variable(channel_, name, nullptr);
+  }
+}
+
+/// The called leg goes its own way with its media: the bridge is undone here, by the leg that made it, before that leg
+/// hears of it.
+void CallingLeg::HandCalledLegOver(const Destination& destination) {
+  const BridgedLeg called = *std::exchange(called_, std::nullopt);
+  media_->Unbridge();
+  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, called.uuid);
+  switch_channel_clear_flag(channel_, CF_BRIDGED);
+  for (const char* name : {SWITCH_SIGNAL_BOND_VARIABLE, SWITCH_BRIDGE_UUID_VARIABLE}) {
+    switch_channel_set_variable(channel_, name, nullptr);
+  }
+  CalledLeg::GoOn(called.uuid, called.leg, destination);
 }
 
 }  // namespace kvx_switch

@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "sip/dialplan_applications.h"
 #include "sip/located_xml.h"
 
 namespace kvx_switch {
@@ -12,12 +13,6 @@ namespace {
 
 // Nothing a number or a name may be is longer.
 constexpr size_t kLongestSubject = 256;
-
-const char* const kApplications[] = {"answer", "bridge", "export", "hangup", "log", "set"};
-
-bool KnownApplication(const std::string& name) {
-  return std::find(std::begin(kApplications), std::end(kApplications), name) != std::end(kApplications);
-}
 
 /// Replaces $1 to $9 by the groups of `match`.
 std::string ExpandGroups(const std::string& text, const std::vector<std::string>& match) {
@@ -119,7 +114,7 @@ class DialplanReader {
 
   bool ReadCondition(const LocatedElement& element, Dialplan::Condition& condition) {
     for (const auto& [attribute, value] : element.attributes) {
-      if (attribute != "field" && attribute != "expression") {
+      if (attribute != "field" && attribute != "expression" && attribute != "break") {
         return Fail(element, "a condition has no attribute \"" + attribute + "\"");
       }
     }
@@ -132,17 +127,36 @@ class DialplanReader {
       condition.expression = Pattern::Compile(*expression, problem);
       if (!condition.expression) return Fail(element, "expression \"" + *expression + "\": " + problem);
     }
+    if (!ReadBreak(element, condition)) return false;
     return AllGood(element, [&](const LocatedElement& child) { return ReadAction(child, condition); });
   }
 
+  bool ReadBreak(const LocatedElement& element, Dialplan::Condition& condition) {
+    const std::string* text = element.Attribute("break");
+    if (!text || *text == "on-false") return true;
+    if (*text == "on-true") {
+      condition.breaks = Dialplan::Break::kOnTrue;
+    } else if (*text == "always") {
+      condition.breaks = Dialplan::Break::kAlways;
+    } else if (*text == "never") {
+      condition.breaks = Dialplan::Break::kNever;
+    } else {
+      return Fail(element, "\"break\" is \"" + *text + "\", not on-false, on-true, always or never");
+    }
+    return true;
+  }
+
   bool ReadAction(const LocatedElement& element, Dialplan::Condition& condition) {
-    if (element.name != "action") return Unexpected(element, "action");
+    const bool anti = element.name == "anti-action";
+    if (!anti && element.name != "action") return Unexpected(element, "action");
     if (!OnlyAttributes(element, {"application", "data"})) return false;
     const std::string* application = element.Attribute("application");
     if (!application) return Fail(element, "an action needs an \"application\"");
-    if (!KnownApplication(*application)) return Fail(element, "there is no application \"" + *application + "\"");
     const std::string* data = element.Attribute("data");
-    condition.actions.push_back({*application, data ? *data : ""});
+    DialplanAction action{*application, data ? *data : ""};
+    const std::string fault = FaultOfAction(action.application, action.data);
+    if (!fault.empty()) return Fail(element, fault);
+    (anti ? condition.anti_actions : condition.actions).push_back(std::move(action));
     return true;
   }
 
@@ -161,24 +175,34 @@ std::shared_ptr<const Dialplan> Dialplan::Load(const std::string& directory, std
   return error.empty() ? dialplan : nullptr;
 }
 
+bool Dialplan::Holds(const Condition& condition, const VariableLookup& variables, std::vector<std::string>& match) {
+  if (condition.field.empty()) return true;
+  // A field is a variable's name, or text with references in it.
+  const std::string subject = condition.field.find("${") == std::string::npos
+                                  ? variables(condition.field)
+                                  : ExpandChannelVariables(condition.field, variables);
+  auto found = subject.size() > kLongestSubject ? std::nullopt : condition.expression->Search(subject);
+  if (found) match = std::move(*found);
+  return found.has_value();
+}
+
+/// An extension matches when something in it applied, unless it broke off at a condition that did not hold and had
+/// nothing to do for that case.
 bool Dialplan::Matches(const Extension& extension, const VariableLookup& variables,
                        std::vector<DialplanAction>& actions) {
+  bool matches = false;
   for (const Condition& condition : extension.conditions) {
     std::vector<std::string> match;
-    if (!condition.field.empty()) {
-      // A field is a variable's name, or text with references in it.
-      const std::string subject = condition.field.find("${") == std::string::npos
-                                      ? variables(condition.field)
-                                      : ExpandChannelVariables(condition.field, variables);
-      auto found = subject.size() > kLongestSubject ? std::nullopt : condition.expression->Search(subject);
-      if (!found) return false;
-      match = std::move(*found);
-    }
-    for (const DialplanAction& action : condition.actions) {
+    const bool holds = Holds(condition, variables, match);
+    const bool applies = holds || !condition.anti_actions.empty();
+    matches = matches || applies;
+    for (const DialplanAction& action : holds ? condition.actions : condition.anti_actions) {
       actions.push_back({action.application, ExpandGroups(action.data, match)});
     }
+    const Break breaks = condition.breaks;
+    if (breaks == Break::kAlways || breaks == (holds ? Break::kOnTrue : Break::kOnFalse)) return matches && applies;
   }
-  return true;
+  return matches;
 }
 
 Route Dialplan::Find(const std::string& context, const VariableLookup& variables) const {

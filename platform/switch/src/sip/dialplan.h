@@ -1,11 +1,12 @@
 #pragma once
 
-#include "sip/pattern.h"
-
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "sip/destination.h"
+#include "sip/pattern.h"
 
 /// Which actions an incoming call runs: the contexts, extensions and conditions of conf/dialplan. A dialplan is built
 /// once and then only read, so any number of legs may route through it at once.
@@ -13,11 +14,6 @@ namespace kvx_switch {
 
 /// The value of a variable by its name; "" when it is not set.
 using VariableLookup = std::function<std::string(const std::string& name)>;
-
-struct DialplanAction {
-  std::string application;
-  std::string data;  ///< with $1 replaced, ${name} not yet
-};
 
 struct Route {
   std::string extension;  ///< name of the (last) extension that matched
@@ -39,10 +35,14 @@ class Dialplan {
  private:
   friend class DialplanReader;
 
+  /// Whether the conditions below are looked at is decided by how this one came out.
+  enum class Break { kOnFalse, kOnTrue, kAlways, kNever };
   struct Condition {
     std::string field;  // empty: always holds
     std::shared_ptr<const Pattern> expression;
+    Break breaks = Break::kOnFalse;
     std::vector<DialplanAction> actions;
+    std::vector<DialplanAction> anti_actions;  // for when it does not hold
   };
   struct Extension {
     std::string name;
@@ -54,6 +54,7 @@ class Dialplan {
     std::vector<Extension> extensions;
   };
 
+  static bool Holds(const Condition& condition, const VariableLookup& variables, std::vector<std::string>& match);
   static bool Matches(const Extension& extension, const VariableLookup& variables,
                       std::vector<DialplanAction>& actions);
 

@@ -145,6 +145,7 @@ void Renegotiation::AnswerAudio() {
   remote_ = std::move(offer_);
   stream_ = offer_stream_;
   audio_ = remote_.media[stream_];
+  if (held_) audio_.direction = WithoutSending(audio_.direction);
   agreed_ = std::move(offer_agreed_);
   step_ = Step::kIdle;
   local_ = AudioDescription(local_media_);
@@ -232,7 +233,7 @@ void Renegotiation::Offer(const LocalDescription& local) {
 }
 
 void Renegotiation::OnAnswer(const std::string& sdp) {
-  if (step_ != Step::kWeAsk) return;
+  if (step_ != Step::kWeAsk && step_ != Step::kWeHold) return;
   std::string error;
   std::optional<SessionDescription> answer = ParseSdp(sdp, error);
   if (!answer) return BreakOff("The answer to our re-INVITE cannot be read: " + error);
@@ -240,7 +241,9 @@ void Renegotiation::OnAnswer(const std::string& sdp) {
     if (to_fax_) return OnRefusal(kNotAcceptable);
     return BreakOff("The answer to our re-INVITE refuses the audio stream");
   }
-  if (to_fax_) {
+  if (step_ == Step::kWeHold) {
+    OnHoldAnswer(*answer);
+  } else if (to_fax_) {
     OnImageAnswer(*answer);
   } else {
     OnAudioAnswer(*answer);
@@ -287,6 +290,14 @@ void Renegotiation::OnAudioAnswer(const SessionDescription& answer) {
 }
 
 void Renegotiation::OnRefusal(int status) {
+  if (step_ == Step::kWeHold) {
+    step_ = Step::kIdle;
+    held_ = !held_;
+    LegLog(
+        leg_.session, SWITCH_LOG_WARNING,
+        "The far end refused to be " + std::string(held_ ? "taken back" : "held") + " with " + std::to_string(status));
+    return;
+  }
   if (step_ != Step::kWeAsk) return;
   step_ = Step::kIdle;
   if (!to_fax_) return BreakOff("The way back from fax was refused with " + std::to_string(status));

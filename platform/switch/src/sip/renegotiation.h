@@ -61,11 +61,23 @@ class Renegotiation {
   void set_partner_direction(MediaDirection direction) { partner_direction_ = direction; }
   MediaDirection far_direction() const { return remote_.media[stream_].direction; }
 
+  /// Neither fax nor in the middle of a change: the leg may be given another partner.
+  bool AtRest() const { return step_ == Step::kIdle && !fax_; }
+  /// The partner is gone; what it says from now on comes from another one, through these.
+  void Rebind(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge);
+  const AgreedMedia& agreed() const { return agreed_; }
+
+  /// Puts the far end on hold, or takes it back: offers it to receive alone, and the bridge follows its answer. False
+  /// when that cannot be done now.
+  bool Hold(bool on);
+  bool held() const { return held_; }
+
  private:
   enum class Step {
     kIdle,
     kPartnerAsks,  ///< our far end waits for an answer until the partner's has given one
     kWeAsk,        ///< the partner waits for the answer of our far end
+    kWeHold,       ///< our far end has been asked to go on hold, or to come back
   };
 
   void OnAudioOffer(SessionDescription offer, size_t stream);
@@ -80,18 +92,20 @@ class Renegotiation {
   void Offer(const LocalDescription& local);
   void AskPartner(Task offer);
   void RestoreAudio();
+  void OnHoldAnswer(const SessionDescription& answer);
   void DirectionChanged();
   void Refuse(int status, const std::string& why);
   /// The media server has let the leg go, or the two far ends cannot be brought together again: the call ends.
   void BreakOff(const std::string& why);
 
-  const Leg leg_;
+  Leg leg_;
   SessionDescription remote_;  // as last agreed on
   size_t stream_;
   SdpMedia audio_;  // the far end's audio as last agreed on
   AgreedMedia agreed_;
   LocalDescription local_;  // as last told
   bool fax_ = false;
+  bool held_ = false;  // by us
   Step step_ = Step::kIdle;
   bool to_fax_ = false;  // what step_ is about
   SessionDescription offer_;

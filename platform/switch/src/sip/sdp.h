@@ -14,6 +14,8 @@ enum class MediaDirection { kSendReceive, kSendOnly, kReceiveOnly, kInactive };
 
 /// What an answerer says to an offer of `direction`: what one side sends the other receives (RFC 3264, 6.1).
 MediaDirection Reversed(MediaDirection direction);
+/// What is left of it for a side that was told not to send.
+MediaDirection WithoutSending(MediaDirection direction);
 
 /// One payload type of an RTP stream with its "rtpmap" and "fmtp" put together.
 struct SdpPayload {

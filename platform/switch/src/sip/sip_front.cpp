@@ -31,6 +31,8 @@ class SipFront {
   void Stop();
   std::string Address(const std::string& profile);
   std::shared_ptr<SipAgent> AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target);
+  std::shared_ptr<const Dialplan> TheDialplan();
+  std::shared_ptr<SipAgent> FindAgent(const std::string& profile);
 
  private:
   static void OnReloadXml(switch_event_t* event);
@@ -169,6 +171,19 @@ std::shared_ptr<SipAgent> SipFront::AgentFor(const std::shared_ptr<SipAgent>& ow
   return own;
 }
 
+std::shared_ptr<const Dialplan> SipFront::TheDialplan() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return dialplan_;
+}
+
+std::shared_ptr<SipAgent> SipFront::FindAgent(const std::string& profile) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (profile.empty() || agent->profile().name == profile) return agent;
+  }
+  return nullptr;
+}
+
 /// On the SIP thread: only makes the leg and lets it run.
 void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) {
   const SipProfile& profile = dialog->agent()->profile();
@@ -204,12 +219,7 @@ void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDi
   };
   for (const auto& [name, value] : variables) switch_channel_set_variable(channel, name, value.c_str());
 
-  std::shared_ptr<const Dialplan> dialplan;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    dialplan = dialplan_;
-  }
-  auto leg = std::make_shared<CallingLeg>(invite, dialog, dialplan);
+  auto leg = std::make_shared<CallingLeg>(invite, dialog, TheDialplan());
   const std::string uuid = switch_core_session_get_uuid(session);
   dialog->SetLegOnSipThread(uuid, CallingLeg::EventSink(uuid, leg));
   if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return;
@@ -233,6 +243,14 @@ std::string SipAddress(const std::string& profile) {
 
 std::shared_ptr<SipAgent> AgentForTarget(const std::shared_ptr<SipAgent>& own, const std::string& target) {
   return the_front().AgentFor(own, target);
+}
+
+std::shared_ptr<const Dialplan> CurrentDialplan() {
+  return the_front().TheDialplan();
+}
+
+std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile) {
+  return the_front().FindAgent(profile);
 }
 
 }  // namespace kvx_switch

@@ -7,6 +7,7 @@
 /// thread that starts and ends the switch; SipAddress by any.
 namespace kvx_switch {
 
+class Dialplan;
 class SipAgent;
 
 /// Reads the configuration and listens. False and `error`, which names file, line or address, when something is wrong;
@@ -24,5 +25,11 @@ std::string SipAddress(const std::string& profile = "");
 /// Through which profile to call `target`, a SIP URI: `own` where it can, else the first one that has the address
 /// family and the transport that the target asks for; `own` when there is none, so that the call fails there.
 std::shared_ptr<SipAgent> AgentForTarget(const std::shared_ptr<SipAgent>& own, const std::string& target);
+
+/// The dialplan as it was read last; null before StartSip. Any thread.
+std::shared_ptr<const Dialplan> CurrentDialplan();
+
+/// The agent of the profile of that name, of the first profile for ""; null when there is none. Any thread.
+std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile);
 
 }  // namespace kvx_switch

@@ -1,0 +1,52 @@
+#include <utility>
+
+#include "sip/leg_helpers.h"
+#include "sip/renegotiation.h"
+
+namespace kvx_switch {
+
+MediaDirection WithoutSending(MediaDirection direction) {
+  const bool receives = direction == MediaDirection::kSendReceive || direction == MediaDirection::kReceiveOnly;
+  return receives ? MediaDirection::kReceiveOnly : MediaDirection::kInactive;
+}
+
+void Renegotiation::Rebind(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge) {
+  leg_.tell_partner = std::move(tell_partner);
+  leg_.bridge = std::move(bridge);
+  partner_direction_ = MediaDirection::kSendReceive;
+}
+
+bool Renegotiation::Hold(bool on) {
+  if (!AtRest() || on == held_) return false;
+  held_ = on;
+  step_ = Step::kWeHold;
+  to_fax_ = false;
+  ++local_.version;
+  local_.direction = on ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
+  LegLog(leg_.session, SWITCH_LOG_INFO, on ? "Putting the far end on hold" : "Taking the far end back from hold");
+  leg_.dialog->Reinvite(BuildAnswer(local_, remote_, stream_));
+  return true;
+}
+
+/// The codec and the ports stay; only who sends has changed, and where the far end wants it.
+void Renegotiation::OnHoldAnswer(const SessionDescription& answer) {
+  const SdpMedia& stream = answer.media[stream_];
+  StreamSecurity security =
+      SecurityOfAnswer(stream, local_.protocol, agreed_.local_key ? &*agreed_.local_key : nullptr);
+  const std::vector<CodecMatch> common = CommonCodecs(stream, {agreed_.codec.implementation});
+  if (!stream.IsRtpAudio() || !security.problem.empty() || common.empty()) {
+    return BreakOff("The answer to our re-INVITE cannot be taken " + security.problem);
+  }
+  agreed_.codec = common.front();
+  agreed_.remote_key = std::move(security.remote);
+  if (!leg_.media->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, answer.session_name, agreed_)) {
+    return BreakOff("The media server refused the far end's new description");
+  }
+  step_ = Step::kIdle;
+  remote_ = answer;
+  audio_ = stream;
+  if (held_) audio_.direction = WithoutSending(audio_.direction);
+  DirectionChanged();
+}
+
+}  // namespace kvx_switch
