@@ -71,6 +71,19 @@ TEST_F(Sessions, RequestTakesThePoolOverOnlyWhenItSucceeds) {
   switch_core_session_destroy(&session);
 }
 
+TEST_F(Sessions, AreRefusedWhenTheSecondHasSeenTooMany) {
+  int32_t most = 2;
+  EXPECT_EQ(switch_core_session_ctl(SCSC_SPS, &most), 2);
+  switch_core_session_t* first = request();
+  switch_core_session_t* second = request();
+  EXPECT_EQ(request(), nullptr);
+  EXPECT_TRUE(
+      log().Has(test_support::warning_line("No new leg: there were 2 new legs within a second, at most 2 may be\n")));
+  EXPECT_EQ(switch_core_session_ctl(SCSC_SPS, nullptr), 2);
+  switch_core_session_destroy(&first);
+  switch_core_session_destroy(&second);
+}
+
 TEST_F(Sessions, AreRefusedWhenTheSwitchIsFullPausedOrEnding) {
   int32_t most = 2;
   switch_core_session_ctl(SCSC_MAX_SESSIONS, &most);

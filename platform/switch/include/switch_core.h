@@ -77,9 +77,10 @@ switch_core_init_and_modload(switch_core_flag_t flags, switch_bool_t console, co
 /// Hangs up every leg, waits for them, unloads the modules and ends every thread of the core.
 SWITCH_DECLARE(switch_status_t) switch_core_destroy(void);
 
-/// `val` points to an int32_t, read and written. SCSC_MAX_SESSIONS and SCSC_LOGLEVEL set when it is positive (log
-/// level: not negative) and store the value now in force; SCSC_PAUSE_ALL refuses (1) or takes (0) new sessions;
-/// SCSC_HUPALL and SCSC_SHUTDOWN end all legs, the second for good; SCSC_CHECK_RUNNING answers 1 or 0. Else -1.
+/// `val` points to an int32_t, read and written. SCSC_MAX_SESSIONS, SCSC_SPS (sessions per second) and SCSC_LOGLEVEL
+/// set when it is positive (log level: not negative) and store the value now in force; SCSC_PAUSE_ALL refuses (1) or
+/// takes (0) new sessions; SCSC_HUPALL and SCSC_SHUTDOWN end all legs, the second for good; SCSC_CHECK_RUNNING answers
+/// 1 or 0. Else -1.
 SWITCH_DECLARE(int32_t) switch_core_session_ctl(switch_session_ctl_t cmd, void* val);
 
 SWITCH_DECLARE(switch_loadable_module_interface_t*)

@@ -232,6 +232,7 @@ typedef enum {
   SCSC_SHUTDOWN = 4,
   SCSC_CHECK_RUNNING = 5,
   SCSC_LOGLEVEL = 6,
+  SCSC_SPS = 7,
   SCSC_MAX_SESSIONS = 10
 } switch_session_ctl_t;
 

@@ -2,6 +2,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <mutex>
 #include <string>
 
@@ -15,6 +16,7 @@
 #include "core/log.h"
 #include "core/module_registry.h"
 #include "core/session_manager.h"
+#include "core/session_rate.h"
 #include "core/variables.h"
 
 switch_directories SWITCH_GLOBAL_dirs;
@@ -252,6 +254,12 @@ int32_t switch_core_session_ctl(switch_session_ctl_t cmd, void* val) {
       if (!value) return static_cast<int32_t>(sessions.Maximum());
       if (*value > 0) sessions.SetMaximum(static_cast<uint32_t>(*value));
       return *value = static_cast<int32_t>(sessions.Maximum());
+    case SCSC_SPS: {
+      if (value && *value > 0) SessionRate::Get().SetLimit(static_cast<size_t>(*value));
+      const auto in_force = static_cast<int32_t>(SessionRate::Get().At(std::chrono::steady_clock::now()).limit);
+      if (value) *value = in_force;
+      return in_force;
+    }
   }
   return -1;
 }
