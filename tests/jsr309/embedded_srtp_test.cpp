@@ -99,6 +99,37 @@ TEST_F(EmbeddedSrtp, AProtectedLegIsJoinedWithOneInTheClear) {
   EXPECT_EQ(a.Receive(), Payload(2));
 }
 
+TEST_F(EmbeddedSrtp, KeysServeWithTheIdentifierAndForThePacketsThatTheRecordSays) {
+  Start();
+  const auto session = NewSession();
+  SecureLeg a;
+  a.leg.connection = NewConnection(session);
+  AddCodec(a.leg.local);
+  SetKeys(a.leg.local, 1, kLongTag, 3, "7:2");
+  MediaConfig remote = RemoteOf(a.leg);
+  SetKeys(remote, 2, kLongTag, 3, "9:3");
+  ASSERT_TRUE(a.leg.connection->GetLocalOffer(a.leg.local));
+  ASSERT_TRUE(a.leg.connection->SetRemoteAnswer(remote));
+  a.sends = std::make_shared<SrtpPeer>(SrtpPeer::Way::kSends, SrtpPeerKeys{SrtpPeerKey(2), false, {0, 0, 9}});
+  a.receives = std::make_shared<SrtpPeer>(SrtpPeer::Way::kReceives, SrtpPeerKeys{SrtpPeerKey(1), false, {0, 7}});
+  const Leg b = NewLeg(session);
+  ASSERT_TRUE(Join(a.leg, b));
+  // Two to the power of three each way, and not one more.
+  for (std::uint16_t number = 1; number <= 8; ++number) {
+    a.Send(number);
+    ASSERT_EQ(b.Receive().value().payload, Payload(number)) << number;
+    b.Send(number);
+    ASSERT_EQ(a.Receive(), Payload(number)) << number;
+  }
+  a.Send(9);
+  b.Send(9);
+  EXPECT_FALSE(b.Receive(50));
+  pollfd waiting{a.leg.far_end->Descriptor(), POLLIN, 0};
+  EXPECT_EQ(poll(&waiting, 1, 0), 0);
+  EXPECT_TRUE(logger().Has(kelvaro::WARN_LOG_LEVEL, "the far end's keys have served their time"));
+  EXPECT_TRUE(logger().Has(kelvaro::WARN_LOG_LEVEL, "the keys we send with have served their time"));
+}
+
 TEST_F(EmbeddedSrtp, AnAnsweredLegTakesTheOfferedKeys) {
   Start();
   const auto session = NewSession();

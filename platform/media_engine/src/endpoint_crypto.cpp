@@ -8,7 +8,7 @@ namespace media_engine {
 
 bool EndpointCrypto::Protect(Protocol protocol, uint8_t* packet, std::size_t& length) {
   if (blocked()) {
-    ++counters_.srtp_missing;
+    ++counters_.missing;
     return false;
   }
   if (!Protects()) return true;
@@ -21,7 +21,7 @@ bool EndpointCrypto::Protect(Protocol protocol, uint8_t* packet, std::size_t& le
 
 bool EndpointCrypto::Unprotect(Protocol protocol, uint8_t* packet, std::size_t& length, TimePoint now) {
   if (blocked()) {
-    ++counters_.srtp_missing;
+    ++counters_.missing;
     return false;
   }
   if (!Protects()) return true;
@@ -78,19 +78,19 @@ void EndpointCrypto::Count(SrtpVerdict verdict) {
     case SrtpVerdict::kDone:
       return;
     case SrtpVerdict::kUnauthentic:
-      ++counters_.srtp_unauthentic;
+      ++counters_.unauthentic;
       return;
     case SrtpVerdict::kReplayed:
-      ++counters_.srtp_replayed;
+      ++counters_.replayed;
       return;
     case SrtpVerdict::kExpired:
-      ++counters_.srtp_key_expired;
+      ++counters_.key_expired;
       return;
     case SrtpVerdict::kSourcesExceeded:
-      ++counters_.srtp_sources_exceeded;
+      ++counters_.sources_exceeded;
       return;
     case SrtpVerdict::kFailed:
-      ++counters_.srtp_unsendable;
+      ++counters_.unsendable;
       return;
   }
 }
@@ -100,12 +100,12 @@ void EndpointCrypto::TellOnce(bool& told, const char* what) {
 }
 
 void EndpointCrypto::AddTo(EndpointStatistics& statistics) const {
-  statistics.srtp_unauthentic += counters_.srtp_unauthentic;
-  statistics.srtp_replayed += counters_.srtp_replayed;
-  statistics.srtp_sources_exceeded += counters_.srtp_sources_exceeded;
-  statistics.srtp_key_expired += counters_.srtp_key_expired;
-  statistics.srtp_missing += counters_.srtp_missing;
-  statistics.srtp_unsendable += counters_.srtp_unsendable;
+  statistics.srtp_unauthentic += counters_.unauthentic;
+  statistics.srtp_replayed += counters_.replayed;
+  statistics.srtp_sources_exceeded += counters_.sources_exceeded;
+  statistics.srtp_key_expired += counters_.key_expired;
+  statistics.srtp_missing += counters_.missing;
+  statistics.srtp_unsendable += counters_.unsendable;
 }
 
 }  // namespace media_engine

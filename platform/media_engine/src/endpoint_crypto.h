@@ -50,7 +50,7 @@ class EndpointCrypto {
   bool mandatory() const { return mandatory_; }
   /// Nothing goes either way: crypto is mandatory and one side has no keys.
   bool blocked() const { return mandatory_ && !Protects(); }
-  uint64_t& missing() { return counters_.srtp_missing; }
+  uint64_t& missing() { return counters_.missing; }
 
   // Packets, in place. False: drop it; it has been counted. In the clear, true and nothing done. A packet begins at a
   // multiple of four octets and has kSrtpTrailerRoom behind it when it is to be protected.
@@ -107,7 +107,11 @@ class EndpointCrypto {
   Transform former_;                       // the keys before
   std::optional<TimePoint> former_until_;  // none: until the new keys are in use
 
-  EndpointStatistics counters_;  // only what is of SRTP
+  /// What EndpointStatistics has of SRTP.
+  struct Counters {
+    uint64_t unauthentic = 0, replayed = 0, sources_exceeded = 0, key_expired = 0, missing = 0, unsendable = 0;
+  };
+  Counters counters_;
   bool told_expired_locally_ = false, told_expired_remotely_ = false;
   bool told_unauthentic_ = false;
 };

@@ -51,7 +51,7 @@ JitterBuffer::Verdict JitterBuffer::Put(const RtpHeader& header, const uint8_t* 
   if (one.number <= played_) return CountPassed(one, timed, arrival);
   const auto twin = std::find_if(held_.rbegin(), held_.rend(), [&](const Held& h) { return h.number <= one.number; });
   if (twin != held_.rend() && twin->number == one.number) {
-    ++counters_.jitter_buffer_duplicates;
+    ++counters_.duplicates;
     return Verdict::kDuplicate;
   }
   if (timed) {
@@ -62,11 +62,11 @@ JitterBuffer::Verdict JitterBuffer::Put(const RtpHeader& header, const uint8_t* 
   const bool reordered = one.number < highest_;
   highest_ = std::max(highest_, one.number);
   if (timed && !InTime(one, arrival)) {
-    ++counters_.jitter_buffer_late;
+    ++counters_.late;
     return Verdict::kLate;
   }
   const Verdict verdict = Insert(one, packet, timed, arrival);
-  if (reordered && verdict == Verdict::kHeld) ++counters_.jitter_buffer_reordered;
+  if (reordered && verdict == Verdict::kHeld) ++counters_.reordered;
   return verdict;
 }
 
@@ -91,7 +91,7 @@ void JitterBuffer::Restart(const RtpHeader& header) {
 JitterBuffer::Verdict JitterBuffer::CountPassed(const Held& one, bool timed, microseconds arrival) {
   const int64_t age = played_ - one.number;
   if (age < 64 && (played_before_ >> age & 1) != 0) {
-    ++counters_.jitter_buffer_duplicates;
+    ++counters_.duplicates;
     return Verdict::kDuplicate;
   }
   // Those that take a longer way count in what delay is needed.
@@ -99,7 +99,7 @@ JitterBuffer::Verdict JitterBuffer::CountPassed(const Held& one, bool timed, mic
     const microseconds transit = arrival - SentAt(one.header.timestamp);
     if (transit - window_.shortest() < kLeap && transit >= window_.shortest() && window_.Add(transit)) Adapt();
   }
-  ++counters_.jitter_buffer_late;
+  ++counters_.late;
   return Verdict::kLate;
 }
 
@@ -173,7 +173,7 @@ JitterBuffer::Verdict JitterBuffer::Insert(Held& one, const uint8_t* packet, boo
   if (timed && !one.begins && begins_held_ == 0) offset_ = std::min(offset_, one.latest - one.sent);
   if (held_.size() == held_.capacity() ||
       !store_.Put(packet + one.header.payload_offset, one.header.payload_length, one.payload)) {
-    ++counters_.jitter_buffer_overflows;
+    ++counters_.overflows;
     return Verdict::kOverflow;
   }
   one.header.payload_offset = kRtpHeaderLength;
@@ -232,7 +232,7 @@ void JitterBuffer::NotePlayed(int64_t number) {
 }
 
 void JitterBuffer::Discard() {
-  counters_.jitter_buffer_discarded += held_.size();
+  counters_.discarded += held_.size();
   held_.clear();
   begins_held_ = 0;
   store_.Clear();
@@ -240,11 +240,11 @@ void JitterBuffer::Discard() {
 }
 
 void JitterBuffer::AddTo(EndpointStatistics& statistics) const {
-  statistics.jitter_buffer_late += counters_.jitter_buffer_late;
-  statistics.jitter_buffer_duplicates += counters_.jitter_buffer_duplicates;
-  statistics.jitter_buffer_overflows += counters_.jitter_buffer_overflows;
-  statistics.jitter_buffer_discarded += counters_.jitter_buffer_discarded;
-  statistics.jitter_buffer_reordered += counters_.jitter_buffer_reordered;
+  statistics.jitter_buffer_late += counters_.late;
+  statistics.jitter_buffer_duplicates += counters_.duplicates;
+  statistics.jitter_buffer_overflows += counters_.overflows;
+  statistics.jitter_buffer_discarded += counters_.discarded;
+  statistics.jitter_buffer_reordered += counters_.reordered;
   const auto delay = std::chrono::duration_cast<milliseconds>(std::max(offset_ - window_.shortest(), microseconds(0)));
   statistics.jitter_buffer_delay_ms = static_cast<uint32_t>(delay.count());
 }

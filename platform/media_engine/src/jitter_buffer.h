@@ -116,7 +116,11 @@ class JitterBuffer {
   bool all_late_ = false;
   microseconds all_late_since_{0};
 
-  EndpointStatistics counters_;  // the jitter buffer's part
+  /// What EndpointStatistics has of the jitter buffer.
+  struct Counters {
+    uint64_t late = 0, duplicates = 0, overflows = 0, discarded = 0, reordered = 0;
+  };
+  Counters counters_;
 };
 
 }  // namespace media_engine

@@ -9,6 +9,9 @@
 
 namespace media_engine {
 
+// There are thousands of them; what few need, or what is large, belongs behind a pointer.
+static_assert(sizeof(Participant) <= 2304);
+
 Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<ServerContext> server,
                          std::shared_ptr<EndpointEvents> events, const SessionRoute* session)
     : route_(std::move(route)),
@@ -89,7 +92,7 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
     ++counters_.not_joined;
     return {};
   }
-  const PayloadRoute& route = routes_[header.payload_type];
+  const PayloadRoute& route = routes_[payload_types_.MeaningOf(header.payload_type)];
   if (!PassesOn(route, packet, header)) return {};
   if (peer_->image_.in_use()) {
     DropFor(counters_.untranslatable, header);

@@ -164,7 +164,7 @@ class Participant {
   bool carries_ = false;    // to peer_
   bool fax_peers_ = false;  // with peer_, by a description rather than by a join
   uint64_t feed_ = 0;       // counts who fed outgoing_
-  PayloadRoutes routes_;    // to peer_
+  PayloadRoutes routes_;    // to peer_; made anew with every join and every description
 
   std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
 };

@@ -85,6 +85,7 @@ void Participant::PassThroughTo(Participant& peer, const PassThroughPeer& descri
   LinkWith(peer, now);
   SetFlow(peer, true);
   peer.SetFlow(*this, true);
+  UpdateRoutes();
   fax_peers_ = peer.fax_peers_ = true;
 }
 

@@ -83,15 +83,17 @@ void PayloadTypes::SetRemote(const RemoteDescription& description) {
 /// A number may be claimed twice: a list of everything we could do holds numbers that the far end has given to
 /// something else. What was agreed on therefore claims first.
 void PayloadTypes::Rebuild() {
-  meanings_.fill(Meaning());
-  for (const Codec& codec : local_codecs_) {
-    if (agreed() != nullptr && SameCodec(codec, *agreed())) Claim(codec.payload_type, codec);
+  numbers_.fill(kNothingKnown);
+  meanings_.assign(1, Meaning());
+  for (std::size_t place = 0; place < local_codecs_.size(); ++place) {
+    if (agreed() != nullptr && SameCodec(CodecAt(place), *agreed())) ClaimCodec(place);
   }
   ClaimEvents(local_events_, local_event_type_);
-  for (const Codec& codec : local_codecs_) Claim(codec.payload_type, codec);
+  std::size_t place = 0;
+  while (place < local_codecs_.size()) ClaimCodec(place++);
   ClaimComfortNoise(local_comfort_noise_);
   // Many a far end sends with the numbers of its own description.
-  for (const Codec& codec : remote_codecs_) Claim(codec.payload_type, codec);
+  while (place < local_codecs_.size() + remote_codecs_.size()) ClaimCodec(place++);
   ClaimEvents(remote_events_, remote_event_type_);
   ClaimComfortNoise(remote_comfort_noise_);
   // Whoever says whether it is in use knows it.
@@ -100,28 +102,32 @@ void PayloadTypes::Rebuild() {
     comfort_noise.payload_type = kStaticComfortNoiseType;
     ClaimComfortNoise({comfort_noise});
   }
+  meanings_.shrink_to_fit();
 }
 
-void PayloadTypes::Claim(int payload_type, const Codec& codec) {
-  Meaning& meaning = meanings_[static_cast<std::size_t>(payload_type)];
-  if (meaning.kind != Kind::kNothing) return;
-  meaning = {Kind::kCodec, static_cast<uint32_t>(codec.clock_rate), codec};
+void PayloadTypes::Claim(int payload_type, const Meaning& meaning) {
+  uint8_t& number = numbers_[static_cast<std::size_t>(payload_type)];
+  if (number != kNothingKnown) return;
+  number = static_cast<uint8_t>(meanings_.size());  // one for each number at most
+  meanings_.push_back(meaning);
+}
+
+void PayloadTypes::ClaimCodec(std::size_t place) {
+  const Codec& codec = CodecAt(place);
+  Claim(codec.payload_type, {static_cast<uint32_t>(codec.clock_rate), static_cast<uint32_t>(place), Kind::kCodec});
 }
 
 void PayloadTypes::ClaimEvents(bool understood, const std::optional<uint8_t>& payload_type) {
   if (!understood || !payload_type || *payload_type > 127) return;
-  Meaning& meaning = meanings_[*payload_type];
   // An event's packets all carry the time of its beginning, so they say nothing of the clock.
-  if (meaning.kind == Kind::kNothing) meaning = {Kind::kTelephoneEvent, 0, Codec()};
+  Claim(*payload_type, {0, 0, Kind::kTelephoneEvent});
 }
 
 void PayloadTypes::ClaimComfortNoise(const std::vector<Codec>& described) {
   for (const Codec& codec : described) {
-    Meaning& meaning = meanings_[static_cast<std::size_t>(codec.payload_type)];
     // Beside a codec of another clock rate its timestamps would mean nothing.
     const bool fits = agreed() == nullptr || agreed()->clock_rate == codec.clock_rate;
-    if (meaning.kind != Kind::kNothing || !fits) continue;
-    meaning = {Kind::kComfortNoise, static_cast<uint32_t>(codec.clock_rate), Codec()};
+    if (fits) Claim(codec.payload_type, {static_cast<uint32_t>(codec.clock_rate), 0, Kind::kComfortNoise});
   }
 }
 
@@ -178,25 +184,29 @@ bool PayloadTypes::CanCarry(const PayloadTypes& other) const {
 
 PayloadRoutes PayloadTypes::RoutesTo(const PayloadTypes& other) const {
   PayloadRoutes routes;
-  const bool other_takes_events = other.remote_events_ && other.remote_event_type_ && *other.remote_event_type_ <= 127;
-  for (std::size_t type = 0; type < routes.size(); ++type) {
-    PayloadRoute& route = routes[type];
-    const Meaning& meaning = meanings_[type];
-    if (meaning.kind == Kind::kCodec) {
-      route.way = WayTo(meaning.codec, other);
-      route.remove_sid = other.UnwantedSid(meaning.codec);
-      if (other.agreed() != nullptr) route.payload_type = static_cast<uint8_t>(other.agreed()->payload_type);
-    } else if (meaning.kind == Kind::kTelephoneEvent) {
-      route.telephone_event = true;
-      route.way = other_takes_events ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kNoCounterpart;
-      if (other_takes_events) route.payload_type = *other.remote_event_type_;
-    } else if (meaning.kind == Kind::kComfortNoise) {
-      const auto type = SuppressesComfortNoise() ? std::nullopt : other.ComfortNoiseType(meaning.clock_rate);
-      route.way = type ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kUnwantedSilence;
-      if (type) route.payload_type = *type;
-    }
-  }
+  routes.reserve(meanings_.size());
+  for (const Meaning& meaning : meanings_) routes.push_back(RouteTo(other, meaning));
   return routes;
+}
+
+PayloadRoute PayloadTypes::RouteTo(const PayloadTypes& other, const Meaning& meaning) const {
+  PayloadRoute route;
+  if (meaning.kind == Kind::kCodec) {
+    const Codec& codec = CodecAt(meaning.codec);
+    route.way = WayTo(codec, other);
+    route.remove_sid = other.UnwantedSid(codec);
+    if (other.agreed() != nullptr) route.payload_type = static_cast<uint8_t>(other.agreed()->payload_type);
+  } else if (meaning.kind == Kind::kTelephoneEvent) {
+    const bool taken = other.remote_events_ && other.remote_event_type_ && *other.remote_event_type_ <= 127;
+    route.telephone_event = true;
+    route.way = taken ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kNoCounterpart;
+    if (taken) route.payload_type = *other.remote_event_type_;
+  } else if (meaning.kind == Kind::kComfortNoise) {
+    const auto type = SuppressesComfortNoise() ? std::nullopt : other.ComfortNoiseType(meaning.clock_rate);
+    route.way = type ? PayloadRoute::Way::kAsItIs : PayloadRoute::Way::kUnwantedSilence;
+    if (type) route.payload_type = *type;
+  }
+  return route;
 }
 
 }  // namespace media_engine

@@ -28,7 +28,8 @@ struct PayloadRoute {
   uint8_t payload_type = 0;  // on the other side
 };
 
-using PayloadRoutes = std::array<PayloadRoute, 128>;
+/// By what PayloadTypes::MeaningOf says of the received payload type.
+using PayloadRoutes = std::vector<PayloadRoute>;
 
 /// One endpoint's agreements.
 class PayloadTypes {
@@ -41,8 +42,10 @@ class PayloadTypes {
   /// "AMR/8000 octet-align=1", for people.
   std::string AgreedText() const;
   /// The clock of a received payload type's timestamps; 0 when it is not known or when they do not advance evenly.
-  uint32_t ClockRateOf(uint8_t payload_type) const { return meanings_[payload_type].clock_rate; }
-  bool Understands(uint8_t payload_type) const { return meanings_[payload_type].kind != Kind::kNothing; }
+  uint32_t ClockRateOf(uint8_t payload_type) const { return meanings_[MeaningOf(payload_type)].clock_rate; }
+  bool Understands(uint8_t payload_type) const { return MeaningOf(payload_type) != kNothingKnown; }
+  /// Its place in the routes from here, as long as no description comes.
+  std::size_t MeaningOf(uint8_t payload_type) const { return numbers_[payload_type]; }
 
   /// How packets from here get to the other.
   PayloadRoutes RoutesTo(const PayloadTypes& other) const;
@@ -53,17 +56,24 @@ class PayloadTypes {
   static std::string FaultIn(const std::vector<Codec>& codecs);
 
  private:
+  static constexpr uint8_t kNothingKnown = 0;
   enum class Kind : uint8_t { kNothing, kCodec, kTelephoneEvent, kComfortNoise };
   struct Meaning {
-    Kind kind = Kind::kNothing;
     uint32_t clock_rate = 0;
-    Codec codec;
+    uint32_t codec = 0;  // of a codec: its place among the local ones and, behind them, the remote ones
+    Kind kind = Kind::kNothing;
   };
 
   void Rebuild();
-  void Claim(int payload_type, const Codec& codec);
+  /// Unless the number has a meaning already.
+  void Claim(int payload_type, const Meaning& meaning);
+  void ClaimCodec(std::size_t place);
   void ClaimEvents(bool understood, const std::optional<uint8_t>& payload_type);
   void ClaimComfortNoise(const std::vector<Codec>& described);
+  const Codec& CodecAt(std::size_t place) const {
+    return place < local_codecs_.size() ? local_codecs_[place] : remote_codecs_[place - local_codecs_.size()];
+  }
+  PayloadRoute RouteTo(const PayloadTypes& other, const Meaning& meaning) const;
   PayloadRoute::Way WayTo(const Codec& mine, const PayloadTypes& other) const;
   bool SuppressesComfortNoise() const;
   /// Under which payload type comfort noise of that clock rate goes to the far end, if at all.
@@ -76,7 +86,8 @@ class PayloadTypes {
   bool amr_octet_align_ = false;
   bool local_events_ = false, remote_events_ = false;
   std::optional<uint8_t> local_event_type_, remote_event_type_;
-  std::array<Meaning, 128> meanings_;  // by received payload type
+  std::array<uint8_t, 128> numbers_{};        // by received payload type: place in meanings_
+  std::vector<Meaning> meanings_{Meaning()};  // the first is that of all numbers that have none
 };
 
 }  // namespace media_engine

@@ -92,14 +92,11 @@ void SrtpTransform::SetLifetime(const SrtpKeys& keys) {
 
 bool SrtpTransform::Knows(uint32_t ssrc) const {
   // The latest source is the likeliest.
-  for (std::size_t i = source_count_; i > 0; --i) {
-    if (sources_[i - 1] == ssrc) return true;
-  }
-  return false;
+  return std::find(sources_.rbegin(), sources_.rend(), ssrc) != sources_.rend();
 }
 
 void SrtpTransform::Remember(uint32_t ssrc) {
-  sources_[source_count_++] = ssrc;
+  sources_.push_back(ssrc);
 }
 
 std::size_t SrtpTransform::ShortestPacket(Protocol protocol) const {
@@ -142,7 +139,7 @@ SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t
   if (packets >= (rtp ? keys_.rtp_lifetime : keys_.rtcp_lifetime)) return SrtpVerdict::kExpired;
   const uint32_t ssrc = SsrcAt(packet + (rtp ? kRtpSsrcAt : kRtcpSsrcAt));
   const bool known = Knows(ssrc);
-  if (!known && source_count_ == kMostSources) return SrtpVerdict::kSourcesExceeded;
+  if (!known && sources_.size() == kMostSources) return SrtpVerdict::kSourcesExceeded;
   int new_length = static_cast<int>(length);
   const SrtpVerdict verdict = VerdictOf(Call(protocol, packet, &new_length));
   if (verdict != SrtpVerdict::kDone) return verdict;

@@ -11,11 +11,11 @@
 /// Threads: one at a time; different objects do not disturb each other.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "srtp_keys.h"
 
@@ -84,8 +84,7 @@ class SrtpTransform {
   srtp_ctx_t_* context_ = nullptr;
   srtp_ctx_t_* rtcp_context_ = nullptr;  // null: the same as for RTP
   uint64_t rtp_packets_ = 0, rtcp_packets_ = 0;
-  std::array<uint32_t, kMostSources> sources_;
-  std::size_t source_count_ = 0;
+  std::vector<uint32_t> sources_;  // kMostSources at most; grows with a source's first packet, as the library does
   uint32_t latest_rtp_ssrc_ = 0;
 };
 

@@ -34,6 +34,33 @@ void NameJitterBuffer(const MediaConfig& config, Side side, EmbeddedContext& con
   }
 }
 
+void NameCodecParameters(const MediaConfig& config, EmbeddedContext& context) {
+  for (const MediaCodec& codec : config.GetCodecs()) {
+    if (codec.video) continue;
+    if (!codec.format_parameters.value_or("").empty()) {
+      context.NameUnsupported("codec format parameters", "payloads are passed on as they come");
+    }
+    if (codec.channels > 1) {
+      context.NameUnsupported("codecs of several channels", "they count as the same as those of one");
+    }
+  }
+}
+
+/// What is said of our side belongs into a local description, where it is looked for.
+void NameLocalSettings(const MediaConfig& config, EmbeddedContext& context) {
+  const char* const unchanged = "they stay as they are";
+  if (config.HasIpv4Tos() || config.HasIpv4TimeToLive() || config.HasIpv6TrafficClass() || config.HasIpv6HopLimit()) {
+    context.NameUnsupported("IP header fields in a remote description", unchanged);
+  }
+  if (config.GetRtpTimeoutSec(MediaConfig::RTP_TIMEOUT_INACTIVE) ||
+      config.GetRtpTimeoutSec(MediaConfig::RTP_TIMEOUT_PENDING)) {
+    context.NameUnsupported("RTP timeouts in a remote description", unchanged);
+  }
+  if (config.GetAutoLocalPortRenew().value_or(false)) {
+    context.NameUnsupported("AutoLocalPortRenew in a remote description", "the local port stays");
+  }
+}
+
 void NameVideo(const MediaConfig& config, EmbeddedContext& context) {
   for (const MediaCodec& codec : config.GetCodecs()) {
     if (codec.video) context.NameUnsupported("video codecs", "they are left out");
@@ -51,6 +78,8 @@ void NameVideo(const MediaConfig& config, EmbeddedContext& context) {
 void NameUnsupportedSettings(const MediaConfig& config, Side side, EmbeddedContext& context) {
   NameStreamSettings(config, context);
   NameJitterBuffer(config, side, context);
+  NameCodecParameters(config, context);
+  if (side == Side::kRemote) NameLocalSettings(config, context);
   NameVideo(config, context);
 }
 
