@@ -2,8 +2,10 @@
 
 #include <switch.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -28,6 +30,7 @@ class SipFront {
   bool Start(std::string& error);
   void Stop();
   std::string Address();
+  bool Responds(std::chrono::milliseconds limit);
 
  private:
   static void OnReloadXml(switch_event_t* event);
@@ -136,6 +139,25 @@ std::string SipFront::Address() {
   return agents_.empty() ? "" : agents_.front()->address();
 }
 
+bool SipFront::Responds(std::chrono::milliseconds limit) {
+  std::vector<std::shared_ptr<SipAgent>> agents;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    agents = agents_;
+  }
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  std::vector<std::future<void>> answers;
+  for (const std::shared_ptr<SipAgent>& agent : agents) {
+    // Shared, since a task that comes late finds nobody waiting.
+    auto answer = std::make_shared<std::promise<void>>();
+    answers.push_back(answer->get_future());
+    if (!agent->Post([answer] { answer->set_value(); })) return false;
+  }
+  return std::all_of(answers.begin(), answers.end(), [deadline](const std::future<void>& answer) {
+    return answer.wait_until(deadline) == std::future_status::ready;
+  });
+}
+
 /// On the SIP thread: only makes the leg and lets it run.
 void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) {
   const SipProfile& profile = dialog->agent()->profile();
@@ -184,6 +206,10 @@ bool StartSip(std::string& error) {
 
 void StopSip() {
   the_front().Stop();
+}
+
+bool SipResponds(std::chrono::milliseconds limit) {
+  return the_front().Responds(limit);
 }
 
 std::string SipAddress() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 /// The switch's SIP side as a whole: the profiles of conf/sip_profiles and the dialplan of conf/dialplan. Called by the
@@ -13,6 +14,9 @@ bool StartSip(std::string& error);
 /// Ends what calls are left at the stack, gives their last messages a moment, joins the SIP threads. The legs should be
 /// gone by then: their media is theirs to end.
 void StopSip();
+
+/// Whether every SIP thread has run a task within `limit`: false when one hangs.
+bool SipResponds(std::chrono::milliseconds limit);
 
 /// "127.0.0.1:5060" of the first profile, with the port really used; "" while SIP is not running.
 std::string SipAddress();
