@@ -45,11 +45,12 @@ std::vector<std::string> command_line(const std::vector<std::string>& arguments)
 }
 
 std::vector<std::string> environment_texts(const std::map<std::string, std::string>& environment) {
-  std::vector<std::string> texts{"TERM=dumb", "LSAN_OPTIONS=print_suppressions=0:suppressions=" KVX_SOURCE_DIR
-                                              "/tests/switch/cli_libedit_leaks.txt"};
+  std::vector<std::string> texts{"LSAN_OPTIONS=print_suppressions=0:suppressions=" KVX_SOURCE_DIR
+                                 "/tests/switch/cli_libedit_leaks.txt"};
   for (const char* inherited : {"PATH", "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
     if (const char* value = std::getenv(inherited)) texts.push_back(std::string(inherited) + "=" + value);
   }
+  if (environment.count("TERM") == 0) texts.push_back("TERM=dumb");
   for (const auto& [name, value] : environment) texts.push_back(name + "=" + value);
   return texts;
 }

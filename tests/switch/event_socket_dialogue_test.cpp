@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,6 +30,7 @@ class EventSocketDialogueTest : public testing::Test {
   std::vector<std::pair<std::string, ApiLine>> jobs_;
   bool room_for_jobs_ = true;
   EventSubscription wanted_;
+  std::optional<switch_log_level_t> log_level_;
   EventSocketDialogue dialogue_{"secret",
                                 "127.0.0.1:5",
                                 {[this](const std::string& command, const std::string& args) {
@@ -39,7 +41,12 @@ class EventSocketDialogueTest : public testing::Test {
                                    jobs_.emplace_back(uuid, line);
                                    return room_for_jobs_;
                                  },
-                                 [this](const EventSubscription& wanted) { wanted_ = wanted; }}};
+                                 [this](const EventSubscription& wanted) { wanted_ = wanted; },
+                                 [this](std::optional<switch_log_level_t> level) {
+                                   const bool followed = log_level_.has_value();
+                                   log_level_ = level;
+                                   return followed;
+                                 }}};
 };
 
 TEST_F(EventSocketDialogueTest, AsksForThePasswordFirst) {
@@ -93,6 +100,39 @@ TEST_F(EventSocketDialogueTest, PassesWishesForEventsOn) {
   EXPECT_EQ(Ask("myevents", "nobody"), reply("-ERR invalid uuid"));
   EXPECT_EQ(Ask("noevents"), reply("+OK no longer listening for events"));
   EXPECT_FALSE(wanted_.WantsAny());
+}
+
+TEST_F(EventSocketDialogueTest, FollowsTheLogDownToALevel) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("nolog"), reply("-ERR not logging"));
+  EXPECT_EQ(Ask("log", "warning"), reply("+OK log level warning [4]"));
+  EXPECT_EQ(log_level_, SWITCH_LOG_WARNING);
+  EXPECT_EQ(Ask("log", "6"), reply("+OK log level 6 [6]"));
+  EXPECT_EQ(log_level_, SWITCH_LOG_INFO);
+  EXPECT_EQ(Ask("log", "loud"), reply("-ERR invalid log level"));
+  EXPECT_EQ(log_level_, SWITCH_LOG_INFO);
+  EXPECT_EQ(Ask("nolog"), reply("+OK no longer logging"));
+  EXPECT_EQ(log_level_, std::nullopt);
+}
+
+TEST_F(EventSocketDialogueTest, ShowsTheLogToNobodyBeforeThePassword) {
+  EXPECT_EQ(Ask("log", "debug"), reply("-ERR command not found"));
+  EXPECT_EQ(log_level_, std::nullopt);
+}
+
+TEST_F(EventSocketDialogueTest, TakesWhatClientLibrariesSayAtTheirEnd) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("linger"), reply("+OK will linger"));
+  EXPECT_EQ(Ask("linger", "30"), reply("+OK will linger"));
+  EXPECT_EQ(Ask("nolinger"), reply("+OK will not linger"));
+}
+
+TEST_F(EventSocketDialogueTest, RefusesToSendWhatIsNoEvent) {
+  Ask("auth", "secret");
+  EXPECT_EQ(Ask("sendevent"), reply("-ERR invalid event"));
+  EXPECT_EQ(Ask("sendevent", "NONSENSE"), reply("-ERR invalid event"));
+  EXPECT_EQ(Ask("sendevent", "ALL"), reply("-ERR invalid event"));
+  EXPECT_EQ(Ask("sendevent", "CUSTOM"), reply("-ERR a CUSTOM event needs an Event-Subclass"));
 }
 
 TEST_F(EventSocketDialogueTest, StartsBackgroundCommandsUnderAUuid) {

@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <getopt.h>
 #include <switch.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,9 +20,13 @@
 #include "console/console.h"
 #include "console/version.h"
 #include "core/log.h"
+#include "core/log_file.h"
 #include "core/session.h"
 #include "core/variables.h"
 #include "operate/configuration_check.h"
+#include "operate/process_limits.h"
+#include "operate/service_manager.h"
+#include "operate/signals.h"
 #include "sip/sip_front.h"
 
 namespace kvx_switch {
@@ -58,7 +60,9 @@ void PrintHelp() {
                "  --help             shows this text\n"
                "  --version          shows the version\n"
                "\n"
-               "SIGINT or SIGTERM ends all calls and then the switch; a second one does not wait for the calls.\n";
+               "SIGINT or SIGTERM ends all calls and then the switch; a second one does not wait for the calls. SIGHUP "
+               "opens\n"
+               "the log file anew.\n";
 }
 
 bool Complain(const std::string& text) {
@@ -171,47 +175,20 @@ bool WriteFile(const std::string& path, const std::string& text) {
   return Complain(path + ": cannot be written: " + reason);
 }
 
-/// SIGINT and SIGTERM as something to read, on the main thread alone. To be made before any other thread is.
-class EndSignals {
- public:
-  EndSignals() {
-    sigemptyset(&signals_);
-    sigaddset(&signals_, SIGINT);
-    sigaddset(&signals_, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-  }
-
-  void Wait() {
-    int signal = 0;
-    while (sigwait(&signals_, &signal) != 0) {
-    }
-  }
-
-  /// True when one came within `timeout`.
-  bool WaitFor(std::chrono::milliseconds timeout) {
-    timespec time{};
-    time.tv_sec = static_cast<time_t>(timeout.count() / 1000);
-    time.tv_nsec = static_cast<long>(timeout.count() % 1000) * 1000000L;
-    return sigtimedwait(&signals_, nullptr, &time) > 0;
-  }
-
- private:
-  sigset_t signals_{};
-};
-
 /// True when no leg is left. A further signal ends the waiting.
-bool EndCalls(EndSignals& signals) {
+bool EndCalls(Signals& signals, ServiceManager& manager) {
   int32_t on = 1;
   switch_core_session_ctl(SCSC_PAUSE_ALL, &on);
   uint32_t legs = switch_core_session_count();
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Stopping: %u legs to hang up\n", legs);
+  manager.Notify("STOPPING=1\nSTATUS=Stopping, " + std::to_string(legs) + " legs to hang up");
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   do {
     // Again and again: a leg may have been on its way when the switch stopped taking calls.
     switch_core_session_hupall(SWITCH_CAUSE_SYSTEM_SHUTDOWN);
     if (WaitForNoSessions(std::chrono::milliseconds(250))) return true;
-    if (signals.WaitFor(std::chrono::milliseconds(0))) break;
+    if (signals.EndIsThere()) break;
+    if (manager.watchdog_pause().count() > 0) manager.Notify("WATCHDOG=1");
   } while (std::chrono::steady_clock::now() < deadline);
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%u legs did not end; leaving them\n",
                     switch_core_session_count());
@@ -227,6 +204,30 @@ bool Announce(const Options& options) {
          WriteFile(options.ready_file, "sip=" + sip + "\nevent_socket=" + event_socket + "\n");
 }
 
+void WarnOfLowLimits() {
+  const auto sessions = static_cast<uint64_t>(switch_core_session_ctl(SCSC_MAX_SESSIONS, nullptr));
+  for (const std::string& low : FindLowLimits(RaiseProcessLimits(sessions), sessions)) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\n", low.c_str());
+  }
+}
+
+/// Serves until a signal asks for the end. What the service manager takes for a sign of life is one of the SIP threads.
+void AwaitEnd(Signals& signals, ServiceManager& manager) {
+  for (;;) {
+    const std::optional<Signals::Kind> signal = signals.Next(manager.watchdog_pause());
+    if (signal == Signals::Kind::kEnd) return;
+    if (signal == Signals::Kind::kReopen) {
+      ReopenLogFile();
+    } else if (SipResponds(manager.watchdog_pause() / 2)) {
+      manager.Notify("WATCHDOG=1");
+    } else {
+      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR,
+                        "SIP does not respond: the service manager will not be told "
+                        "that all is well\n");
+    }
+  }
+}
+
 bool StartFronts(std::string& error) {
   if (!StartConsole(error)) return false;
   if (StartSip(error)) return true;
@@ -234,7 +235,8 @@ bool StartFronts(std::string& error) {
   return false;
 }
 
-int Serve(const Options& options, EndSignals& signals) {
+int Serve(const Options& options, Signals& signals) {
+  ServiceManager manager;
   std::string error;
   if (!StartFronts(error)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
@@ -245,9 +247,12 @@ int Serve(const Options& options, EndSignals& signals) {
   // The command "shutdown" comes on a client's thread and only may ask.
   SetShutdownHook([] { kill(getpid(), SIGTERM); });
   bool good = Announce(options);
-  if (good) signals.Wait();
+  if (good) {
+    manager.Notify("READY=1\nSTATUS=Serving SIP on " + SipAddress());
+    AwaitEnd(signals, manager);
+  }
 
-  bool all_ended = EndCalls(signals);
+  bool all_ended = EndCalls(signals, manager);
   StopSip();
   SetShutdownHook({});
   StopConsole();
@@ -286,7 +291,7 @@ int Main(int argc, char** argv) {
   Options options;
   int exit_code = EXIT_FAILURE;
   if (!ParseOptions(argc, argv, options, exit_code)) return exit_code;
-  EndSignals signals;
+  Signals signals;
   if (!SetDirectories(options)) return EXIT_FAILURE;
   for (const auto& [name, value] : options.variables) OverrideVariable(name, value);
   if (options.check) return Check(options);
@@ -304,6 +309,7 @@ int Main(int argc, char** argv) {
     switch_core_destroy();
     return EXIT_FAILURE;
   }
+  WarnOfLowLimits();
   exit_code = Serve(options, signals);
   if (!options.pid_file.empty()) std::remove(options.pid_file.c_str());
   if (!options.ready_file.empty()) std::remove(options.ready_file.c_str());

@@ -15,13 +15,14 @@ ExitCode report_lost_switch(Outcome outcome, const EventSocketClient& client, co
   std::string text;
   switch (outcome) {
     case Outcome::kUnreachable:
-      text = "no switch at " + address + ": " + client.error();
+      text = "no switch at " + address + ": " + client.error() + "; start one, or say with -H and -P where it listens";
       break;
     case Outcome::kTimedOut:
       text = "no answer from " + address + " within " + seconds(options.timeout);
       break;
     case Outcome::kWrongPassword:
-      text = "wrong password for " + address;
+      text = "wrong password for " + address +
+             "; give that of its event_socket.conf.xml with -p or KVX_EVENT_SOCKET_PASSWORD";
       break;
     case Outcome::kDisconnected:
       text = "connection to " + address + " lost: " + client.error();
@@ -49,7 +50,19 @@ void print_output(const std::string& output) {
 
 ExitCode connect_to_switch(EventSocketClient& client, const Options& options) {
   const Outcome outcome = client.Connect(options.host, options.port, options.password, options.timeout);
-  return outcome == Outcome::kDone ? kExitDone : report_lost_switch(outcome, client, options);
+  if (outcome != Outcome::kDone) return report_lost_switch(outcome, client, options);
+  return options.log_level.empty() ? kExitDone : follow_log(client, options);
+}
+
+ExitCode follow_log(EventSocketClient& client, const Options& options) {
+  EventSocketMessage reply;
+  const std::string line = options.log_level.empty() ? "nolog" : "log " + options.log_level;
+  const Outcome outcome = client.Command(line, options.timeout, reply);
+  if (outcome != Outcome::kDone) return report_lost_switch(outcome, client, options);
+  if (options.log_level.empty() || starts_with(reply.Header("Reply-Text"), "+OK")) return kExitDone;
+  std::fprintf(stderr, "kvx-cli: \"%s\" is no log level: console, alert, crit, err, warning, notice, info or debug\n",
+               options.log_level.c_str());
+  return kExitWrongUse;
 }
 
 ExitCode run_command(EventSocketClient& client, const Options& options, const std::string& line) {

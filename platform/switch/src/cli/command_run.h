@@ -20,6 +20,10 @@ enum ExitCode {
 /// Connects and logs in; on failure says why on stderr.
 ExitCode connect_to_switch(EventSocketClient& client, const Options& options);
 
+/// Has the switch send its log, down to options.log_level, or, when that is empty, no more of it. A level that is none
+/// is told of.
+ExitCode follow_log(EventSocketClient& client, const Options& options);
+
 /// Runs one command line: its output goes to stdout, what went wrong on the way to stderr.
 ExitCode run_command(EventSocketClient& client, const Options& options, const std::string& line);
 

@@ -172,9 +172,14 @@ Outcome EventSocketClient::Exchange(const std::string& line, const std::string& 
       answer = std::move(message);
       return Outcome::kDone;
     }
+    HandLog(message);
     // A refusal of an API command comes as a reply to the line itself, for instance when it is too long.
     if (type == "command/reply") return Fail(Outcome::kProtocolError, message.Header("Reply-Text"));
   }
+}
+
+void EventSocketClient::HandLog(const EventSocketMessage& message) {
+  if (on_log_ && message.Header("Content-Type") == "log/data") on_log_(message);
 }
 
 Outcome EventSocketClient::Await(short events, Deadline deadline) {
@@ -268,6 +273,7 @@ bool EventSocketClient::Connected() {
     while (complete && socket_ >= 0) {
       complete = false;
       TakeMessage(unasked, complete);
+      if (complete) HandLog(unasked);
     }
   }
   return false;

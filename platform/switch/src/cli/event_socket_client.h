@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,6 +50,11 @@ class EventSocketClient {
   /// Sends one line of the protocol itself ("exit", "noevents") and stores its reply.
   Outcome Command(const std::string& line, std::chrono::milliseconds timeout, EventSocketMessage& reply);
 
+  /// Told every line of the log that comes, in between the answers; from inside Api, Command and Connected.
+  void OnLog(std::function<void(const EventSocketMessage& line)> handler) { on_log_ = std::move(handler); }
+  /// To wait for what comes unasked; Connected takes it. Negative when there is no connection.
+  int descriptor() const { return socket_; }
+
   /// Whether a command sent now could still be answered; notices that the switch has hung up in the meantime.
   bool Connected();
   void Close();
@@ -68,10 +74,12 @@ class EventSocketClient {
   Outcome TakeMessage(EventSocketMessage& message, bool& complete);
   Outcome Await(short events, Deadline deadline);
   Outcome Fail(Outcome outcome, const std::string& error);
+  void HandLog(const EventSocketMessage& message);
 
   int socket_ = -1;
   std::string received_;  ///< bytes that no message has used yet
   std::string error_;
+  std::function<void(const EventSocketMessage& line)> on_log_;
 };
 
 }  // namespace kvx_cli

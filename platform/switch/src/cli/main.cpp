@@ -2,6 +2,7 @@
 
 #include "command_run.h"
 #include "console_loop.h"
+#include "log_view.h"
 #include "options.h"
 
 int main(int argc, char** argv) {
@@ -18,6 +19,10 @@ int main(int argc, char** argv) {
   }
 
   EventSocketClient client;
+  client.OnLog([&options](const EventSocketMessage& line) {
+    std::fputs(shown_log_line(line, options.coloured).c_str(), stdout);
+    std::fflush(stdout);
+  });
   ExitCode result = connect_to_switch(client, options);
   if (result != kExitDone) return result;
   if (options.commands.empty()) return run_console(client, options);

@@ -1,8 +1,11 @@
 #include "options.h"
 
 #include <getopt.h>
+#include <unistd.h>
 
 #include <cstdlib>
+
+#include "log_view.h"
 
 namespace kvx_cli {
 namespace {
@@ -77,6 +80,18 @@ bool read_password(const std::string& text, Options& options, std::string& error
   return true;
 }
 
+bool read_colour(const std::string& text, Options& options, std::string& error) {
+  options.coloured = text == "on" || (text == "auto" && takes_colour(STDOUT_FILENO));
+  error = "--color: \"" + text + "\" is not on, off or auto";
+  return text == "on" || text == "off" || text == "auto";
+}
+
+bool read_log_level(const std::string& text, Options& options, std::string& error) {
+  options.log_level = text;
+  error = "-l: \"" + text + "\" is not a log level";
+  return !text.empty() && text.find_first_of(" \t\r\n") == std::string::npos;
+}
+
 bool read_option(int option, const std::string& value, Options& options, std::string& error) {
   switch (option) {
     case 'H':
@@ -88,6 +103,13 @@ bool read_option(int option, const std::string& value, Options& options, std::st
       return read_password(value, options, error);
     case 't':
       return read_timeout(value, options, error);
+    case 'l':
+      return read_log_level(value, options, error);
+    case 'c':
+      return read_colour(value, options, error);
+    case 'b':
+      options.batch = true;
+      return true;
     case 'x':
       return read_command(value, options, error);
     default:
@@ -105,16 +127,16 @@ std::string shown_address(const Options& options) {
 
 bool read_options(int argc, char** argv, Options& options, std::string& error) {
   if (!read_environment(options, error)) return false;
-  static const option kLongOptions[] = {{"host", required_argument, nullptr, 'H'},
-                                        {"port", required_argument, nullptr, 'P'},
-                                        {"password", required_argument, nullptr, 'p'},
-                                        {"execute", required_argument, nullptr, 'x'},
-                                        {"timeout", required_argument, nullptr, 't'},
-                                        {"help", no_argument, nullptr, 'h'},
-                                        {nullptr, 0, nullptr, 0}};
+  static const option kLongOptions[] = {
+      {"host", required_argument, nullptr, 'H'},     {"port", required_argument, nullptr, 'P'},
+      {"password", required_argument, nullptr, 'p'}, {"execute", required_argument, nullptr, 'x'},
+      {"loglevel", required_argument, nullptr, 'l'}, {"color", required_argument, nullptr, 'c'},
+      {"batch", no_argument, nullptr, 'b'},          {"timeout", required_argument, nullptr, 't'},
+      {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0}};
+  options.coloured = takes_colour(STDOUT_FILENO);
   opterr = 0;
   for (;;) {
-    const int option = getopt_long(argc, argv, ":H:P:p:x:t:h", kLongOptions, nullptr);
+    const int option = getopt_long(argc, argv, ":H:P:p:x:t:l:bh", kLongOptions, nullptr);
     if (option == -1) break;
     const std::string argument = argv[optind - 1];
     if (option == '?')
@@ -123,6 +145,7 @@ bool read_options(int argc, char** argv, Options& options, std::string& error) {
     if (option == '?' || option == ':') return false;
     if (!read_option(option, optarg != nullptr ? optarg : "", options, error)) return false;
   }
+  options.coloured = options.coloured && !options.batch;
   if (optind < argc) {
     error = std::string("unexpected argument \"") + argv[optind] + "\"; commands are given with -x \"command\"";
     return false;
@@ -131,7 +154,7 @@ bool read_options(int argc, char** argv, Options& options, std::string& error) {
 }
 
 std::string usage() {
-  return "usage: kvx-cli [-H host] [-P port] [-p password] [-t seconds] [-x \"command\"]...\n"
+  return "usage: kvx-cli [-H host] [-P port] [-p password] [-t seconds] [-l level] [-b] [-x \"command\"]...\n"
          "\n"
          "Runs commands on a switch through its event socket; without -x, as a console.\n"
          "\n"
@@ -139,6 +162,11 @@ std::string usage() {
          "  -P, --port PORT          the event socket's port (default 8021)\n"
          "  -p, --password PASSWORD  the event socket's password (default: the sample configuration's)\n"
          "  -x, --execute COMMAND    run a command, print what it writes and end; may be given several times,\n"
+         "                           the first that fails ends the run\n"
+         "  -l, --loglevel LEVEL     show the switch's log down to that level as it is written; /log LEVEL and /nolog\n"
+         "                           in the console\n"
+         "      --color WHEN         on, off or auto (default: auto, colours on a terminal)\n"
+         "  -b, --batch              for scripts: commands from standard input without prompt, colours or history;\n"
          "                           the first that fails ends the run\n"
          "  -t, --timeout SECONDS    how long to wait for the switch and for each answer (default 10)\n"
          "  -h, --help               this text\n"

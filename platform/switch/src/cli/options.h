@@ -14,6 +14,9 @@ struct Options {
   std::string password = "kelvaro";  ///< the sample configuration's, which the switch accepts on loopback only
   std::chrono::milliseconds timeout{10000};
   std::vector<std::string> commands;  ///< from -x, in order; none means interactive
+  std::string log_level;              ///< of the lines of the log to show, from -l; empty: none
+  bool batch = false;                 ///< no prompt and no colours, the first failure ends it
+  bool coloured = false;              ///< from --color, or what the terminal takes
   bool help = false;
 };
 

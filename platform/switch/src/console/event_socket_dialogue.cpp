@@ -35,7 +35,9 @@ const EventSocketDialogue::Command EventSocketDialogue::kCommands[] = {
     {"api", false, &EventSocketDialogue::Api},           {"bgapi", false, &EventSocketDialogue::BackgroundApi},
     {"event", false, &EventSocketDialogue::Event},       {"filter", false, &EventSocketDialogue::Filter},
     {"myevents", false, &EventSocketDialogue::MyEvents}, {"nixevent", false, &EventSocketDialogue::NixEvent},
-    {"noevents", false, &EventSocketDialogue::NoEvents},
+    {"noevents", false, &EventSocketDialogue::NoEvents}, {"log", false, &EventSocketDialogue::Log},
+    {"nolog", false, &EventSocketDialogue::NoLog},       {"sendevent", false, &EventSocketDialogue::SendEvent},
+    {"linger", false, &EventSocketDialogue::Linger},     {"nolinger", false, &EventSocketDialogue::NoLinger},
 };
 
 EventSocketDialogue::EventSocketDialogue(std::string password, std::string peer, EventSocketServices services)
@@ -123,6 +125,50 @@ std::string EventSocketDialogue::MyEvents(const EventSocketRequest& request) {
 
 std::string EventSocketDialogue::Filter(const EventSocketRequest& request) {
   return reply(events_.Filter(request.arguments));
+}
+
+std::string EventSocketDialogue::Log(const EventSocketRequest& request) {
+  const std::string& name = request.arguments;
+  const switch_log_level_t level = name.empty() ? SWITCH_LOG_DEBUG : switch_log_str2level(name.c_str());
+  if (level == SWITCH_LOG_INVALID) return reply("-ERR invalid log level");
+  services_.follow_log(level);
+  return reply("+OK log level " + name + " [" + std::to_string(level) + "]");
+}
+
+std::string EventSocketDialogue::NoLog(const EventSocketRequest&) {
+  return reply(services_.follow_log(std::nullopt) ? "+OK no longer logging" : "-ERR not logging");
+}
+
+/// The headers and the body of the request are those of the event.
+std::string EventSocketDialogue::SendEvent(const EventSocketRequest& request) {
+  switch_event_types_t kind = SWITCH_EVENT_CUSTOM;
+  if (switch_name_event(request.arguments.c_str(), &kind) != SWITCH_STATUS_SUCCESS || kind == SWITCH_EVENT_ALL)
+    return reply("-ERR invalid event");
+  const std::string subclass(request.Header("Event-Subclass"));
+  if (kind == SWITCH_EVENT_CUSTOM && subclass.empty()) return reply("-ERR a CUSTOM event needs an Event-Subclass");
+  switch_event_t* event = nullptr;
+  if (switch_event_create_subclass(&event, kind, subclass.empty() ? nullptr : subclass.c_str()) !=
+      SWITCH_STATUS_SUCCESS) {
+    return reply("-ERR the event cannot be made");
+  }
+  for (const auto& [name, value] : request.headers) {
+    const bool of_the_request = strcasecmp(name.c_str(), "Content-Length") == 0;
+    const bool there = switch_event_get_header(event, name.c_str()) != nullptr;
+    if (!of_the_request && !there)
+      switch_event_add_header_string(event, SWITCH_STACK_BOTTOM, name.c_str(), value.c_str());
+  }
+  if (!request.body.empty()) switch_event_add_body(event, "%s", request.body.c_str());
+  switch_event_fire(&event);
+  return reply("+OK");
+}
+
+/// What waits for a client goes to it before the connection ends in any case: there is nothing to change.
+std::string EventSocketDialogue::Linger(const EventSocketRequest&) {
+  return reply("+OK will linger");
+}
+
+std::string EventSocketDialogue::NoLinger(const EventSocketRequest&) {
+  return reply("+OK will not linger");
 }
 
 }  // namespace kvx_switch

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <switch.h>
+
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,6 +20,8 @@ struct EventSocketServices {
   std::function<bool(const std::string& uuid, const ApiLine& line)> start_job;
   /// Sends the client these events from now on, and no others.
   EventCommands::Listener want_events;
+  /// Sends the client the log's lines down to that level; empty: no more. False when there is nothing to stop.
+  std::function<bool(std::optional<switch_log_level_t> level)> follow_log = {};
 };
 
 /// What the switch says to one client of the event socket: who may do what, and which answer follows which request.
@@ -60,6 +65,11 @@ class EventSocketDialogue {
   std::string NoEvents(const EventSocketRequest& request);
   std::string MyEvents(const EventSocketRequest& request);
   std::string Filter(const EventSocketRequest& request);
+  std::string Log(const EventSocketRequest& request);
+  std::string NoLog(const EventSocketRequest& request);
+  std::string SendEvent(const EventSocketRequest& request);
+  std::string Linger(const EventSocketRequest& request);
+  std::string NoLinger(const EventSocketRequest& request);
   std::string Exit(const EventSocketRequest& request);
 
   const std::string password_;

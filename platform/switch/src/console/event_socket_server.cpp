@@ -19,6 +19,7 @@
 
 #include "console/event_feed.h"
 #include "console/event_socket_address.h"
+#include "console/log_feed.h"
 
 namespace kvx_switch {
 namespace {
@@ -55,13 +56,21 @@ struct EventSocketServer::Client {
                                         [&server](const std::string& uuid, const ApiLine& line) {
                                           return server.jobs_.Start(uuid, line);
                                         },
-                                        [this](const EventSubscription& wanted) { feed.Want(wanted); }}),
+                                        [this](const EventSubscription& wanted) { feed.Want(wanted); },
+                                        [this](std::optional<switch_log_level_t> level) { return FollowLog(level); }}),
                    outbox, server.settings_.patience, server.stop_) {}
+
+  bool FollowLog(std::optional<switch_log_level_t> level) {
+    if (!level) return log.Stop();
+    log.Follow(*level);
+    return true;
+  }
 
   const std::string peer;
   EventOutbox outbox;
   // Of the client's thread alone.
   EventFeed feed;
+  LogFeed log{outbox};
   EventSocketConnection connection;
   std::atomic<bool> gone{false};
   std::thread thread;
@@ -197,6 +206,7 @@ void EventSocketServer::ServeClient(Client& client) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: connection from %s given up: %s\n",
                       client.peer.c_str(), exception.what());
   }
+  client.log.Stop();
   client.feed.Want({});  // until the client is reaped nobody would read
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Event socket: connection from %s ended\n",
                     client.peer.c_str());

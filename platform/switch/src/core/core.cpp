@@ -14,6 +14,7 @@
 #include "core/event.h"
 #include "core/interface_list.h"
 #include "core/log.h"
+#include "core/log_file.h"
 #include "core/module_registry.h"
 #include "core/session_manager.h"
 #include "core/session_rate.h"
@@ -142,10 +143,18 @@ void end_services() {
   ClearCompletions();
   remove_own_module();
   StopLog();
+  StopLogFile();
   SetLogLevel(SWITCH_LOG_DEBUG);
   SetDebugLevel(0);
   ClearVariables();
   free_directories();
+}
+
+bool start_log_file(std::string& error) {
+  LogFileSettings settings;
+  if (!ReadLogFileSettings(settings, error)) return false;
+  StartLogFile(settings);
+  return true;
 }
 
 bool start(bool console, std::string& error) {
@@ -155,7 +164,7 @@ bool start(bool console, std::string& error) {
   StartEvents();
   SessionManager::Get().Start();
   add_own_module();
-  if (ReadVariables(error) && ReadSwitchSettings(error)) return true;
+  if (ReadVariables(error) && ReadSwitchSettings(error) && start_log_file(error)) return true;
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_CRIT, "%s\n", error.c_str());
   end_services();
   return false;

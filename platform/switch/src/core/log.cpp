@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "core/guard.h"
+#include "core/log_journal.h"
 #include "core/receiver.h"
 
 namespace kvx_switch {
@@ -252,7 +253,13 @@ switch_status_t LogToConsole(const switch_log_node_t* node, switch_log_level_t l
   static const char* const kColours[] = {"",         "\033[1;31m", "\033[1;31m", "\033[31m",
                                          "\033[35m", "\033[36m",   "\033[32m",   "\033[33m"};
   static const bool kTerminal = isatty(fileno(stdout)) != 0;
+  static const bool kJournal = IsJournal(fileno(stdout), getenv("JOURNAL_STREAM"));
   if (level > the_log().console_level) return SWITCH_STATUS_SUCCESS;
+  if (kJournal) {
+    fputs(JournalText(*node).c_str(), stdout);
+    fflush(stdout);
+    return SWITCH_STATUS_SUCCESS;
+  }
   const bool coloured = kTerminal && level > SWITCH_LOG_CONSOLE && level <= SWITCH_LOG_DEBUG;
   const size_t length = strlen(node->data);
   const bool ended = length > 0 && node->data[length - 1] == '\n';

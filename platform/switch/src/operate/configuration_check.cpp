@@ -10,6 +10,7 @@
 #include "console/event_socket_settings.h"
 #include "core/configuration.h"
 #include "core/log.h"
+#include "core/log_file.h"
 #include "core/module_load.h"
 #include "core/variables.h"
 #include "sip/sip_check.h"
@@ -48,6 +49,8 @@ void ReadEverything() {
   LogUnless(ReadVariables(error), error);
   LogUnless(ReadSwitchSettings(error), error);
   SetLogLevel(SWITCH_LOG_DEBUG);  // which they may have changed
+  LogFileSettings log_file;
+  LogUnless(ReadLogFileSettings(log_file, error), error);
   EventSocketSettings settings;
   LogUnless(ReadEventSocketSettings(settings, error), error);
   CheckSip();

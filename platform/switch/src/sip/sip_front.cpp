@@ -2,8 +2,10 @@
 
 #include <switch.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -33,6 +35,7 @@ class SipFront {
   std::shared_ptr<SipAgent> AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target);
   std::shared_ptr<const Dialplan> TheDialplan();
   std::shared_ptr<SipAgent> FindAgent(const std::string& profile);
+  bool Responds(std::chrono::milliseconds limit);
 
  private:
   static void OnReloadXml(switch_event_t* event);
@@ -184,6 +187,25 @@ std::shared_ptr<SipAgent> SipFront::FindAgent(const std::string& profile) {
   return nullptr;
 }
 
+bool SipFront::Responds(std::chrono::milliseconds limit) {
+  std::vector<std::shared_ptr<SipAgent>> agents;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    agents = agents_;
+  }
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  std::vector<std::future<void>> answers;
+  for (const std::shared_ptr<SipAgent>& agent : agents) {
+    // Shared, since a task that comes late finds nobody waiting.
+    auto answer = std::make_shared<std::promise<void>>();
+    answers.push_back(answer->get_future());
+    if (!agent->Post([answer] { answer->set_value(); })) return false;
+  }
+  return std::all_of(answers.begin(), answers.end(), [deadline](const std::future<void>& answer) {
+    return answer.wait_until(deadline) == std::future_status::ready;
+  });
+}
+
 /// On the SIP thread: only makes the leg and lets it run.
 void SipFront::OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog) {
   const SipProfile& profile = dialog->agent()->profile();
@@ -251,6 +273,10 @@ std::shared_ptr<const Dialplan> CurrentDialplan() {
 
 std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile) {
   return the_front().FindAgent(profile);
+}
+
+bool SipResponds(std::chrono::milliseconds limit) {
+  return the_front().Responds(limit);
 }
 
 }  // namespace kvx_switch

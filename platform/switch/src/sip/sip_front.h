@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -31,5 +32,8 @@ std::shared_ptr<const Dialplan> CurrentDialplan();
 
 /// The agent of the profile of that name, of the first profile for ""; null when there is none. Any thread.
 std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile);
+
+/// Whether every SIP thread has run a task within `limit`: false when one hangs.
+bool SipResponds(std::chrono::milliseconds limit);
 
 }  // namespace kvx_switch

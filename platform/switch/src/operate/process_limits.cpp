@@ -1,0 +1,50 @@
+#include "operate/process_limits.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+
+namespace kvx_switch {
+namespace {
+
+constexpr uint64_t kDescriptorsForSession = 2;  // RTP and RTCP
+/// Clients of the event socket with two each, the media servers' loops, SIP, the log, files that are read.
+constexpr uint64_t kOtherDescriptors = 256;
+
+uint64_t raise(decltype(RLIMIT_CORE) resource, uint64_t wanted) {
+  rlimit limit{};
+  if (getrlimit(resource, &limit) != 0) return RLIM_INFINITY;  // nothing is known to be too low
+  if (limit.rlim_cur >= wanted) return limit.rlim_cur;
+  rlimit raised = limit;
+  raised.rlim_cur = std::min<rlim_t>(wanted, limit.rlim_max);
+  return setrlimit(resource, &raised) == 0 ? raised.rlim_cur : limit.rlim_cur;
+}
+
+}  // namespace
+
+uint64_t DescriptorsFor(uint64_t sessions) {
+  return sessions * kDescriptorsForSession + kOtherDescriptors;
+}
+
+ProcessLimits RaiseProcessLimits(uint64_t sessions) {
+  return {raise(RLIMIT_NOFILE, DescriptorsFor(sessions)), raise(RLIMIT_CORE, RLIM_INFINITY)};
+}
+
+std::vector<std::string> FindLowLimits(const ProcessLimits& limits, uint64_t sessions) {
+  std::vector<std::string> low;
+  const std::string needed = std::to_string(DescriptorsFor(sessions));
+  if (limits.descriptors < DescriptorsFor(sessions)) {
+    low.push_back("No more than " + std::to_string(limits.descriptors) + " files may be open at once, and " +
+                  std::to_string(sessions) + " sessions need " + needed + ": set LimitNOFILE=" + needed +
+                  " in the service's unit, \"ulimit -n " + needed +
+                  "\" in a shell, or a lower max-sessions in switch.conf");
+  }
+  if (limits.core_bytes == 0) {
+    low.push_back(
+        "A crash would leave no core file, whose size is limited to 0: set LimitCORE=infinity in the service's unit or "
+        "\"ulimit -c unlimited\" in a shell");
+  }
+  return low;
+}
+
+}  // namespace kvx_switch

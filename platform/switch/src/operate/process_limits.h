@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kvx_switch {
+
+/// A limit of the process that is too low shows at the busiest hour, as calls that fail, or after a crash, as a core
+/// file that is not there. These look at the start. RLIM_INFINITY stands for no limit.
+struct ProcessLimits {
+  uint64_t descriptors = 0;
+  uint64_t core_bytes = 0;
+};
+
+/// How many files are open at once when so many sessions are up: two sockets each, and what the switch has anyway.
+uint64_t DescriptorsFor(uint64_t sessions);
+
+/// Raises what this process may raise itself, its file descriptors as far as the sessions need and the size of a core
+/// file, and says what holds then.
+ProcessLimits RaiseProcessLimits(uint64_t sessions);
+
+/// A sentence for each limit that is too low: the number there is, the number needed and the settings that give it.
+std::vector<std::string> FindLowLimits(const ProcessLimits& limits, uint64_t sessions);
+
+}  // namespace kvx_switch
