@@ -46,7 +46,7 @@ constexpr std::size_t kSeconds = 60;
 constexpr std::size_t kInARow = kPerSecond * kSeconds;
 constexpr milliseconds kTalk{8000};
 // What a thousand legs at once may leave allocated, and what thousands of calls after them may add: about twice of what
-// is seen. It does not grow with the number of calls; a call that left a leg's pool behind would add 12 MB at least.
+// is seen. Two kilobytes that stay behind of every call would be six megabytes.
 constexpr long kAtOnceGrowthKb = 12 * 1024;
 constexpr long kInARowGrowthKb = 4 * 1024;
 
