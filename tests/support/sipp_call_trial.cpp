@@ -1,5 +1,6 @@
 #include "support/sipp_call_trial.h"
 
+#include <map>
 #include <random>
 #include <stdexcept>
 
@@ -8,6 +9,12 @@ namespace {
 
 std::string number_of(std::size_t call) {
   return std::to_string(3000 + call);
+}
+
+std::map<std::string, SipDialogue> by_number(const std::vector<SipDialogue>& dialogues) {
+  std::map<std::string, SipDialogue> sorted;
+  for (const SipDialogue& dialogue : dialogues) sorted[dialogue.FromUser()] = dialogue;
+  return sorted;
 }
 
 void describe_srtp(const std::string& suite, SippCallFields& fields) {
@@ -68,17 +75,16 @@ void CallTrial::Dial(const UdpAddress& to, std::size_t count) {
 
 bool CallTrial::Collect() {
   std::vector<CallView> views;
-  const auto callers = caller_->Dialogues();
-  const auto callees = callee_->Dialogues();
+  // The number in From ties the two legs together: the switch hands the caller's on.
+  const auto callers = by_number(caller_->Dialogues());
+  const auto callees = by_number(callee_->Dialogues());
   for (std::size_t call = first_; call < first_ + count_; ++call) {
+    const auto caller = callers.find(number_of(call));
+    const auto callee = callees.find(number_of(call));
+    if (caller == callers.end() || callee == callees.end()) return false;
     CallView view;
-    for (const SipDialogue& one : callers) {
-      if (one.FromUser() == number_of(call)) view.caller = one;
-    }
-    // The number in From ties the two legs together: the switch hands the caller's on.
-    for (const SipDialogue& one : callees) {
-      if (one.FromUser() == number_of(call)) view.callee = one;
-    }
+    view.caller = caller->second;
+    view.callee = callee->second;
     if (!view.caller.Established() || !view.callee.Established()) return false;
     const auto caller_own = view.caller.OwnAudio();
     const auto caller_far = view.caller.FarAudio();
