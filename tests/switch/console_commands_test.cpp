@@ -74,6 +74,21 @@ TEST_F(ConsoleCommands, ShowChannelsListsLegs) {
   EXPECT_EQ(Run("SHOW", " Channels  COUNT "), "\n1 total.\n");
 }
 
+TEST_F(ConsoleCommands, ShowSpeaksJsonAndXml) {
+  EXPECT_EQ(Run("show", "channels as json"), "{\"row_count\":0}\n");
+  EXPECT_EQ(Run("show", "channels as xml"), "<result row_count=\"0\"/>\n");
+  const std::string uuid = AddLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "a<b>&\"c\"");
+  EXPECT_THAT(Run("show", "channels as json"),
+              AllOf(StartsWith("{\"row_count\":1,\"rows\":[{\"uuid\":\"" + uuid + "\",\"direction\":\"outbound\","),
+                    HasSubstr("\"name\":\"a<b>&\\\"c\\\"\""), HasSubstr("\"cid_name\":\"Anna, \\\"A\\\"\""),
+                    EndsWith("}]}\n")));
+  EXPECT_THAT(Run("show", "channels as XML"),
+              AllOf(StartsWith("<result row_count=\"1\">\n  <row row_id=\"1\">\n    <uuid>" + uuid + "</uuid>\n"),
+                    HasSubstr("    <name>a&lt;b&gt;&amp;\"c\"</name>\n"), EndsWith("  </row>\n</result>\n")));
+  EXPECT_EQ(Run("show", "channels count as json"), "{\"row_count\":1}\n");
+  EXPECT_EQ(Run("show", "channels as xml count"), "<result row_count=\"1\"/>\n");
+}
+
 TEST_F(ConsoleCommands, ShowCallsListsPairs) {
   const std::string first = AddLeg(SWITCH_CALL_DIRECTION_INBOUND, "sip/a");
   EXPECT_EQ(Run("show", "calls"), "\n0 total.\n");
@@ -97,8 +112,9 @@ TEST_F(ConsoleCommands, ShowCodecsAndModulesListNothingWithoutModules) {
 }
 
 TEST_F(ConsoleCommands, ShowExplainsItself) {
-  const std::string usage = "-USAGE: show calls|channels|codecs|api|modules [count]\n";
-  for (const char* arguments : {"", "nonsense", "calls now", "calls count now"}) {
+  const std::string usage = "-USAGE: show calls|channels|codecs|api|modules [count] [as json|xml]\n";
+  for (const char* arguments : {"", "nonsense", "calls now", "calls count now", "calls as", "calls as csv",
+                                "calls count count", "calls as json as xml"}) {
     EXPECT_EQ(Run("show", arguments), usage) << arguments;
   }
 }
@@ -193,6 +209,9 @@ TEST_F(ConsoleCommands, ConsoleCompleteOffersWords) {
   EXPECT_EQ(Run("console_complete", "nonsense"), "");
   const std::string uuid = AddLeg();
   EXPECT_EQ(Run("console_complete", "uuid_kill "), uuid + "\nwrite=0:" + uuid + " \n");
+  EXPECT_EQ(Run("console_complete", "uuid_hold toggle "), uuid + "\nwrite=0:" + uuid + " \n");
+  EXPECT_EQ(Run("console_complete", "uuid_transfer " + uuid + " -b"), "-bleg\n-both\n");
+  EXPECT_EQ(Run("console_complete", "show calls as j"), "json\nwrite=1:json \n");
 }
 
 TEST_F(ConsoleCommands, AreRegisteredOnce) {

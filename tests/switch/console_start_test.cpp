@@ -58,8 +58,8 @@ TEST_F(ConsoleStart, ServesTheCommandsOverTheEventSocket) {
   EXPECT_THAT(Ask("status"), HasSubstr("is ready\n0 session(s) since startup\n"));
   EXPECT_EQ(Ask("show calls"), "Content-Type: api/response\nContent-Length: 10\n\n\n0 total.\n");
   EXPECT_EQ(Ask("show"),
-            "Content-Type: api/response\nContent-Length: 55\n\n"
-            "-USAGE: show calls|channels|codecs|api|modules [count]\n");
+            "Content-Type: api/response\nContent-Length: 69\n\n"
+            "-USAGE: show calls|channels|codecs|api|modules [count] [as json|xml]\n");
 }
 
 TEST_F(ConsoleStart, AnswersUnknownCommandsByName) {

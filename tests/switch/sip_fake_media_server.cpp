@@ -181,13 +181,15 @@ switch_status_t FakeMediaServer::Destroy(switch_media_connection_t* connection) 
 
 switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
                                           const switch_codec_implementation_t** codecs, int num_codecs,
-                                          switch_codec_t* answer_codec, switch_bool_t, int rfc2833flag,
-                                          switch_payload_t rfc2833payload, int, char* ip_addr, int ip_addr_size,
+                                          switch_codec_t* answer_codec, switch_bool_t convert_dtmf, int rfc2833flag,
+                                          switch_payload_t rfc2833payload, int silence, char* ip_addr, int ip_addr_size,
                                           switch_port_t* out_port, switch_core_crypto_setting* crypto,
-                                          switch_bool_t pass_through, switch_sdp_negotiation_state_t state, uint8_t,
-                                          uint8_t, uint8_t hop, int, switch_bool_t, switch_bool_t,
-                                          uint32_t rtp_timeout_sec, switch_bool_t, int) {
+                                          switch_bool_t pass_through, switch_sdp_negotiation_state_t state, uint8_t tos,
+                                          uint8_t traffic_class, uint8_t hop, int annex_b, switch_bool_t suppress_cng,
+                                          switch_bool_t sid, uint32_t rtp_timeout_sec, switch_bool_t renew_port,
+                                          int asymmetric) {
   Arguments arguments;
+  arguments.settings = {convert_dtmf, silence, tos, traffic_class, annex_b, suppress_cng, sid, renew_port, asymmetric};
   for (int i = 0; i < num_codecs; ++i) arguments.codecs += (i ? " " : "") + CodecText(codecs[i]);
   arguments.has_answer_codec = answer_codec && answer_codec->implementation;
   if (arguments.has_answer_codec) arguments.payload_type = answer_codec->agreed_pt;
@@ -213,11 +215,12 @@ switch_status_t FakeMediaServer::GetMedia(switch_media_connection_t* connection,
 
 switch_status_t FakeMediaServer::SetMedia(switch_media_connection_t* connection, const char* ip, switch_port_t port,
                                           switch_port_t rtcp_port, const char* session_name, switch_codec_t* codec,
-                                          int rfc2833flag, switch_payload_t rfc2833payload, int,
+                                          int rfc2833flag, switch_payload_t rfc2833payload, int silence,
                                           switch_core_crypto_setting* crypto, switch_bool_t pass_through,
-                                          switch_sdp_negotiation_state_t state, switch_bool_t, switch_bool_t,
-                                          switch_bool_t) {
+                                          switch_sdp_negotiation_state_t state, switch_bool_t detect_address,
+                                          switch_bool_t suppress_cng, switch_bool_t sid) {
   Arguments arguments;
+  arguments.settings = {silence, detect_address, suppress_cng, sid};
   arguments.codecs = codec ? CodecText(codec->implementation) : "";
   arguments.payload_type = codec ? codec->agreed_pt : -1;
   arguments.fmtp = codec && codec->fmtp_in ? codec->fmtp_in : "";

@@ -33,7 +33,11 @@ class FakeMediaServer {
     uint32_t rtp_timeout = 0;
     bool has_answer_codec = false;
     bool pass_through = false;
-    int direction = -1;        ///< bridge
+    int direction = -1;  ///< bridge
+    /// The rest of what the profile says, in the order of the callback's arguments; get_media: conversion of inband
+    /// DTMF, silence suppression, type of service, traffic class, Annex B, comfort noise, SID, port renewal, asymmetric
+    /// payloads; set_media: silence suppression, address detection, comfort noise, SID.
+    std::vector<int> settings;
     std::string crypto = "-";  ///< "80 <key, base64> mandatory", "clear", "clear mandatory"; "-" when nothing was said
   };
 

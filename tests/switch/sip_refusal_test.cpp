@@ -217,17 +217,23 @@ TEST_F(SipRefusal, MalformedMessagesLeaveNothingBehind) {
 }
 
 TEST_F(SipRefusal, ReloadTakesTheNewDialplanOrKeepsTheOld) {
-  switch_event_t* event = nullptr;
-  auto reload = [&] {
-    ASSERT_EQ(switch_event_create(&event, SWITCH_EVENT_RELOADXML), SWITCH_STATUS_SUCCESS);
-    switch_event_deliver(&event);
-  };
+  const char* what = "";
   directory_.Write("dialplan/default.xml", "<context name=\"default\">\n<extension></context>");
-  reload();
-  EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "default.xml:2: mismatched tag; the dialplan stays as it was"));
+  EXPECT_NE(switch_xml_reload(&what), SWITCH_STATUS_SUCCESS);
+  EXPECT_THAT(what, testing::EndsWith("default.xml:2: mismatched tag"));
+  ExpectCallsStillWork();
+  directory_.Write("dialplan/default.xml",
+                   "<context name=\"default\"><extension name=\"e\"><condition>\n<action application=\"fly\"/>"
+                   "</condition></extension></context>");
+  EXPECT_NE(switch_xml_reload(&what), SWITCH_STATUS_SUCCESS);
+  EXPECT_THAT(what, testing::EndsWith("default.xml:2: there is no application \"fly\"; the dialplan stays as it was"));
+  ExpectCallsStillWork();
+  directory_.Write("dialplan/default.xml", "<context name=\"other\"/>");
+  EXPECT_NE(switch_xml_reload(&what), SWITCH_STATUS_SUCCESS);
+  EXPECT_THAT(what, HasSubstr("internal.xml: context \"default\" is in no file of "));
   ExpectCallsStillWork();
   directory_.Write("dialplan/default.xml", "<context name=\"default\"/>");
-  reload();
+  EXPECT_EQ(switch_xml_reload(&what), SWITCH_STATUS_SUCCESS) << what;
   EXPECT_TRUE(NoLegsLeft());
   EXPECT_EQ(CallAndBeRefused("2000", SipPeer::Sdp()).Status(), 404);
 }

@@ -1,17 +1,15 @@
-#include <memory>
 #include <string>
 
 #include <switch.h>
 
 #include "console/builtin_commands.h"
 #include "console/command_answer.h"
+#include "console/leg_lookup.h"
 
 namespace kvx_switch {
 namespace {
 
 constexpr size_t kMostCauseDigits = 3;
-
-using LockedSession = std::unique_ptr<switch_core_session_t, decltype(&switch_core_session_rwunlock)>;
 
 /// The core takes an unknown name for an ordinary hang-up; an operator's slip should not pass for one.
 bool parse_cause(const std::string& text, switch_call_cause_t& cause) {
@@ -42,8 +40,8 @@ switch_status_t uuid_kill_command(const char* cmd, switch_core_session_t*, switc
   if (words.size() == 2 && !parse_cause(words[1], cause)) {
     return answer_error(stream, "\"" + words[1] + "\" is no hang-up cause");
   }
-  const LockedSession session(switch_core_session_locate(words[0].c_str()), &switch_core_session_rwunlock);
-  if (!session) return answer_error(stream, "No such channel!");
+  const LockedSession session = find_leg(words[0]);
+  if (!session) return answer_error(stream, kNoSuchLeg);
   switch_channel_hangup(switch_core_session_get_channel(session.get()), cause);
   return answer_ok(stream);
 }

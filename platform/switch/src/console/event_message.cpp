@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/event.h"
+#include "core/text_escape.h"
 
 namespace kvx_switch {
 namespace {
@@ -28,33 +29,16 @@ std::string element_name(const char* name) {
   return starts_well ? element : "_" + element;
 }
 
-std::string xml_text(std::string_view text) {
-  std::string escaped;
-  for (const char c : text) {
-    if (c == '&') {
-      escaped += "&amp;";
-    } else if (c == '<') {
-      escaped += "&lt;";
-    } else if (c == '>') {
-      escaped += "&gt;";
-    } else {
-      // Control characters have no place in XML at all.
-      escaped += static_cast<unsigned char>(c) < 0x20 && std::strchr("\t\r\n", c) == nullptr ? '?' : c;
-    }
-  }
-  return escaped;
-}
-
 std::string xml(const switch_event_t& event) {
   std::string text = "<event>\n  <headers>\n";
   for (const switch_event_header_t* header = event.headers; header != nullptr; header = header->next) {
     const std::string name = element_name(header->name);
-    text += "    <" + name + ">" + xml_text(UrlEncoded(header->value)) + "</" + name + ">\n";
+    text += "    <" + name + ">" + XmlText(UrlEncoded(header->value)) + "</" + name + ">\n";
   }
   text += "  </headers>\n";
   if (event.body != nullptr) {
     text += "  <Content-Length>" + std::to_string(std::strlen(event.body)) + "</Content-Length>\n  <body>" +
-            xml_text(event.body) + "</body>\n";
+            XmlText(event.body) + "</body>\n";
   }
   return text + "</event>\n";
 }

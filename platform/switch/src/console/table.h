@@ -19,4 +19,11 @@ std::string to_csv(const Table& table);
 /// Only the last two lines of that.
 std::string to_count(const Table& table);
 
+/// {"row_count":2,"rows":[{"column":"value",...},...]}, on one line; without rows the count alone. A table that is
+/// counted only has its rows left out.
+std::string to_json(const Table& table, bool only_count);
+
+/// <result row_count="2"> with a <row row_id="1"> for each row and in it an element for each column.
+std::string to_xml(const Table& table, bool only_count);
+
 }  // namespace kvx_switch

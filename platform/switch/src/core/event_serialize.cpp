@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "core/event.h"
+#include "core/text_escape.h"
 
 namespace kvx_switch {
 
@@ -26,6 +27,8 @@ std::string UrlEncoded(const char* text) {
 
 namespace {
 
+using kvx_switch::JsonString;
+
 /// A line end inside a value would start a header of its own.
 std::string on_one_line(std::string text) {
   for (char& c : text) {
@@ -34,63 +37,12 @@ std::string on_one_line(std::string text) {
   return text;
 }
 
-/// Length of the UTF-8 sequence at `text` (RFC 3629); 0 when it is none.
-size_t utf8_length(const unsigned char* text) {
-  const unsigned char first = text[0];
-  if (first < 0x80) return 1;
-  const size_t length = first >= 0xC2 && first <= 0xDF   ? 2
-                        : (first & 0xF0) == 0xE0         ? 3
-                        : first >= 0xF0 && first <= 0xF4 ? 4
-                                                         : 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((text[i] & 0xC0) != 0x80) return 0;
-  }
-  if ((first == 0xE0 && text[1] < 0xA0) || (first == 0xED && text[1] > 0x9F) || (first == 0xF0 && text[1] < 0x90) ||
-      (first == 0xF4 && text[1] > 0x8F)) {
-    return 0;
-  }
-  return length;
-}
-
-std::string json_string(const char* text) {
-  std::string quoted = "\"";
-  for (const auto* at = reinterpret_cast<const unsigned char*>(text); *at;) {
-    const size_t length = utf8_length(at);
-    if (length == 0) {
-      quoted += "\xEF\xBF\xBD";  // U+FFFD in place of what is no character
-      ++at;
-    } else if (length > 1) {
-      quoted.append(reinterpret_cast<const char*>(at), length);
-      at += length;
-    } else {
-      const auto c = static_cast<char>(*at++);
-      if (c == '"' || c == '\\') {
-        quoted += '\\';
-        quoted += c;
-      } else if (c == '\n') {
-        quoted += "\\n";
-      } else if (c == '\r') {
-        quoted += "\\r";
-      } else if (c == '\t') {
-        quoted += "\\t";
-      } else if (static_cast<unsigned char>(c) < 0x20) {
-        char escape[8];
-        snprintf(escape, sizeof(escape), "\\u%04x", c);
-        quoted += escape;
-      } else {
-        quoted += c;
-      }
-    }
-  }
-  return quoted += '"';
-}
-
 std::string json_value(const std::vector<const char*>& values) {
-  if (values.size() == 1) return json_string(values[0]);
+  if (values.size() == 1) return JsonString(values[0]);
   std::string list = "[";
   for (const char* value : values) {
     if (list.size() > 1) list += ',';
-    list += json_string(value);
+    list += JsonString(value);
   }
   return list += ']';
 }
@@ -128,11 +80,11 @@ switch_status_t switch_event_serialize_json(switch_event_t* event, char** str) {
   std::string text = "{";
   for (const auto& [name, values] : members) {
     if (text.size() > 1) text += ',';
-    text += json_string(name) + ':' + json_value(values);
+    text += JsonString(name) + ':' + json_value(values);
   }
   if (event->body) {
     if (text.size() > 1) text += ',';
-    text += "\"_body\":" + json_string(event->body);
+    text += "\"_body\":" + JsonString(event->body);
   }
   return hand_out(text + '}', str);
 }

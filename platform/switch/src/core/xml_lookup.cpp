@@ -1,4 +1,7 @@
+#include <functional>
+#include <mutex>
 #include <string>
+#include <utility>
 
 #include <switch.h>
 #include <switch_configuration_check.h>
@@ -15,6 +18,21 @@ const char* handed_out(const std::string& text) {
   thread_local std::string kept;
   kept = text;
   return kept.c_str();
+}
+
+struct ReloadStep {
+  std::mutex mutex;
+  std::function<bool(std::string& error)> run;  // guarded by mutex, which is held while it runs: one reload at a time
+};
+
+ReloadStep& reload_step() {
+  static ReloadStep* const step = new ReloadStep;
+  return *step;
+}
+
+bool run_reload_step(std::string& error) {
+  std::lock_guard<std::mutex> lock(reload_step().mutex);
+  return !reload_step().run || reload_step().run(error);
 }
 
 /// In document order, the element itself first.
@@ -86,10 +104,15 @@ switch_status_t switch_xml_locate(const char* section, const char* tag_name, con
   return SWITCH_STATUS_FALSE;
 }
 
+void kvx_switch::SetReloadStep(std::function<bool(std::string& error)> step) {
+  std::lock_guard<std::mutex> lock(reload_step().mutex);
+  reload_step().run = std::move(step);
+}
+
 switch_status_t switch_xml_reload(const char** err) {
   std::string error;
   const bool good = ReadVariables(error) && check_section("configuration", error) && check_section("dialplan", error) &&
-                    check_section("sip_profiles", error);
+                    check_section("sip_profiles", error) && run_reload_step(error);
   if (err) *err = handed_out(good ? "Success" : error);
   if (!good) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());

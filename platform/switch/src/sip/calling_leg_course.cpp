@@ -47,7 +47,7 @@ void CallingLeg::RunAt(switch_core_session_t* session, const Destination& destin
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
   OfferControl(session_, this);
-  renegotiation_->Rebind([this](Renegotiation::Task task) { return TellCalledLeg(std::move(task)); },
+  renegotiation_->Rewire([this](Renegotiation::Task task) { return TellCalledLeg(std::move(task)); },
                          [this](RTPDirection direction) { return Turn(direction); });
   CallerData caller = GetCallerData(session_);
   caller.caller_id_name = invite_.from_name.empty() ? invite_.from_user : invite_.from_name;
@@ -174,7 +174,7 @@ void CallingLeg::Transfer(const std::string& data) {
 std::string CallingLeg::Redirect(Redirection redirection) {
   if (finished_ || switch_channel_down(channel_)) return kNoSuchChannel;
   if (redirection.partners && !(called_ && called_->answer && media_->bridged())) return "the leg is not bridged";
-  if (renegotiation_ && !renegotiation_->AtRest()) return "the call's media is being changed, or is a fax";
+  if (renegotiation_ && !renegotiation_->quiet()) return "the call's media is being changed, or is a fax";
   redirection_ = std::move(redirection);
   return "";
 }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "sip/leg_media.h"
@@ -57,15 +58,17 @@ class Renegotiation {
 
   /// The direction that both far ends leave, seen from the leg that bridges.
   RTPDirection BridgeDirection() const;
+  /// Another partner, or another role: `bridge` as in Leg.
+  void Rewire(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge) {
+    leg_.tell_partner = std::move(tell_partner);
+    leg_.bridge = std::move(bridge);
+  }
+  /// Nothing is being changed and the call is one of audio: another partner could come.
+  bool quiet() const { return step_ == Step::kIdle && !fax_; }
+  const AgreedMedia& agreed() const { return agreed_; }
   /// The partner's far end said so when it answered.
   void set_partner_direction(MediaDirection direction) { partner_direction_ = direction; }
   MediaDirection far_direction() const { return remote_.media[stream_].direction; }
-
-  /// Neither fax nor in the middle of a change: the leg may be given another partner.
-  bool AtRest() const { return step_ == Step::kIdle && !fax_; }
-  /// The partner is gone; what it says from now on comes from another one, through these.
-  void Rebind(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge);
-  const AgreedMedia& agreed() const { return agreed_; }
 
   /// Puts the far end on hold, or takes it back: offers it to receive alone, and the bridge follows its answer. False
   /// when that cannot be done now.

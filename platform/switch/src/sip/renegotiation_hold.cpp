@@ -10,14 +10,8 @@ MediaDirection WithoutSending(MediaDirection direction) {
   return receives ? MediaDirection::kReceiveOnly : MediaDirection::kInactive;
 }
 
-void Renegotiation::Rebind(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge) {
-  leg_.tell_partner = std::move(tell_partner);
-  leg_.bridge = std::move(bridge);
-  partner_direction_ = MediaDirection::kSendReceive;
-}
-
 bool Renegotiation::Hold(bool on) {
-  if (!AtRest() || on == held_) return false;
+  if (!quiet() || on == held_) return false;
   held_ = on;
   step_ = Step::kWeHold;
   to_fax_ = false;

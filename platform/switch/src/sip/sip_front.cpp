@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/configuration.h"
 #include "core/session.h"
 #include "sip/access_control.h"
 #include "sip/calling_leg.h"
@@ -38,7 +39,7 @@ class SipFront {
   bool Responds(std::chrono::milliseconds limit);
 
  private:
-  static void OnReloadXml(switch_event_t* event);
+  bool Reload(std::string& error);
   static void StackLog(void*, char const* format, va_list arguments);
 
   bool LoadDialplan(std::string& error);
@@ -50,7 +51,6 @@ class SipFront {
   std::mutex mutex_;
   std::shared_ptr<const Dialplan> dialplan_;       // guarded by mutex_
   std::vector<std::shared_ptr<SipAgent>> agents_;  // guarded by mutex_
-  switch_event_node_t* reload_node_ = nullptr;     // the starting thread's
 };
 
 /// Lives as long as the process: events may still be on their way when SIP stops.
@@ -79,20 +79,28 @@ bool SipFront::LoadDialplan(std::string& error) {
   std::shared_ptr<const Dialplan> dialplan = Dialplan::Load(ConfigurationDirectory("dialplan"), error);
   if (!dialplan) return false;
   std::lock_guard<std::mutex> lock(mutex_);
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    const SipProfile& profile = agent->profile();
+    if (dialplan->HasContext(profile.context)) continue;
+    error =
+        profile.file + ": context \"" + profile.context + "\" is in no file of " + ConfigurationDirectory("dialplan");
+    return false;
+  }
   dialplan_ = std::move(dialplan);
   return true;
 }
 
-void SipFront::OnReloadXml(switch_event_t*) {
-  std::string error;
-  if (the_front().LoadDialplan(error)) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Dialplan read anew\n");
-  } else {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s; the dialplan stays as it was\n", error.c_str());
+bool SipFront::Reload(std::string& error) {
+  if (!LoadDialplan(error)) {
+    error += "; the dialplan stays as it was";
+    return false;
   }
-  if (!the_front().LoadAccessControl(error)) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s; the access lists stay as they were\n", error.c_str());
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Dialplan read anew\n");
+  if (!LoadAccessControl(error)) {
+    error += "; the access lists stay as they were";
+    return false;
   }
+  return true;
 }
 
 bool SipFront::LoadAccessControl(std::string& error) {
@@ -141,13 +149,12 @@ bool SipFront::Start(std::string& error) {
     Stop();
     return false;
   }
-  switch_event_bind_removable("sip", SWITCH_EVENT_RELOADXML, nullptr, OnReloadXml, nullptr, &reload_node_);
+  SetReloadStep([this](std::string& problem) { return Reload(problem); });
   return true;
 }
 
 void SipFront::Stop() {
-  if (reload_node_) switch_event_unbind(&reload_node_);
-  reload_node_ = nullptr;
+  SetReloadStep(nullptr);
   std::vector<std::shared_ptr<SipAgent>> agents;
   {
     std::lock_guard<std::mutex> lock(mutex_);
