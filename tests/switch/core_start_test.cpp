@@ -95,7 +95,7 @@ TEST_F(Core, CountsSinceItsStart) {
 
 TEST_F(Core, ControlsThatAreNotServedSayMinusOne) {
   Start();
-  EXPECT_EQ(switch_core_session_ctl(static_cast<switch_session_ctl_t>(7), nullptr), -1);
+  EXPECT_EQ(switch_core_session_ctl(static_cast<switch_session_ctl_t>(9), nullptr), -1);
 }
 
 }  // namespace
