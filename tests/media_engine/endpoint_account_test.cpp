@@ -104,6 +104,12 @@ TEST_F(EndpointAccount, OfStrangersAndDamagedPacketsComesWhenThereWereAny) {
                                               "no valid RTCP 1"));
   ASSERT_TRUE(b.endpoint->Close(kLimit).ok);
   EXPECT_EQ(Lines(), 1u);  // nothing was wrong with b
+  Leg early = NewLeg(*session_);
+  ASSERT_TRUE(early.endpoint->DescribeLocal(LocalFor(Pcmu()), early.local, kLimit).ok);
+  early.SendRun(1, 1);  // ahead of its answer, as often happens
+  ASSERT_TRUE(Eventually([&] { return early.Statistics().too_early == 1; }));
+  ASSERT_TRUE(early.endpoint->Close(kLimit).ok);
+  EXPECT_EQ(Lines(), 1u);
 }
 
 TEST_F(EndpointAccount, OfReplaysAndForgedPacketsComesOnceForAllOfThem) {

@@ -131,7 +131,11 @@ TEST_F(RemoteAddressing, NothingIsTakenBeforeTheFarEndIsDescribed) {
   ASSERT_TRUE(fresh.endpoint->DescribeLocal(LocalFor(Pcmu()), fresh.local, kLimit).ok);
   ASSERT_TRUE(fresh.endpoint->DetectRemoteAddress(kLimit).ok);
   fresh.Send({0, 1, 160, 5, false, PayloadOf(1)});
-  EXPECT_TRUE(Eventually([&] { return fresh.Statistics().strangers == 1; }));
+  fresh.far_end->SendRtcp({0x80}, fresh.local.rtcp_port);
+  EXPECT_TRUE(Eventually([&] { return fresh.Statistics().too_early == 2; }));
+  EXPECT_EQ(fresh.Statistics().strangers, 0u);
+  EXPECT_EQ(fresh.Statistics().rtcp_strangers, 0u);
+  EXPECT_EQ(fresh.Statistics().rtp_packets_received, 0u);
 }
 
 TEST_F(RemoteAddressing, ATextThatIsNoAddressIsRefusedAndChangesNothing) {

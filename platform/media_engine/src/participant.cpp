@@ -43,7 +43,7 @@ Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketA
   if (may_be_far_end && !crypto_.UnprotectRtp(packet, length, now)) return {};
   const std::optional<RtpHeader> header = may_be_far_end ? ParseRtp(packet, length) : std::nullopt;
   if (!may_be_far_end || (header && !AcceptSource(from, payload_types_.Understands(header->payload_type), now))) {
-    ++counters_.strangers;
+    ++StrangersNow(counters_.strangers);
     return {};
   }
   if (!header) {

@@ -116,6 +116,9 @@ class Participant {
   void UpdateRoutes();
   void WarnOfUnlikeCodecs() const;
   void MediaMayBegin(TimePoint now);
+  /// Where a packet of somebody unknown is counted. Who is to be known is only known from the description on: a far end
+  /// that answers a call may well be heard before its answer is.
+  uint64_t& StrangersNow(uint64_t& strangers) { return remote_.described() ? strangers : counters_.too_early; }
   bool AcceptSource(const SocketAddress& from, bool understood, TimePoint now);
   Handover Relay(uint8_t* packet, std::size_t length, const SocketAddress& from);
   void Hold(const uint8_t* packet, const RtpHeader& header, TimePoint now);

@@ -52,7 +52,7 @@ void Participant::RenewOutgoing(TimePoint now) {
 void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
   const bool expected = remote_.IsRtcpExpected(from);
   if (!expected && !remote_.MayLearnRtcp(from, now)) {
-    ++counters_.rtcp_strangers;
+    ++StrangersNow(counters_.rtcp_strangers);
     return;
   }
   if (!crypto_.UnprotectRtcp(packet, length, now)) return;

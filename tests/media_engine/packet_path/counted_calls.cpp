@@ -28,18 +28,21 @@ void Count(std::atomic<uint64_t>& counter) {
 }
 
 /// The function that would have been called; looked up when it is first needed, which may be before any constructor.
-template <typename Function>
-Function* Original(Function*& known, const char* name) {
-  if (known == nullptr) known = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-  return known;
+void* Original(std::atomic<void*>& known, const char* name) {
+  void* function = known.load(std::memory_order_relaxed);
+  if (function == nullptr) {
+    function = dlsym(RTLD_NEXT, name);
+    known.store(function, std::memory_order_relaxed);
+  }
+  return function;
 }
 
 }  // namespace
 
-#define KVX_ORIGINAL(function)                  \
-  ([]() -> decltype(&function) {                \
-    static decltype(&function) known = nullptr; \
-    return Original(known, #function);          \
+#define KVX_ORIGINAL(function)                \
+  reinterpret_cast<decltype(&function)>([] {  \
+    static std::atomic<void*> known{nullptr}; \
+    return Original(known, #function);        \
   }())
 
 extern "C" {

@@ -65,6 +65,7 @@ struct EndpointStatistics {
   uint64_t rtcp_malformed = 0;  ///< from the far end, and not valid RTCP
 
   // Dropped on arrival.
+  uint64_t too_early = 0;  ///< RTP and RTCP that came before the far end was described
   uint64_t strangers = 0;  ///< from an address that is not the far end's
   uint64_t malformed = 0;  ///< not valid RTP
   uint64_t oversized = 0;  ///< longer than any packet that is carried
