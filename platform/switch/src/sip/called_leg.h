@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "core/session.h"
+#include "sip/call_leg.h"
+#include "sip/dialplan.h"
 #include "sip/leg_media.h"
 #include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
@@ -30,12 +32,15 @@ struct CalledLegReport {
 
 struct CalledLegRequest {
   std::shared_ptr<SipAgent> agent;
+  std::string caller;  ///< the calling leg's uuid
+  std::shared_ptr<const Dialplan> dialplan;
   std::string target;               ///< a SIP URI
   std::vector<CodecMatch> offered;  ///< in the calling side's order; at least one
   bool telephone_events = false;
   std::string from_name;
   std::string from_user;
   int max_forwards = 70;
+  std::string referred_by;  ///< who sent the caller here (RFC 3892), as a header value; "" for nobody
   std::chrono::seconds timeout{60};
   /// May be called from the leg's thread at any time until the leg is over; must not block.
   std::function<void(const CalledLegReport&)> report;
@@ -43,17 +48,20 @@ struct CalledLegRequest {
   std::function<bool(Renegotiation::Task)> tell_caller;
 };
 
-class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledLeg> {
+class CalledLeg : public CallLeg, public std::enable_shared_from_this<CalledLeg> {
  public:
   explicit CalledLeg(CalledLegRequest request) : request_(std::move(request)) {}
 
   void Run(switch_core_session_t* session) override;
 
-  /// Runs a task with the leg's negotiation, on its thread; from any thread. False when the leg is gone.
-  static bool Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task);
-  /// The calling leg, ended by `ended_by`, needs this one's media no longer: it has undone the bridge, or will not make
-  /// one. From any thread; `uuid` is this leg's.
-  static void Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by);
+  CallingLeg* Movable() override;
+  void OnDialogEvent(const DialogEvent& event) override;
+  void OnPartnerTask(const Renegotiation::Task& task) override;
+  void OnReleased(const std::string& ended_by) override;
+  void OnLeftAlone(const std::string& driver) override;
+  void OnPartnerLeaves(const std::string& partner) override;
+  void OnPartnerReport(const std::string& partner, const CalledLegReport& report) override;
+  void OnPartnerGiven(const GivenPartner& given) override;
 
  private:
   bool SendInvite();
@@ -61,7 +69,6 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   void WishForSecurity(LocalDescription& description);
   bool MakeOffer(std::string& offer);
   void WaitForAnswer();
-  void OnDialogEvent(const DialogEvent& event);
   void OnProgress(const DialogEvent& event);
   bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
   bool TakeAnswer(const std::string& sdp, CalledLegReport& report);
@@ -77,7 +84,7 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   switch_core_session_t* session_ = nullptr;
   switch_channel_t* channel_ = nullptr;
   std::shared_ptr<SipDialog> dialog_;
-  std::optional<LegMedia> media_;
+  std::unique_ptr<LegMedia> media_;
   std::chrono::steady_clock::time_point answered_at_;
   uint32_t offered_packet_time_ = 0;
   AgreedMedia wished_;  // telephone-events and our key, as offered
@@ -90,6 +97,7 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   bool finished_ = false;
   bool released_ = false;
   std::string ended_by_;
+  std::shared_ptr<CallingLeg> continuation_;  // has taken everything over
 };
 
 }  // namespace kvx_switch

@@ -80,29 +80,25 @@ CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const
   request.from_name = invite_.from_name;
   request.from_user = invite_.from_user;
   request.max_forwards = invite_.max_forwards - 1;
+  if (move_) request.referred_by = move_->referred_by;
   request.timeout = LegTimeout();
   const std::string own_uuid = switch_core_session_get_uuid(session_);
-  std::weak_ptr<CallingLeg> weak = weak_from_this();
-  request.report = [own_uuid, uuid, weak](const CalledLegReport& report) {
-    PostToSession(own_uuid, [weak, uuid, report] {
-      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnCalledLegReport(uuid, report);
-    });
+  request.caller = own_uuid;
+  request.dialplan = dialplan_;
+  request.report = [own_uuid, uuid](const CalledLegReport& report) {
+    Post(own_uuid, [uuid, report](CallLeg& leg) { leg.OnPartnerReport(uuid, report); });
   };
-  request.tell_caller = [own_uuid, weak](Renegotiation::Task task) {
-    return PostToSession(own_uuid, [weak, task = std::move(task)] {
-      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnPartnerTask(task);
-    });
-  };
+  request.tell_caller = [own_uuid](Renegotiation::Task task) { return Tell(own_uuid, std::move(task)); };
   return request;
 }
 
 void CallingLeg::OnPartnerTask(const Renegotiation::Task& task) {
-  if (switch_channel_down(channel_) || !called_) return;
-  if (renegotiation_ && media_->bridged()) {
+  if (switch_channel_down(channel_) || Partner().empty()) return;
+  if (renegotiation_ && Joined()) {
     task(*renegotiation_);
   } else {
     // Too early: what the called side wants to change is not there yet.
-    CalledLeg::Tell(called_->uuid, called_->leg, [](Renegotiation& partner) { partner.PartnerRefused(491); });
+    Tell(Partner(), [](Renegotiation& partner) { partner.PartnerRefused(491); });
   }
 }
 
@@ -122,7 +118,6 @@ bool CallingLeg::StartCalledLeg(const std::string& data) {
   auto leg = std::make_shared<CalledLeg>(MakeCalledRequest(target, uuid));
   called_.emplace();
   called_->uuid = uuid;
-  called_->leg = leg;
   LegLog(session_, SWITCH_LOG_INFO, "Bridging to " + target.uri + ", leg " + uuid);
   if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return true;
   switch_core_session_destroy(&session);
@@ -131,10 +126,11 @@ bool CallingLeg::StartCalledLeg(const std::string& data) {
   return false;
 }
 
-void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegReport& report) {
+void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport& report) {
   if (finished_ || !called_ || called_->uuid != uuid) return;
   switch (report.kind) {
     case CalledLegReport::Kind::kProgress:
+      if (move_) move_->referral->Progress(report.status);
       if (answered_ || (relayed_status_ == report.status && !report.early_media)) break;
       relayed_status_ = report.status;
       if (report.early_media) return PassEarlyMediaOn(report);
@@ -168,7 +164,7 @@ bool CallingLeg::AwaitAnswer() {
   // The called leg watches its own timeout; this one only guards against a leg that does not report.
   const auto deadline = std::chrono::steady_clock::now() + LegTimeout() + std::chrono::seconds(60);
   bool settled = ServeUntil(session_, deadline, [this] { return called_->answer || called_->ended; });
-  if (switch_channel_down(channel_)) return false;
+  if (switch_channel_down(channel_) || move_failed_) return false;
   if (settled && !called_->ended) return true;
   EndWithCalledLeg();
   return false;
@@ -217,7 +213,7 @@ bool CallingLeg::JoinMedia() {
 
 void CallingLeg::Join() {
   DrainTasks(session_);
-  if (switch_channel_down(channel_)) return;
+  if (switch_channel_down(channel_) || move_failed_) return;
   if (!CalledLegIsUp() || !JoinMedia()) {
     if (CalledLegIsUp()) {
       Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
@@ -228,8 +224,8 @@ void CallingLeg::Join() {
     EndWithCalledLeg();
     return;
   }
-  switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
-  ServeWhileUp(session_);
+  MoveSucceeded();
+  ServeCall();
 }
 
 }  // namespace kvx_switch

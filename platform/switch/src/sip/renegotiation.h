@@ -57,6 +57,14 @@ class Renegotiation {
 
   /// The direction that both far ends leave, seen from the leg that bridges.
   RTPDirection BridgeDirection() const;
+  /// Another partner, or another role: `bridge` as in Leg.
+  void Rewire(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge) {
+    leg_.tell_partner = std::move(tell_partner);
+    leg_.bridge = std::move(bridge);
+  }
+  /// Nothing is being changed and the call is one of audio: another partner could come.
+  bool quiet() const { return step_ == Step::kIdle && !fax_; }
+  const AgreedMedia& agreed() const { return agreed_; }
   /// The partner's far end said so when it answered.
   void set_partner_direction(MediaDirection direction) { partner_direction_ = direction; }
   MediaDirection far_direction() const { return remote_.media[stream_].direction; }
@@ -85,7 +93,7 @@ class Renegotiation {
   /// The media server has let the leg go, or the two far ends cannot be brought together again: the call ends.
   void BreakOff(const std::string& why);
 
-  const Leg leg_;
+  Leg leg_;
   SessionDescription remote_;  // as last agreed on
   size_t stream_;
   SdpMedia audio_;  // the far end's audio as last agreed on

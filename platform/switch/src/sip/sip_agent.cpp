@@ -23,7 +23,7 @@ namespace {
 constexpr std::chrono::seconds kLastMessages{3};
 constexpr int kStepMilliseconds = 50;
 
-constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS";
+constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER";
 
 std::string Text(const char* text) {
   return text ? text : "";
@@ -200,10 +200,10 @@ bool SipAgent::OpenOnSipThread() {
   const std::string port = profile_.sip_port ? std::to_string(profile_.sip_port) : "*";
   std::string url = HostPort(profile_, 0);
   url = "sip:" + url.substr(0, url.rfind(':') + 1) + port + ";transport=udp";
-  nua_ =
-      nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
-                 NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                 NUTAG_APPL_METHOD("INVITE"), SIPTAG_SUPPORTED_STR(""), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+  nua_ = nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
+                    NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
+                    NUTAG_APPL_METHOD("INVITE, REFER"), SIPTAG_SUPPORTED_STR("replaces"),
+                    SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (!nua_) return false;
   nua_set_params(nua_, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   nua_get_params(nua_, TAG_ANY(), TAG_END());
@@ -274,6 +274,9 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
     return;
   }
   InboundInvite invite = CopyInvite(nua_, sip);
+  invite.replaces = sip->sip_replaces != nullptr;
+  invite.replaced_leg = LegOfReplacesOnSipThread(sip->sip_replaces);
+  invite.early_only = invite.replaces && sip->sip_replaces->rp_early_only;
   auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
   dialog->AdoptOnSipThread(handle, invite.body);
   handler_(invite, dialog);
@@ -299,6 +302,8 @@ void SipAgent::OnEventOnSipThread(int event, int status, const char* phrase, nua
     if (event == nua_i_invite && handle && sip) {
       OnInviteOnSipThread(handle, sip);
     } else if (handle && event < nua_r_set_params) {
+      // A transfer of no call.
+      if (event == nua_i_refer) nua_respond(handle, SIP_403_FORBIDDEN, NUTAG_WITH_THIS(nua_), TAG_END());
       nua_handle_destroy(handle);  // answered by the stack itself (OPTIONS) or refused by it; nobody's call
     }
     return;

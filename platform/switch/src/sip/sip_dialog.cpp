@@ -6,6 +6,7 @@
 
 #include "sip/sip_agent.h"
 #include "sip/sip_cause.h"
+#include "sip/sip_home.h"
 #include "sip/sip_text.h"
 #include "sip/sofia.h"
 
@@ -22,19 +23,6 @@ switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
   }
   return otherwise;
 }
-
-/// Frees what is allocated for building one request.
-class Home {
- public:
-  Home() { su_home_init(home_); }
-  ~Home() { su_home_deinit(home_); }
-  Home(const Home&) = delete;
-  Home& operator=(const Home&) = delete;
-  operator su_home_t*() { return home_; }
-
- private:
-  su_home_t home_[1] = {SU_HOME_INIT(home_)};
-};
 
 }  // namespace
 
@@ -87,6 +75,7 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
   local_sdp_ = invite.sdp;
   agent_->AddOnSipThread(shared_from_this());
   nua_invite(handle_, NUTAG_URL(target), SIPTAG_MAX_FORWARDS_STR(std::to_string(invite.max_forwards).c_str()),
+             TAG_IF(!invite.referred_by.empty(), SIPTAG_REFERRED_BY_STR(invite.referred_by.c_str())),
              SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(invite.sdp.c_str()), TAG_END());
 }
 
@@ -180,6 +169,9 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       break;
     case nua_i_invite:
       OnReinviteOnSipThread(sip);
+      break;
+    case nua_i_refer:
+      OnReferOnSipThread(sip);
       break;
     case nua_i_cancel:
       FinishOnSipThread({DialogEvent::Kind::kCancelled, 487, phrase, "", CauseOf(sip, SWITCH_CAUSE_ORIGINATOR_CANCEL)});

@@ -1,0 +1,65 @@
+// A called leg that changes its partner goes on as a calling one.
+#include <utility>
+
+#include "sip/called_leg.h"
+#include "sip/calling_leg.h"
+#include "sip/leg_helpers.h"
+
+namespace kvx_switch {
+
+namespace {
+
+constexpr int kMaxForwards = 70;
+
+/// The called side as a caller: known by the number under which it was called.
+InboundInvite IdentityOf(switch_core_session_t* session, const std::string& call_id) {
+  const CallerData caller = GetCallerData(session);
+  InboundInvite identity;
+  identity.from_user = caller.destination_number;
+  identity.request_user = caller.destination_number;
+  identity.call_id = call_id;
+  identity.max_forwards = kMaxForwards;
+  return identity;
+}
+
+}  // namespace
+
+CallingLeg* CalledLeg::Movable() {
+  if (continuation_) return continuation_->Movable();
+  if (!answered_ || finished_ || switch_channel_down(channel_) || !renegotiation_) return nullptr;
+  AnsweredLeg leg;
+  leg.session = session_;
+  leg.identity = IdentityOf(session_, LegVariable(channel_, "sip_call_id"));
+  leg.dialog = dialog_;
+  leg.dialplan = request_.dialplan;
+  leg.media = std::move(media_);
+  leg.renegotiation = std::move(renegotiation_);
+  leg.description = BuildOffer(local_);
+  leg.driver = request_.caller;
+  leg.answered_at = answered_at_;
+  continuation_ = std::make_shared<CallingLeg>(std::move(leg));
+  return continuation_.get();
+}
+
+void CalledLeg::OnLeftAlone(const std::string& driver) {
+  Movable();
+  if (continuation_) {
+    continuation_->OnLeftAlone(driver);
+  } else {
+    released_ = true;
+  }
+}
+
+void CalledLeg::OnPartnerLeaves(const std::string& partner) {
+  if (continuation_) continuation_->OnPartnerLeaves(partner);
+}
+
+void CalledLeg::OnPartnerReport(const std::string& partner, const CalledLegReport& report) {
+  if (continuation_) continuation_->OnPartnerReport(partner, report);
+}
+
+void CalledLeg::OnPartnerGiven(const GivenPartner& given) {
+  if (continuation_) continuation_->OnPartnerGiven(given);
+}
+
+}  // namespace kvx_switch
