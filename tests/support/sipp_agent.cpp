@@ -24,7 +24,8 @@ void write_fields(const std::filesystem::path& file, const std::vector<SippCallF
   out << "SEQUENTIAL\n";
   for (const SippCallFields& call : calls) {
     out << call.number << ';' << call.media_port << ';' << call.payload_type << ';' << call.codec << ';'
-        << call.event_payload_type << ';' << call.attribute << ';' << call.transport << '\n';
+        << call.event_payload_type << ';' << call.attribute << ';' << call.transport << ';' << call.other_call << ';'
+        << call.other_to_tag << ';' << call.other_from_tag << '\n';
   }
   if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
 }

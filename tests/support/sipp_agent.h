@@ -15,7 +15,7 @@
 namespace test_support {
 
 /// What one call of a phone says about itself: a line of the file that sipp takes its fields from. The scenarios use
-/// them as [field0] to [field6].
+/// them as [field0] to [field9].
 struct SippCallFields {
   std::string number;                      // [field0] the phone's own number, user part of its From
   std::uint16_t media_port = 0;            // [field1] where it wants RTP
@@ -24,6 +24,9 @@ struct SippCallFields {
   std::string event_payload_type = "101";  // [field4] of telephone-event
   std::string attribute = "ptime:20";      // [field5] one attribute more of the audio stream
   std::string transport = "RTP/AVP";       // [field6] of the audio stream
+  std::string other_call;                  // [field7] Call-ID of the call that this one is about (Replaces), and its
+  std::string other_to_tag;                // [field8] tag at the switch
+  std::string other_from_tag;              // [field9] tag at the phone
 };
 
 struct SippSettings {

@@ -1,7 +1,7 @@
 #include <switch.h>
 
 #include "core/session.h"
-#include "sip/leg_control.h"
+#include "sip/call_leg.h"
 #include "sip_applications_fixture.h"
 
 namespace kvx_switch {
@@ -47,7 +47,7 @@ TEST_F(SipParkAndSleep, SleepThatIsNoNumberIsLoggedAndPassedOver) {
 class SipTransfer : public SipApplications {
  protected:
   std::string Transfer(const std::string& uuid, std::optional<Destination> own, std::optional<Destination> partners) {
-    return AskControl(uuid, [&](LegControl& leg) { return leg.Redirect({own, partners}); });
+    return AskLeg(uuid, [&](CallLeg& leg) { return leg.Redirect({own, partners}); });
   }
   std::string Transfer(switch_call_direction_t direction, std::optional<Destination> own,
                        std::optional<Destination> partners) {
@@ -188,7 +188,7 @@ TEST_F(SipTransfer, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
 class SipHold : public SipApplications {
  protected:
   std::string Hold(switch_call_direction_t direction, HoldChange change) {
-    return AskControl(LegUuid(direction), [change](LegControl& leg) { return leg.Hold(change); });
+    return AskLeg(LegUuid(direction), [change](CallLeg& leg) { return leg.Hold(change); });
   }
 };
 

@@ -171,6 +171,27 @@ void SipPeer::SendByeAsCalled(const SipMessage& invite, const std::string& more_
   SendRaw(RequestAsCalled(invite, "BYE", 1000, "z9hG4bK-bob-bye", more_headers, ""));
 }
 
+void SipPeer::SendInCall(const std::string& method, const std::string& more_headers, const std::string& sdp) {
+  const int sequence = 10 + ++reinvites_;
+  const std::string branch = branch_ + "-" + method + std::to_string(sequence);
+  SendRaw(Request(method, sequence, branch, remote_tag_, more_headers, sdp));
+}
+
+void SipPeer::SendInCallAsCalled(const SipMessage& invite, const std::string& method, const std::string& more_headers,
+                                 const std::string& sdp) {
+  const int sequence = 10 + ++reinvites_;
+  const std::string branch = "z9hG4bK-bob-" + method + std::to_string(sequence);
+  SendRaw(RequestAsCalled(invite, method, sequence, branch, more_headers, sdp));
+}
+
+std::string SipPeer::Replaces() const {
+  return call_id_ + ";to-tag=" + remote_tag_ + ";from-tag=alice" + std::to_string(calls_);
+}
+
+std::string SipPeer::ReplacesAsCalled(const SipMessage& invite) {
+  return invite.Header("Call-ID") + ";to-tag=" + Tag(invite.Header("From")) + ";from-tag=bob";
+}
+
 void SipPeer::SendReinvite(const std::string& sdp) {
   const int sequence = 10 + ++reinvites_;
   SendRaw(Request("INVITE", sequence, branch_ + "-re" + std::to_string(sequence), remote_tag_, "", sdp));

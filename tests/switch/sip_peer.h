@@ -47,6 +47,10 @@ class SipPeer {
   void SendCancel(const std::string& more_headers = "");
   void SendBye(const std::string& more_headers = "");
 
+  /// Any other request in the call.
+  void SendInCall(const std::string& method, const std::string& more_headers, const std::string& sdp = "");
+  /// "call-id;to-tag=...;from-tag=..." of the call, as Replaces names it to the switch (RFC 3891).
+  std::string Replaces() const;
   /// A further INVITE in the call, and the ACK for the final response to it.
   void SendReinvite(const std::string& sdp);
   void AckReinvite(const SipMessage& response);
@@ -56,6 +60,9 @@ class SipPeer {
   /// The same two inside the call that `invite` set up and this peer answered.
   void SendReinviteAsCalled(const SipMessage& invite, const std::string& sdp);
   void AckReinviteAsCalled(const SipMessage& invite, const SipMessage& response);
+  void SendInCallAsCalled(const SipMessage& invite, const std::string& method, const std::string& more_headers,
+                          const std::string& sdp = "");
+  static std::string ReplacesAsCalled(const SipMessage& invite);
   /// BYE inside the call that `invite` set up and this peer answered.
   void SendByeAsCalled(const SipMessage& invite, const std::string& more_headers = "");
 

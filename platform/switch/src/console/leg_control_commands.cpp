@@ -6,9 +6,9 @@
 
 #include "console/builtin_commands.h"
 #include "console/command_answer.h"
+#include "sip/call_leg.h"
 #include "sip/destination.h"
 #include "sip/dialplan.h"
-#include "sip/leg_control.h"
 #include "sip/sip_front.h"
 
 namespace kvx_switch {
@@ -39,7 +39,7 @@ switch_status_t uuid_transfer_command(const char* cmd, switch_core_session_t*, s
   Redirection redirection;
   if (!partner_goes) redirection.own = destination;
   if (partner_goes || both_go) redirection.partners = destination;
-  error = AskControl(words[0], [redirection](LegControl& leg) { return leg.Redirect(redirection); });
+  error = AskLeg(words[0], [redirection](CallLeg& leg) { return leg.Redirect(redirection); });
   return error.empty() ? answer_ok(stream) : answer_error(stream, error);
 }
 
@@ -55,7 +55,7 @@ switch_status_t uuid_hold_command(const char* cmd, switch_core_session_t*, switc
     known = true;
   }
   if (!known) return answer_usage(stream, "uuid_hold", kUuidHoldSyntax);
-  const std::string error = AskControl(words.back(), [change](LegControl& leg) { return leg.Hold(change); });
+  const std::string error = AskLeg(words.back(), [change](CallLeg& leg) { return leg.Hold(change); });
   return error.empty() ? answer_ok(stream, "Success") : answer_error(stream, error);
 }
 

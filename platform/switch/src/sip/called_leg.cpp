@@ -1,7 +1,5 @@
 #include "sip/called_leg.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <set>
 #include <utility>
@@ -40,41 +38,37 @@ uint8_t FreePayloadType(uint8_t wanted, const std::vector<SdpPayload>& taken) {
   return type;
 }
 
-bool SameCodec(const switch_codec_implementation_t& a, const switch_codec_implementation_t& b) {
-  return strcasecmp(a.iananame, b.iananame) == 0 && a.samples_per_second == b.samples_per_second &&
-         a.number_of_channels == b.number_of_channels;
-}
-
 }  // namespace
 
-void CalledLeg::Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by) {
-  PostToSession(uuid, [leg, ended_by] {
-    std::shared_ptr<CalledLeg> self = leg.lock();
-    if (!self) return;
-    self->released_ = true;
-    if (self->ended_by_.empty()) self->ended_by_ = ended_by;
-  });
+void CalledLeg::OnReleased(const std::string& ended_by) {
+  if (continuation_) return continuation_->OnReleased(ended_by);
+  released_ = true;
+  if (ended_by_.empty()) ended_by_ = ended_by;
 }
 
-bool CalledLeg::Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task) {
-  return PostToSession(uuid, [leg, task = std::move(task)] {
-    std::shared_ptr<CalledLeg> self = leg.lock();
-    if (self && self->renegotiation_ && switch_channel_up(self->channel_)) task(*self->renegotiation_);
-  });
+void CalledLeg::OnPartnerTask(const Renegotiation::Task& task) {
+  if (continuation_) return continuation_->OnPartnerTask(task);
+  if (renegotiation_ && switch_channel_up(channel_)) task(*renegotiation_);
 }
 
 void CalledLeg::Run(switch_core_session_t* session) {
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
+  const Reachable reachable(session, this);
   switch_channel_set_state(channel_, CS_ROUTING);
-  OfferControl(session_, this);
   media_ = std::make_unique<LegMedia>(session, request_.agent->profile().media);
   RunGuarded(session_, [this] {
     if (!SendInvite()) return;
     WaitForAnswer();
-    ServeUntilSentOn();
+    while (switch_channel_up(channel_) && !continuation_) {
+      ServeUntil(session_, std::chrono::steady_clock::time_point::max(), [this] { return continuation_ != nullptr; });
+    }
   });
-  next_&& switch_channel_up(channel_) ? BecomeCaller() : Finish();
+  if (continuation_) {
+    continuation_->Continue();
+  } else {
+    Finish();
+  }
 }
 
 /// The profile's, unless the leg's variable says otherwise.
@@ -130,7 +124,7 @@ bool CalledLeg::MakeOffer(std::string& offer) {
 bool CalledLeg::SendInvite() {
   if (switch_channel_down(channel_)) return false;
   std::string offer;
-  const LegMedia::NewCall new_call = request_.caller_uuid.empty() ? LegMedia::NewCall::kYes : LegMedia::NewCall::kNo;
+  const LegMedia::NewCall new_call = request_.caller.empty() ? LegMedia::NewCall::kYes : LegMedia::NewCall::kNo;
   if (media_->Create(new_call) != LegMedia::Start::kStarted || !MakeOffer(offer)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
     return false;
@@ -142,7 +136,8 @@ bool CalledLeg::SendInvite() {
       if (std::shared_ptr<CalledLeg> self = weak.lock()) self->OnDialogEvent(event);
     });
   });
-  dialog_->Invite({request_.target, request_.from_name, request_.from_user, offer, request_.max_forwards});
+  dialog_->Invite(
+      {request_.target, request_.from_name, request_.from_user, offer, request_.max_forwards, request_.referred_by});
   switch_channel_set_callstate(channel_, CCS_DIALING);
   return true;
 }
@@ -182,7 +177,7 @@ void CalledLeg::OnProgress(const DialogEvent& event) {
 }
 
 void CalledLeg::OnDialogEvent(const DialogEvent& event) {
-  if (caller_) return caller_->OnDialogEvent(event);
+  if (continuation_) return continuation_->OnDialogEvent(event);
   if (finished_) return;
   switch (event.kind) {
     case DialogEvent::Kind::kProgress:
@@ -199,6 +194,13 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
       break;
     case DialogEvent::Kind::kReinviteRefused:
       if (renegotiation_) renegotiation_->OnRefusal(event.status);
+      break;
+    case DialogEvent::Kind::kRefer:
+      if (CallingLeg* leg = Movable()) {
+        leg->OnDialogEvent(event);
+      } else {
+        dialog_->NotifyReferrer(event.refer->id, 491);
+      }
       break;
     case DialogEvent::Kind::kRefused:
       refused_status_ = event.status;
@@ -301,8 +303,8 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
   StartRenegotiation(report);
-  if (request_.answered) next_ = request_.answered;
   request_.report(report);
+  if (request_.answered) Movable()->SendTo(*request_.answered);
 }
 
 void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
@@ -312,7 +314,6 @@ void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
 
 void CalledLeg::Finish() {
   finished_ = true;
-  OfferControl(session_, nullptr);
   switch_call_cause_t cause = switch_channel_get_cause(channel_);
   if (dialog_) dialog_->End(cause, 0, "");
   CalledLegReport report{};

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "core/session.h"
+#include "sip/call_leg.h"
 #include "sip/destination.h"
-#include "sip/leg_control.h"
 #include "sip/leg_media.h"
 #include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
@@ -34,14 +34,15 @@ struct CalledLegReport {
 
 struct CalledLegRequest {
   std::shared_ptr<SipAgent> agent;
+  std::string caller;               ///< the calling leg's uuid; empty: there is none, an operator calls
   std::string target;               ///< a SIP URI
   std::vector<CodecMatch> offered;  ///< in the calling side's order; at least one
   bool telephone_events = false;
   std::string from_name;
   std::string from_user;
   int max_forwards = 70;
+  std::string referred_by;  ///< who sent the caller here (RFC 3892), as a header value; "" for nobody
   std::chrono::seconds timeout{60};
-  std::string caller_uuid;              ///< of the calling leg; empty: there is none, an operator calls
   std::optional<Destination> answered;  ///< where the leg goes on when it is answered; none: it waits for the bridge
   /// May be called from the leg's thread at any time until the leg is over; must not block.
   std::function<void(const CalledLegReport&)> report;
@@ -49,7 +50,7 @@ struct CalledLegRequest {
   std::function<bool(Renegotiation::Task)> tell_caller;
 };
 
-class CalledLeg : public LegProgram, public LegControl, public std::enable_shared_from_this<CalledLeg> {
+class CalledLeg : public CallLeg, public std::enable_shared_from_this<CalledLeg> {
  public:
   explicit CalledLeg(CalledLegRequest request);
   ~CalledLeg() override;
@@ -58,13 +59,14 @@ class CalledLeg : public LegProgram, public LegControl, public std::enable_share
   std::string Redirect(Redirection redirection) override;
   std::string Hold(HoldChange change) override;
 
-  /// Runs a task with the leg's negotiation, on its thread; from any thread. False when the leg is gone.
-  static bool Tell(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, Renegotiation::Task task);
-  /// The calling leg, ended by `ended_by`, needs this one's media no longer: it has undone the bridge, or will not make
-  /// one. From any thread; `uuid` is this leg's.
-  static void Release(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const std::string& ended_by);
-  /// The calling leg has undone the bridge and leaves this one to itself, to go on at `destination`. From any thread.
-  static void GoOn(const std::string& uuid, const std::weak_ptr<CalledLeg>& leg, const Destination& destination);
+  CallingLeg* Movable() override;
+  void OnDialogEvent(const DialogEvent& event) override;
+  void OnPartnerTask(const Renegotiation::Task& task) override;
+  void OnReleased(const std::string& ended_by) override;
+  void OnLeftAlone(const std::string& driver) override;
+  void OnPartnerLeaves(const std::string& partner) override;
+  void OnPartnerReport(const std::string& partner, const CalledLegReport& report) override;
+  void OnPartnerGiven(const GivenPartner& given) override;
 
  private:
   bool SendInvite();
@@ -72,9 +74,6 @@ class CalledLeg : public LegProgram, public LegControl, public std::enable_share
   void WishForSecurity(LocalDescription& description);
   bool MakeOffer(std::string& offer);
   void WaitForAnswer();
-  void ServeUntilSentOn();
-  void BecomeCaller();
-  void OnDialogEvent(const DialogEvent& event);
   void OnProgress(const DialogEvent& event);
   bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
   bool TakeAnswer(const std::string& sdp, CalledLegReport& report);
@@ -103,8 +102,7 @@ class CalledLeg : public LegProgram, public LegControl, public std::enable_share
   bool finished_ = false;
   bool released_ = false;
   std::string ended_by_;
-  std::optional<Destination> next_;     // where this leg is to go on by itself
-  std::shared_ptr<CallingLeg> caller_;  // what this leg is from then on
+  std::shared_ptr<CallingLeg> continuation_;  // has taken everything over
 };
 
 }  // namespace kvx_switch

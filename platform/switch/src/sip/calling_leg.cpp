@@ -29,14 +29,21 @@ SipDialog::Sink CallingLeg::EventSink(const std::string& uuid, const std::shared
 void CallingLeg::Run(switch_core_session_t* session) {
   session_ = session;
   channel_ = switch_core_session_get_channel(session);
-  OfferControl(session_, this);
+  const Reachable reachable(session, this);
   media_ = std::make_unique<LegMedia>(session, profile_.media);
   LegLog(session_, SWITCH_LOG_NOTICE,
          "Incoming call from " + invite_.from_user + " at " + invite_.network_address + ":" +
              std::to_string(invite_.network_port) + " to " + invite_.request_user + ", call-id " + invite_.call_id);
   switch_channel_set_state(channel_, CS_ROUTING);
   RunGuarded(session_, [this] {
-    if (ReadOffer()) RunFrom({invite_.request_user, profile_.context, {}});
+    if (ReadOffer()) {
+      if (invite_.replaces) {
+        TakeThePlace();
+      } else {
+        RunFrom({invite_.request_user, profile_.context, {}});
+      }
+    }
+    GoOn();
   });
   Finish();
 }
@@ -51,6 +58,8 @@ void CallingLeg::Fail(switch_call_cause_t cause, int status, const std::string& 
   fail_cause_ = cause;
   fail_status_ = status;
   fail_warning_ = warning;
+  move_failed_ = move_.has_value();
+  if (move_failed_) return;  // the leg may have somewhere to go back to
   switch_channel_hangup(channel_, cause);
 }
 
@@ -209,6 +218,8 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
     case DialogEvent::Kind::kReinviteRefused:
       if (renegotiation_) renegotiation_->OnRefusal(event.status);
       return;
+    case DialogEvent::Kind::kRefer:
+      return OnRefer(*event.refer);
     default:
       break;
   }
@@ -221,14 +232,9 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
 
 void CallingLeg::StartRenegotiation(LocalDescription description) {
   Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &profile_, nullptr, nullptr};
-  leg.tell_partner = [this](Renegotiation::Task task) { return TellCalledLeg(std::move(task)); };
-  leg.bridge = [this](RTPDirection direction) { return Turn(direction); };
   renegotiation_.emplace(std::move(leg), offer_, stream_, agreed_, std::move(description));
+  Wire();
   if (called_ && called_->answer) renegotiation_->set_partner_direction(called_->answer->direction);
-}
-
-bool CallingLeg::TellCalledLeg(Renegotiation::Task task) {
-  return called_ && media_->bridged() && CalledLeg::Tell(called_->uuid, called_->leg, std::move(task));
 }
 
 /// The bridge to a direction; nothing before there is one, which then begins with that direction.
@@ -242,17 +248,21 @@ void CallingLeg::LetCalledLegGo(switch_call_cause_t cause) {
   const bool was_bridged = media_->bridged();
   HangUpLeg(called_->uuid, cause);
   media_->Unbridge();
-  CalledLeg::Release(called_->uuid, called_->leg, ended_by_);
+  Release(called_->uuid, ended_by_);
   if (was_bridged) FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, called_->uuid);
 }
 
 void CallingLeg::Finish() {
   finished_ = true;
-  OfferControl(session_, nullptr);
   switch_call_cause_t cause = switch_channel_get_cause(channel_);
   bool ours = cause == fail_cause_ && fail_status_ != 0;
   dialog_->End(cause, ours ? fail_status_ : StatusOfCause(cause), ours ? fail_warning_ : "");
   LetCalledLegGo(cause);
+  EndAsPartner(cause);
+  when_alone_ = nullptr;
+  move_.reset();
+  next_.reset();
+  given_.reset();
   media_.reset();
   LogHungUp(session_, ended_by_, answered_, answered_at_);
 }

@@ -10,55 +10,98 @@
 
 #include "core/session.h"
 #include "sip/bridge_target.h"
+#include "sip/call_leg.h"
 #include "sip/called_leg.h"
 #include "sip/dialplan.h"
-#include "sip/leg_control.h"
 #include "sip/leg_media.h"
+#include "sip/referral.h"
 #include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
 
 /// The leg of an incoming call: takes the offer, finds the route, runs its actions, answers, and ends both legs of the
-/// call that it made.
+/// call that it made. Also a leg that was called itself and goes on by a transfer.
+///
+/// Of two legs that talk one drives the bridge, as a rule the one that called, and ends the other. A transfer parts
+/// them, and a leg that is alone calls somebody else or is joined with another lone leg, in either role.
 namespace kvx_switch {
 
 /// What a calling leg knows of the leg that it called.
 struct BridgedLeg {
   std::string uuid;
-  std::weak_ptr<CalledLeg> leg;
   bool ended = false;
   switch_call_cause_t cause = SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE;  // until it reports
   int status = 0;
   std::optional<CalledLegReport> answer;
 };
 
-/// A leg that has a far end on the line already, on its way to become one that runs the dialplan.
-struct AnsweredLeg {
-  std::shared_ptr<SipDialog> dialog;
-  std::unique_ptr<LegMedia> media;
-  Renegotiation renegotiation;
-  SessionDescription far_end;  ///< its description; the first stream is the audio
-  std::string number;          ///< who it is to those that it calls
-  std::string name;
-  int max_forwards = 70;
-  std::chrono::steady_clock::time_point answered_at;
-};
-
 /// The variable with the names, parted by commas, of those that called legs get too.
 constexpr const char* kExportVariable = "export_vars";
 
-class CallingLeg : public LegProgram, public LegControl, public std::enable_shared_from_this<CallingLeg> {
+/// A called leg that goes on as a calling one, everything of it handed over.
+struct AnsweredLeg {
+  switch_core_session_t* session;
+  InboundInvite identity;  ///< its far end as a caller
+  std::shared_ptr<SipDialog> dialog;
+  std::shared_ptr<const Dialplan> dialplan;
+  std::unique_ptr<LegMedia> media;
+  std::optional<Renegotiation> renegotiation;  ///< never empty
+  SessionDescription far_end;                  ///< its description; the first stream is the audio
+  std::string description;                     ///< what its far end was told
+  std::string driver;                          ///< the leg that called it
+  std::chrono::steady_clock::time_point answered_at;
+};
+
+/// Asks a leg to give up its partner, so that `asker` may have it. Nothing is given when `suits` does not hold for the
+/// call's codec.
+struct PartnerRequest {
+  std::string asker;
+  std::function<bool(const CodecMatch&)> suits;
+  std::shared_ptr<Referral> referral;
+};
+
+struct GivenPartner {
+  int status;           ///< 200, else why not
+  std::string partner;  ///< alone now
+  AgreedMedia agreed;   ///< what it speaks
+  std::shared_ptr<Referral> referral;
+};
+
+class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLeg> {
  public:
   CallingLeg(InboundInvite invite, std::shared_ptr<SipDialog> dialog, std::shared_ptr<const Dialplan> dialplan);
 
-  CallingLeg(AnsweredLeg leg, std::shared_ptr<const Dialplan> dialplan);
+  /// A leg that was called, from its answer on.
+  explicit CallingLeg(AnsweredLeg leg);
 
   void Run(switch_core_session_t* session) override;
-  /// Of an answered leg: goes on at `destination`, until the leg is over.
-  void RunAt(switch_core_session_t* session, const Destination& destination);
+  /// The rest of the leg that was handed over.
+  void Continue();
 
+  // The leg's own doing when another asks for it, all on its thread.
+  CallingLeg* Movable() override;
   std::string Redirect(Redirection redirection) override;
   std::string Hold(HoldChange change) override;
-  void OnDialogEvent(const DialogEvent& event);
+  void OnDialogEvent(const DialogEvent& event) override;
+  void OnPartnerTask(const Renegotiation::Task& task) override;
+  void OnReleased(const std::string& ended_by) override;
+  void OnLeftAlone(const std::string& driver) override;
+  void OnPartnerLeaves(const std::string& partner) override;
+  void OnPartnerReport(const std::string& partner, const CalledLegReport& report) override;
+  void OnPartnerGiven(const GivenPartner& given) override;
+
+  /// Parts from the partner, which goes on too; `then` runs when this leg is alone.
+  void LeavePartner(std::function<void()> then);
+  /// Parts from the partner for another leg's sake; answers with OnPartnerGiven there.
+  void GiveUpPartner(const PartnerRequest& request);
+  /// To be joined with the lone leg `driver`, which will bridge; answers with OnPartnerReport there. False when this
+  /// leg is not alone.
+  bool TakeDriver(const std::string& driver);
+  /// A lone leg's next call. Begins when the task that asked for it is over.
+  void GoTo(Move move) { next_ = std::move(move); }
+  /// A lone leg's way through the dialplan, the same.
+  void SendTo(Destination destination) { redirection_ = Redirection{std::move(destination), std::nullopt}; }
+  /// "" when it is alone.
+  std::string Partner() const { return called_ ? called_->uuid : driver_; }
 
   /// A sink for the dialog of the leg `uuid`: brings events onto the leg's thread.
   static SipDialog::Sink EventSink(const std::string& uuid, const std::shared_ptr<CallingLeg>& leg);
@@ -108,10 +151,31 @@ class CallingLeg : public LegProgram, public LegControl, public std::enable_shar
   void LeaveBridge();
 
   void StartRenegotiation(LocalDescription description);
-  bool TellCalledLeg(Renegotiation::Task task);
   bool Turn(RTPDirection direction);
-  void OnPartnerTask(const Renegotiation::Task& task);
-  void OnCalledLegReport(const std::string& uuid, const CalledLegReport& report);
+  bool TellPartner(Renegotiation::Task task);
+  void Wire();
+  bool Joined() const;
+
+  // Transfers.
+  void OnRefer(const ReferRequest& refer);
+  int ObstacleTo(const ReferRequest& refer);
+  void StartBlindTransfer(const ReferRequest& refer);
+  void StartAttendedTransfer(const ReferRequest& refer);
+  void SendPartnerOn(Move move);
+  void PartFromCalled();
+  void ServeCall();
+  void Talk();
+  void GoOn();
+  void RunMove();
+  void CallOn();
+  bool JoinLeg(const std::string& uuid);
+  bool JoinPartner();
+  void MoveFailed();
+  void MoveSucceeded();
+  void TakeThePlace();
+  bool AskForPartner();
+  static void RequestPartner(const std::string& owner, const PartnerRequest& request);
+  void EndAsPartner(switch_call_cause_t cause);
 
   /// Ends the leg from our side; the first reason stays. `status` 0 derives it from the cause.
   void Fail(switch_call_cause_t cause, int status, const std::string& warning, const std::string& log);
@@ -146,6 +210,15 @@ class CallingLeg : public LegProgram, public LegControl, public std::enable_shar
   int fail_status_ = 0;
   std::string fail_warning_;
   std::string ended_by_ = "the switch";
+  std::string driver_;                 // the leg that bridges with this one; "" when this one does, or is alone
+  std::function<void()> when_alone_;   // once driver_ has undone the bridge
+  std::string parting_;                // the partner that wants to leave as soon as settled_
+  bool released_ = false;              // by driver_
+  bool settled_ = false;               // nothing to do but talk
+  std::optional<Move> next_;           // what to do when settled_ ends
+  std::optional<Move> move_;           // under way
+  bool move_failed_ = false;           // for fail_cause_ and fail_status_
+  std::optional<GivenPartner> given_;  // the answer to AskForPartner
 };
 
 }  // namespace kvx_switch

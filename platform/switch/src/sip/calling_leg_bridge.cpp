@@ -42,7 +42,7 @@ void CallingLeg::Bridge(const std::string& data) {
     if (timeout.count() <= 0) break;  // the time for all of them is over; the last one's failure stands
     const Attempt attempt = Call(target, timeout);
     if (attempt == Attempt::kAnswered) return Join();
-    if (attempt == Attempt::kOver) return LeaveBridge();
+    if (attempt == Attempt::kOver) return move_failed_ ? void() : LeaveBridge();
     failed = *called_;
     ForgetCalledLeg(failed.cause);
     LegLog(session_, SWITCH_LOG_INFO, "bridge: " + target.uri + " failed: " + switch_channel_cause2str(failed.cause));
@@ -130,30 +130,24 @@ CalledLegRequest CallingLeg::MakeCalledRequest(const BridgeTarget& target, const
   request.from_name = invite_.from_name;
   request.from_user = invite_.from_user;
   request.max_forwards = invite_.max_forwards - 1;
+  if (move_) request.referred_by = move_->referred_by;
   request.timeout = timeout;
-  request.caller_uuid = switch_core_session_get_uuid(session_);
   const std::string own_uuid = switch_core_session_get_uuid(session_);
-  std::weak_ptr<CallingLeg> weak = weak_from_this();
-  request.report = [own_uuid, uuid, weak](const CalledLegReport& report) {
-    PostToSession(own_uuid, [weak, uuid, report] {
-      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnCalledLegReport(uuid, report);
-    });
+  request.caller = own_uuid;
+  request.report = [own_uuid, uuid](const CalledLegReport& report) {
+    Post(own_uuid, [uuid, report](CallLeg& leg) { leg.OnPartnerReport(uuid, report); });
   };
-  request.tell_caller = [own_uuid, weak](Renegotiation::Task task) {
-    return PostToSession(own_uuid, [weak, task = std::move(task)] {
-      if (std::shared_ptr<CallingLeg> self = weak.lock()) self->OnPartnerTask(task);
-    });
-  };
+  request.tell_caller = [own_uuid](Renegotiation::Task task) { return Tell(own_uuid, std::move(task)); };
   return request;
 }
 
 void CallingLeg::OnPartnerTask(const Renegotiation::Task& task) {
-  if (switch_channel_down(channel_) || !called_) return;
-  if (renegotiation_ && media_->bridged()) {
+  if (switch_channel_down(channel_) || Partner().empty()) return;
+  if (renegotiation_ && Joined()) {
     task(*renegotiation_);
   } else {
     // Too early: what the called side wants to change is not there yet.
-    CalledLeg::Tell(called_->uuid, called_->leg, [](Renegotiation& partner) { partner.PartnerRefused(491); });
+    Tell(Partner(), [](Renegotiation& partner) { partner.PartnerRefused(491); });
   }
 }
 
@@ -170,7 +164,6 @@ bool CallingLeg::StartCalledLeg(const BridgeTarget& target, std::chrono::seconds
   auto leg = std::make_shared<CalledLeg>(MakeCalledRequest(target, uuid, timeout));
   called_.emplace();
   called_->uuid = uuid;
-  called_->leg = leg;
   LegLog(session_, SWITCH_LOG_INFO, "Bridging to " + target.uri + ", leg " + uuid);
   if (LaunchSession(session, leg) == SWITCH_STATUS_SUCCESS) return true;
   switch_core_session_destroy(&session);
@@ -179,10 +172,11 @@ bool CallingLeg::StartCalledLeg(const BridgeTarget& target, std::chrono::seconds
   return false;
 }
 
-void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegReport& report) {
+void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport& report) {
   if (finished_ || !called_ || called_->uuid != uuid) return;
   switch (report.kind) {
     case CalledLegReport::Kind::kProgress:
+      if (move_) move_->referral->Progress(report.status);
       if (answered_ || (relayed_status_ == report.status && !report.early_media)) break;
       relayed_status_ = report.status;
       if (report.early_media) return PassEarlyMediaOn(report);
@@ -215,7 +209,7 @@ CallingLeg::Attempt CallingLeg::AwaitAnswer(std::chrono::seconds timeout) {
   // The called leg watches its own timeout; this one only guards against a leg that does not report.
   const auto deadline = std::chrono::steady_clock::now() + timeout + std::chrono::seconds(60);
   ServeUntilDone(deadline, [this] { return called_->answer || called_->ended; });
-  if (switch_channel_down(channel_) || redirection_) return Attempt::kOver;
+  if (switch_channel_down(channel_) || redirection_ || move_failed_) return Attempt::kOver;
   return called_->answer && !called_->ended ? Attempt::kAnswered : Attempt::kFailed;
 }
 
@@ -262,7 +256,7 @@ bool CallingLeg::JoinMedia() {
 
 void CallingLeg::Join() {
   DrainTasks(session_);
-  if (switch_channel_down(channel_)) return;
+  if (switch_channel_down(channel_) || move_failed_) return;
   if (!CalledLegIsUp() || !JoinMedia()) {
     if (CalledLegIsUp()) {
       Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 0, "", "");
@@ -272,16 +266,16 @@ void CallingLeg::Join() {
     ServeUntilDone(std::chrono::steady_clock::now() + kReportPatience, [this] { return called_->ended; });
     return AfterBridge();
   }
-  switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
   switch_channel_set_variable(channel_, "originate_disposition", "SUCCESS");
-  ServeUntilDone(std::chrono::steady_clock::time_point::max(), [this] { return called_->ended; });
-  AfterBridge();
+  MoveSucceeded();
+  Talk();
 }
 
 /// What the leg does when the bridge is over, for whatever reason.
 void CallingLeg::AfterBridge() {
-  if (switch_channel_down(channel_)) return;
+  if (switch_channel_down(channel_) || next_) return;
   if (redirection_) return LeaveBridge();
+  if (!called_) return;
   switch_channel_set_variable(channel_, "bridge_hangup_cause", switch_channel_cause2str(called_->cause));
   if (last_action_ || switch_true(Variable("hangup_after_bridge").c_str())) return EndWithCalledLeg(*called_);
   ForgetCalledLeg(called_->cause);
@@ -313,14 +307,11 @@ void CallingLeg::ForgetCalledLeg(switch_call_cause_t cause) {
 /// The called leg goes its own way with its media: the bridge is undone here, by the leg that made it, before that leg
 /// hears of it.
 void CallingLeg::HandCalledLegOver(const Destination& destination) {
-  const BridgedLeg called = *std::exchange(called_, std::nullopt);
-  media_->Unbridge();
-  FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, called.uuid);
-  switch_channel_clear_flag(channel_, CF_BRIDGED);
-  for (const char* name : {SWITCH_SIGNAL_BOND_VARIABLE, SWITCH_BRIDGE_UUID_VARIABLE}) {
-    switch_channel_set_variable(channel_, name, nullptr);
-  }
-  CalledLeg::GoOn(called.uuid, called.leg, destination);
+  const std::string partner = called_->uuid;
+  PartFromCalled();
+  Post(partner, [destination](CallLeg& leg) {
+    if (CallingLeg* movable = leg.Movable()) movable->SendTo(destination);
+  });
 }
 
 }  // namespace kvx_switch

@@ -19,44 +19,13 @@ void FirePark(switch_core_session_t* session, switch_event_types_t type) {
   if (switch_event_fire(&event) != SWITCH_STATUS_SUCCESS) switch_event_destroy(&event);
 }
 
-InboundInvite AsIfInvited(const AnsweredLeg& leg) {
-  InboundInvite invite;
-  invite.from_name = leg.name;
-  invite.from_user = leg.number;
-  invite.max_forwards = leg.max_forwards;
-  return invite;
+void LogSentOn(switch_core_session_t* session, const Destination& destination) {
+  LegLog(session, SWITCH_LOG_NOTICE,
+         destination.actions.empty() ? "Transferred to " + destination.extension
+                                     : "Transferred to application " + destination.actions.front().application);
 }
 
 }  // namespace
-
-CallingLeg::CallingLeg(AnsweredLeg leg, std::shared_ptr<const Dialplan> dialplan)
-    : invite_(AsIfInvited(leg)),
-      dialog_(std::move(leg.dialog)),
-      dialplan_(std::move(dialplan)),
-      profile_(dialog_->agent()->profile()),
-      media_(std::move(leg.media)),
-      offer_(std::move(leg.far_end)),
-      common_{leg.renegotiation.agreed().codec},
-      agreed_(leg.renegotiation.agreed()),
-      told_("in the called side's answer"),
-      answered_(true),
-      renegotiation_(std::move(leg.renegotiation)),
-      answered_at_(leg.answered_at) {}
-
-void CallingLeg::RunAt(switch_core_session_t* session, const Destination& destination) {
-  session_ = session;
-  channel_ = switch_core_session_get_channel(session);
-  OfferControl(session_, this);
-  renegotiation_->Rewire([this](Renegotiation::Task task) { return TellCalledLeg(std::move(task)); },
-                         [this](RTPDirection direction) { return Turn(direction); });
-  CallerData caller = GetCallerData(session_);
-  caller.caller_id_name = invite_.from_name.empty() ? invite_.from_user : invite_.from_name;
-  caller.caller_id_number = invite_.from_user;
-  caller.context = profile_.context;
-  SetCallerData(session_, caller);
-  RunGuarded(session_, [&] { RunFrom(destination); });
-  Finish();
-}
 
 bool CallingLeg::FindRoute(const Destination& destination, Route& route) {
   CallerData caller = GetCallerData(session_);
@@ -81,13 +50,10 @@ bool CallingLeg::FindRoute(const Destination& destination, Route& route) {
 void CallingLeg::RunFrom(Destination destination) {
   for (Route route; FindRoute(destination, route);) {
     if (!RunActions(route)) break;
-    Redirection redirection = std::move(*redirection_);
-    redirection_.reset();
-    destination = std::move(*redirection.own);
-    LegLog(session_, SWITCH_LOG_NOTICE,
-           destination.actions.empty() ? "Transferred to " + destination.extension
-                                       : "Transferred to application " + destination.actions.front().application);
+    destination = *std::exchange(redirection_, std::nullopt)->own;
+    LogSentOn(session_, destination);
   }
+  if (next_ || move_failed_) return;
   Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");  // the dialplan has nothing further for this call
 }
 
@@ -98,12 +64,29 @@ bool CallingLeg::RunActions(const Route& route) {
     if (switch_channel_down(channel_)) return false;
     last_action_ = &action == &route.actions.back();
     RunAction(action);
+    if (switch_channel_down(channel_) || next_ || move_failed_) return false;
     if (!redirection_) continue;
-    if (switch_channel_down(channel_)) return false;
     if (redirection_->own) return true;
     redirection_.reset();
   }
   return false;
+}
+
+/// What is asked of the leg while nothing of the dialplan runs, until nothing more is.
+void CallingLeg::GoOn() {
+  while (switch_channel_up(channel_) && (next_ || redirection_)) {
+    if (next_) {
+      RunMove();
+      continue;
+    }
+    const Redirection redirection = *std::exchange(redirection_, std::nullopt);
+    if (redirection.own) {
+      LogSentOn(session_, *redirection.own);
+      RunFrom(*redirection.own);
+    } else {
+      Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");
+    }
+  }
 }
 
 void CallingLeg::RunAction(const DialplanAction& action) {
@@ -153,6 +136,7 @@ void CallingLeg::Park() {
   switch_channel_set_state(channel_, CS_PARK);
   FirePark(session_, SWITCH_EVENT_CHANNEL_PARK);
   LegLog(session_, SWITCH_LOG_INFO, "Parked");
+  MoveSucceeded();
   ServeUntilDone(std::chrono::steady_clock::time_point::max(), [] { return false; });
   FirePark(session_, SWITCH_EVENT_CHANNEL_UNPARK);
 }
@@ -173,7 +157,11 @@ void CallingLeg::Transfer(const std::string& data) {
 
 std::string CallingLeg::Redirect(Redirection redirection) {
   if (finished_ || switch_channel_down(channel_)) return kNoSuchChannel;
+  if (!driver_.empty()) {
+    return RedirectThrough(driver_, switch_core_session_get_uuid(session_), std::move(redirection));
+  }
   if (redirection.partners && !(called_ && called_->answer && media_->bridged())) return "the leg is not bridged";
+  if (move_ || next_) return "the leg is being transferred";
   if (renegotiation_ && !renegotiation_->quiet()) return "the call's media is being changed, or is a fax";
   redirection_ = std::move(redirection);
   return "";
@@ -181,10 +169,7 @@ std::string CallingLeg::Redirect(Redirection redirection) {
 
 std::string CallingLeg::Hold(HoldChange change) {
   if (finished_ || switch_channel_down(channel_)) return kNoSuchChannel;
-  if (!answered_ || !renegotiation_) return "the leg is not answered";
-  const bool on = change == HoldChange::kToggle ? !renegotiation_->held() : change == HoldChange::kHold;
-  if (on == renegotiation_->held()) return "";
-  return renegotiation_->Hold(on) ? "" : "the call's media is being changed, or is a fax";
+  return answered_ && renegotiation_ ? renegotiation_->Hold(change) : "the leg is not answered";
 }
 
 }  // namespace kvx_switch

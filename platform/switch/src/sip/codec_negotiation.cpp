@@ -160,6 +160,23 @@ std::string FmtpParameter(const std::string& fmtp, const std::string& key) {
   return "";
 }
 
+bool SameCodec(const switch_codec_implementation_t& a, const switch_codec_implementation_t& b) {
+  return strcasecmp(a.iananame, b.iananame) == 0 && a.samples_per_second == b.samples_per_second &&
+         a.number_of_channels == b.number_of_channels;
+}
+
+bool CodecsGoTogether(const CodecMatch& a, const CodecMatch& b) {
+  const auto is_g711 = [](const CodecMatch& match) {
+    const char* name = match.implementation->iananame;
+    return strcasecmp(name, "PCMU") == 0 || strcasecmp(name, "PCMA") == 0;
+  };
+  if (is_g711(a) && is_g711(b)) return true;
+  // AMR: the two ways of packing frames are not translated either (RFC 4867, 8.1); other codecs have no such parameter.
+  const bool aligned_a = FmtpParameter(a.remote.fmtp, "octet-align") == "1";
+  const bool aligned_b = FmtpParameter(b.remote.fmtp, "octet-align") == "1";
+  return SameCodec(*a.implementation, *b.implementation) && aligned_a == aligned_b;
+}
+
 std::string CodecNames(const SdpMedia& stream) {
   std::string names;
   for (const SdpPayload& payload : stream.payloads) {

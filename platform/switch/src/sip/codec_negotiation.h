@@ -27,6 +27,11 @@ CodecImplementations RegisteredCodecs();
 /// Those that `prefs` (NAME, NAME@20i, NAME@8000h, NAME@20i@8000h) name; all of them when there are no preferences.
 CodecImplementations PreferredCodecs(const CodecImplementations& codecs, const std::vector<std::string>& prefs);
 
+/// The same encoding, whatever the packet time.
+bool SameCodec(const switch_codec_implementation_t& a, const switch_codec_implementation_t& b);
+/// Two legs with these can be joined: the encoding is the same, or the media server converts (G.711).
+bool CodecsGoTogether(const CodecMatch& a, const CodecMatch& b);
+
 /// What of the stream we can take, in the stream's order of preference, each payload type with the implementation whose
 /// packet time is nearest to the stream's (20 ms when it names none).
 std::vector<CodecMatch> CommonCodecs(const SdpMedia& stream, const CodecImplementations& codecs);

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "sip/leg_control.h"
 #include "sip/leg_media.h"
 #include "sip/sdp.h"
 #include "sip/sip_dialog.h"
@@ -70,10 +71,9 @@ class Renegotiation {
   void set_partner_direction(MediaDirection direction) { partner_direction_ = direction; }
   MediaDirection far_direction() const { return remote_.media[stream_].direction; }
 
-  /// Puts the far end on hold, or takes it back: offers it to receive alone, and the bridge follows its answer. False
-  /// when that cannot be done now.
-  bool Hold(bool on);
-  bool held() const { return held_; }
+  /// Puts the far end on hold, or takes it back: offers it to receive alone, and the bridge follows its answer. "", or
+  /// why that cannot be done now.
+  std::string Hold(HoldChange change);
 
  private:
   enum class Step {

@@ -10,8 +10,10 @@ MediaDirection WithoutSending(MediaDirection direction) {
   return receives ? MediaDirection::kReceiveOnly : MediaDirection::kInactive;
 }
 
-bool Renegotiation::Hold(bool on) {
-  if (!quiet() || on == held_) return false;
+std::string Renegotiation::Hold(HoldChange change) {
+  const bool on = change == HoldChange::kToggle ? !held_ : change == HoldChange::kHold;
+  if (on == held_) return "";
+  if (!quiet()) return "the call's media is being changed, or is a fax";
   held_ = on;
   step_ = Step::kWeHold;
   to_fax_ = false;
@@ -19,7 +21,7 @@ bool Renegotiation::Hold(bool on) {
   local_.direction = on ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
   LegLog(leg_.session, SWITCH_LOG_INFO, on ? "Putting the far end on hold" : "Taking the far end back from hold");
   leg_.dialog->Reinvite(BuildAnswer(local_, remote_, stream_));
-  return true;
+  return "";
 }
 
 /// The codec and the ports stay; only who sends has changed, and where the far end wants it.

@@ -248,6 +248,9 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
     nua_handle_destroy(handle);
     return;
   }
+  invite.replaces = sip->sip_replaces != nullptr;
+  invite.replaced_leg = LegOfReplacesOnSipThread(sip->sip_replaces);
+  invite.early_only = invite.replaces && sip->sip_replaces->rp_early_only;
   auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
   dialog->AdoptOnSipThread(handle, invite.body, invite.over_tcp);
   handler_(invite, dialog);
@@ -273,6 +276,8 @@ void SipAgent::OnEventOnSipThread(int event, int status, const char* phrase, nua
     if (event == nua_i_invite && handle && sip) {
       OnInviteOnSipThread(handle, sip);
     } else if (handle && event < nua_r_set_params) {
+      // A transfer of no call.
+      if (event == nua_i_refer) nua_respond(handle, SIP_403_FORBIDDEN, NUTAG_WITH_THIS(nua_), TAG_END());
       nua_handle_destroy(handle);  // answered by the stack itself (OPTIONS) or refused by it; nobody's call
     }
     return;

@@ -15,6 +15,7 @@
 struct nua_s;
 struct nua_handle_s;
 struct sip_s;
+struct sip_replaces_s;
 struct su_root_s;
 
 /// The SIP stack of one profile and the only thread that touches it. Everything else speaks to it in posted tasks, so
@@ -36,6 +37,9 @@ struct InboundInvite {
   uint16_t network_port = 0;
   bool over_tcp = false;
   int max_forwards = 70;
+  bool replaces = false;     ///< takes the place of a dialog (RFC 3891), and of this leg's:
+  std::string replaced_leg;  ///< "" when it is none of this profile's
+  bool early_only = false;
 };
 
 class SipAgent : public std::enable_shared_from_this<SipAgent> {
@@ -65,6 +69,8 @@ class SipAgent : public std::enable_shared_from_this<SipAgent> {
   su_root_s* RootOnSipThread() const { return root_; }
   void AddOnSipThread(const std::shared_ptr<SipDialog>& dialog);
   void ForgetOnSipThread(SipDialog* dialog);
+  /// The uuid of the leg whose dialog `replaces` names; "" when there is none.
+  std::string LegOfReplacesOnSipThread(const sip_replaces_s* replaces);
   void OnEventOnSipThread(int event, int status, const char* phrase, nua_handle_s* handle, SipDialog* dialog,
                           const sip_s* sip, const void* tags);
   void RunTasksOnSipThread();

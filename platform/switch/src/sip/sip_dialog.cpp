@@ -6,6 +6,7 @@
 
 #include "sip/sip_agent.h"
 #include "sip/sip_cause.h"
+#include "sip/sip_home.h"
 #include "sip/sip_text.h"
 #include "sip/sofia.h"
 #include "sip/target_needs.h"
@@ -29,19 +30,6 @@ constexpr const char* kRetryAfter = "5";
 
 // Of the Contact of a call over TCP, so that the far end's further requests come that way, too.
 constexpr const char* kTcpContact = "transport=tcp";
-
-/// Frees what is allocated for building one request.
-class Home {
- public:
-  Home() { su_home_init(home_); }
-  ~Home() { su_home_deinit(home_); }
-  Home(const Home&) = delete;
-  Home& operator=(const Home&) = delete;
-  operator su_home_t*() { return home_; }
-
- private:
-  su_home_t home_[1] = {SU_HOME_INIT(home_)};
-};
 
 }  // namespace
 
@@ -99,6 +87,7 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
   local_sdp_ = invite.sdp;
   agent_->AddOnSipThread(shared_from_this());
   nua_invite(handle_, NUTAG_URL(target), SIPTAG_MAX_FORWARDS_STR(std::to_string(invite.max_forwards).c_str()),
+             TAG_IF(!invite.referred_by.empty(), SIPTAG_REFERRED_BY_STR(invite.referred_by.c_str())),
              SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(invite.sdp.c_str()), TAG_END());
 }
 
@@ -194,6 +183,9 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       break;
     case nua_i_invite:
       OnReinviteOnSipThread(sip);
+      break;
+    case nua_i_refer:
+      OnReferOnSipThread(sip);
       break;
     case nua_i_cancel:
       FinishOnSipThread({DialogEvent::Kind::kCancelled, 487, phrase, "", CauseOf(sip, SWITCH_CAUSE_ORIGINATOR_CANCEL)});

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "sip/sip_refer.h"
+
 struct nua_handle_s;
 struct sip_s;
 struct su_timer_s;
@@ -27,6 +29,7 @@ struct DialogEvent {
     kReinvite,   ///< a further INVITE that changes something: description; wants AnswerReinvite or RefuseReinvite
     kReinviteAnswered,  ///< a 2xx to our further INVITE: description
     kReinviteRefused,   ///< any other final response to it: status
+    kRefer,             ///< the far end asks for a transfer, and was told 202: refer; wants NotifyReferrer
     kLost,              ///< the stack gave the dialog up, for one because nothing came back: cause
   };
   Kind kind;
@@ -34,6 +37,7 @@ struct DialogEvent {
   std::string phrase;
   std::string sdp;
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;
+  std::shared_ptr<const ReferRequest> refer = nullptr;
 };
 
 /// An INVITE to send.
@@ -43,6 +47,7 @@ struct OutboundInvite {
   std::string from_user;
   std::string sdp;
   int max_forwards = 70;
+  std::string referred_by;  ///< header value; "": none
 };
 
 /// The methods without "OnSipThread" in their names may be called from any thread: they hand over what they are told
@@ -65,6 +70,8 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void Reinvite(std::string sdp);
   void AnswerReinvite(std::string sdp);
   void RefuseReinvite(int status, std::string warning);
+  /// Tells how the transfer goes that the REFER `id` asked for; from 200 on it is over (RFC 3515, 2.4.5).
+  void NotifyReferrer(unsigned id, int status);
   /// Refuses an INVITE with `status`, takes our own back, or sends BYE, whichever the dialog is ripe for; nothing when
   /// it has ended. `warning` is the text of a Warning header (RFC 3261, 20.43), empty for none.
   void End(switch_call_cause_t cause, int status, std::string warning);
@@ -77,6 +84,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
     uuid_ = uuid;
     sink_ = std::move(sink);
   }
+  const std::string& LegOnSipThread() const { return uuid_; }
   /// `call_state` is the stack's own, of its state events.
   void OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, int call_state);
   /// Lets go of the stack's handle; the agent forgets the dialog.
@@ -94,6 +102,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteOnSipThread(const sip_s* sip);
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
+  void OnReferOnSipThread(const sip_s* sip);
   void EndTheirExchangeOnSipThread();
   void DropTheirExchangeOnSipThread();
   void RepeatReinviteLaterOnSipThread();

@@ -14,7 +14,7 @@ namespace kvx_switch {
 
 namespace {
 
-constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS";
+constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER";
 
 /// What the system says when it is asked to bind; empty when it does.
 std::string TryToBind(int type, const sockaddr_storage& address, socklen_t length) {
@@ -71,8 +71,8 @@ nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, co
                           (both ? "" : ";transport=" + profile.transports.Names());
   nua_t* nua = nua_create(root, callback, agent, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
                           NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                          NUTAG_APPL_METHOD("INVITE"), NTATAG_MAXSIZE(kLargestMessage), SIPTAG_SUPPORTED_STR(""),
-                          SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+                          NUTAG_APPL_METHOD("INVITE, REFER"), NTATAG_MAXSIZE(kLargestMessage),
+                          SIPTAG_SUPPORTED_STR("replaces"), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (nua) nua_set_params(nua, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   return nua;
 }
