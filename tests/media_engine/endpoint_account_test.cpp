@@ -33,15 +33,17 @@ TEST(EndpointAccounts, TellOfDroppedPacketsWhatIsNotZero) {
   statistics.malformed = 4;
   statistics.rtcp_malformed = 5;
   statistics.oversized = 6;
+  statistics.unknown_payload_types = 12;
   statistics.srtp_unauthentic = 7;
   statistics.srtp_sources_exceeded = 8;
   statistics.srtp_key_expired = 9;
   statistics.srtp_missing = 10;
   statistics.srtp_unsendable = 11;
   EXPECT_EQ(media_engine::DroppedAccount(statistics),
-            "dropped: from strangers 1, RTCP from strangers 3, no valid RTP 4, no valid RTCP 5, too long 6, SRTP not "
-            "authentic 7, SRTP replayed 2, SRTP of too many sources 8, SRTP with keys that have served their time 9, "
-            "without the keys that are mandatory 10, SRTP that could not be protected 11");
+            "dropped: from strangers 1, RTCP from strangers 3, no valid RTP 4, no valid RTCP 5, too long 6, of payload "
+            "types that nobody described 12, SRTP not authentic 7, SRTP replayed 2, SRTP of too many sources 8, SRTP "
+            "with keys that have served their time 9, without the keys that are mandatory 10, SRTP that could not be "
+            "protected 11");
 }
 
 class EndpointAccount : public SrtpTest {

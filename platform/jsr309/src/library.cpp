@@ -10,8 +10,8 @@
 namespace kelvaro::jsr309 {
 namespace {
 
-/// What a server's end may take beyond its request timeout, which may be too short for one that serves thousands. Of the
-/// second that Stop has beyond it.
+/// What a server's end may take beyond its request timeout, which may be too short for one that serves thousands. Of
+/// the second that Stop has beyond it.
 constexpr std::chrono::milliseconds kShutdownTime{500};
 
 }  // namespace

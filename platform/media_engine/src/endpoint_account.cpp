@@ -24,6 +24,7 @@ std::string DroppedAccount(const EndpointStatistics& statistics) {
       {"no valid RTP ", &EndpointStatistics::malformed},
       {"no valid RTCP ", &EndpointStatistics::rtcp_malformed},
       {"too long ", &EndpointStatistics::oversized},
+      {"of payload types that nobody described ", &EndpointStatistics::unknown_payload_types},
       {"SRTP not authentic ", &EndpointStatistics::srtp_unauthentic},
       {"SRTP replayed ", &EndpointStatistics::srtp_replayed},
       {"SRTP of too many sources ", &EndpointStatistics::srtp_sources_exceeded},
