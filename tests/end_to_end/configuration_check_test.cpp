@@ -155,6 +155,14 @@ TEST_F(ConfigurationCheck, NamesAContextThatIsNowhere) {
   ExpectAllNamed();
 }
 
+TEST_F(ConfigurationCheck, NamesAnAddressThatTwoProfilesWant) {
+  const std::string profile = test_support::read_text_file(conf_.File("sip_profiles/internal.xml"));
+  conf_.Write("sip_profiles/other.xml", profile);
+  Expect("sip_profiles/other.xml", "name=\"sip-port\" value=\"$${sip_port}\"", "name=\"sip-port\" value=\"5060\"",
+         "127.0.0.1:5060 is already that of " + conf_.File("sip_profiles/internal.xml").string());
+  ExpectAllNamed();
+}
+
 TEST_F(ConfigurationCheck, AMalformedFileDoesNotHideTheOthers) {
   Expect("vars.xml", "</include>", "</inclde>", "mismatched tag");
   Expect("jsr309.xml", "</jsr309>", "</jsr310>", "mismatched tag");

@@ -12,8 +12,6 @@
 
 #include "cli_run.h"
 #include "console/event_socket_server.h"
-#include "core/log.h"
-#include "core_fixture.h"
 #include "support/free_ports.h"
 #include "support/process_child.h"
 
@@ -241,81 +239,6 @@ TEST_F(CliProgram, TakesLinesWithASlashAsCommands) {
   const CliResult result = Run({}, "/echo 1\n/exit\necho 2\n");
   EXPECT_EQ(result.out, "1\n");
   EXPECT_EQ(result.exit_code, 0);
-}
-
-/// With a log to show: "say" writes a line of it.
-class CliLog : public core_test::RunningCore {
- protected:
-  void SetUp() override {
-    core_test::RunningCore::SetUp();
-    EventSocketSettings settings;
-    settings.source = "event_socket.conf.xml";
-    settings.listen_port = 0;
-    settings.password = "secret";
-    server_ = std::make_unique<EventSocketServer>(settings, [](const std::string&, const std::string& arguments) {
-      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "warned of %s\n", arguments.c_str());
-      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "noticed %s\n", arguments.c_str());
-      kvx_switch::FlushLog();
-      return "said\n";
-    });
-    std::string error;
-    ASSERT_TRUE(server_->Start(error)) << error;
-    port_ = server_->address().substr(server_->address().rfind(':') + 1);
-  }
-  void TearDown() override { server_->Stop(); }
-
-  CliResult Run(std::vector<std::string> arguments, const std::string& input = "") {
-    arguments.insert(arguments.begin(), {"-P", port_, "-p", "secret"});
-    return run_cli(arguments, input);
-  }
-
-  std::unique_ptr<EventSocketServer> server_;
-  std::string port_;
-};
-
-TEST_F(CliLog, IsShownDownToTheLevelWithoutColoursInAPipe) {
-  const CliResult result = Run({"-l", "warning", "-x", "say one", "-x", "say two"});
-  EXPECT_THAT(result.out, testing::ContainsRegex("\\[WARNING\\] cli_program_test.cpp:[0-9]+ warned of one\n"));
-  EXPECT_THAT(result.out, testing::Not(HasSubstr("noticed")));
-  EXPECT_THAT(result.out, testing::Not(HasSubstr("\033")));
-  EXPECT_EQ(result.exit_code, 0) << result.err;
-}
-
-TEST_F(CliLog, IsColouredByItsLevelWhenToldSo) {
-  const CliResult result = Run({"--color", "on", "-l", "warning", "-x", "say one", "-x", "say two"});
-  EXPECT_THAT(result.out, testing::ContainsRegex("\033\\[35m[^\n]*warned of one\033\\[0m\n"));
-  EXPECT_THAT(Run({"--color", "on", "-b", "-l", "warning", "-x", "say one", "-x", "say two"}).out,
-              testing::Not(HasSubstr("\033")));
-}
-
-TEST_F(CliLog, IsTurnedOnAndOffInTheConsole) {
-  const CliResult result = Run({}, "say one\n/log warning\nsay two\nsay three\n/nolog\nsay four\nsay five\n");
-  EXPECT_THAT(result.out, testing::Not(HasSubstr("of one")));
-  EXPECT_THAT(result.out, HasSubstr("warned of two\n"));
-  EXPECT_THAT(result.out, testing::Not(HasSubstr("of four")));
-  EXPECT_EQ(result.exit_code, 0) << result.err;
-}
-
-TEST_F(CliLog, RefusesALevelThatIsNone) {
-  const CliResult result = Run({"-l", "loud", "-x", "say one"});
-  EXPECT_EQ(result.exit_code, 64);
-  EXPECT_EQ(result.err,
-            "kvx-cli: \"loud\" is no log level: console, alert, crit, err, warning, notice, info or debug\n");
-  EXPECT_EQ(result.out, "");
-}
-
-TEST_F(CliLog, AppearsWhileALineIsBeingTyped) {
-  CliOnTerminal cli({"-P", port_, "-p", "secret", "-l", "notice"}, {{"TERM", "xterm"}});
-  cli.ReadUntil("kvx@127.0.0.1> ");
-  cli.Type("sa");
-  cli.ReadUntil("sa");
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "in between\n");
-  EXPECT_THAT(cli.ReadUntil("in between\033[0m\r\n"), HasSubstr("\033[36m"));
-  EXPECT_THAT(cli.ReadUntil("> sa"), HasSubstr("kvx@127.0.0.1> sa"));
-  cli.Type("y it\n");
-  EXPECT_THAT(cli.ReadUntil("said"), HasSubstr("said"));
-  cli.Type("exit\n");
-  EXPECT_EQ(cli.WaitForEnd(), 0);
 }
 
 class CliConsole : public CliProgram {

@@ -50,8 +50,9 @@ void PrintHelp() {
                "\n"
                "A back-to-back SIP switch whose media is carried by a media server module.\n"
                "\n"
-               "  --conf DIR         configuration directory (default: conf)\n"
-               "  --mod DIR          directory of the loadable modules (default: mod beside the program's directory)\n"
+               "  --conf DIR         configuration directory (default: conf, or /etc/kelvaro where there is none)\n"
+               "  --mod DIR          directory of the loadable modules (default: mod beside the program's directory,\n"
+               "                     or lib/kelvaro/mod there)\n"
                "  --log-level LEVEL  debug, info, notice, warning, err or crit (default: that of switch.conf)\n"
                "  --set NAME=VALUE   sets $${NAME} of the configuration files, before vars.xml; may be repeated\n"
                "  --check            names every mistake in the configuration and ends; exit code 2 when there is any\n"
@@ -143,6 +144,12 @@ std::string ProgramDirectory() {
   return problem ? "." : program.parent_path().string();
 }
 
+/// The first when it is a directory, as in a build; else the second, where an installation has it.
+std::string FirstDirectory(const std::string& first, const std::string& second) {
+  std::error_code problem;
+  return std::filesystem::is_directory(first, problem) ? first : second;
+}
+
 /// The core frees these texts.
 char* HeapText(const std::string& text) {
   return strdup(text.c_str());
@@ -150,8 +157,10 @@ char* HeapText(const std::string& text) {
 
 bool SetDirectories(const Options& options) {
   std::error_code problem;
-  const std::string conf = options.conf_dir.empty() ? "conf" : options.conf_dir;
-  const std::string mod = options.mod_dir.empty() ? ProgramDirectory() + "/../mod" : options.mod_dir;
+  const std::string conf = options.conf_dir.empty() ? FirstDirectory("conf", "/etc/kelvaro") : options.conf_dir;
+  const std::string mod = options.mod_dir.empty() ? FirstDirectory(ProgramDirectory() + "/../mod",
+                                                                   ProgramDirectory() + "/../lib/kelvaro/mod")
+                                                  : options.mod_dir;
   std::filesystem::path conf_path = std::filesystem::canonical(conf, problem);
   if (problem) return Complain("configuration directory " + conf + ": " + problem.message());
   if (!std::filesystem::is_directory(conf_path))
