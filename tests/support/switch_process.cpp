@@ -13,6 +13,7 @@ namespace test_support {
 namespace {
 
 constexpr std::size_t kShownLogLines = 40;
+constexpr std::chrono::milliseconds kSettled{200};
 
 void set_default(std::vector<std::pair<std::string, std::string>>& variables, const std::string& name) {
   for (const auto& [set, value] : variables) {
@@ -80,13 +81,14 @@ std::string SwitchProcess::Api(const std::string& line, std::chrono::millisecond
 }
 
 ProcessHoldings SwitchProcess::SettledHoldings(std::chrono::milliseconds limit) {
+  // By the clock, not by looks: where the machine has thousands of sockets, each look takes its time.
   ProcessHoldings last = inspect_process(Pid());
-  int agreed = 0;
+  auto since = std::chrono::steady_clock::now();
   const bool settled = wait_until(limit, [&] {
     const ProcessHoldings now = inspect_process(Pid());
-    agreed = now == last ? agreed + 1 : 0;
+    if (now != last) since = std::chrono::steady_clock::now();
     last = now;
-    return agreed >= 40;
+    return std::chrono::steady_clock::now() - since >= kSettled;
   });
   if (!settled) Fail("what the switch holds keeps changing: " + last.ToString());
   return last;

@@ -39,7 +39,7 @@ class SwitchProcess {
   /// The output of an API command, over a connection of its own; throws std::runtime_error when there is no answer.
   std::string Api(const std::string& line, std::chrono::milliseconds limit = std::chrono::seconds(10));
 
-  /// What it holds once two looks in a row agree, so that a connection just closed is not counted.
+  /// What it holds once that has not changed for a moment, so that a connection just closed is not counted.
   ProcessHoldings SettledHoldings(std::chrono::milliseconds limit = std::chrono::seconds(10));
   /// Waits until it holds what it held `before`; the difference in words, empty when there is none.
   std::string DifferenceFrom(const ProcessHoldings& before, std::chrono::milliseconds limit);
