@@ -44,7 +44,7 @@ TEST_F(SipParkAndSleep, SleepThatIsNoNumberIsLoggedAndPassedOver) {
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "sleep: \"\" is not a number of milliseconds from 0 to 86400000"));
 }
 
-class SipTransfer : public SipApplications {
+class SipSentOn : public SipApplications {
  protected:
   std::string Transfer(const std::string& uuid, std::optional<Destination> own, std::optional<Destination> partners) {
     return AskControl(uuid, [&](LegControl& leg) { return leg.Redirect({own, partners}); });
@@ -57,7 +57,7 @@ class SipTransfer : public SipApplications {
   const Destination to_carol_{"3000", "", {}};
 };
 
-TEST_F(SipTransfer, RunsAnotherExtensionInsteadOfWhatFollows) {
+TEST_F(SipSentOn, RunsAnotherExtensionInsteadOfWhatFollows) {
   Start(Action("transfer", "4711 XML other") + Action("hangup", "USER_BUSY"));
   StopSipSide();
   directory_.Write("dialplan/other.xml", "<context name=\"other\">" +
@@ -70,21 +70,21 @@ TEST_F(SipTransfer, RunsAnotherExtensionInsteadOfWhatFollows) {
   EXPECT_TRUE(Logged(SWITCH_LOG_INFO, "4711 other"));
 }
 
-TEST_F(SipTransfer, ToNowhereEndsTheCall) {
+TEST_F(SipSentOn, ToNowhereEndsTheCall) {
   Start(Action("transfer", "nowhere"));
   Dial();
   EXPECT_EQ(AliceHears(), 404);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "the dialplan has nothing for \"nowhere\" in context \"default\""));
 }
 
-TEST_F(SipTransfer, DialplanThatGoesRoundIsLeft) {
+TEST_F(SipSentOn, DialplanThatGoesRoundIsLeft) {
   Start(Action("transfer", "1"));
   Dial();
   EXPECT_EQ(AliceHears(), 483);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "the dialplan goes round"));
 }
 
-TEST_F(SipTransfer, ParkedLegGoesOnWhereItIsSent) {
+TEST_F(SipSentOn, ParkedLegGoesOnWhereItIsSent) {
   Start(Action("answer") + Action("park"));
   Dial();
   ASSERT_EQ(AliceHears(), 200);
@@ -95,7 +95,7 @@ TEST_F(SipTransfer, ParkedLegGoesOnWhereItIsSent) {
   Confirm(carol_, "BYE");
 }
 
-TEST_F(SipTransfer, BridgingLegLeavesItsPartnerBehind) {
+TEST_F(SipSentOn, BridgingLegLeavesItsPartnerBehind) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, to_carol_, std::nullopt), "");
@@ -111,7 +111,7 @@ TEST_F(SipTransfer, BridgingLegLeavesItsPartnerBehind) {
   EXPECT_EQ(media_->Count("B destroy"), 2u);
 }
 
-TEST_F(SipTransfer, CalledLegTakesItsMediaAlongAndBridgesItself) {
+TEST_F(SipSentOn, CalledLegTakesItsMediaAlongAndBridgesItself) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, std::nullopt, to_carol_), "");
@@ -131,7 +131,7 @@ TEST_F(SipTransfer, CalledLegTakesItsMediaAlongAndBridgesItself) {
   EXPECT_EQ(media_->Count("B destroy"), 2u);
 }
 
-TEST_F(SipTransfer, CalledLegMayBeAskedItself) {
+TEST_F(SipSentOn, CalledLegMayBeAskedItself) {
   Start(Action("bridge", Bob()) + Action("bridge", Carol()));
   TalkToBob();
   const std::string bob = LegUuid(SWITCH_CALL_DIRECTION_OUTBOUND);
@@ -144,7 +144,7 @@ TEST_F(SipTransfer, CalledLegMayBeAskedItself) {
   Confirm(carol_, "BYE");
 }
 
-TEST_F(SipTransfer, BothLegsMayGo) {
+TEST_F(SipSentOn, BothLegsMayGo) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   const Destination park{"", "", {{"park", ""}}};
@@ -159,7 +159,7 @@ TEST_F(SipTransfer, BothLegsMayGo) {
   EXPECT_EQ(media_->Count("B unbridge"), 0u);
 }
 
-TEST_F(SipTransfer, IsRefusedWhereThereIsNothingToTransfer) {
+TEST_F(SipSentOn, IsRefusedWhereThereIsNothingToTransfer) {
   Start(Action("answer") + Action("park"));
   Dial();
   ASSERT_EQ(AliceHears(), 200);
@@ -169,7 +169,7 @@ TEST_F(SipTransfer, IsRefusedWhereThereIsNothingToTransfer) {
   EXPECT_TRUE(NoLegsLeft());
 }
 
-TEST_F(SipTransfer, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
+TEST_F(SipSentOn, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, std::nullopt, to_carol_), "");

@@ -7,7 +7,9 @@
 
 namespace kvx_switch {
 
-CalledLeg::CalledLeg(CalledLegRequest request) : request_(std::move(request)) {}
+// Where nobody calls, nobody has a bridge to undo before the media may go.
+CalledLeg::CalledLeg(CalledLegRequest request)
+    : request_(std::move(request)), released_(request_.caller_uuid.empty()) {}
 
 CalledLeg::~CalledLeg() = default;
 
@@ -28,15 +30,15 @@ void CalledLeg::ServeUntilSentOn() {
 /// with the same media and dialog.
 void CalledLeg::BecomeCaller() {
   const CallerData caller = GetCallerData(session_);
-  // An operator's call shows the number that the operator gave; one out of a bridge is known by the number it has.
-  const bool own_call = request_.caller_uuid.empty();
+  // An operator's call shows the number that the operator gave; any other is known by the number it was called under.
+  const bool named = request_.caller_uuid.empty() && !request_.from_user.empty();
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, nullptr);
   AnsweredLeg leg{dialog_,
                   std::move(media_),
                   std::move(*renegotiation_),
                   answer_,
-                  own_call ? request_.from_user : caller.destination_number,
-                  own_call ? request_.from_name : "",
+                  named ? request_.from_user : caller.destination_number,
+                  named ? request_.from_name : "",
                   request_.max_forwards,
                   answered_at_};
   renegotiation_.reset();
