@@ -1,7 +1,10 @@
 #include <switch.h>
 
+#include <thread>
+
 #include "core/session.h"
 #include "sip/leg_control.h"
+#include "sip/leg_helpers.h"
 #include "sip_applications_fixture.h"
 
 namespace kvx_switch {
@@ -183,6 +186,54 @@ TEST_F(SipSentOn, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
   bob_.AckReinviteAsCalled(bobs_invite_, *answer);
   ASSERT_TRUE(media_->WaitFor("B bridge", 2));
   EXPECT_EQ(media_->Of("B bridge").direction, RTPDIR_RECEIVE) << "bob sends, carol hears";
+}
+
+TEST_F(SipSentOn, RingingPhoneIsLeftWhenTheCallerIsSentOn) {
+  Start(Action("bridge", Bob()));
+  Dial();
+  std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(invite);
+  bob_.Reply(*invite, 180);
+  ASSERT_TRUE(alice_.AwaitResponse());
+  EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_OUTBOUND, to_carol_, std::nullopt), "the leg is not answered");
+  EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, to_carol_, to_carol_), "the leg is not bridged");
+  EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, to_carol_, std::nullopt), "");
+  Confirm(bob_, "CANCEL");
+  bob_.Reply(*invite, 487);
+  Answers(carol_);
+  EXPECT_EQ(AliceHears(), 200);
+  ASSERT_TRUE(media_->WaitFor("A bridge", 1));
+}
+
+TEST_F(SipSentOn, LegsThatEndMeanwhileLeaveNothingBehind) {
+  Start(Action("bridge", Bob()));
+  const Destination park{"", "", {{"park", ""}}};
+  constexpr size_t kRounds = 20;
+  for (size_t round = 0; round < kRounds; ++round) {
+    SCOPED_TRACE(round);
+    Dial();
+    Answers(bob_);
+    ASSERT_EQ(AliceHears(), 200);
+    ASSERT_TRUE(media_->WaitFor("A bridge", round + 1));
+    const std::string alice = LegUuid(SWITCH_CALL_DIRECTION_INBOUND);
+    const std::string bob = LegUuid(SWITCH_CALL_DIRECTION_OUTBOUND);
+    std::thread transfer([&] { Transfer(round % 4 < 2 ? alice : bob, park, park); });
+    if (round % 2) {
+      HangUpLeg(alice, SWITCH_CAUSE_NORMAL_CLEARING);
+    } else {
+      HangUpLeg(bob, SWITCH_CAUSE_NORMAL_CLEARING);
+    }
+    transfer.join();
+    switch_core_session_hupall(SWITCH_CAUSE_NORMAL_CLEARING);
+    ASSERT_TRUE(NoLegsLeft());
+    alice_.AnswerWhatIsLeft();
+    bob_.AnswerWhatIsLeft();
+  }
+  EXPECT_EQ(media_->Count("A destroy"), kRounds);
+  EXPECT_EQ(media_->Count("B destroy"), kRounds);
+  EXPECT_EQ(media_->Count("A unbridge"), kRounds);
+  EXPECT_EQ(media_->Count("B unbridge"), 0u);
+  EXPECT_FALSE(Logged(SWITCH_LOG_WARNING, "did not undo the bridge in time"));
 }
 
 class SipHold : public SipApplications {

@@ -107,13 +107,14 @@ TEST_F(SipCommands, OriginatedLegWithEarlyMediaEndsAtOnceWhenItIsRefused) {
 
 TEST_F(SipCommands, OriginateWaitsNoLongerThanItIsTold) {
   Start(Action("park"));
-  std::future<std::string> answer = Originate(Bob() + " &park() XML default x 1 1");
+  std::future<std::string> answer = Originate(Bob() + "|" + Carol() + " &park() XML default x 1 1");
   std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
   ASSERT_TRUE(invite);
   bob_.Reply(*invite, 180);
   Confirm(bob_, "CANCEL");
   bob_.Reply(*invite, 487);
   EXPECT_EQ(answer.get(), "-ERR NO_ANSWER\n");
+  EXPECT_TRUE(carol_.StaysSilent("INVITE", std::chrono::milliseconds(100))) << "the time is for all of them";
 }
 
 TEST_F(SipCommands, OriginateAsksWhetherThereIsRoom) {
