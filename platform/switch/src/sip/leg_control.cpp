@@ -17,17 +17,17 @@ constexpr std::chrono::seconds kPatience{15};
 }  // namespace
 
 void OfferControl(switch_core_session_t* session, LegControl* control) {
-  switch_core_session_set_private_class(session, control, SWITCH_PVT_PRIMARY);
+  switch_core_session_set_private_class(session, control, SWITCH_PVT_SECONDARY);
 }
 
 bool PostToControl(const std::string& uuid, std::function<void(LegControl&)> task) {
   switch_core_session_t* session = switch_core_session_locate(uuid.c_str());
   if (!session) return false;
   const bool posted =
-      switch_core_session_get_private_class(session, SWITCH_PVT_PRIMARY) &&
+      switch_core_session_get_private_class(session, SWITCH_PVT_SECONDARY) &&
       PostToSession(session, [session, task = std::move(task)] {
         // On the leg's thread: the session lives, and its program is the one that offers itself now.
-        auto* control = static_cast<LegControl*>(switch_core_session_get_private_class(session, SWITCH_PVT_PRIMARY));
+        auto* control = static_cast<LegControl*>(switch_core_session_get_private_class(session, SWITCH_PVT_SECONDARY));
         if (control) task(*control);
       });
   switch_core_session_rwunlock(session);
