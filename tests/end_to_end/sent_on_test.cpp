@@ -109,6 +109,49 @@ TEST_F(SentOnCall, ByTheDialplanLeadsToAnotherNumber) {
   ExpectCleanStop();
 }
 
+class HeldCall : public SentOn {
+ protected:
+  static std::size_t Arrived(const Party& party) {
+    std::size_t heard = 0;
+    while (party.media->Rtp().Receive()) ++heard;
+    return heard;
+  }
+
+  /// A few packets of one party's.
+  static void Say(const Party& party) {
+    test_support::RtpTalk talk(test_support::random_talk(11));
+    for (int packet = 0; packet < 20; ++packet) {
+      party.media->Rtp().SendTo({party.far.address, party.far.port}, test_support::serialise_rtp(talk.Prime()));
+    }
+  }
+};
+
+TEST_F(HeldCall, HeldPhoneIsNotHeardUntilItIsTakenBack) {
+  CallTrialSettings settings;
+  settings.caller_scenario = "caller_awaits_bye";
+  settings.callee_scenario = "callee_is_held";
+  StartWithPhones(settings);
+  TalkToCallee();
+  const std::string callee = LegOf("outbound");
+  ExpectApi("uuid_hold " + callee, "+OK Success\n");
+  ASSERT_TRUE(switch_->WaitForLog("The far end only receives now", seconds(20)));
+  test_support::wait_until(milliseconds(200), [] { return false; });  // the bridge turns just behind that line
+  Arrived(Caller());
+  Arrived(Callee());
+  Say(Callee());
+  Say(Caller());
+  EXPECT_TRUE(test_support::wait_until(seconds(5), [this] { return Arrived(Callee()) > 0; })) << "it may listen";
+  EXPECT_EQ(Arrived(Caller()), 0u) << "packets of a phone on hold";
+  ExpectApi("uuid_hold toggle " + callee, "+OK Success\n");
+  ASSERT_TRUE(switch_->WaitForLog("The far end sends and receives now", seconds(20)));
+  Arrived(Callee());  // what was said meanwhile
+  ExpectTheyTalk(Caller(), Callee());
+  ExpectApi("uuid_kill " + callee, "+OK\n");
+  ExpectHungUp();
+  ExpectAtRest();
+  ExpectCleanStop();
+}
+
 class BridgeFailover : public SentOn {};
 
 TEST_F(BridgeFailover, SecondPhoneIsCalledWhenTheFirstIsBusy) {

@@ -1,7 +1,10 @@
 #include <switch.h>
 
+#include <thread>
+
 #include "core/session.h"
 #include "sip/call_leg.h"
+#include "sip/leg_helpers.h"
 #include "sip_applications_fixture.h"
 
 namespace kvx_switch {
@@ -44,7 +47,7 @@ TEST_F(SipParkAndSleep, SleepThatIsNoNumberIsLoggedAndPassedOver) {
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "sleep: \"\" is not a number of milliseconds from 0 to 86400000"));
 }
 
-class SipTransfer : public SipApplications {
+class SipSentOn : public SipApplications {
  protected:
   std::string Transfer(const std::string& uuid, std::optional<Destination> own, std::optional<Destination> partners) {
     return AskLeg(uuid, [&](CallLeg& leg) { return leg.Redirect({own, partners}); });
@@ -57,7 +60,7 @@ class SipTransfer : public SipApplications {
   const Destination to_carol_{"3000", "", {}};
 };
 
-TEST_F(SipTransfer, RunsAnotherExtensionInsteadOfWhatFollows) {
+TEST_F(SipSentOn, RunsAnotherExtensionInsteadOfWhatFollows) {
   Start(Action("transfer", "4711 XML other") + Action("hangup", "USER_BUSY"));
   StopSipSide();
   directory_.Write("dialplan/other.xml", "<context name=\"other\">" +
@@ -70,21 +73,21 @@ TEST_F(SipTransfer, RunsAnotherExtensionInsteadOfWhatFollows) {
   EXPECT_TRUE(Logged(SWITCH_LOG_INFO, "4711 other"));
 }
 
-TEST_F(SipTransfer, ToNowhereEndsTheCall) {
+TEST_F(SipSentOn, ToNowhereEndsTheCall) {
   Start(Action("transfer", "nowhere"));
   Dial();
   EXPECT_EQ(AliceHears(), 404);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "the dialplan has nothing for \"nowhere\" in context \"default\""));
 }
 
-TEST_F(SipTransfer, DialplanThatGoesRoundIsLeft) {
+TEST_F(SipSentOn, DialplanThatGoesRoundIsLeft) {
   Start(Action("transfer", "1"));
   Dial();
   EXPECT_EQ(AliceHears(), 483);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "the dialplan goes round"));
 }
 
-TEST_F(SipTransfer, ParkedLegGoesOnWhereItIsSent) {
+TEST_F(SipSentOn, ParkedLegGoesOnWhereItIsSent) {
   Start(Action("answer") + Action("park"));
   Dial();
   ASSERT_EQ(AliceHears(), 200);
@@ -95,7 +98,7 @@ TEST_F(SipTransfer, ParkedLegGoesOnWhereItIsSent) {
   Confirm(carol_, "BYE");
 }
 
-TEST_F(SipTransfer, BridgingLegLeavesItsPartnerBehind) {
+TEST_F(SipSentOn, BridgingLegLeavesItsPartnerBehind) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, to_carol_, std::nullopt), "");
@@ -111,7 +114,7 @@ TEST_F(SipTransfer, BridgingLegLeavesItsPartnerBehind) {
   EXPECT_EQ(media_->Count("B destroy"), 2u);
 }
 
-TEST_F(SipTransfer, CalledLegTakesItsMediaAlongAndBridgesItself) {
+TEST_F(SipSentOn, CalledLegTakesItsMediaAlongAndBridgesItself) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, std::nullopt, to_carol_), "");
@@ -131,7 +134,7 @@ TEST_F(SipTransfer, CalledLegTakesItsMediaAlongAndBridgesItself) {
   EXPECT_EQ(media_->Count("B destroy"), 2u);
 }
 
-TEST_F(SipTransfer, CalledLegMayBeAskedItself) {
+TEST_F(SipSentOn, CalledLegMayBeAskedItself) {
   Start(Action("bridge", Bob()) + Action("bridge", Carol()));
   TalkToBob();
   const std::string bob = LegUuid(SWITCH_CALL_DIRECTION_OUTBOUND);
@@ -144,7 +147,7 @@ TEST_F(SipTransfer, CalledLegMayBeAskedItself) {
   Confirm(carol_, "BYE");
 }
 
-TEST_F(SipTransfer, BothLegsMayGo) {
+TEST_F(SipSentOn, BothLegsMayGo) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   const Destination park{"", "", {{"park", ""}}};
@@ -159,7 +162,7 @@ TEST_F(SipTransfer, BothLegsMayGo) {
   EXPECT_EQ(media_->Count("B unbridge"), 0u);
 }
 
-TEST_F(SipTransfer, IsRefusedWhereThereIsNothingToTransfer) {
+TEST_F(SipSentOn, IsRefusedWhereThereIsNothingToTransfer) {
   Start(Action("answer") + Action("park"));
   Dial();
   ASSERT_EQ(AliceHears(), 200);
@@ -169,7 +172,7 @@ TEST_F(SipTransfer, IsRefusedWhereThereIsNothingToTransfer) {
   EXPECT_TRUE(NoLegsLeft());
 }
 
-TEST_F(SipTransfer, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
+TEST_F(SipSentOn, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
   Start(Action("bridge", Bob()));
   TalkToBob();
   EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, std::nullopt, to_carol_), "");
@@ -183,6 +186,54 @@ TEST_F(SipTransfer, BobsOwnReinvitesStillWorkAfterHeWasSentOn) {
   bob_.AckReinviteAsCalled(bobs_invite_, *answer);
   ASSERT_TRUE(media_->WaitFor("B bridge", 2));
   EXPECT_EQ(media_->Of("B bridge").direction, RTPDIR_RECEIVE) << "bob sends, carol hears";
+}
+
+TEST_F(SipSentOn, RingingPhoneIsLeftWhenTheCallerIsSentOn) {
+  Start(Action("bridge", Bob()));
+  Dial();
+  std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(invite);
+  bob_.Reply(*invite, 180);
+  ASSERT_TRUE(alice_.AwaitResponse());
+  EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_OUTBOUND, to_carol_, std::nullopt), "the leg is not answered");
+  EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, to_carol_, to_carol_), "the leg is not bridged");
+  EXPECT_EQ(Transfer(SWITCH_CALL_DIRECTION_INBOUND, to_carol_, std::nullopt), "");
+  Confirm(bob_, "CANCEL");
+  bob_.Reply(*invite, 487);
+  Answers(carol_);
+  EXPECT_EQ(AliceHears(), 200);
+  ASSERT_TRUE(media_->WaitFor("A bridge", 1));
+}
+
+TEST_F(SipSentOn, LegsThatEndMeanwhileLeaveNothingBehind) {
+  Start(Action("bridge", Bob()));
+  const Destination park{"", "", {{"park", ""}}};
+  constexpr size_t kRounds = 20;
+  for (size_t round = 0; round < kRounds; ++round) {
+    SCOPED_TRACE(round);
+    Dial();
+    Answers(bob_);
+    ASSERT_EQ(AliceHears(), 200);
+    ASSERT_TRUE(media_->WaitFor("A bridge", round + 1));
+    const std::string alice = LegUuid(SWITCH_CALL_DIRECTION_INBOUND);
+    const std::string bob = LegUuid(SWITCH_CALL_DIRECTION_OUTBOUND);
+    std::thread transfer([&] { Transfer(round % 4 < 2 ? alice : bob, park, park); });
+    if (round % 2) {
+      HangUpLeg(alice, SWITCH_CAUSE_NORMAL_CLEARING);
+    } else {
+      HangUpLeg(bob, SWITCH_CAUSE_NORMAL_CLEARING);
+    }
+    transfer.join();
+    switch_core_session_hupall(SWITCH_CAUSE_NORMAL_CLEARING);
+    ASSERT_TRUE(NoLegsLeft());
+    alice_.AnswerWhatIsLeft();
+    bob_.AnswerWhatIsLeft();
+  }
+  EXPECT_EQ(media_->Count("A destroy"), kRounds);
+  EXPECT_EQ(media_->Count("B destroy"), kRounds);
+  EXPECT_EQ(media_->Count("A unbridge"), kRounds);
+  EXPECT_EQ(media_->Count("B unbridge"), 0u);
+  EXPECT_FALSE(Logged(SWITCH_LOG_WARNING, "did not undo the bridge in time"));
 }
 
 class SipHold : public SipApplications {

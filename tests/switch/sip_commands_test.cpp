@@ -63,6 +63,7 @@ TEST_F(SipCommands, OriginatedLegRunsTheDialplan) {
   EXPECT_THAT(answer.get(), MatchesRegex(kOkUuid));
   const SipMessage carols = Answers(carol_);
   EXPECT_THAT(carols.body, HasSubstr("RTP/AVP 0\r\n")) << "what bob answered";
+  EXPECT_THAT(carols.Header("From"), StartsWith("<sip:2000@")) << "nobody gave a number: bob's";
   ASSERT_TRUE(media_->WaitFor("B bridge", 1));
   bob_.SendByeAsCalled(bobs);
   EXPECT_TRUE(bob_.AwaitResponse("BYE"));
@@ -91,15 +92,29 @@ TEST_F(SipCommands, OriginateNamesTheCauseWhenNobodyAnswers) {
   EXPECT_TRUE(NoLegsLeft());
 }
 
+TEST_F(SipCommands, OriginatedLegWithEarlyMediaEndsAtOnceWhenItIsRefused) {
+  Start(Action("park"));
+  std::future<std::string> answer = Originate(Bob() + " &park()");
+  std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(invite);
+  bob_.Reply(*invite, 183, "", SipPeer::Sdp("0"));
+  ASSERT_TRUE(media_->WaitFor("B set_media", 1));
+  bob_.Reply(*invite, 486);
+  EXPECT_EQ(answer.get(), "-ERR USER_BUSY\n");
+  EXPECT_TRUE(NoLegsLeft());
+  EXPECT_FALSE(Logged(SWITCH_LOG_WARNING, "did not undo the bridge in time"));
+}
+
 TEST_F(SipCommands, OriginateWaitsNoLongerThanItIsTold) {
   Start(Action("park"));
-  std::future<std::string> answer = Originate(Bob() + " &park() XML default x 1 1");
+  std::future<std::string> answer = Originate(Bob() + "|" + Carol() + " &park() XML default x 1 1");
   std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
   ASSERT_TRUE(invite);
   bob_.Reply(*invite, 180);
   Confirm(bob_, "CANCEL");
   bob_.Reply(*invite, 487);
   EXPECT_EQ(answer.get(), "-ERR NO_ANSWER\n");
+  EXPECT_TRUE(carol_.StaysSilent("INVITE", std::chrono::milliseconds(100))) << "the time is for all of them";
 }
 
 TEST_F(SipCommands, OriginateAsksWhetherThereIsRoom) {

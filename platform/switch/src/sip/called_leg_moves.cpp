@@ -8,19 +8,21 @@
 
 namespace kvx_switch {
 
-CalledLeg::CalledLeg(CalledLegRequest request) : request_(std::move(request)) {}
+// Where nobody calls, nobody has a bridge to undo before the media may go.
+CalledLeg::CalledLeg(CalledLegRequest request) : request_(std::move(request)), released_(request_.caller.empty()) {}
 
 CalledLeg::~CalledLeg() = default;
 
 namespace {
 
-/// The called side as a caller: known by the number under which it was called; one that an operator called shows what
-/// the operator gave.
+/// The called side as a caller: known by the number under which it was called; one that an operator called shows the
+/// number that the operator gave.
 InboundInvite IdentityOf(switch_core_session_t* session, const CalledLegRequest& request, const std::string& call_id) {
   const CallerData caller = GetCallerData(session);
+  const bool named = request.caller.empty() && !request.from_user.empty();
   InboundInvite identity;
-  identity.from_user = request.caller.empty() ? request.from_user : caller.destination_number;
-  identity.from_name = request.caller.empty() ? request.from_name : "";
+  identity.from_user = named ? request.from_user : caller.destination_number;
+  identity.from_name = named ? request.from_name : "";
   identity.request_user = caller.destination_number;
   identity.call_id = call_id;
   identity.max_forwards = request.max_forwards;

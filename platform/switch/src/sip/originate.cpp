@@ -41,13 +41,14 @@ std::vector<CodecMatch> EverythingToOffer(const SipProfile& profile) {
   return offered;
 }
 
-std::chrono::seconds RingTimeOf(const OriginateRequest& request, const BridgeTarget& target,
-                                const SipProfile& profile) {
-  if (request.timeout) return *request.timeout;
-  for (const char* name : {"leg_timeout", "call_timeout", "originate_timeout"}) {
-    const std::string* value = FindInList(target.variables, name);
-    const auto time = value ? RingTimeOfText(*value) : std::nullopt;
-    if (time) return *time;
+std::optional<std::chrono::seconds> TimeIn(const VariableList& variables, const char* name) {
+  const std::string* value = FindInList(variables, name);
+  return value ? RingTimeOfText(*value) : std::nullopt;
+}
+
+std::chrono::seconds RingTimeOf(const BridgeTarget& target, const SipProfile& profile) {
+  for (const char* name : {"leg_timeout", "call_timeout"}) {
+    if (const auto time = TimeIn(target.variables, name)) return *time;
   }
   return std::chrono::seconds(profile.leg_timeout_seconds);
 }
@@ -80,7 +81,7 @@ class Verdict {
 };
 
 OriginateResult CallTarget(const OriginateRequest& request, const BridgeTarget& target,
-                           const std::shared_ptr<SipAgent>& agent) {
+                           const std::shared_ptr<SipAgent>& agent, std::chrono::seconds timeout) {
   const SipProfile& profile = agent->profile();
   CalledLegRequest leg;
   leg.agent = agent;
@@ -90,7 +91,7 @@ OriginateResult CallTarget(const OriginateRequest& request, const BridgeTarget& 
   leg.telephone_events = profile.media.telephone_events;
   leg.from_name = request.caller_name;
   leg.from_user = request.caller_number;
-  leg.timeout = RingTimeOf(request, target, profile);
+  leg.timeout = timeout;
   leg.answered = request.answered;
   auto verdict = std::make_shared<Verdict>();
   std::future<switch_call_cause_t> known = verdict->Future();
@@ -99,12 +100,11 @@ OriginateResult CallTarget(const OriginateRequest& request, const BridgeTarget& 
   switch_core_session_t* session = MakeSession(request, target, profile);
   if (!session) return {"", SWITCH_CAUSE_SWITCH_CONGESTION};
   const std::string uuid = switch_core_session_get_uuid(session);
-  const std::chrono::seconds patience = leg.timeout + kReportPatience;
   if (LaunchSession(session, std::make_shared<CalledLeg>(std::move(leg))) != SWITCH_STATUS_SUCCESS) {
     switch_core_session_destroy(&session);
     return {"", SWITCH_CAUSE_SWITCH_CONGESTION};
   }
-  if (known.wait_for(patience) != std::future_status::ready) {
+  if (known.wait_for(timeout + kReportPatience) != std::future_status::ready) {
     HangUpLeg(uuid, SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE);
     return {"", SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE};
   }
@@ -118,8 +118,14 @@ OriginateResult Originate(const OriginateRequest& request) {
   OriginateResult result{"", SWITCH_CAUSE_NETWORK_OUT_OF_ORDER};
   const std::shared_ptr<SipAgent> agent = FindSipAgent("");
   if (!agent) return result;
+  using Clock = std::chrono::steady_clock;
+  const auto limit = request.timeout ? request.timeout : TimeIn(request.plan.variables, "originate_timeout");
+  const Clock::time_point deadline = limit ? Clock::now() + *limit : Clock::time_point::max();
   for (const BridgeTarget& target : request.plan.targets) {
-    result = CallTarget(request, target, agent);
+    std::chrono::seconds timeout = RingTimeOf(target, agent->profile());
+    if (limit) timeout = std::min(timeout, std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now()));
+    if (timeout.count() <= 0) break;  // the time for all of them is over; the last one's failure stands
+    result = CallTarget(request, target, agent, timeout);
     if (!result.uuid.empty()) break;
   }
   return result;

@@ -18,7 +18,9 @@ struct OriginateRequest {
   Destination answered;  ///< where the answered leg goes on
   std::string caller_name;
   std::string caller_number;
-  std::optional<std::chrono::seconds> timeout;  ///< how long each target may ring; none: what variables or profile say
+  /// How long all targets together may ring, each no longer than its variables or the profile say; none: as long as the
+  /// variable "originate_timeout" says, or without an end of their own.
+  std::optional<std::chrono::seconds> timeout;
 };
 
 struct OriginateResult {
