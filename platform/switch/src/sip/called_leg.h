@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,7 @@ struct CalledLegReport {
   AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
   MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered: what the called side says of its stream
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;            ///< kEnded
+  bool reached = true;                                      ///< kEnded: false when nobody was there
 };
 
 struct CalledLegRequest {
@@ -63,8 +65,9 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   void WaitForAnswer();
   void OnDialogEvent(const DialogEvent& event);
   void OnProgress(const DialogEvent& event);
-  bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
-  bool TakeAnswer(const std::string& sdp, CalledLegReport& report);
+  bool TakeEarlyMedia(const DialogEvent& event, CalledLegReport& report);
+  bool FollowsEarlyMedia(const AgreedMedia& agreed) const;
+  bool TakeAnswer(const DialogEvent& event, CalledLegReport& report);
   void OnAnswered(const DialogEvent& event);
   bool AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report);
   void StartRenegotiation(const CalledLegReport& report);
@@ -84,7 +87,10 @@ class CalledLeg : public LegProgram, public std::enable_shared_from_this<CalledL
   LocalDescription local_;
   std::optional<Renegotiation> renegotiation_;  // from the answer on
   int refused_status_ = 0;
+  bool reached_ = true;
   std::string early_sdp_;  // of a provisional response, taken as the answer; "" while there is none
+  std::map<std::string, std::string> early_answers_;  // of each fork, the first that it gave
+  AgreedMedia early_agreed_;
   SessionDescription answer_;
   bool answered_ = false;
   bool finished_ = false;

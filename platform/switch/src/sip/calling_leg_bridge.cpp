@@ -151,6 +151,7 @@ void CallingLeg::OnCalledLegReport(const std::string& uuid, const CalledLegRepor
       called_->ended = true;
       called_->cause = report.cause;
       called_->status = report.status;
+      called_->reached = report.reached;
       if (media_->bridged()) EndWithCalledLeg();
       break;
   }
@@ -193,7 +194,7 @@ bool CallingLeg::TakeOver(const CalledLegReport& answer) {
 /// The called leg's end as ours.
 void CallingLeg::EndWithCalledLeg() {
   if (switch_channel_down(channel_)) return;
-  ended_by_ = "the called side";
+  if (called_->reached) ended_by_ = "the called side";
   const int status = StatusPassesThrough(called_->status) ? called_->status : StatusOfCause(called_->cause);
   Fail(called_->cause, status, "", "");
 }
