@@ -46,6 +46,11 @@ class EmptyNameServer {
 
 class SipReason : public SipCall {
  protected:
+  void TearDown() override {
+    SipCall::TearDown();
+    unsetenv("SRESOLV_CONF");
+  }
+
   /// "2000" leads to `target` from now on.
   void Route(const std::string& target, const std::string& profile = "") {
     Profile(profile);
@@ -98,10 +103,10 @@ TEST_F(SipReason, NameThatLeadsNowhereIs404) {
   EmptyNameServer names;
   const std::string resolver =
       directory_.Write("resolv.conf", "nameserver 127.0.0.1\nport " + std::to_string(names.Port()) + "\n");
+  StopSipSide();  // nobody may look at the environment meanwhile
   setenv("SRESOLV_CONF", resolver.c_str(), 1);
   Route("sip:2000@phone.example");
   const SipMessage refused = CallAndBeRefused("2000", SipPeer::Sdp());
-  unsetenv("SRESOLV_CONF");
   EXPECT_EQ(refused.Status(), 404);
   EXPECT_EQ(refused.Header("Reason"), "Q.850;cause=3;text=\"NO_ROUTE_DESTINATION\"");
   EXPECT_TRUE(Logged(SWITCH_LOG_WARNING, "Cannot reach sip:2000@phone.example: the name leads to no address"));
