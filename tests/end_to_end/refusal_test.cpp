@@ -88,7 +88,8 @@ TEST_F(Refusal, OfACalleeWhoseAnswerHasNoCodecOfTheOfferEndsBothLegs) {
 
 TEST_F(Refusal, OfACalleeThatIsNotThereReachesTheCaller) {
   StartSwitch("127.0.0.1:" + std::to_string(test_support::free_udp_port()));
-  EXPECT_EQ(RefusedWith("caller_is_refused", "2000"), 503);
+  EXPECT_EQ(RefusedWith("caller_is_refused", "2000"), 502);
+  ExpectLogLine({"Cannot reach sip:2000@", "nothing listens there"});
   ExpectAtRest();
   ASSERT_NO_THROW(switch_->Stop(seconds(30)));
 }

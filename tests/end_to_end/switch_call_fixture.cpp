@@ -28,7 +28,7 @@ bool has_line(const std::string& log, const std::vector<std::string>& texts) {
 void SwitchCall::StartWithPhones(CallTrialSettings settings) {
   settings.directory = directory_.Path();
   trial_ = std::make_unique<CallTrial>(settings);
-  StartSwitch(trial_->CalleeAddress().ToString());
+  StartSwitch(trial_->CalleeUriAddress());
 }
 
 void SwitchCall::StartSwitch(const std::string& phone_b) {

@@ -15,10 +15,9 @@ namespace {
 namespace fs = std::filesystem;
 
 // Local port by socket inode, from the kernel's table (see proc(5)); the address is hexadecimal.
-std::map<std::string, std::uint16_t> udp_ports_by_inode(pid_t pid) {
-  std::ifstream table("/proc/" + std::to_string(pid) + "/net/udp");
-  if (!table) throw std::runtime_error("no table of UDP sockets of process " + std::to_string(pid));
-  std::map<std::string, std::uint16_t> ports;
+void add_ports_by_inode(pid_t pid, const std::string& protocol, std::map<std::string, std::uint16_t>& ports) {
+  std::ifstream table("/proc/" + std::to_string(pid) + "/net/" + protocol);
+  if (!table) throw std::runtime_error("no table of " + protocol + " sockets of process " + std::to_string(pid));
   std::string line;
   std::getline(table, line);
   while (std::getline(table, line)) {
@@ -29,6 +28,11 @@ std::map<std::string, std::uint16_t> udp_ports_by_inode(pid_t pid) {
     const std::size_t colon = fields[1].find(':');
     ports[fields[9]] = static_cast<std::uint16_t>(std::strtoul(fields[1].c_str() + colon + 1, nullptr, 16));
   }
+}
+
+std::map<std::string, std::uint16_t> udp_ports_by_inode(pid_t pid) {
+  std::map<std::string, std::uint16_t> ports;
+  for (const char* protocol : {"udp", "udp6"}) add_ports_by_inode(pid, protocol, ports);
   return ports;
 }
 
@@ -60,6 +64,19 @@ std::set<std::uint16_t> without(const std::set<std::uint16_t>& ports, const std:
 }
 
 }  // namespace
+
+bool tcp_port_is_bound(pid_t pid, std::uint16_t port) {
+  std::map<std::string, std::uint16_t> ports;
+  for (const char* protocol : {"tcp", "tcp6"}) add_ports_by_inode(pid, protocol, ports);
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+    std::error_code closed_meanwhile;
+    const std::string target = fs::read_symlink(entry.path(), closed_meanwhile).string();
+    if (target.rfind("socket:[", 0) != 0) continue;
+    const auto found = ports.find(target.substr(8, target.size() - 9));
+    if (found != ports.end() && found->second == port) return true;
+  }
+  return false;
+}
 
 ProcessHoldings inspect_process(pid_t pid) {
   const fs::path process = "/proc/" + std::to_string(pid);

@@ -22,6 +22,9 @@ struct ProcessHoldings {
 /// Throws std::runtime_error when the process is gone: no data must not look like nothing held.
 ProcessHoldings inspect_process(pid_t pid);
 
+/// Whether the process has a TCP socket, of whatever state, with that local port.
+bool tcp_port_is_bound(pid_t pid, std::uint16_t port);
+
 /// Whether any process of this machine has a UDP socket of IPv4 on the port.
 bool udp_port_is_open_anywhere(std::uint16_t port);
 

@@ -229,18 +229,18 @@ void wait_for_packets(const std::vector<std::unique_ptr<Call>>& calls, Clock::ti
 
 }  // namespace
 
-RtpPhone::RtpPhone() {
+RtpPhone::RtpPhone(bool ipv6) {
   for (int attempt = 0; attempt < 200; ++attempt) {
-    UdpSocket rtp;
+    UdpSocket rtp(0, ipv6);
     if (rtp.Port() % 2 != 0) continue;
     try {
-      rtcp_ = UdpSocket(static_cast<std::uint16_t>(rtp.Port() + 1));
+      rtcp_ = UdpSocket(static_cast<std::uint16_t>(rtp.Port() + 1), ipv6);
       rtp_ = std::move(rtp);
       return;
     } catch (const std::exception&) {  // the port after it is somebody else's: try another pair
     }
   }
-  throw std::runtime_error("no pair of free UDP ports on 127.0.0.1");
+  throw std::runtime_error("no pair of free UDP ports on loopback");
 }
 
 std::vector<RtpCallResult> exchange_rtp(const std::vector<RtpCallSettings>& settings, const RtpExchangeLimits& limits) {

@@ -17,7 +17,7 @@ namespace test_support {
 /// reports for this phone never reach another one's RTP port.
 class RtpPhone {
  public:
-  RtpPhone();
+  explicit RtpPhone(bool ipv6 = false);
 
   std::uint16_t Port() const { return rtp_.Port(); }
   UdpSocket& Rtp() { return rtp_; }

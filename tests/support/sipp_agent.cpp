@@ -53,19 +53,22 @@ std::vector<std::string> SippAgent::CommandLine() const {
   const std::string calls = std::to_string(settings_.calls.size());
   std::vector<std::string> command = {"sipp"};
   if (settings_.remote) command.push_back(settings_.remote->ToString());
-  const std::vector<std::string> options = {"-sf",
+  const std::string own = settings_.network.ipv6 ? "[::1]" : "127.0.0.1";
+  const std::vector<std::string> options = {"-t",
+                                            settings_.network.tcp ? "t1" : "u1",
+                                            "-sf",
                                             scenario_file(settings_.scenario).string(),
                                             "-inf",
                                             File(".csv").string(),
                                             "-s",
                                             settings_.dialled,
                                             "-i",
-                                            "127.0.0.1",
+                                            own,
                                             "-p",
                                             std::to_string(port_),
                                             "-bind_local",
                                             "-mi",
-                                            "127.0.0.1",
+                                            settings_.network.Loopback(),
                                             "-ci",
                                             "127.0.0.1",
                                             "-m",
@@ -104,7 +107,9 @@ void SippAgent::Start() {
 
 bool SippAgent::PortIsBound() {
   try {
-    return child_->Running() && inspect_process(child_->Pid()).udp_ports.count(port_) == 1;
+    if (!child_->Running()) return false;
+    if (settings_.network.tcp) return tcp_port_is_bound(child_->Pid(), port_);
+    return inspect_process(child_->Pid()).udp_ports.count(port_) == 1;
   } catch (const std::runtime_error&) {  // ended between the two looks
     return false;
   }

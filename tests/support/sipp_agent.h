@@ -29,10 +29,19 @@ struct SippCallFields {
   std::string other_from_tag;              // [field9] tag at the phone
 };
 
+/// What a phone speaks over, for signalling and media alike.
+struct SippNetwork {
+  bool tcp = false;  // signalling; media is UDP
+  bool ipv6 = false;
+
+  std::string Loopback() const { return ipv6 ? "::1" : "127.0.0.1"; }
+};
+
 struct SippSettings {
-  std::string scenario;              // file of tests/end_to_end/sipp without its extension
-  std::string dialled = "2000";      // the number called; [service] of the scenario
-  std::uint16_t port = 0;            // where it waits; 0: any free port
+  std::string scenario;          // file of tests/end_to_end/sipp without its extension
+  std::string dialled = "2000";  // the number called; [service] of the scenario
+  std::uint16_t port = 0;        // where it waits; 0: any free port
+  SippNetwork network;
   std::optional<UdpAddress> remote;  // whom to call; empty for a phone that is called
   std::vector<SippCallFields> calls;
   std::chrono::milliseconds hold{1000};  // length of the scenario's pauses without one of their own
@@ -51,7 +60,7 @@ class SippAgent {
   /// come up. A port that was taken in the meantime is replaced by another one.
   explicit SippAgent(const SippSettings& settings);
 
-  UdpAddress Address() const { return {"127.0.0.1", port_}; }
+  UdpAddress Address() const { return {settings_.network.Loopback(), port_}; }
   std::vector<SipDialogue> Dialogues() const;
   /// The dialogue of the call with that number in its From header, as far as it has come.
   std::optional<SipDialogue> Dialogue(const std::string& from_user) const;

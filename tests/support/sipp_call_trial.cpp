@@ -25,9 +25,13 @@ void describe_srtp(const std::string& suite, SippCallFields& fields) {
 
 }  // namespace
 
-CallTrial::CallTrial(const CallTrialSettings& settings)
-    : settings_(settings), caller_phones_(settings.calls), callee_phones_(settings.calls) {
+CallTrial::CallTrial(const CallTrialSettings& settings) : settings_(settings) {
+  for (std::size_t call = 0; call < settings.calls; ++call) {
+    caller_phones_.emplace_back(settings.caller_network.ipv6);
+    callee_phones_.emplace_back(settings.callee_network.ipv6);
+  }
   SippSettings callee;
+  callee.network = settings.callee_network;
   callee.name = "callee";
   callee.scenario = settings.callee_scenario;
   callee.port = settings.callee_port;
@@ -60,6 +64,7 @@ void CallTrial::Dial(const UdpAddress& to, std::size_t count) {
   caller.scenario = settings_.caller_scenario;
   caller.dialled = settings_.dialled;
   caller.remote = to;
+  caller.network = settings_.caller_network;
   caller.directory = settings_.directory;
   caller.hold = Hold();
   caller.calls_per_second = settings_.calls_per_second;

@@ -16,6 +16,8 @@ struct CallTrialSettings {
   std::string caller_scenario = "caller";
   std::string callee_scenario = "callee";
   std::string dialled = "2000";
+  SippNetwork caller_network;
+  SippNetwork callee_network;
   std::uint16_t callee_port = 0;  // where the phones called wait; 0: any free port
   SippCallFields caller;          // codec fields; numbers and media ports are filled in per call
   SippCallFields callee;
@@ -53,6 +55,10 @@ class CallTrial {
   explicit CallTrial(const CallTrialSettings& settings);
 
   UdpAddress CalleeAddress() const { return callee_->Address(); }
+  /// The same as the host and parameters of a SIP URI.
+  std::string CalleeUriAddress() const {
+    return CalleeAddress().ToString() + (settings_.callee_network.tcp ? ";transport=tcp" : "");
+  }
 
   /// Places `count` calls, at settings.calls_per_second.
   void Dial(const UdpAddress& to, std::size_t count);

@@ -117,7 +117,7 @@ std::optional<SdpAudio> parse_sdp_audio(const std::string& sdp) {
       in_media = true;
       in_audio = starts_with(line, "m=audio ");
       if (in_audio) read_media_line(line.substr(8), audio);
-    } else if (starts_with(line, "c=IN IP4 ")) {
+    } else if (starts_with(line, "c=IN IP4 ") || starts_with(line, "c=IN IP6 ")) {
       const std::string address = line.substr(9, line.find_first_of(" /", 9) - 9);
       if (in_audio) audio.address = address;
       if (!in_media) session_address = address;

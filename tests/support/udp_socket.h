@@ -7,15 +7,16 @@
 
 namespace test_support {
 
-/// An address:port of IPv4.
+/// An address:port of IPv4, or of IPv6; the address without brackets.
 struct UdpAddress {
   std::string address;
   std::uint16_t port = 0;
 
-  std::string ToString() const { return address + ":" + std::to_string(port); }
+  bool IsIpv6() const { return address.find(':') != std::string::npos; }
+  std::string ToString() const { return (IsIpv6() ? "[" + address + "]" : address) + ":" + std::to_string(port); }
 };
 
-/// "127.0.0.1:5060" taken apart; empty when it is no such thing.
+/// "127.0.0.1:5060" or "[::1]:5060" taken apart; empty when it is no such thing.
 std::optional<UdpAddress> parse_udp_address(const std::string& text);
 
 struct UdpDatagram {
@@ -26,8 +27,8 @@ struct UdpDatagram {
 /// A non-blocking UDP socket on loopback, closed with its owner. Not for use from two threads.
 class UdpSocket {
  public:
-  /// Binds 127.0.0.1; port 0 lets the system choose. Throws std::system_error naming the port.
-  explicit UdpSocket(std::uint16_t port = 0);
+  /// Binds 127.0.0.1, or ::1; port 0 lets the system choose. Throws std::system_error naming the port.
+  explicit UdpSocket(std::uint16_t port = 0, bool ipv6 = false);
   ~UdpSocket();
   UdpSocket(UdpSocket&& other) noexcept;
   UdpSocket& operator=(UdpSocket&& other) noexcept;

@@ -38,15 +38,22 @@ TEST(SipCause, ReasonNamesCauseAndText) {
   EXPECT_EQ(ReasonHeader(SWITCH_CAUSE_USER_BUSY), "Q.850;cause=17;text=\"USER_BUSY\"");
   EXPECT_EQ(ReasonHeader(SWITCH_CAUSE_SYSTEM_SHUTDOWN), "Q.850;cause=31;text=\"SYSTEM_SHUTDOWN\"");
   EXPECT_EQ(ReasonHeader(SWITCH_CAUSE_ORIGINATOR_CANCEL), "SIP;cause=487;text=\"ORIGINATOR_CANCEL\"");
+  EXPECT_EQ(ReasonHeader(SWITCH_CAUSE_LOSE_RACE), "SIP;cause=200;text=\"Call completed elsewhere\"");
 }
 
-TEST(SipCause, ReasonOfTheFarEndIsReadWhenItIsQ850) {
+TEST(SipCause, ReasonOfTheFarEndIsReadWhenItIsQ850OrSip) {
   EXPECT_EQ(CauseOfReason("Q.850", "17"), SWITCH_CAUSE_USER_BUSY);
   EXPECT_EQ(CauseOfReason("q.850", "16"), SWITCH_CAUSE_NORMAL_CLEARING);
   for (const char* cause : {"", "0", "128", "-1", "17x", "99999999999999999999"}) {
     EXPECT_EQ(CauseOfReason("Q.850", cause), SWITCH_CAUSE_NONE) << cause;
   }
-  EXPECT_EQ(CauseOfReason("SIP", "200"), SWITCH_CAUSE_NONE);
+  EXPECT_EQ(CauseOfReason("SIP", "486"), SWITCH_CAUSE_USER_BUSY);
+  EXPECT_EQ(CauseOfReason("sip", "487"), SWITCH_CAUSE_ORIGINATOR_CANCEL);
+  EXPECT_EQ(CauseOfReason("SIP", "200"), SWITCH_CAUSE_LOSE_RACE);
+  for (const char* cause : {"", "100", "183", "202", "700", "-486", "486x"}) {
+    EXPECT_EQ(CauseOfReason("SIP", cause), SWITCH_CAUSE_NONE) << cause;
+  }
+  EXPECT_EQ(CauseOfReason("Preemption", "17"), SWITCH_CAUSE_NONE);
 }
 
 }  // namespace

@@ -149,7 +149,7 @@ void SipPeer::Reply(const SipMessage& request, int status, const std::string& mo
                   strcasecmp(name.c_str(), "Call-ID") == 0 || strcasecmp(name.c_str(), "CSeq") == 0;
     if (copied) text += name + ": " + value + "\n";
     if (strcasecmp(name.c_str(), "To") == 0) {
-      text += name + ": " + value + (Tag(value).empty() && status > 100 ? ";tag=bob" : "") + "\n";
+      text += name + ": " + value + (Tag(value).empty() && status > 100 ? ";tag=" + tag_ : "") + "\n";
     }
   }
   SendRaw(text + "Contact: <sip:bob@" + UriAddress() + ">\n" + more_headers + BodyHeaders(sdp));
@@ -162,7 +162,7 @@ std::string SipPeer::RequestAsCalled(const SipMessage& invite, const std::string
   size_t start = contact.find('<') + 1;
   return method + " " + contact.substr(start, contact.find('>') - start) + " SIP/2.0\nVia: SIP/2.0/" +
          (transport_.tcp ? "TCP " : "UDP ") + Address() + ";branch=" + branch +
-         ";rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") + ";tag=bob\nTo: " + invite.Header("From") +
+         ";rport\nMax-Forwards: 70\nFrom: " + invite.Header("To") + ";tag=" + tag_ + "\nTo: " + invite.Header("From") +
          "\nCall-ID: " + invite.Header("Call-ID") + "\nCSeq: " + std::to_string(sequence) + " " + method +
          "\nContact: <sip:bob@" + UriAddress() + ">\n" + more_headers + BodyHeaders(sdp);
 }

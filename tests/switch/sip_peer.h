@@ -55,6 +55,9 @@ class SipPeer {
   void SendReinvite(const std::string& sdp);
   void AckReinvite(const SipMessage& response);
 
+  /// The To tag of this phone's answers from now on, "bob" before: a fork of its own for each (RFC 3261, 13.2.2.4).
+  void TagAs(const std::string& tag) { tag_ = tag; }
+
   // As a called phone.
   void Reply(const SipMessage& request, int status, const std::string& more_headers = "", const std::string& sdp = "");
   /// The same two inside the call that `invite` set up and this peer answered.
@@ -76,6 +79,9 @@ class SipPeer {
   /// Gives a final answer to every request that has come, or is on its way, and has none: 487 to an INVITE, else 200.
   void AnswerWhatIsLeft();
 
+  /// Gives no answer to what has come so far.
+  void Forget() { open_.clear(); }
+
   /// Of a session description with one fax stream (T.38) on this machine.
   static std::string FaxSdp(int port = 41000);
   /// Of a session description with one audio stream on this machine.
@@ -95,6 +101,7 @@ class SipPeer {
   const std::unique_ptr<SipPeerSocket> socket_;
   const std::string address_;
   std::string switch_;
+  std::string tag_ = "bob";
   int calls_ = 0;
   int reinvites_ = 0;
   std::string number_;

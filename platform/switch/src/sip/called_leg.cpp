@@ -15,6 +15,9 @@ namespace {
 // media server may take.
 constexpr std::chrono::seconds kReleasePatience{10};
 
+// Phones whose early media is looked at; a number rings rarely on more.
+constexpr size_t kMostForks = 16;
+
 /// The codecs of the offer with one payload type each: two that share one cannot be told apart.
 std::vector<CodecMatch> Distinct(const std::vector<CodecMatch>& offered) {
   std::vector<CodecMatch> distinct;
@@ -149,15 +152,26 @@ void CalledLeg::WaitForAnswer() {
   switch_channel_hangup(channel_, SWITCH_CAUSE_NO_ANSWER);
 }
 
+/// Once the caller has been told a codec, another phone's early media is of use only in that codec.
+bool CalledLeg::FollowsEarlyMedia(const AgreedMedia& agreed) const {
+  return early_sdp_.empty() || (agreed.codec.implementation == early_agreed_.codec.implementation &&
+                                agreed.codec.remote.type == early_agreed_.codec.remote.type);
+}
+
 /// What the called side plays before it answers, an announcement for one, belongs to the call: the description counts
-/// as the answer (RFC 3960, 3.2).
-bool CalledLeg::TakeEarlyMedia(const std::string& sdp, CalledLegReport& report) {
-  if (sdp.empty() || !early_sdp_.empty() || !AgreeOn(sdp, answer_, report)) return false;
-  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
+/// as the answer (RFC 3960, 3.2). Of several phones that the INVITE reached, the one that began last is heard.
+bool CalledLeg::TakeEarlyMedia(const DialogEvent& event, CalledLegReport& report) {
+  if (event.sdp.empty() || early_answers_.size() == kMostForks) return false;
+  if (!early_answers_.emplace(event.fork, event.sdp).second) return false;
+  SessionDescription answer;
+  if (!AgreeOn(event.sdp, answer, report) || !FollowsEarlyMedia(report.agreed)) return false;
+  if (!media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer.media.front(), answer.session_name, report.agreed)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
     return false;
   }
-  early_sdp_ = sdp;
+  answer_ = std::move(answer);
+  early_agreed_ = report.agreed;
+  early_sdp_ = event.sdp;
   media_->MarkStart();
   return true;
 }
@@ -167,7 +181,7 @@ void CalledLeg::OnProgress(const DialogEvent& event) {
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kProgress;
   report.status = event.status;
-  report.early_media = TakeEarlyMedia(event.sdp, report);
+  report.early_media = TakeEarlyMedia(event, report);
   LegLog(session_, SWITCH_LOG_INFO,
          "Ringing (" + std::to_string(event.status) + " " + event.phrase + ")" +
              (report.early_media ? ", with early media" : ""));
@@ -205,7 +219,14 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
     case DialogEvent::Kind::kRefused:
       refused_status_ = event.status;
       LegLog(session_, SWITCH_LOG_INFO, "Refused: " + std::to_string(event.status) + " " + event.phrase);
-      [[fallthrough]];
+      ended_by_ = "the called side";
+      switch_channel_hangup(channel_, event.cause);
+      break;
+    case DialogEvent::Kind::kUnreachable:
+      LegLog(session_, SWITCH_LOG_WARNING, "Cannot reach " + request_.target + ": " + event.phrase);
+      reached_ = false;
+      switch_channel_hangup(channel_, event.cause);
+      break;
     default:
       ended_by_ = event.kind == DialogEvent::Kind::kLost ? "the SIP stack (" + event.phrase + ")" : "the called side";
       switch_channel_hangup(channel_, event.cause);
@@ -277,14 +298,15 @@ size_t CalledLeg::OfferedIndex(const CodecMatch& taken) const {
   return index;
 }
 
-/// The answer, unless early media brought it already. False when the leg cannot go on; it is hung up then.
-bool CalledLeg::TakeAnswer(const std::string& sdp, CalledLegReport& report) {
-  const bool known = !early_sdp_.empty() && (sdp.empty() || sdp == early_sdp_);
-  if (!AgreeOn(known ? early_sdp_ : sdp, answer_, report)) {
+/// The answer, unless early media brought it already: an answer without a description stands for the one that its own
+/// fork gave before. False when the leg cannot go on; it is hung up then.
+bool CalledLeg::TakeAnswer(const DialogEvent& event, CalledLegReport& report) {
+  const std::string sdp = event.sdp.empty() ? early_answers_[event.fork] : event.sdp;
+  if (!AgreeOn(sdp, answer_, report)) {
     switch_channel_hangup(channel_, SWITCH_CAUSE_INCOMPATIBLE_DESTINATION);
     return false;
   }
-  if (known ||
+  if (sdp == early_sdp_ ||
       media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
     return true;
   }
@@ -296,7 +318,7 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kAnswered;
   answered_at_ = std::chrono::steady_clock::now();
-  if (!TakeAnswer(event.sdp, report)) return;
+  if (!TakeAnswer(event, report)) return;
   answered_ = true;
   switch_channel_set_state(channel_, CS_EXCHANGE_MEDIA);
   media_->MarkStart();
@@ -320,6 +342,7 @@ void CalledLeg::Finish() {
   report.kind = CalledLegReport::Kind::kEnded;
   report.cause = cause;
   report.status = refused_status_;
+  report.reached = reached_;
   request_.report(report);
   if ((answered_ || !early_sdp_.empty()) &&
       !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience, [this] { return released_; })) {

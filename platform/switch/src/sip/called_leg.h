@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +31,7 @@ struct CalledLegReport {
   AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
   MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered: what the called side says of its stream
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;            ///< kEnded
+  bool reached = true;                                      ///< kEnded: false when nobody was there
 };
 
 struct CalledLegRequest {
@@ -75,8 +77,9 @@ class CalledLeg : public CallLeg, public std::enable_shared_from_this<CalledLeg>
   bool MakeOffer(std::string& offer);
   void WaitForAnswer();
   void OnProgress(const DialogEvent& event);
-  bool TakeEarlyMedia(const std::string& sdp, CalledLegReport& report);
-  bool TakeAnswer(const std::string& sdp, CalledLegReport& report);
+  bool TakeEarlyMedia(const DialogEvent& event, CalledLegReport& report);
+  bool FollowsEarlyMedia(const AgreedMedia& agreed) const;
+  bool TakeAnswer(const DialogEvent& event, CalledLegReport& report);
   void OnAnswered(const DialogEvent& event);
   bool AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report);
   void StartRenegotiation(const CalledLegReport& report);
@@ -96,7 +99,10 @@ class CalledLeg : public CallLeg, public std::enable_shared_from_this<CalledLeg>
   LocalDescription local_;
   std::optional<Renegotiation> renegotiation_;  // from the answer on
   int refused_status_ = 0;
+  bool reached_ = true;
   std::string early_sdp_;  // of a provisional response, taken as the answer; "" while there is none
+  std::map<std::string, std::string> early_answers_;  // of each fork, the first that it gave
+  AgreedMedia early_agreed_;
   SessionDescription answer_;
   bool answered_ = false;
   bool finished_ = false;

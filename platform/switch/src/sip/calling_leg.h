@@ -31,6 +31,7 @@ struct BridgedLeg {
   bool ended = false;
   switch_call_cause_t cause = SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE;  // until it reports
   int status = 0;
+  bool reached = true;
   std::optional<CalledLegReport> answer;
 };
 

@@ -177,6 +177,7 @@ bool StatusPassesThrough(int status) {
 
 std::string ReasonHeader(switch_call_cause_t cause) {
   if (cause == SWITCH_CAUSE_ORIGINATOR_CANCEL) return "SIP;cause=487;text=\"ORIGINATOR_CANCEL\"";
+  if (cause == SWITCH_CAUSE_LOSE_RACE) return "SIP;cause=200;text=\"Call completed elsewhere\"";
   int number = cause > SWITCH_CAUSE_NONE && cause <= kLastQ850Cause ? cause : SWITCH_CAUSE_NORMAL_UNSPECIFIED;
   return "Q.850;cause=" + std::to_string(number) + ";text=\"" + switch_channel_cause2str(cause) + "\"";
 }
@@ -188,11 +189,15 @@ const char* PhraseOfStatus(int status) {
 }
 
 switch_call_cause_t CauseOfReason(const std::string& protocol, const std::string& cause) {
-  if (strcasecmp(protocol.c_str(), "Q.850") != 0) return SWITCH_CAUSE_NONE;
   char* end = nullptr;
-  long number = std::strtol(cause.c_str(), &end, 10);
-  if (end == cause.c_str() || *end != '\0' || number <= 0 || number > kLastQ850Cause) return SWITCH_CAUSE_NONE;
-  return static_cast<switch_call_cause_t>(number);
+  const long number = std::strtol(cause.c_str(), &end, 10);
+  if (end == cause.c_str() || *end != '\0' || number <= 0) return SWITCH_CAUSE_NONE;
+  if (strcasecmp(protocol.c_str(), "Q.850") == 0) {
+    return number <= kLastQ850Cause ? static_cast<switch_call_cause_t>(number) : SWITCH_CAUSE_NONE;
+  }
+  if (strcasecmp(protocol.c_str(), "SIP") != 0) return SWITCH_CAUSE_NONE;
+  if (number == 200) return SWITCH_CAUSE_LOSE_RACE;
+  return number >= 300 && number < 700 ? CauseOfStatus(static_cast<int>(number)) : SWITCH_CAUSE_NONE;
 }
 
 }  // namespace kvx_switch

@@ -19,13 +19,14 @@ switch_call_cause_t CauseOfStatus(int status);
 bool StatusPassesThrough(int status);
 
 /// The value of a Reason header: Q.850;cause=17;text="USER_BUSY". Causes above Q.850's 127 are told as 31, a caller's
-/// own change of mind as SIP;cause=487.
+/// own change of mind as SIP;cause=487, a call that was taken elsewhere as SIP;cause=200 (RFC 3326, 3.1).
 std::string ReasonHeader(switch_call_cause_t cause);
 
 /// The standard phrase of a response status; "Call Ended" for one that this switch does not send itself.
 const char* PhraseOfStatus(int status);
 
-/// The cause in a Reason header's Q.850 value; SWITCH_CAUSE_NONE for another protocol or a cause out of range.
+/// The cause in a Reason header's value, of Q.850 or of SIP, where it is the status of a response; SWITCH_CAUSE_NONE
+/// for another protocol, and for a cause that is out of range or says nothing about an end.
 switch_call_cause_t CauseOfReason(const std::string& protocol, const std::string& cause);
 
 }  // namespace kvx_switch

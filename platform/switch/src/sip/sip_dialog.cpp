@@ -1,5 +1,6 @@
 #include "sip/sip_dialog.h"
 
+#include <strings.h>
 #include <switch.h>
 
 #include <utility>
@@ -10,19 +11,28 @@
 #include "sip/sip_text.h"
 #include "sip/sofia.h"
 #include "sip/target_needs.h"
+#include "sip/unreachable.h"
 
 namespace kvx_switch {
 
 namespace {
 
-/// The Q.850 cause of the message's Reason headers, else `otherwise`.
+/// The cause that the message's Reason headers name, a Q.850 one before others, else `otherwise`.
 switch_call_cause_t CauseOf(const sip_t* sip, switch_call_cause_t otherwise) {
+  switch_call_cause_t found = SWITCH_CAUSE_NONE;
   for (const sip_reason_t* reason = sip ? sip->sip_reason : nullptr; reason; reason = reason->re_next) {
     if (!reason->re_protocol || !reason->re_cause) continue;
-    switch_call_cause_t cause = CauseOfReason(reason->re_protocol, reason->re_cause);
-    if (cause != SWITCH_CAUSE_NONE) return cause;
+    const switch_call_cause_t cause = CauseOfReason(reason->re_protocol, reason->re_cause);
+    if (cause != SWITCH_CAUSE_NONE && strcasecmp(reason->re_protocol, "Q.850") == 0) return cause;
+    if (found == SWITCH_CAUSE_NONE) found = cause;
   }
-  return otherwise;
+  return found == SWITCH_CAUSE_NONE ? otherwise : found;
+}
+
+/// Of a BYE: there SIP's 200 only says that the far end's user wanted it.
+switch_call_cause_t CauseOfBye(const sip_t* sip) {
+  const switch_call_cause_t cause = CauseOf(sip, SWITCH_CAUSE_NORMAL_CLEARING);
+  return cause == SWITCH_CAUSE_LOSE_RACE ? SWITCH_CAUSE_NORMAL_CLEARING : cause;
 }
 
 // Of a switch that is full or that too many calls come to, in seconds: less would be a storm of second tries.
@@ -106,6 +116,7 @@ void SipDialog::AnswerOnSipThread(const std::string& sdp) {
 
 void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning) {
   const std::string reason = ReasonHeader(cause);
+  if (end_reason_.empty()) end_reason_ = reason;
   const std::string warning_value = "399 " + agent_->address() + " " + Quoted(warning);
   const bool later = status == 503 && cause == SWITCH_CAUSE_SWITCH_CONGESTION;
   sink_ = nullptr;
@@ -117,6 +128,7 @@ void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std:
       break;
     case Phase::kCalling:
       nua_cancel(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
+      ForgetLaterOnSipThread();
       break;
     case Phase::kUp:
       DropTheirExchangeOnSipThread();
@@ -131,6 +143,19 @@ void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std:
   }
 }
 
+/// A callee whose final response to the cancelled INVITE stays out is not waited for without end (RFC 3261, 9.1), as
+/// the stack would.
+void SipDialog::ForgetLaterOnSipThread() {
+  cancel_timer_ = su_timer_create(su_root_task(agent_->RootOnSipThread()), agent_->profile().timers.t1x64);
+  const auto expired = [](su_root_magic_t*, su_timer_t* timer, su_timer_arg_t* argument) {
+    auto* self = static_cast<SipDialog*>(argument);
+    self->cancel_timer_ = nullptr;
+    su_timer_destroy(timer);
+    self->agent_->ForgetOnSipThread(self);
+  };
+  if (cancel_timer_) su_timer_set(cancel_timer_, expired, this);
+}
+
 void SipDialog::FinishOnSipThread(DialogEvent event) {
   if (phase_ != Phase::kOver) phase_ = Phase::kEnding;
   if (Sink sink = std::exchange(sink_, nullptr)) sink(event);
@@ -139,7 +164,9 @@ void SipDialog::FinishOnSipThread(DialogEvent event) {
 void SipDialog::CloseOnSipThread() {
   phase_ = Phase::kOver;
   sink_ = nullptr;
-  if (su_timer_t* timer = std::exchange(glare_timer_, nullptr)) su_timer_destroy(timer);
+  for (su_timer_s** timer : {&glare_timer_, &cancel_timer_}) {
+    if (*timer) su_timer_destroy(std::exchange(*timer, nullptr));
+  }
   nua_handle_s* handle = std::exchange(handle_, nullptr);
   if (!handle) return;
   nua_handle_bind(handle, nullptr);
@@ -149,16 +176,20 @@ void SipDialog::CloseOnSipThread() {
 void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip) {
   if (phase_ == Phase::kEnding && status >= 200 && status < 300) {
     // Our CANCEL and the far end's answer crossed: the call stands and has to be taken down.
-    nua_bye(handle_, TAG_END());
+    nua_bye(handle_, TAG_IF(!end_reason_.empty(), SIPTAG_REASON_STR(end_reason_.c_str())), TAG_END());
     return;
   }
   if (phase_ == Phase::kUp && exchange_ == Exchange::kOurs) return OnReinviteResponseOnSipThread(status, phrase, sip);
   if (phase_ == Phase::kCalling && status < 200) {
-    if (status > 100 && sink_) sink_({DialogEvent::Kind::kProgress, status, phrase, Body(sip), SWITCH_CAUSE_NONE});
+    if (status > 100 && sink_)
+      sink_({DialogEvent::Kind::kProgress, status, phrase, Body(sip), SWITCH_CAUSE_NONE, ToTag(sip)});
   } else if (phase_ == Phase::kCalling && status < 300) {
     phase_ = Phase::kUp;
     remote_sdp_ = Body(sip);
-    if (sink_) sink_({DialogEvent::Kind::kAnswered, status, phrase, remote_sdp_, SWITCH_CAUSE_NONE});
+    if (sink_) sink_({DialogEvent::Kind::kAnswered, status, phrase, remote_sdp_, SWITCH_CAUSE_NONE, ToTag(sip)});
+  } else if (phase_ == Phase::kCalling && !CameFromFarEnd(agent_->StackOnSipThread())) {
+    const Unreachable unreachable = DescribeUnreachable(status, phrase, agent_->profile().timers.t1x64);
+    FinishOnSipThread({DialogEvent::Kind::kUnreachable, 0, unreachable.what, "", unreachable.cause});
   } else if (phase_ == Phase::kCalling) {
     FinishOnSipThread({DialogEvent::Kind::kRefused, status, phrase, "", CauseOf(sip, CauseOfStatus(status))});
   }
@@ -192,7 +223,7 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       break;
     case nua_i_bye:
       DropTheirExchangeOnSipThread();
-      FinishOnSipThread({DialogEvent::Kind::kHungUp, 200, phrase, "", CauseOf(sip, SWITCH_CAUSE_NORMAL_CLEARING)});
+      FinishOnSipThread({DialogEvent::Kind::kHungUp, 200, phrase, "", CauseOfBye(sip)});
       break;
     case nua_i_state:
       OnStateOnSipThread(status, phrase, call_state);

@@ -21,12 +21,13 @@ class SipAgent;
 /// What the far end did.
 struct DialogEvent {
   enum class Kind {
-    kProgress,   ///< a provisional response to our INVITE: status, perhaps a description
-    kAnswered,   ///< a 2xx to our INVITE, already acknowledged: description
-    kRefused,    ///< a final response from 300 on to our INVITE: status, cause
-    kCancelled,  ///< the far end took its INVITE back: cause
-    kHungUp,     ///< the far end sent BYE: cause
-    kReinvite,   ///< a further INVITE that changes something: description; wants AnswerReinvite or RefuseReinvite
+    kProgress,     ///< a provisional response to our INVITE: status, perhaps a description
+    kAnswered,     ///< a 2xx to our INVITE, already acknowledged: description
+    kRefused,      ///< a final response from 300 on to our INVITE: status, cause
+    kUnreachable,  ///< our INVITE reached nobody: cause, and in words in `phrase`
+    kCancelled,    ///< the far end took its INVITE back: cause
+    kHungUp,       ///< the far end sent BYE: cause
+    kReinvite,     ///< a further INVITE that changes something: description; wants AnswerReinvite or RefuseReinvite
     kReinviteAnswered,  ///< a 2xx to our further INVITE: description
     kReinviteRefused,   ///< any other final response to it: status
     kRefer,             ///< the far end asks for a transfer, and was told 202: refer; wants NotifyReferrer
@@ -38,6 +39,7 @@ struct DialogEvent {
   std::string sdp;
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;
   std::shared_ptr<const ReferRequest> refer = nullptr;
+  std::string fork = {};  ///< of a response to our INVITE: which of several phones that it reached (the To tag)
 };
 
 /// An INVITE to send.
@@ -108,6 +110,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void RepeatReinviteLaterOnSipThread();
   void OnStateOnSipThread(int status, const char* phrase, int call_state);
   void FinishOnSipThread(DialogEvent event);
+  void ForgetLaterOnSipThread();
   void PostSelf(std::function<void(SipDialog&)> task);
 
   const std::shared_ptr<SipAgent> agent_;
@@ -117,6 +120,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   Sink sink_;
   nua_handle_s* handle_ = nullptr;
   Phase phase_ = Phase::kNew;
+  std::string end_reason_;  // the Reason header of our own end
   std::string local_sdp_;
   std::string remote_sdp_;
   bool we_called_ = false;
@@ -125,6 +129,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   std::optional<std::string> our_offer_;  // to be sent, or sent and not answered
   int glares_ = 0;
   su_timer_s* glare_timer_ = nullptr;
+  su_timer_s* cancel_timer_ = nullptr;  // runs from our CANCEL on
 };
 
 }  // namespace kvx_switch

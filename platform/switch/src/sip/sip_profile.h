@@ -36,12 +36,22 @@ struct SipTransports {
   std::string Names() const { return udp && tcp ? "udp and tcp" : udp ? "udp" : "tcp"; }
 };
 
+/// How patient SIP is, in milliseconds (RFC 3261, 17.1.1.1).
+struct SipTimers {
+  uint32_t t1 = 500;       ///< a round trip: when a message is first repeated
+  uint32_t t1x64 = 32000;  ///< when a request that nobody answers is given up
+  uint32_t t2 = 4000;      ///< the longest pause between two repetitions
+  uint32_t t4 = 5000;      ///< how long a message may stay in the network
+};
+
 struct SipProfile {
   std::string file;  ///< path it was read from
   std::string name;
   std::string sip_address = "127.0.0.1";  ///< numeric
   uint16_t sip_port = 5060;               ///< 0: any free port
   SipTransports transports;
+  SipTimers timers;
+  uint32_t tcp_idle_seconds = 3600;  ///< after which a connection that says nothing is closed
   std::string context = "default";
   std::string access_list;               ///< of acl.conf.xml: who may call; empty: everybody
   uint32_t leg_timeout_seconds = 60;     ///< how long a called leg may ring

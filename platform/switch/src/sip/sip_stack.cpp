@@ -69,9 +69,14 @@ nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, co
   const bool both = profile.transports.udp && profile.transports.tcp;
   const std::string url = "sip:" + address.substr(0, address.rfind(':') + 1) + port +
                           (both ? "" : ";transport=" + profile.transports.Names());
+  // A connection that says nothing, or breaks off in a message, is closed in the end: whoever opens many of them would
+  // otherwise have all the descriptors that there are.
   nua_t* nua = nua_create(root, callback, agent, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
                           NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
                           NUTAG_APPL_METHOD("INVITE, REFER"), NTATAG_MAXSIZE(kLargestMessage),
+                          NTATAG_SIP_T1(profile.timers.t1), NTATAG_SIP_T1X64(profile.timers.t1x64),
+                          NTATAG_SIP_T2(profile.timers.t2), NTATAG_SIP_T4(profile.timers.t4),
+                          TPTAG_TIMEOUT(profile.timers.t1x64), TPTAG_IDLE(profile.tcp_idle_seconds * 1000),
                           SIPTAG_SUPPORTED_STR("replaces"), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (nua) nua_set_params(nua, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   return nua;

@@ -9,6 +9,10 @@ std::string Body(const sip_s* sip) {
   return std::string(sip->sip_payload->pl_data, sip->sip_payload->pl_len);
 }
 
+std::string ToTag(const sip_s* sip) {
+  return sip && sip->sip_to && sip->sip_to->a_tag ? sip->sip_to->a_tag : "";
+}
+
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
   for (char c : text) {

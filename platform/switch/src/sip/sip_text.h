@@ -12,6 +12,9 @@ constexpr const char* kSdpType = "application/sdp";
 /// The message's body, "" when there is none.
 std::string Body(const sip_s* sip);
 
+/// The message's To tag, "" when there is none.
+std::string ToTag(const sip_s* sip);
+
 /// A display name or warning text as a quoted string (RFC 3261, 25.1).
 std::string Quoted(const std::string& text);
 
