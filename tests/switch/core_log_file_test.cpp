@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "core/log.h"
 #include "core/log_file.h"
@@ -198,6 +199,7 @@ TEST_F(LogFileOfTheSwitch, MistakesInItsSettingsAreAllNamed) {
   LogFileSettings settings;
   std::string error;
   EXPECT_FALSE(kvx_switch::ReadLogFileSettings(settings, error));
+  free(std::exchange(SWITCH_GLOBAL_dirs.conf_dir, nullptr));
   for (const char* mistake :
        {"2: \"logfile\" is \"here\", not an absolute path, or empty", "3: \"rollover\" is \"1\", not 0 or a number of ",
         "4: \"maximum-rotate\" is \"-1\", not a number from 0 to 1000",

@@ -53,8 +53,7 @@ class EventSocketLog : public core_test::RunningCore {
 TEST_F(EventSocketLog, ComesWithItsLevelAndItsPlace) {
   ASSERT_EQ(Ask("log notice"), reply("+OK log level notice [5]"));
   switch_log_printf(SWITCH_CHANNEL_ID_LOG, "/a/file.cpp", "function", 42, nullptr, SWITCH_LOG_INFO, "too fine\n");
-  switch_log_printf(SWITCH_CHANNEL_ID_LOG, "/a/file.cpp", "function", 43, "some-uuid", SWITCH_LOG_ERROR,
-                    "wrong\n");
+  switch_log_printf(SWITCH_CHANNEL_ID_LOG, "/a/file.cpp", "function", 43, "some-uuid", SWITCH_LOG_ERROR, "wrong\n");
   EXPECT_THAT(client_->Message(),
               MatchesRegex("Content-Type: log/data\nContent-Length: [0-9]+\nLog-Level: 3\nText-Channel: [0-9]+\n"
                            "Log-File: file.cpp\nLog-Func: function\nLog-Line: 43\nUser-Data: some-uuid\n\n"
