@@ -50,7 +50,7 @@ bool is_whole_number(const std::string& text) {
 void apply_setting(const std::string& place, const std::string& name, const char* value, std::string& error) {
   if (IsCallLimit(name)) {
     std::string mistake;
-    if (!SetCallLimit(name, value, mistake) && error.empty()) error = place + mistake;
+    if (!SetCallLimit(name, value, mistake)) AddLine(error, place + mistake);
     return;
   }
   if (name == "loglevel") {

@@ -125,7 +125,7 @@ OriginateResult Originate(const OriginateRequest& request) {
     std::chrono::seconds timeout = RingTimeOf(target, agent->profile());
     if (limit) timeout = std::min(timeout, std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now()));
     if (timeout.count() <= 0) break;  // the time for all of them is over; the last one's failure stands
-    result = CallTarget(request, target, agent, timeout);
+    result = CallTarget(request, target, AgentForTarget(agent, target.uri), timeout);
     if (!result.uuid.empty()) break;
   }
   return result;

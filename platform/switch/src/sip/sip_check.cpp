@@ -2,10 +2,12 @@
 
 #include <switch.h>
 
+#include <list>
 #include <map>
 #include <utility>
 #include <vector>
 
+#include "sip/access_control.h"
 #include "sip/located_xml.h"
 
 namespace kvx_switch {
@@ -66,15 +68,19 @@ void CheckSip() {
     LogError(directory + ": there is no profile (*.xml)");
   }
   Addresses taken;
+  std::list<SipProfile> profiles;
+  std::vector<const SipProfile*> good;
   for (const std::string& path : paths) {
-    SipProfile profile;
+    SipProfile& profile = profiles.emplace_back();
     if (!LoadSipProfile(path, profile, error)) {
       LogError(error);
       continue;
     }
+    good.push_back(&profile);
     CheckAddress(profile, taken);
     if (dialplan && !CheckContext(profile, *dialplan, error)) LogError(error);
   }
+  if (!AccessControl().Load(ConfigurationDirectory("autoload_configs") + "/acl.conf.xml", good, error)) LogError(error);
 }
 
 }  // namespace kvx_switch

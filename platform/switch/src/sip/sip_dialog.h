@@ -38,8 +38,8 @@ struct DialogEvent {
   std::string phrase;
   std::string sdp;
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;
-  std::shared_ptr<const ReferRequest> refer = nullptr;
   std::string fork = {};  ///< of a response to our INVITE: which of several phones that it reached (the To tag)
+  std::shared_ptr<const ReferRequest> refer = nullptr;
 };
 
 /// An INVITE to send.
