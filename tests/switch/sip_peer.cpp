@@ -122,6 +122,10 @@ void SipPeer::SendAck(const SipMessage& response) {
   SendRaw(Request("ACK", 1, answered ? branch_ + "-ack" : branch_, remote_tag_, "", ""));
 }
 
+void SipPeer::JoinDialog(const SipMessage& response) {
+  remote_tag_ = Tag(response.Header("To"));
+}
+
 void SipPeer::SendCancel(const std::string& more_headers) {
   SendRaw(Request("CANCEL", 1, branch_, "", more_headers, ""));
 }

@@ -38,6 +38,8 @@ class SipPeer {
   void SendInvite(const std::string& number, const std::string& sdp, const std::string& more_headers = "");
   /// ACK for the final response that came (to a 2xx a transaction of its own).
   void SendAck(const SipMessage& response);
+  /// Further requests go into the dialog of this provisional response.
+  void JoinDialog(const SipMessage& response);
   void SendCancel(const std::string& more_headers = "");
   void SendBye(const std::string& more_headers = "");
 

@@ -23,7 +23,7 @@ namespace {
 constexpr std::chrono::seconds kLastMessages{3};
 constexpr int kStepMilliseconds = 50;
 
-constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER";
+constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER, UPDATE";
 
 std::string Text(const char* text) {
   return text ? text : "";
@@ -202,7 +202,7 @@ bool SipAgent::OpenOnSipThread() {
   url = "sip:" + url.substr(0, url.rfind(':') + 1) + port + ";transport=udp";
   nua_ = nua_create(root_, StackEvent, this, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
                     NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                    NUTAG_APPL_METHOD("INVITE, REFER"), SIPTAG_SUPPORTED_STR("replaces"),
+                    NUTAG_MIN_SE(1), NUTAG_APPL_METHOD("INVITE, REFER, UPDATE"), SIPTAG_SUPPORTED_STR("replaces"),
                     SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (!nua_) return false;
   nua_set_params(nua_, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
@@ -278,7 +278,10 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
   invite.replaced_leg = LegOfReplacesOnSipThread(sip->sip_replaces);
   invite.early_only = invite.replaces && sip->sip_replaces->rp_early_only;
   auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
-  dialog->AdoptOnSipThread(handle, invite.body);
+  if (!dialog->AdoptOnSipThread(handle, sip)) {
+    nua_handle_destroy(handle);
+    return;
+  }
   handler_(invite, dialog);
 }
 

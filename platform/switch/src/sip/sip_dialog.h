@@ -2,21 +2,25 @@
 
 #include <switch_types.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "sip/session_timer.h"
 #include "sip/sip_refer.h"
 
 struct nua_handle_s;
 struct sip_s;
 struct su_timer_s;
+struct msg_s;
 
 /// One call as SIP sees it (RFC 3261, 12), between the leg that it belongs to and the stack on the SIP thread.
 namespace kvx_switch {
 
 class SipAgent;
+struct SavedRequest;
 
 /// What the far end did.
 struct DialogEvent {
@@ -58,8 +62,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   using Sink = std::function<void(const DialogEvent& event)>;
 
   /// The dialog of the leg `uuid`.
-  SipDialog(std::shared_ptr<SipAgent> agent, std::string uuid, Sink sink)
-      : agent_(std::move(agent)), uuid_(std::move(uuid)), sink_(std::move(sink)) {}
+  SipDialog(std::shared_ptr<SipAgent> agent, std::string uuid, Sink sink);
 
   void Invite(OutboundInvite invite);
   /// 180 or 183; with a description for early media.
@@ -78,8 +81,8 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
 
   const std::shared_ptr<SipAgent>& agent() const { return agent_; }
 
-  /// Takes over an incoming INVITE's handle.
-  void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp);
+  /// Takes over an incoming INVITE's handle. False when it was refused.
+  bool AdoptOnSipThread(nua_handle_s* handle, const sip_s* sip);
   void SetLegOnSipThread(const std::string& uuid, Sink sink) {
     uuid_ = uuid;
     sink_ = std::move(sink);
@@ -103,6 +106,18 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
   void OnReferOnSipThread(const sip_s* sip);
+  void AcceptOnSipThread(const std::string& sdp, const msg_s* update);
+  void RefuseTheirsOnSipThread(int status, const std::string& warning);
+  void InviteAgainOnSipThread();
+  void SendInviteOnSipThread();
+  void OnUpdateOnSipThread(const sip_s* sip);
+  void OnUpdateResponseOnSipThread(int status, const sip_s* sip);
+  void StartSessionTimerOnSipThread();
+  void StopSessionTimerOnSipThread();
+  void SetSessionTimerOnSipThread(std::chrono::milliseconds wait);
+  void OnSessionTimerOnSipThread();
+  void RefreshOnSipThread();
+  void EndUnrefreshedOnSipThread();
   void EndTheirExchangeOnSipThread();
   void DropTheirExchangeOnSipThread();
   void RepeatReinviteLaterOnSipThread();
@@ -125,6 +140,14 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   std::optional<std::string> our_offer_;  // to be sent, or sent and not answered
   int glares_ = 0;
   su_timer_s* glare_timer_ = nullptr;
+  OutboundInvite invite_;                       // of a call of ours
+  std::shared_ptr<SavedRequest> their_update_;  // while kTheirs, when it is no INVITE
+  SessionTimer timer_;
+  su_timer_s* session_timer_ = nullptr;
+  std::chrono::steady_clock::time_point refreshed_at_;
+  bool far_end_updates_ = false;  // it allows UPDATE
+  bool updating_ = false;         // an UPDATE of ours waits for its answer
+  bool refreshing_ = false;       // our_offer_ changes nothing; the leg knows nothing of it
 };
 
 }  // namespace kvx_switch

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "sip/session_timer.h"
 #include "sip/srtp_keys.h"
 
 /// A SIP address to serve and what holds for every call through it: one file of conf/sip_profiles. Values only.
@@ -36,6 +37,7 @@ struct SipProfile {
   std::string context = "default";
   uint32_t leg_timeout_seconds = 60;     ///< how long a called leg may ring
   std::vector<std::string> codec_prefs;  ///< NAME@20i@8000h; empty: every registered codec
+  SessionTimerSettings session_timer;
   MediaSettings media;
 };
 
