@@ -37,7 +37,7 @@ class SipPeer {
   // As a calling phone.
   void SendInvite(const std::string& number, const std::string& sdp, const std::string& more_headers = "");
   /// ACK for the final response that came (to a 2xx a transaction of its own).
-  void SendAck(const SipMessage& response);
+  void SendAck(const SipMessage& response, const std::string& sdp = "");
   /// Further requests go into the dialog of this provisional response.
   void JoinDialog(const SipMessage& response);
   void SendCancel(const std::string& more_headers = "");
@@ -49,7 +49,7 @@ class SipPeer {
   std::string Replaces() const;
   /// A further INVITE in the call, and the ACK for the final response to it.
   void SendReinvite(const std::string& sdp);
-  void AckReinvite(const SipMessage& response);
+  void AckReinvite(const SipMessage& response, const std::string& sdp = "");
 
   // As a called phone.
   void Reply(const SipMessage& request, int status, const std::string& more_headers = "", const std::string& sdp = "");

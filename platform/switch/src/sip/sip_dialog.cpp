@@ -113,6 +113,7 @@ void SipDialog::AnswerOnSipThread(const std::string& sdp) {
   if (phase_ != Phase::kIncoming) return;
   phase_ = Phase::kUp;
   local_sdp_ = sdp;
+  we_offered_ = remote_sdp_.empty();
   AcceptOnSipThread(sdp, nullptr);
 }
 
@@ -203,6 +204,11 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       break;
     case nua_i_refer:
       OnReferOnSipThread(sip);
+      break;
+    case nua_i_ack:
+      if (!std::exchange(we_offered_, false)) break;
+      remote_sdp_ = Body(sip);
+      if (sink_) sink_({DialogEvent::Kind::kAcknowledged, 0, "", remote_sdp_, SWITCH_CAUSE_NONE});
       break;
     case nua_i_update:
       OnUpdateOnSipThread(sip);

@@ -25,12 +25,14 @@ struct SavedRequest;
 /// What the far end did.
 struct DialogEvent {
   enum class Kind {
-    kProgress,   ///< a provisional response to our INVITE: status, perhaps a description
-    kAnswered,   ///< a 2xx to our INVITE, already acknowledged: description
-    kRefused,    ///< a final response from 300 on to our INVITE: status, cause
-    kCancelled,  ///< the far end took its INVITE back: cause
-    kHungUp,     ///< the far end sent BYE: cause
-    kReinvite,   ///< a further INVITE that changes something: description; wants AnswerReinvite or RefuseReinvite
+    kProgress,          ///< a provisional response to our INVITE: status, perhaps a description
+    kAnswered,          ///< a 2xx to our INVITE, already acknowledged: description
+    kRefused,           ///< a final response from 300 on to our INVITE: status, cause
+    kCancelled,         ///< the far end took its INVITE back: cause
+    kHungUp,            ///< the far end sent BYE: cause
+    kReinvite,          ///< a further INVITE that changes something: description, "" when it wants our offer; wants
+                        ///< AnswerReinvite or RefuseReinvite
+    kAcknowledged,      ///< the ACK to a 2xx of ours that had the offer: description
     kReinviteAnswered,  ///< a 2xx to our further INVITE: description
     kReinviteRefused,   ///< any other final response to it: status
     kRefer,             ///< the far end asks for a transfer, and was told 202: refer; wants NotifyReferrer
@@ -146,6 +148,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   su_timer_s* session_timer_ = nullptr;
   std::chrono::steady_clock::time_point refreshed_at_;
   bool far_end_updates_ = false;  // it allows UPDATE
+  bool we_offered_ = false;       // in a 2xx to their INVITE; the ACK has the answer
   bool updating_ = false;         // an UPDATE of ours waits for its answer
   bool refreshing_ = false;       // our_offer_ changes nothing; the leg knows nothing of it
 };

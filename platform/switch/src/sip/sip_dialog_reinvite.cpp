@@ -39,7 +39,8 @@ void SipDialog::Reinvite(std::string sdp) {
 void SipDialog::AnswerReinvite(std::string sdp) {
   PostSelf([sdp = std::move(sdp)](SipDialog& self) {
     if (self.phase_ != Phase::kUp || self.exchange_ != Exchange::kTheirs) return;
-    self.remote_sdp_ = std::exchange(self.their_offer_, {});
+    self.we_offered_ = self.their_offer_.empty();
+    if (!self.we_offered_) self.remote_sdp_ = std::exchange(self.their_offer_, {});
     self.local_sdp_ = sdp;
     self.AcceptOnSipThread(sdp, self.their_update_ ? self.their_update_->Message() : nullptr);
     self.EndTheirExchangeOnSipThread();
@@ -90,7 +91,7 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
     nua_respond(handle_, SIP_500_INTERNAL_SERVER_ERROR, SIPTAG_RETRY_AFTER_STR("5"), TAG_END());
   } else if (!timer_.OnRequest(TimerHeaders(sip))) {
     nua_respond(handle_, SIP_422_SESSION_TIMER_TOO_SMALL, SIPTAG_MIN_SE_STR(timer_.LeastValue().c_str()), TAG_END());
-  } else if (offer.empty() || offer == remote_sdp_) {
+  } else if (!offer.empty() && offer == remote_sdp_) {
     AcceptOnSipThread(local_sdp_, nullptr);
   } else {
     exchange_ = Exchange::kTheirs;
