@@ -120,12 +120,12 @@ TEST_F(SipSessionTimer, APhoneThatFallsSilentIsHungUp) {
 TEST_F(SipSessionTimer, AnUpdateKeepsTheCall) {
   WithTwoSeconds();
   Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(1100)));
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
   SipMessage answer = Update("Supported: timer\nSession-Expires: 2;refresher=uac\n");
   EXPECT_EQ(answer.Status(), 200);
   EXPECT_EQ(answer.Header("Session-Expires"), "2;refresher=uac");
   EXPECT_EQ(answer.body, "");
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(1100)));
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
   EXPECT_EQ(media_->Count("A set_media"), 1u);
   EndCall();
 }
@@ -133,13 +133,13 @@ TEST_F(SipSessionTimer, AnUpdateKeepsTheCall) {
 TEST_F(SipSessionTimer, AnInviteThatChangesNothingKeepsTheCall) {
   WithTwoSeconds();
   Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(1100)));
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
   alice_.SendReinvite(kUlaw);
   std::optional<SipMessage> answer = alice_.AwaitResponse();
   ASSERT_TRUE(answer);
   alice_.AckReinvite(*answer);
   EXPECT_EQ(answer->Status(), 200);
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(1100)));
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
   EXPECT_EQ(media_->Count("A set_media"), 1u);
   EndCall();
 }

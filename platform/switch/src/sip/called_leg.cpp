@@ -227,6 +227,10 @@ bool CalledLeg::AgreeOn(const std::string& sdp, SessionDescription& answer, Call
   report.agreed.local_key = wished_.local_key;
   report.agreed.remote_key = std::move(security.remote);
   if (stream.packet_time == 0) stream.packet_time = offered_packet_time_;
+  return AgreeOnCodec(stream, report);
+}
+
+bool CalledLeg::AgreeOnCodec(const SdpMedia& stream, CalledLegReport& report) {
   const SipProfile& profile = request_.agent->profile();
   CodecImplementations candidates;
   for (const switch_codec_implementation_t* codec : PreferredCodecs(RegisteredCodecs(), profile.codec_prefs)) {
