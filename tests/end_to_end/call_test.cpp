@@ -59,6 +59,32 @@ TEST_F(Call, EndsWhenTheCalleeHangsUp) {
   ExpectCleanStop();
 }
 
+// The caller's INVITE has no description: the switch offers, and its ACK answers.
+TEST_F(Call, TakesTheCallersAnswerFromItsAck) {
+  CallTrialSettings settings;
+  settings.caller_scenario = "caller_answers_late";
+  settings.caller_digits = "42";
+  StartWithPhones(settings);
+  ExpectCallsToCarrySpeech(1);
+  EXPECT_EQ(trial_->Calls().at(0).caller.Request("INVITE", true)->body, "");
+  ExpectHungUp();
+  ExpectAtRest();
+  ExpectCleanStop();
+}
+
+// The session is refreshed in the middle of the talk: not a packet may be lost over it.
+TEST_F(Call, GoesOnUndisturbedWhileItIsRefreshed) {
+  CallTrialSettings settings;
+  settings.caller_scenario = "caller_refreshes";
+  settings.talk = seconds(3);
+  StartWithPhones(settings);
+  ExpectCallsToCarrySpeech(1);
+  EXPECT_NE(trial_->Caller().Dialogues().at(0).Answer(200, "UPDATE", false), nullptr);
+  ExpectHungUp();
+  ExpectAtRest();
+  ExpectCleanStop();
+}
+
 TEST_F(Call, CarriesPcma) {
   CallTrialSettings settings;
   settings.caller.payload_type = settings.callee.payload_type = "8";

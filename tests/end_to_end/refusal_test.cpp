@@ -101,13 +101,6 @@ TEST_F(Refusal, OfAnUnknownNumberIs404AndNamesIt) {
   ExpectStillServing();
 }
 
-TEST_F(Refusal, OfAnInviteWithoutDescriptionIs488) {
-  StartSwitch();
-  EXPECT_EQ(RefusedWith("caller_without_sdp", "2000"), 488);
-  ExpectLogLine({"SDP"});
-  ExpectStillServing();
-}
-
 TEST_F(Refusal, OfAMalformedDescriptionIs400AndNamesTheLine) {
   StartSwitch();
   EXPECT_EQ(RefusedWith("caller_with_malformed_sdp", "2000"), 400);

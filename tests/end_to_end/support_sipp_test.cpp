@@ -132,9 +132,9 @@ TEST_F(SupportSippCall, SaysWhatHappenedWhenACallDoesNotComeUp) {
 
 TEST_F(SupportSippCall, ItsScenariosFitTogether) {
   const std::pair<const char*, const char*> pairs[] = {
-      {"caller_awaits_bye", "callee_hangs_up"}, {"caller_cancels", "callee_never_answers"},
-      {"caller_is_refused", "callee_is_busy"},  {"caller_is_refused", "callee_declines"},
-      {"caller_without_sdp", "callee_is_busy"}, {"caller_with_malformed_sdp", "callee_is_busy"},
+      {"caller_awaits_bye", "callee_hangs_up"},        {"caller_cancels", "callee_never_answers"},
+      {"caller_is_refused", "callee_is_busy"},         {"caller_is_refused", "callee_declines"},
+      {"caller_with_malformed_sdp", "callee_is_busy"},
   };
   for (const auto& [caller, callee] : pairs) {
     SCOPED_TRACE(std::string(caller) + " / " + callee);

@@ -145,5 +145,30 @@ TEST_F(CodecNegotiation, NamesForTheLogComeOnceEach) {
   EXPECT_EQ(CodecNames(Stream("0 96 18")), "PCMU/8000, payload type 96/0, G729/8000");
 }
 
+TEST(SipSilenceFrames, ARefusalIsReadAndWrittenForTheTwoCodecsThatHaveThem) {
+  const struct {
+    const char* name;
+    const char* fmtp;
+    bool refused;
+    const char* refusing;
+  } kPayloads[] = {{"G729", "", false, "annexb=no"},
+                   {"g729", "annexb=no", true, "annexb=no"},
+                   {"G729", "annexb=NO", true, "annexb=NO"},
+                   {"G729", "annexb=yes", false, "annexb=no"},
+                   {"G729", "annexb=yes;x=1", false, ";x=1;annexb=no"},
+                   {"G729", "annexa=no", false, "annexa=no;annexb=no"},
+                   {"G723", "annexa=no", true, "annexa=no"},
+                   {"G723", "bitrate=6.3", false, "bitrate=6.3;annexa=no"},
+                   {"PCMU", "annexb=no", false, "annexb=no"}};
+  for (const auto& row : kPayloads) {
+    SdpPayload payload;
+    payload.name = row.name;
+    payload.fmtp = row.fmtp;
+    EXPECT_EQ(RefusesSilenceFrames(payload), row.refused) << row.name << " " << row.fmtp;
+    RefuseSilenceFrames(payload);
+    EXPECT_EQ(payload.fmtp, row.refusing) << row.name << " " << row.fmtp;
+  }
+}
+
 }  // namespace
 }  // namespace kvx_switch

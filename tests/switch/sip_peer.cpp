@@ -122,10 +122,14 @@ void SipPeer::SendInvite(const std::string& number, const std::string& sdp, cons
   SendRaw(Request("INVITE", 1, branch_, "", more_headers, sdp));
 }
 
-void SipPeer::SendAck(const SipMessage& response) {
+void SipPeer::SendAck(const SipMessage& response, const std::string& sdp) {
   remote_tag_ = Tag(response.Header("To"));
   bool answered = response.Status() < 300;
-  SendRaw(Request("ACK", 1, answered ? branch_ + "-ack" : branch_, remote_tag_, "", ""));
+  SendRaw(Request("ACK", 1, answered ? branch_ + "-ack" : branch_, remote_tag_, "", sdp));
+}
+
+void SipPeer::JoinDialog(const SipMessage& response) {
+  remote_tag_ = Tag(response.Header("To"));
 }
 
 void SipPeer::SendCancel(const std::string& more_headers) {
@@ -197,10 +201,10 @@ void SipPeer::SendReinvite(const std::string& sdp) {
   SendRaw(Request("INVITE", sequence, branch_ + "-re" + std::to_string(sequence), remote_tag_, "", sdp));
 }
 
-void SipPeer::AckReinvite(const SipMessage& response) {
+void SipPeer::AckReinvite(const SipMessage& response, const std::string& sdp) {
   const int sequence = std::atoi(response.Header("CSeq").c_str());
   const std::string branch = branch_ + "-re" + std::to_string(sequence);
-  SendRaw(Request("ACK", sequence, response.Status() < 300 ? branch + "-ack" : branch, remote_tag_, "", ""));
+  SendRaw(Request("ACK", sequence, response.Status() < 300 ? branch + "-ack" : branch, remote_tag_, "", sdp));
 }
 
 void SipPeer::SendReinviteAsCalled(const SipMessage& invite, const std::string& sdp) {

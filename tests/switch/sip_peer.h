@@ -43,7 +43,9 @@ class SipPeer {
   // As a calling phone.
   void SendInvite(const std::string& number, const std::string& sdp, const std::string& more_headers = "");
   /// ACK for the final response that came (to a 2xx a transaction of its own).
-  void SendAck(const SipMessage& response);
+  void SendAck(const SipMessage& response, const std::string& sdp = "");
+  /// Further requests go into the dialog of this provisional response.
+  void JoinDialog(const SipMessage& response);
   void SendCancel(const std::string& more_headers = "");
   void SendBye(const std::string& more_headers = "");
 
@@ -53,7 +55,7 @@ class SipPeer {
   std::string Replaces() const;
   /// A further INVITE in the call, and the ACK for the final response to it.
   void SendReinvite(const std::string& sdp);
-  void AckReinvite(const SipMessage& response);
+  void AckReinvite(const SipMessage& response, const std::string& sdp = "");
 
   /// The To tag of this phone's answers from now on, "bob" before: a fork of its own for each (RFC 3261, 13.2.2.4).
   void TagAs(const std::string& tag) { tag_ = tag; }

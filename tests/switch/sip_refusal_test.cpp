@@ -29,15 +29,6 @@ TEST_F(SipRefusal, UnknownNumberIsNamedWithItsContext) {
   ExpectCallsStillWork();
 }
 
-TEST_F(SipRefusal, InviteWithoutSdpIsRefusedByItsCallId) {
-  SipMessage response = CallAndBeRefused("2000", "");
-  EXPECT_EQ(response.Status(), 488);
-  EXPECT_THAT(response.Header("Warning"), HasSubstr("399 127.0.0.1:"));
-  EXPECT_THAT(response.Header("Warning"), HasSubstr("\"an offer (SDP) is needed in the INVITE\""));
-  EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "INVITE without SDP refused with 488 (call-id call-1-"));
-  ExpectCallsStillWork();
-}
-
 TEST_F(SipRefusal, MalformedSdpIsQuoted) {
   EXPECT_EQ(CallAndBeRefused("2000", "v=0\no=- 1 1 IN IP4 127.0.0.1\nm=audio nowhere RTP/AVP 0\n").Status(), 400);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR,

@@ -28,19 +28,6 @@ std::vector<CodecMatch> Distinct(const std::vector<CodecMatch>& offered) {
   return distinct;
 }
 
-/// A payload type for telephone-events that no codec of the offer has.
-uint8_t FreePayloadType(uint8_t wanted, const std::vector<SdpPayload>& taken) {
-  auto is_taken = [&taken](uint8_t type) {
-    return std::any_of(taken.begin(), taken.end(), [type](const SdpPayload& payload) { return payload.type == type; });
-  };
-  for (uint8_t type = wanted; type <= 127; ++type) {
-    if (!is_taken(type)) return type;
-  }
-  uint8_t type = 96;
-  while (is_taken(type) && type < 127) ++type;
-  return type;
-}
-
 }  // namespace
 
 void CalledLeg::OnReleased(const std::string& ended_by) {
@@ -209,6 +196,9 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
     case DialogEvent::Kind::kReinviteRefused:
       if (renegotiation_) renegotiation_->OnRefusal(event.status);
       break;
+    case DialogEvent::Kind::kAcknowledged:
+      if (renegotiation_) renegotiation_->OnLateAnswer(event.sdp);
+      break;
     case DialogEvent::Kind::kRefer:
       if (CallingLeg* leg = Movable()) {
         leg->OnDialogEvent(event);
@@ -259,6 +249,10 @@ bool CalledLeg::AgreeOn(const std::string& sdp, SessionDescription& answer, Call
   report.agreed.local_key = wished_.local_key;
   report.agreed.remote_key = std::move(security.remote);
   if (stream.packet_time == 0) stream.packet_time = offered_packet_time_;
+  return AgreeOnCodec(stream, report);
+}
+
+bool CalledLeg::AgreeOnCodec(const SdpMedia& stream, CalledLegReport& report) {
   const SipProfile& profile = request_.agent->profile();
   CodecImplementations candidates;
   for (const switch_codec_implementation_t* codec : PreferredCodecs(RegisteredCodecs(), profile.codec_prefs)) {
@@ -274,6 +268,10 @@ bool CalledLeg::AgreeOn(const std::string& sdp, SessionDescription& answer, Call
   }
   report.agreed.codec = common.front();
   report.offered_index = OfferedIndex(common.front());
+  // Our no counts as much as theirs.
+  if (RefusesSilenceFrames(request_.offered[report.offered_index].remote)) {
+    RefuseSilenceFrames(report.agreed.codec.remote);
+  }
   AgreeOnTelephoneEvents(stream, request_.telephone_events, report.agreed);
   if (common.front().remote.type != common.front().implementation->ianacode) {
     LegLog(session_, SWITCH_LOG_WARNING,

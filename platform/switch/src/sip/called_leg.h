@@ -82,6 +82,7 @@ class CalledLeg : public CallLeg, public std::enable_shared_from_this<CalledLeg>
   bool TakeAnswer(const DialogEvent& event, CalledLegReport& report);
   void OnAnswered(const DialogEvent& event);
   bool AgreeOn(const std::string& sdp, SessionDescription& answer, CalledLegReport& report);
+  bool AgreeOnCodec(const SdpMedia& stream, CalledLegReport& report);
   void StartRenegotiation(const CalledLegReport& report);
   size_t OfferedIndex(const CodecMatch& taken) const;
   void Finish();

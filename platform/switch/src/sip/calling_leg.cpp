@@ -69,11 +69,7 @@ bool CallingLeg::ReadOffer() {
     Fail(SWITCH_CAUSE_EXCHANGE_ROUTING_ERROR, 483, "", "INVITE with Max-Forwards 0 refused" + call);
     return false;
   }
-  if (invite_.body.empty()) {
-    Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "an offer (SDP) is needed in the INVITE",
-         "INVITE without SDP refused with 488" + call);
-    return false;
-  }
+  if (invite_.body.empty()) return PrepareOwnOffer();
   if (strcasecmp(invite_.content_type.c_str(), "application/sdp") != 0) {
     Fail(SWITCH_CAUSE_SERVICE_NOT_IMPLEMENTED, 415, "application/sdp is needed",
          "INVITE with a body of type \"" + invite_.content_type + "\" refused with 415" + call);
@@ -107,6 +103,7 @@ bool CallingLeg::ChooseStream() {
     security = audio ? SecurityOfOffer(stream, profile_.media.security) : StreamSecurity{};
     const bool usable = audio && security.problem.empty();
     if (usable) common_ = CommonCodecs(stream, codecs);
+    if (!profile_.media.g729_annex_b) RefuseAnnexB(common_);
     offered += (offered.empty() ? "" : "; ") + (usable ? CodecNames(stream) : stream.kind + " over " + stream.protocol);
     if (!security.problem.empty()) offered += " (" + security.problem + ")";
   }
@@ -166,6 +163,7 @@ bool CallingLeg::EnsureMedia() {
     case LegMedia::Start::kStarted:
       break;
   }
+  if (we_offer_) return true;
   if (media_->SetRemote(SWITCH_SDP_OFFER_RECEIVED, offer_.media[stream_], offer_.session_name, agreed_)) return true;
   Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The offer could not be given to the media server");
   return false;
@@ -174,6 +172,7 @@ bool CallingLeg::EnsureMedia() {
 /// What the caller is told of its stream: once, since a provisional response and the answer have to say the same.
 bool CallingLeg::DescribeToCaller() {
   if (!told_.empty()) return true;
+  if (we_offer_) return OfferToCaller();
   LocalMedia local;
   if (!media_->GetLocalForAnswer(agreed_, local)) {
     Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The media server has no answer to the offer");
@@ -198,6 +197,7 @@ bool CallingLeg::AnswerCaller() {
   if (answered_) return true;
   if (!DescribeToCaller()) return false;
   dialog_->Answer(told_);
+  if (we_offer_ && !AwaitCallersAnswer()) return false;
   answered_ = true;
   answered_at_ = std::chrono::steady_clock::now();
   media_->MarkStart();
@@ -217,6 +217,13 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
       return;
     case DialogEvent::Kind::kReinviteRefused:
       if (renegotiation_) renegotiation_->OnRefusal(event.status);
+      return;
+    case DialogEvent::Kind::kAcknowledged:
+      if (renegotiation_) {
+        renegotiation_->OnLateAnswer(event.sdp);
+      } else {
+        callers_answer_ = event.sdp;
+      }
       return;
     case DialogEvent::Kind::kRefer:
       return OnRefer(*event.refer);

@@ -13,8 +13,8 @@
 #include "sip/call_leg.h"
 #include "sip/called_leg.h"
 #include "sip/dialplan.h"
+#include "sip/leg_handover.h"
 #include "sip/leg_media.h"
-#include "sip/referral.h"
 #include "sip/renegotiation.h"
 #include "sip/sip_agent.h"
 
@@ -37,35 +37,6 @@ struct BridgedLeg {
 
 /// The variable with the names, parted by commas, of those that called legs get too.
 constexpr const char* kExportVariable = "export_vars";
-
-/// A called leg that goes on as a calling one, everything of it handed over.
-struct AnsweredLeg {
-  switch_core_session_t* session;
-  InboundInvite identity;  ///< its far end as a caller
-  std::shared_ptr<SipDialog> dialog;
-  std::shared_ptr<const Dialplan> dialplan;
-  std::unique_ptr<LegMedia> media;
-  std::optional<Renegotiation> renegotiation;  ///< never empty
-  SessionDescription far_end;                  ///< its description; the first stream is the audio
-  std::string description;                     ///< what its far end was told
-  std::string driver;                          ///< the leg that called it
-  std::chrono::steady_clock::time_point answered_at;
-};
-
-/// Asks a leg to give up its partner, so that `asker` may have it. Nothing is given when `suits` does not hold for the
-/// call's codec.
-struct PartnerRequest {
-  std::string asker;
-  std::function<bool(const CodecMatch&)> suits;
-  std::shared_ptr<Referral> referral;
-};
-
-struct GivenPartner {
-  int status;           ///< 200, else why not
-  std::string partner;  ///< alone now
-  AgreedMedia agreed;   ///< what it speaks
-  std::shared_ptr<Referral> referral;
-};
 
 class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLeg> {
  public:
@@ -125,6 +96,12 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   void Sleep(const std::string& data);
   void Transfer(const std::string& data);
   void Bridge(const std::string& data);
+
+  bool PrepareOwnOffer();
+  void NarrowOwnOffer(const CalledLegReport& answer);
+  bool OfferToCaller();
+  bool AwaitCallersAnswer();
+  std::string TakeCallersAnswer(const std::string& sdp);
 
   bool EnsureMedia();
   enum class Attempt { kAnswered, kFailed, kOver };
@@ -198,7 +175,10 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   std::vector<CodecMatch> common_;  // its codecs that we can take, in its order
   AgreedMedia agreed_;
   std::optional<BridgedLeg> called_;
-  std::string told_;  // the description that the caller has; "" while it has none
+  bool we_offer_ = false;  // the INVITE had no description
+  LocalDescription own_offer_;
+  std::optional<std::string> callers_answer_;  // of its ACK
+  std::string told_;                           // the description that the caller has; "" while it has none
   bool answered_ = false;
   bool finished_ = false;
   std::optional<Redirection> redirection_;  // where to go when what runs now has ended

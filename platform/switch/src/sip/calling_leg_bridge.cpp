@@ -199,6 +199,8 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
 
 /// The caller hears what the called side plays before it answers.
 void CallingLeg::PassEarlyMediaOn(const CalledLegReport& report) {
+  // An offer needs an answer before anything is heard, and that comes with the ACK.
+  if (we_offer_) return dialog_->Ring(report.status);
   if (!TakeOver(report) || !DescribeToCaller()) return;
   renegotiation_->set_partner_direction(report.direction);
   dialog_->Ring(183, told_);
@@ -217,13 +219,20 @@ CallingLeg::Attempt CallingLeg::AwaitAnswer(std::chrono::seconds timeout) {
 /// Both sides run the codec that the called side took: nothing has to be converted.
 bool CallingLeg::TakeOver(const CalledLegReport& answer) {
   if (!told_.empty()) return true;
+  if (we_offer_) {
+    NarrowOwnOffer(answer);
+    return true;
+  }
   const switch_codec_implementation_t* provisional = agreed_.codec.implementation;
   const uint8_t provisional_type = agreed_.codec.remote.type;
   const SdpMedia& stream = offer_.media[stream_];
   agreed_.codec = common_[answer.offered_index];
   agreed_.codec.implementation = answer.agreed.codec.implementation;
   AgreeOnTelephoneEvents(stream, answer.agreed.HasTelephoneEvents(), agreed_);
-  if (agreed_.codec.implementation == provisional && agreed_.codec.remote.type == provisional_type) return true;
+  const bool refused = RefusesSilenceFrames(answer.agreed.codec.remote) && !RefusesSilenceFrames(agreed_.codec.remote);
+  if (refused) RefuseSilenceFrames(agreed_.codec.remote);
+  const bool same = agreed_.codec.implementation == provisional && agreed_.codec.remote.type == provisional_type;
+  if (same && !refused) return true;
   if (media_->SetRemote(SWITCH_SDP_OFFER_RECEIVED, stream, offer_.session_name, agreed_)) return true;
   Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The agreed codec could not be given to the media server");
   return false;

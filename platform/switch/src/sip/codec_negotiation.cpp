@@ -62,6 +62,12 @@ bool Named(const switch_codec_implementation_t& codec, const std::string& prefer
          (!module || (codec.modname && strcasecmp(module, codec.modname) == 0));
 }
 
+/// RFC 4856, 2.1.4 and 2.1.9.
+const char* AnnexParameter(const SdpPayload& payload) {
+  if (SameText(payload.name, "G729")) return "annexb";
+  return SameText(payload.name, "G723") ? "annexa" : nullptr;
+}
+
 void AddName(std::string& names, const std::string& name, uint32_t rate) {
   std::string entry = name + "/" + std::to_string(rate);
   if ((", " + names + ",").find(", " + entry + ",") != std::string::npos) return;
@@ -136,6 +142,18 @@ SdpPayload AnsweredPayload(const CodecMatch& match) {
   return payload;
 }
 
+uint8_t FreePayloadType(uint8_t wanted, const std::vector<SdpPayload>& taken) {
+  auto is_taken = [&taken](uint8_t type) {
+    return std::any_of(taken.begin(), taken.end(), [type](const SdpPayload& payload) { return payload.type == type; });
+  };
+  for (uint8_t type = wanted; type <= 127; ++type) {
+    if (!is_taken(type)) return type;
+  }
+  uint8_t type = 96;
+  while (is_taken(type) && type < 127) ++type;
+  return type;
+}
+
 SdpPayload TelephoneEventPayload(uint8_t type, uint32_t rate) {
   SdpPayload payload;
   payload.type = type;
@@ -158,6 +176,26 @@ std::string FmtpParameter(const std::string& fmtp, const std::string& key) {
     position = end + 1;
   }
   return "";
+}
+
+bool RefusesSilenceFrames(const SdpPayload& payload) {
+  const char* annex = AnnexParameter(payload);
+  return annex && SameText(FmtpParameter(payload.fmtp, annex), "no");
+}
+
+void RefuseSilenceFrames(SdpPayload& payload) {
+  const char* annex = AnnexParameter(payload);
+  if (!annex || RefusesSilenceFrames(payload)) return;
+  const size_t said = FmtpParameter(payload.fmtp, annex).empty() ? std::string::npos : payload.fmtp.find(annex);
+  if (said != std::string::npos) payload.fmtp.erase(said, payload.fmtp.find(';', said) - said);
+  if (!payload.fmtp.empty() && payload.fmtp.back() != ';') payload.fmtp += ';';
+  payload.fmtp += std::string(annex) + "=no";
+}
+
+void RefuseAnnexB(std::vector<CodecMatch>& matches) {
+  for (CodecMatch& match : matches) {
+    if (SameText(match.remote.name, "G729")) RefuseSilenceFrames(match.remote);
+  }
 }
 
 bool SameCodec(const switch_codec_implementation_t& a, const switch_codec_implementation_t& b) {

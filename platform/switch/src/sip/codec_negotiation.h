@@ -44,10 +44,19 @@ const SdpPayload* FindTelephoneEvent(const SdpMedia& stream, uint32_t rate);
 SdpPayload OfferedPayload(const CodecMatch& match);
 /// The payload that accepts `match`: the offerer's payload type and parameters.
 SdpPayload AnsweredPayload(const CodecMatch& match);
+/// `wanted`, or another dynamic payload type when one of `taken` has it.
+uint8_t FreePayloadType(uint8_t wanted, const std::vector<SdpPayload>& taken);
 SdpPayload TelephoneEventPayload(uint8_t type, uint32_t rate);
 
 /// The value of `key` in "key=value;key=value"; "" when it is not there.
 std::string FmtpParameter(const std::string& fmtp, const std::string& key);
+
+/// Silence frames (Annex B of G.729, Annex A of G.723.1) are sent unless somebody says no, and then by nobody: whether
+/// the parameters say so ("annexb=no"), and making them say so. Other codecs have no such parameter.
+bool RefusesSilenceFrames(const SdpPayload& payload);
+void RefuseSilenceFrames(SdpPayload& payload);
+/// The same for every G.729 of the list.
+void RefuseAnnexB(std::vector<CodecMatch>& matches);
 
 /// "PCMU/8000, G729/8000", each name once: for log lines.
 std::string CodecNames(const SdpMedia& stream);

@@ -72,7 +72,37 @@ void Renegotiation::BreakOff(const std::string& why) {
   switch_channel_hangup(switch_core_session_get_channel(leg_.session), SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
 }
 
+/// The far end wants to be offered what there is (RFC 3261, 14.1), and may answer something new.
+void Renegotiation::OnOfferWanted() {
+  if (step_ != Step::kIdle) return Refuse(kRequestPending, "the call's media is being changed already");
+  if (fax_) return leg_.dialog->AnswerReinvite(BuildAnswer(local_, remote_, stream_));
+  if (!leg_.media->GetLocalForOffer({agreed_.codec.implementation}, agreed_, local_media_)) {
+    return BreakOff("The media server has no audio stream to offer");
+  }
+  LocalDescription local = AudioDescription(local_media_);
+  local.direction = MediaDirection::kSendReceive;
+  step_ = Step::kWeOffered;
+  local_ = std::move(local);
+  leg_.dialog->AnswerReinvite(BuildAnswer(local_, remote_, stream_));
+}
+
+void Renegotiation::OnLateAnswer(const std::string& sdp) {
+  if (step_ != Step::kWeOffered) return;
+  step_ = Step::kIdle;
+  if (sdp.empty()) {
+    LegLog(leg_.session, SWITCH_LOG_WARNING, "The far end did not answer our offer; the call goes on as it was");
+    return;
+  }
+  std::string problem;
+  std::optional<SessionDescription> answer = ParseSdp(sdp, problem);
+  const MediaDirection before = audio_.direction;
+  if (answer) problem = TakeAudioAnswer(*answer);
+  if (!problem.empty()) return BreakOff("The answer to our offer cannot be taken: " + problem);
+  if (before != audio_.direction) DirectionChanged();
+}
+
 void Renegotiation::OnOffer(const std::string& sdp) {
+  if (sdp.empty()) return OnOfferWanted();
   std::string error;
   std::optional<SessionDescription> offer = ParseSdp(sdp, error);
   if (!offer) return Refuse(kNotAcceptable, "the SDP cannot be read: " + error);
@@ -101,6 +131,7 @@ bool Renegotiation::TakeAudio(const SdpMedia& stream, AgreedMedia& agreed) {
   }
   agreed = agreed_;
   agreed.codec = common.front();
+  if (RefusesSilenceFrames(agreed_.codec.remote)) RefuseSilenceFrames(agreed.codec.remote);
   AgreeOnTelephoneEvents(stream, leg_.profile->media.telephone_events, agreed);
   agreed.remote_key = std::move(security.remote);
   agreed.secure_only = agreed.remote_key.has_value();
@@ -264,25 +295,33 @@ void Renegotiation::OnImageAnswer(const SessionDescription& answer) {
   leg_.tell_partner([attributes = image.fax_attributes](Renegotiation& partner) { partner.PartnerAgreed(attributes); });
 }
 
-void Renegotiation::OnAudioAnswer(const SessionDescription& answer) {
+/// Why it cannot be taken; "" when it was.
+std::string Renegotiation::TakeAudioAnswer(const SessionDescription& answer) {
+  if (stream_ >= answer.media.size() || answer.media[stream_].port == 0) return "it refuses the audio stream";
   const SdpMedia& stream = answer.media[stream_];
   StreamSecurity security =
       SecurityOfAnswer(stream, local_.protocol, agreed_.local_key ? &*agreed_.local_key : nullptr);
   if (!stream.IsRtpAudio() || !security.problem.empty()) {
-    return BreakOff("Our offer of audio was answered with " + stream.kind + " " + security.problem);
+    return "it has " + stream.kind + " " + security.problem;
   }
   const std::vector<CodecMatch> common = CommonCodecs(stream, {agreed_.codec.implementation});
-  if (common.empty()) return BreakOff("The answer to our re-INVITE names " + CodecNames(stream));
+  if (common.empty()) return "it names " + CodecNames(stream);
   agreed_.codec = common.front();
   AgreeOnTelephoneEvents(stream, agreed_.HasTelephoneEvents(), agreed_);
   agreed_.remote_key = std::move(security.remote);
   if (!leg_.media->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, answer.session_name, agreed_)) {
-    return BreakOff("The media server refused the far end's new description");
+    return "the media server refuses it";
   }
+  remote_ = answer;
+  audio_ = remote_.media[stream_];
+  return "";
+}
+
+void Renegotiation::OnAudioAnswer(const SessionDescription& answer) {
+  const std::string problem = TakeAudioAnswer(answer);
+  if (!problem.empty()) return BreakOff("The answer to our re-INVITE cannot be taken: " + problem);
   step_ = Step::kIdle;
   fax_ = false;
-  remote_ = answer;
-  audio_ = stream;
   leg_.tell_partner([direction = audio_.direction](Renegotiation& partner) {
     partner.set_partner_direction(direction);
     partner.PartnerAgreed({});

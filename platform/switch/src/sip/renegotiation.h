@@ -46,6 +46,8 @@ class Renegotiation {
   // What the far end did.
   void OnOffer(const std::string& sdp);
   void OnAnswer(const std::string& sdp);
+  /// In its ACK, to the offer that its INVITE without one was answered with.
+  void OnLateAnswer(const std::string& sdp);
   void OnRefusal(int status);
 
   // What the partner says.
@@ -79,10 +81,13 @@ class Renegotiation {
   enum class Step {
     kIdle,
     kPartnerAsks,  ///< our far end waits for an answer until the partner's has given one
+    kWeOffered,    ///< our far end asked for an offer, and answers in its ACK
     kWeAsk,        ///< the partner waits for the answer of our far end
     kWeHold,       ///< our far end has been asked to go on hold, or to come back
   };
 
+  void OnOfferWanted();
+  std::string TakeAudioAnswer(const SessionDescription& answer);
   void OnAudioOffer(SessionDescription offer, size_t stream);
   void OnImageOffer(SessionDescription offer, size_t stream);
   bool TakeAudio(const SdpMedia& stream, AgreedMedia& agreed);

@@ -252,7 +252,10 @@ void SipAgent::OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip) {
   invite.replaced_leg = LegOfReplacesOnSipThread(sip->sip_replaces);
   invite.early_only = invite.replaces && sip->sip_replaces->rp_early_only;
   auto dialog = std::make_shared<SipDialog>(shared_from_this(), "", nullptr);
-  dialog->AdoptOnSipThread(handle, invite.body, invite.over_tcp);
+  if (!dialog->AdoptOnSipThread(handle, sip, invite.over_tcp)) {
+    nua_handle_destroy(handle);
+    return;
+  }
   handler_(invite, dialog);
 }
 

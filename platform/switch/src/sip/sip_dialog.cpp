@@ -7,6 +7,7 @@
 
 #include "sip/sip_agent.h"
 #include "sip/sip_cause.h"
+#include "sip/sip_dialog_timer.h"
 #include "sip/sip_home.h"
 #include "sip/sip_text.h"
 #include "sip/sofia.h"
@@ -64,17 +65,37 @@ void SipDialog::End(switch_call_cause_t cause, int status, std::string warning) 
       [cause, status, warning = std::move(warning)](SipDialog& self) { self.EndOnSipThread(cause, status, warning); });
 }
 
-void SipDialog::AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp, bool over_tcp) {
+SipDialog::SipDialog(std::shared_ptr<SipAgent> agent, std::string uuid, Sink sink)
+    : agent_(std::move(agent)),
+      uuid_(std::move(uuid)),
+      sink_(std::move(sink)),
+      timer_(agent_->profile().session_timer) {}
+
+bool SipDialog::AdoptOnSipThread(nua_handle_s* handle, const sip_s* sip, bool over_tcp) {
+  if (!timer_.OnRequest(TimerHeaders(sip))) {
+    nua_respond(handle, SIP_422_SESSION_TIMER_TOO_SMALL, SIPTAG_MIN_SE_STR(timer_.LeastValue().c_str()), TAG_END());
+    return false;
+  }
+  far_end_updates_ = AllowsUpdate(sip);
   handle_ = handle;
   phase_ = Phase::kIncoming;
-  remote_sdp_ = remote_sdp;
+  remote_sdp_ = Body(sip);
   nua_handle_bind(handle_, this);
   if (over_tcp) nua_set_hparams(handle_, NUTAG_M_PARAMS(kTcpContact), TAG_END());
   agent_->AddOnSipThread(shared_from_this());
+  return true;
 }
 
 void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
   if (phase_ != Phase::kNew) return;
+  invite_ = invite;
+  we_called_ = true;
+  local_sdp_ = invite.sdp;
+  SendInviteOnSipThread();
+}
+
+void SipDialog::SendInviteOnSipThread() {
+  const OutboundInvite& invite = invite_;
   Home home;
   url_t* target = url_make(home, invite.target.c_str());
   const std::string from_uri = (invite.from_user.empty() ? "" : invite.from_user + "@") + agent_->address();
@@ -93,10 +114,13 @@ void SipDialog::InviteOnSipThread(const OutboundInvite& invite) {
     return;
   }
   phase_ = Phase::kCalling;
-  we_called_ = true;
-  local_sdp_ = invite.sdp;
   agent_->AddOnSipThread(shared_from_this());
+  const std::string expires = timer_.enabled() ? timer_.RequestExpires() : "";
+  const std::string least = timer_.enabled() ? timer_.RequestLeast() : "";
   nua_invite(handle_, NUTAG_URL(target), SIPTAG_MAX_FORWARDS_STR(std::to_string(invite.max_forwards).c_str()),
+             TAG_IF(!expires.empty(), SIPTAG_SUPPORTED_STR(kSupported)),
+             TAG_IF(!expires.empty(), SIPTAG_SESSION_EXPIRES_STR(expires.c_str())),
+             TAG_IF(!least.empty(), SIPTAG_MIN_SE_STR(least.c_str())),
              TAG_IF(!invite.referred_by.empty(), SIPTAG_REFERRED_BY_STR(invite.referred_by.c_str())),
              SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(invite.sdp.c_str()), TAG_END());
 }
@@ -111,7 +135,8 @@ void SipDialog::AnswerOnSipThread(const std::string& sdp) {
   if (phase_ != Phase::kIncoming) return;
   phase_ = Phase::kUp;
   local_sdp_ = sdp;
-  nua_respond(handle_, SIP_200_OK, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(sdp.c_str()), TAG_END());
+  we_offered_ = remote_sdp_.empty();
+  AcceptOnSipThread(sdp, nullptr);
 }
 
 void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std::string& warning) {
@@ -167,6 +192,8 @@ void SipDialog::CloseOnSipThread() {
   for (su_timer_s** timer : {&glare_timer_, &cancel_timer_}) {
     if (*timer) su_timer_destroy(std::exchange(*timer, nullptr));
   }
+  StopSessionTimerOnSipThread();
+  their_update_.reset();
   nua_handle_s* handle = std::exchange(handle_, nullptr);
   if (!handle) return;
   nua_handle_bind(handle, nullptr);
@@ -186,7 +213,12 @@ void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, cons
   } else if (phase_ == Phase::kCalling && status < 300) {
     phase_ = Phase::kUp;
     remote_sdp_ = Body(sip);
+    far_end_updates_ = AllowsUpdate(sip);
+    timer_.OnAnswered(TimerHeaders(sip));
+    StartSessionTimerOnSipThread();
     if (sink_) sink_({DialogEvent::Kind::kAnswered, status, phrase, remote_sdp_, SWITCH_CAUSE_NONE, ToTag(sip)});
+  } else if (phase_ == Phase::kCalling && status == 422 && timer_.OnTooSmall(TimerHeaders(sip))) {
+    InviteAgainOnSipThread();
   } else if (phase_ == Phase::kCalling && !CameFromFarEnd(agent_->StackOnSipThread())) {
     const Unreachable unreachable = DescribeUnreachable(status, phrase, agent_->profile().timers.t1x64);
     FinishOnSipThread({DialogEvent::Kind::kUnreachable, 0, unreachable.what, "", unreachable.cause});
@@ -217,6 +249,17 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
       break;
     case nua_i_refer:
       OnReferOnSipThread(sip);
+      break;
+    case nua_i_ack:
+      if (!std::exchange(we_offered_, false)) break;
+      remote_sdp_ = Body(sip);
+      if (sink_) sink_({DialogEvent::Kind::kAcknowledged, 0, "", remote_sdp_, SWITCH_CAUSE_NONE});
+      break;
+    case nua_i_update:
+      OnUpdateOnSipThread(sip);
+      break;
+    case nua_r_update:
+      OnUpdateResponseOnSipThread(status, sip);
       break;
     case nua_i_cancel:
       FinishOnSipThread({DialogEvent::Kind::kCancelled, 487, phrase, "", CauseOf(sip, SWITCH_CAUSE_ORIGINATOR_CANCEL)});

@@ -2,32 +2,38 @@
 
 #include <switch_types.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "sip/session_timer.h"
 #include "sip/sip_refer.h"
 
 struct nua_handle_s;
 struct sip_s;
 struct su_timer_s;
+struct msg_s;
 
 /// One call as SIP sees it (RFC 3261, 12), between the leg that it belongs to and the stack on the SIP thread.
 namespace kvx_switch {
 
 class SipAgent;
+struct SavedRequest;
 
 /// What the far end did.
 struct DialogEvent {
   enum class Kind {
-    kProgress,     ///< a provisional response to our INVITE: status, perhaps a description
-    kAnswered,     ///< a 2xx to our INVITE, already acknowledged: description
-    kRefused,      ///< a final response from 300 on to our INVITE: status, cause
-    kUnreachable,  ///< our INVITE reached nobody: cause, and in words in `phrase`
-    kCancelled,    ///< the far end took its INVITE back: cause
-    kHungUp,       ///< the far end sent BYE: cause
-    kReinvite,     ///< a further INVITE that changes something: description; wants AnswerReinvite or RefuseReinvite
+    kProgress,          ///< a provisional response to our INVITE: status, perhaps a description
+    kAnswered,          ///< a 2xx to our INVITE, already acknowledged: description
+    kRefused,           ///< a final response from 300 on to our INVITE: status, cause
+    kUnreachable,       ///< our INVITE reached nobody: cause, and in words in `phrase`
+    kCancelled,         ///< the far end took its INVITE back: cause
+    kHungUp,            ///< the far end sent BYE: cause
+    kReinvite,          ///< a further INVITE that changes something: description, "" when it wants our offer; wants
+                        ///< AnswerReinvite or RefuseReinvite
+    kAcknowledged,      ///< the ACK to a 2xx of ours that had the offer: description
     kReinviteAnswered,  ///< a 2xx to our further INVITE: description
     kReinviteRefused,   ///< any other final response to it: status
     kRefer,             ///< the far end asks for a transfer, and was told 202: refer; wants NotifyReferrer
@@ -60,8 +66,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   using Sink = std::function<void(const DialogEvent& event)>;
 
   /// The dialog of the leg `uuid`.
-  SipDialog(std::shared_ptr<SipAgent> agent, std::string uuid, Sink sink)
-      : agent_(std::move(agent)), uuid_(std::move(uuid)), sink_(std::move(sink)) {}
+  SipDialog(std::shared_ptr<SipAgent> agent, std::string uuid, Sink sink);
 
   void Invite(OutboundInvite invite);
   /// 180 or 183; with a description for early media.
@@ -80,8 +85,8 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
 
   const std::shared_ptr<SipAgent>& agent() const { return agent_; }
 
-  /// Takes over an incoming INVITE's handle.
-  void AdoptOnSipThread(nua_handle_s* handle, const std::string& remote_sdp, bool over_tcp);
+  /// Takes over an incoming INVITE's handle. False when it was refused.
+  bool AdoptOnSipThread(nua_handle_s* handle, const sip_s* sip, bool over_tcp);
   void SetLegOnSipThread(const std::string& uuid, Sink sink) {
     uuid_ = uuid;
     sink_ = std::move(sink);
@@ -105,6 +110,18 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
   void OnReferOnSipThread(const sip_s* sip);
+  void AcceptOnSipThread(const std::string& sdp, const msg_s* update);
+  void RefuseTheirsOnSipThread(int status, const std::string& warning);
+  void InviteAgainOnSipThread();
+  void SendInviteOnSipThread();
+  void OnUpdateOnSipThread(const sip_s* sip);
+  void OnUpdateResponseOnSipThread(int status, const sip_s* sip);
+  void StartSessionTimerOnSipThread();
+  void StopSessionTimerOnSipThread();
+  void SetSessionTimerOnSipThread(std::chrono::milliseconds wait);
+  void OnSessionTimerOnSipThread();
+  void RefreshOnSipThread();
+  void EndUnrefreshedOnSipThread();
   void EndTheirExchangeOnSipThread();
   void DropTheirExchangeOnSipThread();
   void RepeatReinviteLaterOnSipThread();
@@ -129,7 +146,16 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   std::optional<std::string> our_offer_;  // to be sent, or sent and not answered
   int glares_ = 0;
   su_timer_s* glare_timer_ = nullptr;
-  su_timer_s* cancel_timer_ = nullptr;  // runs from our CANCEL on
+  su_timer_s* cancel_timer_ = nullptr;          // runs from our CANCEL on
+  OutboundInvite invite_;                       // of a call of ours
+  std::shared_ptr<SavedRequest> their_update_;  // while kTheirs, when it is no INVITE
+  SessionTimer timer_;
+  su_timer_s* session_timer_ = nullptr;
+  std::chrono::steady_clock::time_point refreshed_at_;
+  bool far_end_updates_ = false;  // it allows UPDATE
+  bool we_offered_ = false;       // in a 2xx to their INVITE; the ACK has the answer
+  bool updating_ = false;         // an UPDATE of ours waits for its answer
+  bool refreshing_ = false;       // our_offer_ changes nothing; the leg knows nothing of it
 };
 
 }  // namespace kvx_switch

@@ -7,6 +7,7 @@
 #include "sip/sip_agent.h"
 #include "sip/sip_cause.h"
 #include "sip/sip_dialog.h"
+#include "sip/sip_dialog_timer.h"
 #include "sip/sip_text.h"
 #include "sip/sofia.h"
 
@@ -29,6 +30,7 @@ unsigned GlareWait(bool we_called) {
 void SipDialog::Reinvite(std::string sdp) {
   PostSelf([sdp = std::move(sdp)](SipDialog& self) {
     self.our_offer_ = sdp;
+    self.refreshing_ = false;
     self.glares_ = 0;
     self.SendReinviteOnSipThread();
   });
@@ -37,10 +39,10 @@ void SipDialog::Reinvite(std::string sdp) {
 void SipDialog::AnswerReinvite(std::string sdp) {
   PostSelf([sdp = std::move(sdp)](SipDialog& self) {
     if (self.phase_ != Phase::kUp || self.exchange_ != Exchange::kTheirs) return;
-    self.remote_sdp_ = std::exchange(self.their_offer_, {});
+    self.we_offered_ = self.their_offer_.empty();
+    if (!self.we_offered_) self.remote_sdp_ = std::exchange(self.their_offer_, {});
     self.local_sdp_ = sdp;
-    nua_respond(self.handle_, SIP_200_OK, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(sdp.c_str()),
-                TAG_END());
+    self.AcceptOnSipThread(sdp, self.their_update_ ? self.their_update_->Message() : nullptr);
     self.EndTheirExchangeOnSipThread();
   });
 }
@@ -48,14 +50,14 @@ void SipDialog::AnswerReinvite(std::string sdp) {
 void SipDialog::RefuseReinvite(int status, std::string warning) {
   PostSelf([status, warning = std::move(warning)](SipDialog& self) {
     if (self.phase_ != Phase::kUp || self.exchange_ != Exchange::kTheirs) return;
-    const std::string value = "399 " + self.agent_->address() + " " + Quoted(warning);
-    nua_respond(self.handle_, status, PhraseOfStatus(status), SIPTAG_WARNING_STR(value.c_str()), TAG_END());
+    self.RefuseTheirsOnSipThread(status, warning);
     self.EndTheirExchangeOnSipThread();
   });
 }
 
 void SipDialog::EndTheirExchangeOnSipThread() {
   exchange_ = Exchange::kNone;
+  their_update_.reset();
   if (our_offer_ && !glare_timer_) SendReinviteOnSipThread();
 }
 
@@ -63,13 +65,19 @@ void SipDialog::EndTheirExchangeOnSipThread() {
 void SipDialog::DropTheirExchangeOnSipThread() {
   if (exchange_ != Exchange::kTheirs) return;
   exchange_ = Exchange::kNone;
-  nua_respond(handle_, SIP_487_REQUEST_CANCELLED, TAG_END());
+  RefuseTheirsOnSipThread(487, "");
+  their_update_.reset();
 }
 
 void SipDialog::SendReinviteOnSipThread() {
   if (phase_ != Phase::kUp || exchange_ != Exchange::kNone || !our_offer_) return;
   exchange_ = Exchange::kOurs;
-  nua_invite(handle_, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(our_offer_->c_str()), TAG_END());
+  const std::string expires = timer_.enabled() ? timer_.RequestExpires() : "";
+  const std::string least = timer_.enabled() ? timer_.RequestLeast() : "";
+  nua_invite(handle_, TAG_IF(!expires.empty(), SIPTAG_SUPPORTED_STR(kSupported)),
+             TAG_IF(!expires.empty(), SIPTAG_SESSION_EXPIRES_STR(expires.c_str())),
+             TAG_IF(!least.empty(), SIPTAG_MIN_SE_STR(least.c_str())), SIPTAG_CONTENT_TYPE_STR(kSdpType),
+             SIPTAG_PAYLOAD_STR(our_offer_->c_str()), TAG_END());
 }
 
 /// One that changes nothing, as sent to refresh a session, is answered with what was agreed.
@@ -81,9 +89,10 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
     nua_respond(handle_, SIP_491_REQUEST_PENDING, TAG_END());
   } else if (exchange_ == Exchange::kTheirs) {
     nua_respond(handle_, SIP_500_INTERNAL_SERVER_ERROR, SIPTAG_RETRY_AFTER_STR("5"), TAG_END());
-  } else if (offer.empty() || offer == remote_sdp_) {
-    nua_respond(handle_, SIP_200_OK, SIPTAG_CONTENT_TYPE_STR(kSdpType), SIPTAG_PAYLOAD_STR(local_sdp_.c_str()),
-                TAG_END());
+  } else if (!timer_.OnRequest(TimerHeaders(sip))) {
+    nua_respond(handle_, SIP_422_SESSION_TIMER_TOO_SMALL, SIPTAG_MIN_SE_STR(timer_.LeastValue().c_str()), TAG_END());
+  } else if (!offer.empty() && offer == remote_sdp_) {
+    AcceptOnSipThread(local_sdp_, nullptr);
   } else {
     exchange_ = Exchange::kTheirs;
     their_offer_ = offer;
@@ -95,7 +104,13 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
   if (status < 200) return;
   exchange_ = Exchange::kNone;
   if (status == 491 && ++glares_ <= kMostGlares) return RepeatReinviteLaterOnSipThread();
+  if (status == 422 && timer_.OnTooSmall(TimerHeaders(sip))) return SendReinviteOnSipThread();
+  if (status < 300) {
+    timer_.OnAnswered(TimerHeaders(sip));
+    StartSessionTimerOnSipThread();
+  }
   const std::string offered = std::exchange(our_offer_, std::nullopt).value_or("");
+  if (std::exchange(refreshing_, false)) return;
   DialogEvent event{DialogEvent::Kind::kReinviteRefused, status, phrase, "", SWITCH_CAUSE_NONE};
   if (status < 300) {
     local_sdp_ = offered;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "sip/session_timer.h"
 #include "sip/srtp_keys.h"
 
 /// A SIP address to serve and what holds for every call through it: one file of conf/sip_profiles. Values only.
@@ -56,6 +57,7 @@ struct SipProfile {
   std::string access_list;               ///< of acl.conf.xml: who may call; empty: everybody
   uint32_t leg_timeout_seconds = 60;     ///< how long a called leg may ring
   std::vector<std::string> codec_prefs;  ///< NAME@20i@8000h; empty: every registered codec
+  SessionTimerSettings session_timer;
   MediaSettings media;
 
   bool IsIpv6() const { return sip_address.find(':') != std::string::npos; }

@@ -14,7 +14,7 @@ namespace kvx_switch {
 
 namespace {
 
-constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER";
+constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER, UPDATE";
 
 /// What the system says when it is asked to bind; empty when it does.
 std::string TryToBind(int type, const sockaddr_storage& address, socklen_t length) {
@@ -73,7 +73,7 @@ nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, co
   // otherwise have all the descriptors that there are.
   nua_t* nua = nua_create(root, callback, agent, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
                           NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                          NUTAG_APPL_METHOD("INVITE, REFER"), NTATAG_MAXSIZE(kLargestMessage),
+                          NUTAG_MIN_SE(1), NUTAG_APPL_METHOD("INVITE, REFER, UPDATE"), NTATAG_MAXSIZE(kLargestMessage),
                           NTATAG_SIP_T1(profile.timers.t1), NTATAG_SIP_T1X64(profile.timers.t1x64),
                           NTATAG_SIP_T2(profile.timers.t2), NTATAG_SIP_T4(profile.timers.t4),
                           TPTAG_TIMEOUT(profile.timers.t1x64), TPTAG_IDLE(profile.tcp_idle_seconds * 1000),

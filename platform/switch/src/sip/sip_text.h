@@ -8,6 +8,8 @@ struct sip_s;
 namespace kvx_switch {
 
 constexpr const char* kSdpType = "application/sdp";
+/// Extensions that we know, where session timers are on.
+constexpr const char* kSupported = "replaces, timer";
 
 /// The message's body, "" when there is none.
 std::string Body(const sip_s* sip);

@@ -1,0 +1,241 @@
+// Session timers (RFC 4028) and UPDATE (RFC 3311) between real dialogs.
+
+#include <switch.h>
+
+#include <chrono>
+
+#include "sip_call_fixture.h"
+
+namespace kvx_switch {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kUlaw = SipPeer::Sdp("0");
+
+class SipSessionTimer : public SipCall {
+ protected:
+  void WithTwoSeconds() {
+    Profile("<param name=\"session-timeout\" value=\"2\"/><param name=\"minimum-session-expires\" value=\"1\"/>");
+    StopSipSide();
+    StartSipSide();
+  }
+
+  /// A call with these headers in alice's INVITE and in bob's 200; her 200.
+  SipMessage Connect(const std::string& alices, const std::string& bobs) {
+    const size_t bridges = media_->Count("A bridge");
+    alice_.SendInvite("2000", kUlaw, alices);
+    std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+    EXPECT_TRUE(invite);
+    bobs_invite_ = invite.value_or(SipMessage{});
+    bob_.Reply(bobs_invite_, 200, bobs, kUlaw);
+    EXPECT_TRUE(bob_.AwaitRequest("ACK"));
+    std::optional<SipMessage> response = alice_.AwaitResponse();
+    EXPECT_TRUE(response && response->Status() == 200);
+    if (response) alice_.SendAck(*response);
+    EXPECT_TRUE(media_->WaitFor("A bridge", bridges + 1));
+    return response.value_or(SipMessage{});
+  }
+
+  SipMessage Update(const std::string& headers, const std::string& sdp = "") {
+    alice_.SendInCall("UPDATE", headers, sdp);
+    return alice_.AwaitResponse("UPDATE").value_or(SipMessage{});
+  }
+
+  std::string ReasonOfBye(SipPeer& peer) {
+    std::optional<SipMessage> bye = peer.AwaitRequest("BYE");
+    if (!bye) return "none";
+    peer.Reply(*bye, 200);
+    return bye->Header("Reason");
+  }
+};
+
+// On bob's side the phone refreshes; nobody in these tests wants his timer.
+constexpr const char* kBobRefreshesLater = "Require: timer\nSession-Expires: 600;refresher=uas\n";
+
+TEST_F(SipSessionTimer, BothSidesAreToldTheInterval) {
+  SipMessage answer = Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", kBobRefreshesLater);
+  EXPECT_EQ(answer.Header("Session-Expires"), "600;refresher=uac");
+  EXPECT_THAT(answer.Header("Require"), HasSubstr("timer"));
+  EXPECT_EQ(bobs_invite_.Header("Session-Expires"), "1800");
+  EXPECT_EQ(bobs_invite_.Header("Min-SE"), "120");
+  EXPECT_THAT(bobs_invite_.Header("Supported"), HasSubstr("timer"));
+  EXPECT_THAT(bobs_invite_.Header("Allow"), HasSubstr("UPDATE"));
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, SwitchedOffNothingIsSaid) {
+  Profile("<param name=\"enable-timer\" value=\"false\"/>");
+  StopSipSide();
+  StartSipSide();
+  SipMessage answer = Connect("Supported: timer\nSession-Expires: 30\n", "");
+  EXPECT_EQ(answer.Header("Session-Expires"), "");
+  EXPECT_EQ(bobs_invite_.Header("Session-Expires"), "");
+  EXPECT_THAT(bobs_invite_.Header("Supported"), Not(HasSubstr("timer")));
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, AnIntervalThatIsTooSmallIsRefused) {
+  SipMessage refusal = CallAndBeRefused("2000", kUlaw, "Supported: timer\nSession-Expires: 60\n");
+  EXPECT_EQ(refusal.Status(), 422);
+  EXPECT_EQ(refusal.Header("Min-SE"), "120");
+  Connect("", kBobRefreshesLater);
+  refusal = Update("Supported: timer\nSession-Expires: 60\n");
+  EXPECT_EQ(refusal.Status(), 422);
+  EXPECT_EQ(refusal.Header("Min-SE"), "120");
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, APhoneThatWantsMoreIsAskedAgain) {
+  alice_.SendInvite("2000", kUlaw);
+  std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+  for (int i = 0; i < 6 && invite && invite->Header("Session-Expires") != "3600"; ++i) {
+    bob_.Reply(*invite, 422, "Min-SE: 3600\n");
+    invite = bob_.AwaitRequest("INVITE");
+  }
+  ASSERT_TRUE(invite);
+  EXPECT_EQ(invite->Header("Session-Expires"), "3600");
+  EXPECT_EQ(invite->Header("Min-SE"), "3600");
+  bob_.Reply(*invite, 200, kBobRefreshesLater, kUlaw);
+  std::optional<SipMessage> response = alice_.AwaitResponse();
+  ASSERT_TRUE(response && response->Status() == 200);
+  alice_.SendAck(*response);
+  EXPECT_TRUE(media_->WaitFor("A bridge", 1));
+}
+
+TEST_F(SipSessionTimer, APhoneThatFallsSilentIsHungUp) {
+  WithTwoSeconds();
+  const auto start = steady_clock::now();
+  Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
+  EXPECT_THAT(ReasonOfBye(alice_), HasSubstr("Q.850;cause=102"));
+  EXPECT_GE(steady_clock::now() - start, milliseconds(1600));
+  EXPECT_THAT(ReasonOfBye(bob_), HasSubstr("Q.850;cause=102"));
+  EXPECT_TRUE(NoLegsLeft());
+  EXPECT_TRUE(Logged(SWITCH_LOG_NOTICE, "was not refreshed in time"));
+}
+
+TEST_F(SipSessionTimer, AnUpdateKeepsTheCall) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
+  SipMessage answer = Update("Supported: timer\nSession-Expires: 2;refresher=uac\n");
+  EXPECT_EQ(answer.Status(), 200);
+  EXPECT_EQ(answer.Header("Session-Expires"), "2;refresher=uac");
+  EXPECT_EQ(answer.body, "");
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
+  EXPECT_EQ(media_->Count("A set_media"), 1u);
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, AnInviteThatChangesNothingKeepsTheCall) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
+  alice_.SendReinvite(kUlaw);
+  std::optional<SipMessage> answer = alice_.AwaitResponse();
+  ASSERT_TRUE(answer);
+  alice_.AckReinvite(*answer);
+  EXPECT_EQ(answer->Status(), 200);
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
+  EXPECT_EQ(media_->Count("A set_media"), 1u);
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, WeRefreshWithUpdateWhereThePhoneAllowsIt) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "Allow: INVITE, ACK, BYE, UPDATE\n");
+  for (int i = 0; i < 3; ++i) {
+    std::optional<SipMessage> update = bob_.AwaitRequest("UPDATE");
+    ASSERT_TRUE(update);
+    EXPECT_EQ(update->body, "");
+    EXPECT_EQ(update->Header("Session-Expires"), "2;refresher=uac");
+    bob_.Reply(*update, 200, "Session-Expires: 2;refresher=uac\n");
+  }
+  EXPECT_EQ(media_->Count("B set_media"), 1u);
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, WeRefreshWithTheSameDescriptionElsewhere) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "");
+  for (int i = 0; i < 3; ++i) {
+    std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+    ASSERT_TRUE(invite);
+    EXPECT_EQ(invite->body, bobs_invite_.body);
+    bob_.Reply(*invite, 200, "", kUlaw);
+    EXPECT_TRUE(bob_.AwaitRequest("ACK"));
+  }
+  EXPECT_EQ(media_->Count("B set_media") + media_->Count("B get_media"), 2u);
+  EXPECT_EQ(media_->Count("A bridge"), 1u);
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, WeRefreshTheCallerToo) {
+  WithTwoSeconds();
+  SipMessage answer = Connect("Supported: timer\nSession-Expires: 2;refresher=uas\n", kBobRefreshesLater);
+  EXPECT_EQ(answer.Header("Session-Expires"), "2;refresher=uas");
+  std::optional<SipMessage> invite = alice_.AwaitRequest("INVITE");
+  ASSERT_TRUE(invite);
+  EXPECT_EQ(invite->body, answer.body);
+  EXPECT_THAT(invite->Header("Session-Expires"), testing::StartsWith("2"));
+  alice_.Reply(*invite, 200, "Session-Expires: 2;refresher=uac\n", kUlaw);
+  EXPECT_TRUE(alice_.AwaitRequest("ACK"));
+}
+
+TEST_F(SipSessionTimer, ARefreshThatNobodyAnswersEndsTheCall) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "Allow: INVITE, ACK, BYE, UPDATE\n");
+  EXPECT_TRUE(bob_.AwaitRequest("UPDATE"));
+  EXPECT_THAT(ReasonOfBye(alice_), HasSubstr("Q.850;cause=102"));
+  EXPECT_TRUE(NoLegsLeft());
+}
+
+TEST_F(SipSessionTimer, ARefreshThatFindsNoCallEndsIt) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "Allow: INVITE, ACK, BYE, UPDATE\n");
+  std::optional<SipMessage> update = bob_.AwaitRequest("UPDATE");
+  ASSERT_TRUE(update);
+  bob_.Reply(*update, 481);
+  EXPECT_THAT(ReasonOfBye(alice_), HasSubstr("Q.850;cause=102"));
+  EXPECT_TRUE(NoLegsLeft());
+}
+
+TEST_F(SipSessionTimer, AnUpdateWithADescriptionIsLikeAFurtherInvite) {
+  Connect("", kBobRefreshesLater);
+  SipMessage answer = Update("", SipPeer::Sdp("0", "a=sendonly\n"));
+  EXPECT_EQ(answer.Status(), 200);
+  EXPECT_THAT(answer.body, HasSubstr("a=recvonly\r\n"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  EXPECT_EQ(media_->Of("A bridge").direction, RTPDIR_RECEIVE);
+  EXPECT_EQ(Update("", SipPeer::Sdp("8")).Status(), 488);
+  EXPECT_EQ(Update("", kUlaw).Status(), 200);
+  EXPECT_TRUE(media_->WaitFor("A bridge", 3));
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, BeforeTheAnswerADescriptionIsTooEarly) {
+  CallBob(kUlaw);
+  bob_.Reply(bobs_invite_, 180);
+  std::optional<SipMessage> ringing = alice_.AwaitResponse();
+  ASSERT_TRUE(ringing && ringing->Status() == 180);
+  alice_.JoinDialog(*ringing);
+  EXPECT_EQ(Update("").Status(), 200);
+  SipMessage refusal = Update("", SipPeer::Sdp("0", "a=sendonly\n"));
+  EXPECT_EQ(refusal.Status(), 500) << "her own offer has no answer yet";
+  EXPECT_NE(refusal.Header("Retry-After"), "");
+  bob_.SendInCallAsCalled(bobs_invite_, "UPDATE", "", SipPeer::Sdp("0", "a=sendonly\n"));
+  EXPECT_EQ(bob_.AwaitResponse("UPDATE")->Status(), 491) << "our offer has no answer yet";
+  alice_.SendCancel();
+  EXPECT_TRUE(alice_.AwaitResponse("CANCEL"));
+  std::optional<SipMessage> cancel = bob_.AwaitRequest("CANCEL");
+  ASSERT_TRUE(cancel);
+  bob_.Reply(*cancel, 200);
+  bob_.Reply(bobs_invite_, 487);
+  EXPECT_TRUE(NoLegsLeft());
+}
+
+}  // namespace
+}  // namespace kvx_switch
