@@ -14,13 +14,13 @@ namespace bench {
 namespace {
 
 const std::vector<Group>& Groups() {
-  static const std::vector<Group> groups{{"forwarding", CompareForwarding},
-                                         {"srtp", CompareSrtp},
-                                         {"steady", CompareSteadyWork},
-                                         {"module", CompareModule},
-                                         {"control", CompareControl}};
+  static const std::vector<Group> groups{{"forwarding", CompareForwarding}, {"srtp", CompareSrtp},
+                                         {"steady", CompareSteadyWork},     {"module", CompareModule},
+                                         {"control", CompareControl},       {"calls", CompareCallSetup}};
   return groups;
 }
+
+constexpr int kByMode = 0;  // how many rounds
 
 struct Options {
   Settings settings;
@@ -38,8 +38,7 @@ struct Options {
 }
 
 void TakeQuick(Options& options) {
-  options.run.mode = "quick";
-  options.settings.rounds = 2;
+  if (options.settings.rounds == kByMode) options.settings.rounds = 2;
   options.settings.trial_seconds = 0.7;
   options.settings.steady_seconds = 2;
 }
@@ -47,10 +46,11 @@ void TakeQuick(Options& options) {
 Options Read(const std::vector<std::string>& words) {
   Options options;
   options.run.mode = "full";
+  options.settings.rounds = kByMode;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
     if (word == "--quick") {
-      TakeQuick(options);
+      options.run.mode = "quick";
       continue;
     }
     if (i + 1 == words.size()) Usage("\"" + word + "\" is unknown or lacks its value");
@@ -70,6 +70,8 @@ Options Read(const std::vector<std::string>& words) {
     else
       Usage("unknown option \"" + word + "\"");
   }
+  if (options.run.mode == "quick") TakeQuick(options);
+  if (options.settings.rounds == kByMode) options.settings.rounds = 5;
   if (options.settings.output.empty() || options.settings.rounds < 1) Usage("--out is missing or --rounds below 1");
   return options;
 }

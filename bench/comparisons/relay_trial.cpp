@@ -31,6 +31,8 @@ RelayRun Weigh(Figures f, double rate, double seconds, double cpu_seconds) {
   run.rate = rate;
   if (sent > 0) run.loss = (sent - received - f["own_drops"]) / sent;
   if (sent > 0) run.backlog = f["late"] / sent;
+  // What the former run left would be taken for this one's.
+  if (f["quiet"] == 0) run.backlog = 1;
   if (received > 0) run.cpu_us_per_packet = 1e6 * cpu_seconds / received;
   run.p50_us = f["p50_us"];
   run.p99_us = f["p99_us"];

@@ -47,5 +47,6 @@ Comparisons CompareSrtp(const Settings& settings);
 Comparisons CompareSteadyWork(const Settings& settings);  ///< cost and delay at 50,000 packets/s
 Comparisons CompareModule(const Settings& settings);
 Comparisons CompareControl(const Settings& settings);
+Comparisons CompareCallSetup(const Settings& settings);  ///< rate and cost of calls
 
 }  // namespace bench

@@ -27,6 +27,7 @@ constexpr int64_t kQuietNs = 100'000'000, kLongestWaitNs = 5'000'000'000;
 
 struct Outcome {
   uint64_t planned = 0, sent = 0, refused = 0, in_time = 0, late = 0, strange = 0, own_drops = 0;
+  bool quiet = true;  // before
   int64_t lateness_ns = 0, longest_lateness_ns = 0;
   std::vector<int64_t> delays;
 };
@@ -41,7 +42,7 @@ class Run {
     outcome_.planned = planned_;
     ends_.BeginRun(stamped, static_cast<std::size_t>(planned_ / ends_.count() + 1));
     if (stamped) outcome_.delays.reserve(planned_);
-    AwaitQuiet();
+    outcome_.quiet = AwaitQuiet();
     const uint64_t drops = ends_.OwnDrops();
     Pace();
     TakeIn(outcome_.in_time);
@@ -52,15 +53,19 @@ class Run {
   }
 
  private:
-  void AwaitQuiet() {
+  /// False when the relay still has packets of the former run.
+  bool AwaitQuiet() {
     const int64_t start = MonotonicNs();
     int64_t last = start;
-    for (int64_t now = start; now < last + kQuietNs && now < start + kLongestWaitNs; now = MonotonicNs()) {
+    int64_t now = start;
+    for (; now < last + kQuietNs && now < start + kLongestWaitNs; now = MonotonicNs()) {
       uint64_t came = 0, strange = outcome_.strange;
       TakeIn(came);
       if (came > 0 || outcome_.strange > strange) last = MonotonicNs();
     }
     outcome_.strange = 0;
+    outcome_.delays.clear();
+    return now < start + kLongestWaitNs;
   }
 
   void Pace() {
@@ -112,15 +117,16 @@ double Percentile(std::vector<int64_t>& values, double share) {
 
 void Report(Outcome outcome) {
   char line[512];
-  std::snprintf(line, sizeof line,
-                "result planned %llu sent %llu refused %llu in_time %llu late %llu strange %llu own_drops %llu "
-                "lateness_us %.1f longest_lateness_us %.1f p50_us %.2f p99_us %.2f",
-                static_cast<unsigned long long>(outcome.planned), static_cast<unsigned long long>(outcome.sent),
-                static_cast<unsigned long long>(outcome.refused), static_cast<unsigned long long>(outcome.in_time),
-                static_cast<unsigned long long>(outcome.late), static_cast<unsigned long long>(outcome.strange),
-                static_cast<unsigned long long>(outcome.own_drops), static_cast<double>(outcome.lateness_ns) / 1000,
-                static_cast<double>(outcome.longest_lateness_ns) / 1000, Percentile(outcome.delays, 0.5),
-                Percentile(outcome.delays, 0.99));
+  std::snprintf(
+      line, sizeof line,
+      "result quiet %d planned %llu sent %llu refused %llu in_time %llu late %llu strange %llu own_drops %llu "
+      "lateness_us %.1f longest_lateness_us %.1f p50_us %.2f p99_us %.2f",
+      outcome.quiet ? 1 : 0, static_cast<unsigned long long>(outcome.planned),
+      static_cast<unsigned long long>(outcome.sent), static_cast<unsigned long long>(outcome.refused),
+      static_cast<unsigned long long>(outcome.in_time), static_cast<unsigned long long>(outcome.late),
+      static_cast<unsigned long long>(outcome.strange), static_cast<unsigned long long>(outcome.own_drops),
+      static_cast<double>(outcome.lateness_ns) / 1000, static_cast<double>(outcome.longest_lateness_ns) / 1000,
+      Percentile(outcome.delays, 0.5), Percentile(outcome.delays, 0.99));
   Answer(line);
 }
 
