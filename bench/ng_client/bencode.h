@@ -1,0 +1,64 @@
+/// Values in bencode, the notation of rtpengine's "ng" control protocol, written and read.
+///
+/// What is read comes from the network: Decode accepts what the notation allows and nothing else, and is bounded in
+/// depth whatever it is given. Dictionaries are written in the order of their keys and accepted in any.
+///
+/// Plain values without shared state; any thread.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace rtpengine_ng {
+
+class Bencode {
+ public:
+  using List = std::vector<Bencode>;
+  using Dictionary = std::map<std::string, Bencode>;
+
+  Bencode(int64_t number) : value_(number) {}
+  Bencode(std::string text) : value_(std::move(text)) {}
+  Bencode(const char* text) : value_(std::string(text)) {}
+  Bencode(List list) : value_(std::move(list)) {}
+  Bencode(Dictionary dictionary) : value_(std::move(dictionary)) {}
+
+  Bencode& operator=(int64_t number) { return Set(number); }
+  Bencode& operator=(std::string text) { return Set(std::move(text)); }
+  Bencode& operator=(List list) { return Set(std::move(list)); }
+  Bencode& operator=(Dictionary dictionary) { return Set(std::move(dictionary)); }
+
+  // Null when it is of another kind.
+  const int64_t* Number() const { return std::get_if<int64_t>(&value_); }
+  const std::string* Text() const { return std::get_if<std::string>(&value_); }
+  const List* Items() const { return std::get_if<List>(&value_); }
+  const Dictionary* Entries() const { return std::get_if<Dictionary>(&value_); }
+
+  bool operator==(const Bencode& other) const { return value_ == other.value_; }
+
+ private:
+  template <typename T>
+  Bencode& Set(T value) {
+    value_ = std::move(value);
+    return *this;
+  }
+
+  std::variant<int64_t, std::string, List, Dictionary> value_;
+};
+
+/// Lists and dictionaries in each other: deeper is refused.
+constexpr int kBencodeDepth = 16;
+
+std::string EncodeBencode(const Bencode& value);
+/// One value and nothing behind it. None when text is not that; error then says what is wrong, and at which octet.
+std::optional<Bencode> DecodeBencode(std::string_view text, std::string& error);
+
+/// The text under that key; empty when there is none, or no text.
+std::string TextOf(const Bencode::Dictionary& dictionary, const std::string& key);
+
+}  // namespace rtpengine_ng
