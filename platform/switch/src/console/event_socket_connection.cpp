@@ -60,13 +60,16 @@ bool EventSocketConnection::Read() {
   return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
 }
 
+/// Before the answer that ends the connection come the events that wait: they were promised.
 bool EventSocketConnection::AnswerRequests() {
   while (!dialogue_.over() && !stop_.Raised()) {
     EventSocketRequest request;
     const EventSocketRequestParser::Result result = parser_.Next(request);
     if (result == EventSocketRequestParser::Result::kMore) return true;
     const bool readable = result == EventSocketRequestParser::Result::kRequest;
-    if (!Send(readable ? dialogue_.Answer(request) : dialogue_.AnswerUnreadable(result))) return false;
+    std::string answer = readable ? dialogue_.Answer(request) : dialogue_.AnswerUnreadable(result);
+    if (dialogue_.over()) answer.insert(0, outbox_.Take(std::numeric_limits<size_t>::max()));
+    if (!Send(answer)) return false;
     if (dialogue_.logged_in()) parser_.SetLimits(kAfterLogin);
   }
   return true;
