@@ -127,14 +127,31 @@ bool CallingLeg::AskForPartner() {
       return SameCodec(*match.implementation, *theirs.implementation);
     });
   };
+  DrainTasks(session_);
+  if (switch_channel_down(channel_)) return false;
   RequestPartner(invite_.replaced_leg, request);
   request = {};
   const auto deadline = std::chrono::steady_clock::now() + kPartingPatience;
-  ServeUntil(session_, deadline, [this] { return given_.has_value(); });
+  // Also when the caller gives up meanwhile: what was taken has to be given back.
+  ServeAfterHangup(session_, deadline, [this] { return given_.has_value(); });
+  if (switch_channel_down(channel_)) return false;
   if (given_ && given_->status == 200) return true;
   const int status = given_ ? given_->status : 481;
   Fail(SWITCH_CAUSE_CALL_REJECTED, status, "", "INVITE with Replaces refused with " + std::to_string(status));
   return false;
+}
+
+/// This leg ends before it could take the place: the two that were parted for it are joined again.
+void CallingLeg::GiveBack(const GivenPartner& given) {
+  if (given.status != 200) return;
+  const std::string owner = given.referral->leaving().back();
+  given.referral->Refuse(487);
+  auto again = std::make_shared<Referral>(nullptr, 0, std::vector<std::string>{});
+  again->Strand(owner);
+  again->Strand(given.partner);
+  Post(owner, [move = Move{"", given.partner, again, "", ""}](CallLeg& leg) {
+    if (CallingLeg* movable = leg.Movable()) movable->GoTo(move);
+  });
 }
 
 /// An INVITE that takes the place of another leg (RFC 3891, 3).
@@ -146,7 +163,8 @@ void CallingLeg::TakeThePlace() {
     return Fail(SWITCH_CAUSE_USER_BUSY, 486, "", "INVITE with Replaces refused with 486: the call is answered");
   }
   LegLog(session_, SWITCH_LOG_INFO, "Takes the place of leg " + invite_.replaced_leg);
-  if (!AskForPartner() || !EnsureMedia()) return;
+  // The other call is touched last, when nothing of ours stands in the way.
+  if (!EnsureMedia() || !AskForPartner()) return;
   CalledLegReport as{};
   as.agreed = given_->agreed;
   while (!SameCodec(*common_[as.offered_index].implementation, *as.agreed.codec.implementation)) ++as.offered_index;

@@ -188,7 +188,7 @@ void CalledLeg::OnDialogEvent(const DialogEvent& event) {
       if (switch_channel_up(channel_)) OnAnswered(event);
       break;
     case DialogEvent::Kind::kReinvite:
-      if (renegotiation_) renegotiation_->OnOffer(event.sdp);
+      renegotiation_ ? renegotiation_->OnOffer(event.sdp) : dialog_->RefuseReinvite(491, "the call is being set up");
       break;
     case DialogEvent::Kind::kReinviteAnswered:
       if (renegotiation_) renegotiation_->OnAnswer(event.sdp);
@@ -324,7 +324,9 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   LogAnswered(session_, report.agreed);
   StartRenegotiation(report);
   request_.report(report);
-  if (request_.answered) Movable()->SendTo(*request_.answered);
+  if (!request_.answered) return;
+  // It may have been hung up meanwhile, by an operator for one.
+  if (CallingLeg* leg = Movable()) leg->SendTo(*request_.answered);
 }
 
 void CalledLeg::StartRenegotiation(const CalledLegReport& report) {

@@ -210,7 +210,7 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
   if (finished_) return;
   switch (event.kind) {
     case DialogEvent::Kind::kReinvite:
-      if (renegotiation_) renegotiation_->OnOffer(event.sdp);
+      renegotiation_ ? renegotiation_->OnOffer(event.sdp) : dialog_->RefuseReinvite(491, "the call is being set up");
       return;
     case DialogEvent::Kind::kReinviteAnswered:
       if (renegotiation_) renegotiation_->OnAnswer(event.sdp);
@@ -246,7 +246,9 @@ void CallingLeg::StartRenegotiation(LocalDescription description) {
 
 /// The bridge to a direction; nothing before there is one, which then begins with that direction.
 bool CallingLeg::Turn(RTPDirection direction) {
-  return !media_->bridged() || media_->Bridge(direction);
+  // A called leg that has just been hung up is on its way to say so.
+  if (!media_->bridged() || !CalledLegIsUp()) return true;
+  return media_->Bridge(direction);
 }
 
 /// Ends the called leg, if there is one, and lets it have its media to itself again.
@@ -269,6 +271,7 @@ void CallingLeg::Finish() {
   when_alone_ = nullptr;
   move_.reset();
   next_.reset();
+  if (given_) GiveBack(*given_);
   given_.reset();
   media_.reset();
   LogHungUp(session_, ended_by_, answered_, answered_at_);

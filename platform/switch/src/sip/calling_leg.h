@@ -152,6 +152,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   void MoveSucceeded();
   void TakeThePlace();
   bool AskForPartner();
+  static void GiveBack(const GivenPartner& given);
   static void RequestPartner(const std::string& owner, const PartnerRequest& request);
   void EndAsPartner(switch_call_cause_t cause);
 

@@ -186,7 +186,7 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
       break;
     case CalledLegReport::Kind::kAnswered:
       called_->answer = report;
-      if (renegotiation_) renegotiation_->set_partner_direction(report.direction);
+      if (renegotiation_) renegotiation_->PartnerDirection(report.direction);
       break;
     case CalledLegReport::Kind::kEnded:
       called_->ended = true;
@@ -201,11 +201,14 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
 void CallingLeg::PassEarlyMediaOn(const CalledLegReport& report) {
   // An offer needs an answer before anything is heard, and that comes with the ACK.
   if (we_offer_) return dialog_->Ring(report.status);
+  // Another phone that the call reached, and another codec: the caller goes on with the first one.
+  if (!told_.empty() && !CodecsGoTogether(agreed_.codec, report.agreed.codec)) return;
   if (!TakeOver(report) || !DescribeToCaller()) return;
-  renegotiation_->set_partner_direction(report.direction);
+  renegotiation_->PartnerDirection(report.direction);
   dialog_->Ring(183, told_);
   switch_channel_mark_pre_answered(channel_);
-  if (!JoinMedia()) Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "");
+  // A called leg that was hung up meanwhile is on its way to say so, with the true cause.
+  if (!JoinMedia() && CalledLegIsUp()) Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "");
 }
 
 CallingLeg::Attempt CallingLeg::AwaitAnswer(std::chrono::seconds timeout) {
@@ -218,7 +221,12 @@ CallingLeg::Attempt CallingLeg::AwaitAnswer(std::chrono::seconds timeout) {
 
 /// Both sides run the codec that the called side took: nothing has to be converted.
 bool CallingLeg::TakeOver(const CalledLegReport& answer) {
-  if (!told_.empty()) return true;
+  if (!told_.empty()) {
+    if (CodecsGoTogether(agreed_.codec, answer.agreed.codec)) return true;
+    Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, "",
+         "The called side answered with another codec than the caller was told before");
+    return false;
+  }
   if (we_offer_) {
     NarrowOwnOffer(answer);
     return true;
@@ -286,6 +294,8 @@ void CallingLeg::AfterBridge() {
   if (switch_channel_down(channel_) || next_) return;
   if (redirection_) return LeaveBridge();
   if (!called_) return;
+  // A far end that faxes has nothing to say to whatever comes next.
+  if (renegotiation_ && renegotiation_->fax()) return EndWithCalledLeg(*called_);
   switch_channel_set_variable(channel_, "bridge_hangup_cause", switch_channel_cause2str(called_->cause));
   if (last_action_ || switch_true(Variable("hangup_after_bridge").c_str())) return EndWithCalledLeg(*called_);
   ForgetCalledLeg(called_->cause);
@@ -312,6 +322,7 @@ void CallingLeg::ForgetCalledLeg(switch_call_cause_t cause) {
   for (const char* name : {SWITCH_SIGNAL_BOND_VARIABLE, SWITCH_BRIDGE_UUID_VARIABLE}) {
     switch_channel_set_variable(channel_, name, nullptr);
   }
+  if (renegotiation_) renegotiation_->PartnerGone();
 }
 
 /// The called leg goes its own way with its media: the bridge is undone here, by the leg that made it, before that leg

@@ -87,6 +87,7 @@ void CallingLeg::GoOn() {
       Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");
     }
   }
+  Fail(SWITCH_CAUSE_NORMAL_CLEARING, 0, "", "");
 }
 
 void CallingLeg::RunAction(const DialplanAction& action) {
@@ -161,7 +162,8 @@ std::string CallingLeg::Redirect(Redirection redirection) {
     return RedirectThrough(driver_, switch_core_session_get_uuid(session_), std::move(redirection));
   }
   if (redirection.partners && !(called_ && called_->answer && media_->bridged())) return "the leg is not bridged";
-  if (move_ || next_) return "the leg is being transferred";
+  const bool waits = settled_ && Partner().empty();  // for what becomes of the transfer that it asked for
+  if (move_ || next_ || waits) return "the leg is being transferred";
   if (renegotiation_ && !renegotiation_->quiet()) return "the call's media is being changed, or is a fax";
   redirection_ = std::move(redirection);
   return "";

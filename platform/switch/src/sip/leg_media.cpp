@@ -184,9 +184,11 @@ void LegMedia::MarkStart() {
 }
 
 bool LegMedia::Bridge(RTPDirection direction) {
-  bridged_ = server_->bridge(connection_, direction) == SWITCH_STATUS_SUCCESS;
-  if (!bridged_) Failed("joining the two legs");
-  return bridged_;
+  const bool done = server_->bridge(connection_, direction) == SWITCH_STATUS_SUCCESS;
+  // A bridge that cannot be turned is still one, and is undone like one.
+  if (done) bridged_ = true;
+  if (!done) Failed("joining the two legs");
+  return done;
 }
 
 void LegMedia::Unbridge() {

@@ -133,13 +133,17 @@ void CallingLeg::PartFromCalled() {
   if (was_bridged) FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, partner);
   const std::string own = switch_core_session_get_uuid(session_);
   Post(partner, [own](CallLeg& leg) { leg.OnLeftAlone(own); });
+  if (renegotiation_) renegotiation_->PartnerGone();
 }
 
 void CallingLeg::OnLeftAlone(const std::string& driver) {
   if (driver_ != driver) return;
   driver_.clear();
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, nullptr);
-  if (!finished_) Wire();
+  if (!finished_) {
+    Wire();
+    renegotiation_->PartnerGone();
+  }
   if (std::function<void()> then = std::exchange(when_alone_, nullptr)) then();
 }
 
@@ -238,6 +242,7 @@ void CallingLeg::MoveFailed() {
   const std::vector<std::string>& leaving = move.referral->leaving();
   if (move.leg.empty() && !leaving.empty() && JoinLeg(leaving.front())) {
     LegLog(session_, SWITCH_LOG_INFO, "Back with leg " + leaving.front());
+    last_action_ = true;
     return Talk();
   }
   move.referral->HangUpLeaving();

@@ -168,6 +168,7 @@ void Renegotiation::DirectionChanged() {
 }
 
 void Renegotiation::PartnerDirection(MediaDirection direction) {
+  if (direction == partner_direction_) return;
   partner_direction_ = direction;
   if (leg_.bridge && !leg_.bridge(BridgeDirection())) BreakOff("The media server did not join the two legs anew");
 }
@@ -224,7 +225,7 @@ void Renegotiation::OfferAudio() {
   }
   to_fax_ = false;
   LocalDescription local = AudioDescription(local_media_);
-  local.direction = MediaDirection::kSendReceive;
+  local.direction = held_ ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
   Offer(local);
 }
 
@@ -240,7 +241,11 @@ void Renegotiation::OnAnswer(const std::string& sdp) {
   std::optional<SessionDescription> answer = ParseSdp(sdp, error);
   if (!answer) return BreakOff("The answer to our re-INVITE cannot be read: " + error);
   if (stream_ >= answer->media.size() || answer->media[stream_].port == 0) {
-    if (to_fax_) return OnRefusal(kNotAcceptable);
+    if (to_fax_) {
+      OnRefusal(kNotAcceptable);
+      // Its 200 has left the call without a stream.
+      return OfferAudio();
+    }
     return BreakOff("The answer to our re-INVITE refuses the audio stream");
   }
   if (step_ == Step::kWeHold) {
@@ -263,7 +268,10 @@ void Renegotiation::OnImageAnswer(const SessionDescription& answer) {
   remote_ = answer;
   LegLog(leg_.session, SWITCH_LOG_NOTICE,
          "Fax (T.38) passes between " + image.address + ":" + std::to_string(image.port) + " and the other leg");
-  leg_.tell_partner([attributes = image.fax_attributes](Renegotiation& partner) { partner.PartnerAgreed(attributes); });
+  if (!leg_.tell_partner(
+          [attributes = image.fax_attributes](Renegotiation& partner) { partner.PartnerAgreed(attributes); })) {
+    BreakOff("The leg that wanted to fax has left");
+  }
 }
 
 /// Why it cannot be taken; "" when it was.
@@ -285,6 +293,7 @@ std::string Renegotiation::TakeAudioAnswer(const SessionDescription& answer) {
   }
   remote_ = answer;
   audio_ = remote_.media[stream_];
+  if (held_) audio_.direction = WithoutSending(audio_.direction);
   return "";
 }
 
@@ -341,7 +350,19 @@ void Renegotiation::RestoreAudio() {
   LocalMedia local;
   if (!leg_.media->SetRemote(SWITCH_SDP_OFFER_RECEIVED, audio_, remote_.session_name, agreed_) ||
       !leg_.media->GetLocalForAnswer(agreed_, local)) {
-    BreakOff("The media server did not go back to audio");
+    return BreakOff("The media server did not go back to audio");
+  }
+  if (!local_.fax) return;
+  local_ = AudioDescription(local);
+  local_.direction = held_ ? MediaDirection::kSendOnly : Reversed(audio_.direction);
+}
+
+void Renegotiation::PartnerGone() {
+  if (step_ != Step::kPartnerAsks) return;
+  if (to_fax_) {
+    PartnerRefused(kRequestPending);
+  } else {
+    AnswerAudio();
   }
 }
 

@@ -69,9 +69,12 @@ class Renegotiation {
   /// Nothing is being changed and the call is one of audio: another partner could come.
   bool quiet() const { return step_ == Step::kIdle && !fax_; }
   const AgreedMedia& agreed() const { return agreed_; }
+  bool fax() const { return fax_; }
+  /// The partner has left. Whatever was waiting for it is brought to an end with our far end.
+  void PartnerGone();
   /// The partner's far end said so when it answered.
   void set_partner_direction(MediaDirection direction) { partner_direction_ = direction; }
-  MediaDirection far_direction() const { return remote_.media[stream_].direction; }
+  MediaDirection far_direction() const { return audio_.direction; }
 
   /// Puts the far end on hold, or takes it back: offers it to receive alone, and the bridge follows its answer. "", or
   /// why that cannot be done now.

@@ -14,7 +14,7 @@ void Renegotiation::OnOfferWanted() {
     return BreakOff("The media server has no audio stream to offer");
   }
   LocalDescription local = AudioDescription(local_media_);
-  local.direction = MediaDirection::kSendReceive;
+  local.direction = held_ ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
   step_ = Step::kWeOffered;
   local_ = std::move(local);
   leg_.dialog->AnswerReinvite(BuildAnswer(local_, remote_, stream_));

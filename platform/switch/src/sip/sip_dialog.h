@@ -109,6 +109,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteOnSipThread(const sip_s* sip);
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
+  void SendNextOfferOnSipThread();
   void OnReferOnSipThread(const sip_s* sip);
   void AcceptOnSipThread(const std::string& sdp, const msg_s* update);
   void RefuseTheirsOnSipThread(int status, const std::string& warning);
@@ -142,8 +143,9 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   std::string remote_sdp_;
   bool we_called_ = false;
   Exchange exchange_ = Exchange::kNone;
-  std::string their_offer_;               // while kTheirs
-  std::optional<std::string> our_offer_;  // to be sent, or sent and not answered
+  std::string their_offer_;                // while kTheirs
+  std::optional<std::string> our_offer_;   // to be sent, or sent and not answered
+  std::optional<std::string> next_offer_;  // behind a refresh that has been sent
   int glares_ = 0;
   su_timer_s* glare_timer_ = nullptr;
   su_timer_s* cancel_timer_ = nullptr;          // runs from our CANCEL on

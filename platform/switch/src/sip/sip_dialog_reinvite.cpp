@@ -29,6 +29,10 @@ unsigned GlareWait(bool we_called) {
 
 void SipDialog::Reinvite(std::string sdp) {
   PostSelf([sdp = std::move(sdp)](SipDialog& self) {
+    if (self.exchange_ == Exchange::kOurs && self.refreshing_) {
+      self.next_offer_ = sdp;
+      return;
+    }
     self.our_offer_ = sdp;
     self.refreshing_ = false;
     self.glares_ = 0;
@@ -72,6 +76,8 @@ void SipDialog::DropTheirExchangeOnSipThread() {
 void SipDialog::SendReinviteOnSipThread() {
   if (phase_ != Phase::kUp || exchange_ != Exchange::kNone || !our_offer_) return;
   exchange_ = Exchange::kOurs;
+  // What the far end has been told may have changed while a refresh waited.
+  if (refreshing_) our_offer_ = local_sdp_;
   const std::string expires = timer_.enabled() ? timer_.RequestExpires() : "";
   const std::string least = timer_.enabled() ? timer_.RequestLeast() : "";
   nua_invite(handle_, TAG_IF(!expires.empty(), SIPTAG_SUPPORTED_STR(kSupported)),
@@ -103,6 +109,7 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
 void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip) {
   if (status < 200) return;
   exchange_ = Exchange::kNone;
+  if (status >= 300 && refreshing_ && next_offer_) return SendNextOfferOnSipThread();
   if (status == 491 && ++glares_ <= kMostGlares) return RepeatReinviteLaterOnSipThread();
   if (status == 422 && timer_.OnTooSmall(TimerHeaders(sip))) return SendReinviteOnSipThread();
   if (status < 300) {
@@ -110,7 +117,7 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
     StartSessionTimerOnSipThread();
   }
   const std::string offered = std::exchange(our_offer_, std::nullopt).value_or("");
-  if (std::exchange(refreshing_, false)) return;
+  if (refreshing_) return SendNextOfferOnSipThread();
   DialogEvent event{DialogEvent::Kind::kReinviteRefused, status, phrase, "", SWITCH_CAUSE_NONE};
   if (status < 300) {
     local_sdp_ = offered;
@@ -119,6 +126,14 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
     event.sdp = remote_sdp_;
   }
   if (sink_) sink_(event);
+}
+
+/// After a refresh: the offer that came while it was out, if one did.
+void SipDialog::SendNextOfferOnSipThread() {
+  our_offer_ = std::exchange(next_offer_, std::nullopt);
+  refreshing_ = false;
+  glares_ = 0;
+  SendReinviteOnSipThread();
 }
 
 void SipDialog::RepeatReinviteLaterOnSipThread() {

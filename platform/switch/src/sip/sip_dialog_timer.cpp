@@ -111,7 +111,9 @@ void SipDialog::OnSessionTimerOnSipThread() {
   if (timer_.refresher() == SessionTimer::Refresher::kThem || milliseconds_left.count() <= 0) {
     return EndUnrefreshedOnSipThread();
   }
-  SetSessionTimerOnSipThread(milliseconds_left);
+  // One that is refused, or has to wait for another exchange, is followed by others until the end.
+  const auto next = std::max(milliseconds_left / 2, std::chrono::milliseconds(1000));
+  SetSessionTimerOnSipThread(std::min(milliseconds_left, next));
   RefreshOnSipThread();
 }
 
@@ -141,7 +143,7 @@ void SipDialog::RefreshOnSipThread() {
 }
 
 void SipDialog::OnUpdateResponseOnSipThread(int status, const sip_s* sip) {
-  if (status < 200 || !std::exchange(updating_, false)) return;
+  if (status < 200 || !std::exchange(updating_, false) || phase_ != Phase::kUp) return;
   if (status < 300) {
     timer_.OnAnswered(TimerHeaders(sip));
     StartSessionTimerOnSipThread();
@@ -168,7 +170,7 @@ void SipDialog::OnUpdateOnSipThread(const sip_s* sip) {
   } else if (changes && (phase_ == Phase::kIncoming || exchange_ == Exchange::kTheirs)) {
     // RFC 3311, 5.2: an offer of theirs has no answer yet; below, one of ours.
     nua_respond(handle_, SIP_500_INTERNAL_SERVER_ERROR, SIPTAG_RETRY_AFTER_STR("5"), NUTAG_WITH_THIS(stack), TAG_END());
-  } else if (changes && (phase_ == Phase::kCalling || exchange_ == Exchange::kOurs)) {
+  } else if (changes && (phase_ == Phase::kCalling || exchange_ == Exchange::kOurs || we_offered_)) {
     nua_respond(handle_, SIP_491_REQUEST_PENDING, NUTAG_WITH_THIS(stack), TAG_END());
   } else if (changes) {
     exchange_ = Exchange::kTheirs;
