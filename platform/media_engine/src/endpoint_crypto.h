@@ -84,6 +84,7 @@ class EndpointCrypto {
   Outcome CompleteKeys(SrtpKeys& keys) const;
   const SrtpTransform* LatestOutgoing() const;
   void Install(LocalSide side);
+  SrtpTransform::Position LatestIncoming() const;
   Outcome PrepareRemote(const SrtpKeys& keys, Transform& fresh, Transform& continued);
   void Replace(Transform fresh, Transform continued);
   bool Protect(Protocol protocol, uint8_t* packet, std::size_t& length);

@@ -151,8 +151,10 @@ SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t
 }
 
 SrtpTransform::Position SrtpTransform::LatestPosition() const {
-  Position position{latest_rtp_ssrc_, 0};
-  if (rtp_packets_ > 0) srtp_get_stream_roc(context_, position.ssrc, &position.rollovers);
+  Position position{latest_rtp_ssrc_, continued_rollovers_};
+  if (!in_use()) return position;
+  position.rollovers = 0;
+  srtp_get_stream_roc(context_, position.ssrc, &position.rollovers);
   return position;
 }
 
@@ -161,7 +163,9 @@ bool SrtpTransform::ContinueAt(const Position& position) {
     return false;
   Remember(position.ssrc);
   latest_rtp_ssrc_ = position.ssrc;
-  return srtp_set_stream_roc(context_, position.ssrc, position.rollovers) == srtp_err_status_ok;
+  if (srtp_set_stream_roc(context_, position.ssrc, position.rollovers) != srtp_err_status_ok) return false;
+  continued_rollovers_ = position.rollovers;
+  return true;
 }
 
 }  // namespace media_engine

@@ -63,7 +63,7 @@ class SrtpTransform {
     uint32_t ssrc = 0;
     uint32_t rollovers = 0;  ///< of the sequence number
   };
-  /// Of the source of the latest RTP packet; zero rollovers before the first.
+  /// Of the source of the latest RTP packet; before the first, where it is to continue, or zero rollovers.
   Position LatestPosition() const;
   /// Before the first packet. False when the library refuses.
   bool ContinueAt(const Position& position);
@@ -86,6 +86,7 @@ class SrtpTransform {
   uint64_t rtp_packets_ = 0, rtcp_packets_ = 0;
   std::vector<uint32_t> sources_;  // kMostSources at most; grows with a source's first packet, as the library does
   uint32_t latest_rtp_ssrc_ = 0;
+  uint32_t continued_rollovers_ = 0;  // what counts until the first RTP packet
 };
 
 }  // namespace media_engine
