@@ -160,6 +160,22 @@ TEST_F(Rekeying, OurNewKeysInAnOfferWaitForTheAnswer) {
   EXPECT_TRUE(Arrives(at_once, 5));
 }
 
+TEST_F(Rekeying, OurNewKeysLapseWhenTheFarEndOffersInsteadOfAnswering) {
+  SrtpPeer receives(SrtpPeer::Way::kReceives, PeerKeysOf(1));
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  EXPECT_TRUE(Arrives(receives, 1));
+  ASSERT_TRUE(Local(KeysOf(3), true).ok);
+  ASSERT_TRUE(Remote(KeysOf(2), true).ok);
+  EXPECT_TRUE(Arrives(receives, 2));
+  EXPECT_EQ(crypto_.LocalKey(), KeysOf(1).key);
+  // Nor does a later answer bring them back.
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Local(KeysOf(1), true).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  EXPECT_TRUE(Arrives(receives, 3));
+}
+
 TEST_F(Rekeying, AnOfferOfOursThatIsTakenBackLeavesTheKeysThatStand) {
   SrtpPeer receives(SrtpPeer::Way::kReceives, PeerKeysOf(1));
   ASSERT_TRUE(Local(KeysOf(1)).ok);

@@ -3,7 +3,8 @@
 /// Keys come in descriptions, packets come in between and on their own way, and neither side knows when the other has
 /// read its description. So what stands is kept until its successor can be in use:
 ///
-/// - Our new keys, when the far end still has to answer the description they are in, wait for that answer.
+/// - Our new keys, when the far end still has to answer the description they are in, wait for that answer. They lapse
+///   when the far end makes an offer of its own instead.
 /// - The far end's new keys are tried first; the former ones count until the new ones have been in use for a moment. So
 ///   what is on its way gets through, and so does a far end whose new description was refused elsewhere.
 /// - Keys that are repeated change nothing: counters and replay lists go on.

@@ -111,7 +111,9 @@ Outcome EndpointCrypto::DescribeRemote(const RemoteDescription& description) {
   if (fresh) Replace(std::move(fresh), std::move(continued));
   if (NamesSuite(description.crypto)) incoming_->SetLifetime(keys);
   remote_has_keys_ = has_keys;
-  if (next_local_) Install(*std::exchange(next_local_, std::nullopt));
+  // An offer of the far end's instead of an answer: ours was rejected, and the far end does not have its keys.
+  std::optional<LocalSide> answered = std::exchange(next_local_, std::nullopt);
+  if (answered && !description.answer_follows) Install(std::move(*answered));
   return outcome;
 }
 
