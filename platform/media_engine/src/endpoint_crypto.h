@@ -64,6 +64,10 @@ class EndpointCrypto {
     return Unprotect(Protocol::kRtcp, packet, length, now);
   }
 
+  /// A source of ours that sends no more. What is kept of it goes.
+  void ForgetSource(uint32_t ssrc) {
+    if (local_.outgoing) local_.outgoing->Forget(ssrc);
+  }
   /// Lets go of keys whose time is over; now and then.
   void DropFormerKeys(TimePoint now);
   /// Adds what was counted.

@@ -141,6 +141,8 @@ class Participant {
   void RenewOutgoing(TimePoint now);
   void Report(RtcpRoom& room, bool last, TimePoint now);
   void TakeLeave(TimePoint now);
+  /// Of the SSRC that was given up, if there is one; nothing is sent under it any more then.
+  void SendFarewell(RtcpRoom& room);
   bool SendRtcp(RtcpRoom& room, std::size_t length);
   /// At the end: tells what was only counted until then.
   void GiveAccount() const;

@@ -1,5 +1,6 @@
 #include "srtp_transform.h"
 
+#include <arpa/inet.h>
 #include <srtp2/srtp.h>
 
 #include <algorithm>
@@ -139,7 +140,8 @@ SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t
   if (packets >= (rtp ? keys_.rtp_lifetime : keys_.rtcp_lifetime)) return SrtpVerdict::kExpired;
   const uint32_t ssrc = SsrcAt(packet + (rtp ? kRtpSsrcAt : kRtcpSsrcAt));
   const bool known = Knows(ssrc);
-  if (!known && sources_.size() == kMostSources) return SrtpVerdict::kSourcesExceeded;
+  const bool incoming = direction_ == Direction::kIncoming;
+  if (incoming && !known && sources_.size() == kMostSources) return SrtpVerdict::kSourcesExceeded;
   int new_length = static_cast<int>(length);
   const SrtpVerdict verdict = VerdictOf(Call(protocol, packet, &new_length));
   if (verdict != SrtpVerdict::kDone) return verdict;
@@ -148,6 +150,13 @@ SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t
   if (!known) Remember(ssrc);
   if (rtp) latest_rtp_ssrc_ = ssrc;
   return verdict;
+}
+
+void SrtpTransform::Forget(uint32_t ssrc) {
+  const auto source = std::find(sources_.begin(), sources_.end(), ssrc);
+  if (source == sources_.end()) return;
+  sources_.erase(source);
+  srtp_remove_stream(context_, htonl(ssrc));
 }
 
 SrtpTransform::Position SrtpTransform::LatestPosition() const {

@@ -40,7 +40,7 @@ class SrtpTransform {
  public:
   enum class Direction : uint8_t { kOutgoing, kIncoming };
   enum class Protocol : uint8_t { kRtp, kRtcp };
-  /// Each source costs memory, and whoever has the keys can make up sources.
+  /// For receiving: each source costs memory, and whoever has the keys can make up sources.
   static constexpr std::size_t kMostSources = 256;
 
   /// Null when the library refuses; reason says why.
@@ -57,6 +57,9 @@ class SrtpTransform {
   bool in_use() const { return rtp_packets_ > 0; }
   /// As the latest description has it; packets that were counted stay so.
   void SetLifetime(const SrtpKeys& keys);
+
+  /// Of a source that sends no more: it must not come back under these keys.
+  void Forget(uint32_t ssrc);
 
   // Going on where other keys stopped (RFC 3711, section 3.3.1: new keys do not reset the rollover counter).
   struct Position {
@@ -84,7 +87,7 @@ class SrtpTransform {
   srtp_ctx_t_* context_ = nullptr;
   srtp_ctx_t_* rtcp_context_ = nullptr;  // null: the same as for RTP
   uint64_t rtp_packets_ = 0, rtcp_packets_ = 0;
-  std::vector<uint32_t> sources_;  // kMostSources at most; grows with a source's first packet, as the library does
+  std::vector<uint32_t> sources_;  // grows with a source's first packet, as the library does
   uint32_t latest_rtp_ssrc_ = 0;
   uint32_t continued_rollovers_ = 0;  // what counts until the first RTP packet
 };
