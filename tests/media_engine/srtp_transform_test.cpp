@@ -270,7 +270,7 @@ TEST(SrtpTransform, NoNumberIsUsedTwiceForSending) {
   EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(7)).verdict, SrtpVerdict::kDone);
   EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(6)).verdict, SrtpVerdict::kDone);
   for (const uint16_t number : {5, 6, 7}) {
-    EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(number, 30)).verdict, SrtpVerdict::kFailed);
+    EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(number, 30)).verdict, SrtpVerdict::kReplayed);
   }
 }
 
@@ -306,7 +306,7 @@ TEST(SrtpTransform, WhatIsForgottenOfASourceIsAllOfIt) {
   out->Forget(77);  // never seen
   // Its replay list is gone, that of the other is not. Nobody may do so but a test.
   EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(5, 20, 1)).verdict, SrtpVerdict::kDone);
-  EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(5, 20, 2)).verdict, SrtpVerdict::kFailed);
+  EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(5, 20, 2)).verdict, SrtpVerdict::kReplayed);
 }
 
 TEST(SrtpTransform, ForgedPacketsOfManySourcesUseUpNothing) {

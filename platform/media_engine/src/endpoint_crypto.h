@@ -115,7 +115,8 @@ class EndpointCrypto {
 
   /// What EndpointStatistics has of SRTP.
   struct Counters {
-    uint64_t unauthentic = 0, replayed = 0, sources_exceeded = 0, key_expired = 0, missing = 0, unsendable = 0;
+    uint64_t unauthentic = 0, replayed = 0, sources_exceeded = 0, key_expired = 0, missing = 0, unsendable = 0,
+             duplicates = 0;
   };
   Counters counters_;
   bool told_expired_locally_ = false, told_expired_remotely_ = false;

@@ -126,9 +126,8 @@ int SrtpTransform::Call(Protocol protocol, uint8_t* packet, int* length) const {
 SrtpVerdict SrtpTransform::VerdictOf(int status) const {
   if (status == srtp_err_status_ok) return SrtpVerdict::kDone;
   if (status == srtp_err_status_key_expired) return SrtpVerdict::kExpired;
-  if (direction_ == Direction::kOutgoing) return SrtpVerdict::kFailed;
-  const bool replayed = status == srtp_err_status_replay_fail || status == srtp_err_status_replay_old;
-  return replayed ? SrtpVerdict::kReplayed : SrtpVerdict::kUnauthentic;
+  if (status == srtp_err_status_replay_fail || status == srtp_err_status_replay_old) return SrtpVerdict::kReplayed;
+  return direction_ == Direction::kOutgoing ? SrtpVerdict::kFailed : SrtpVerdict::kUnauthentic;
 }
 
 SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t& length) {

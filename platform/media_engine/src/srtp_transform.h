@@ -29,11 +29,11 @@ constexpr std::size_t kSrtpTrailerRoom = 16 + 128 + 4;
 
 enum class SrtpVerdict : uint8_t {
   kDone,
-  kUnauthentic,      ///< not protected with these keys, altered since, or cut short
-  kReplayed,         ///< came before, or is older than the replay list reaches
-  kExpired,          ///< the keys have served for as long as they may
+  kUnauthentic,  ///< not protected with these keys, altered since, or cut short
+  kReplayed,     ///< came before, or is older than the replay list reaches; for sending: its number was used already
+  kExpired,      ///< the keys have served for as long as they may
   kSourcesExceeded,  ///< of a source too many
-  kFailed,           ///< cannot be protected: its number was used already, or it is no packet
+  kFailed,           ///< cannot be protected: it is no packet
 };
 
 class SrtpTransform {
