@@ -40,6 +40,13 @@ const Setting kSettings[] = {
      [](MediaConfig& config) { config.SetJitterMaxPdvMs(100); }},
     {"JitterMode 3", kBufferStays, In::kLocal,
      [](MediaConfig& config) { config.SetJitterMode(MediaConfig::JITTER_MODE_INVALID); }},
+    {"JitterMinDelayMs of a static jitter buffer", "it counts in adaptive mode only", In::kLocal,
+     [](MediaConfig& config) {
+       config.SetJitterMode(MediaConfig::JITTER_MODE_STATIC);
+       config.SetJitterMinDelayMs(20);
+     }},
+    {"UdpPassThruPeer in a local description", "what is relayed stays as it is", In::kLocal,
+     [](MediaConfig& config) { config.SetUdpPassThruPeerRemotePort(4000); }},
     {"codec format parameters", "payloads are passed on as they come", In::kRemote,
      [](MediaConfig& config) { AddPlainCodec(config, "AMR", false, "mode-set=7", 0); }},
     {"codecs of several channels", "they count as the same as those of one", In::kLocal,

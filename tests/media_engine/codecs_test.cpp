@@ -89,6 +89,18 @@ TEST_F(Codecs, PacketTimesAreKept) {
   }
 }
 
+TEST_F(Codecs, ATypeOfTelephoneEventsThatFitsIntoNoHeaderIsRefusedOnEitherSide) {
+  Leg a = NewCallLeg(*session_, Pcmu(), 101);
+  const Leg b = NewCallLeg(*session_, Pcmu(), 101);
+  ASSERT_TRUE(a.endpoint->Join(Direction::kDuplex, *b.endpoint, kLimit).ok);
+  const std::string reason = "telephone-event payload type 128 is not in 0-127";
+  EXPECT_EQ(a.endpoint->DescribeLocal(LocalFor(Pcmu(), 128), a.local, kLimit).reason, reason);
+  EXPECT_EQ(a.endpoint->DescribeRemote(a.far_end->Description(Pcmu(), 128), kLimit).reason, reason);
+  const Rtp event{101, 1, 160, 1, false, PayloadOf(1, 4)};
+  b.Send(event);
+  ExpectCarried(a.far_end->ReceiveRtp(), event, 101);
+}
+
 TEST_F(Codecs, EachDirectionOfEachLegMayHaveItsOwnDynamicNumber) {
   // What the legs' far ends are told to send, and what they told us to send; 96 means something else everywhere.
   const Leg a = NewCallLeg(*session_, MakeCodec("iLBC", 96, 8000, 15200), MakeCodec("iLBC", 97, 8000, 15200), 98, 99);

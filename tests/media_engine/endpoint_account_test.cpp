@@ -39,11 +39,15 @@ TEST(EndpointAccounts, TellOfDroppedPacketsWhatIsNotZero) {
   statistics.srtp_key_expired = 9;
   statistics.srtp_missing = 10;
   statistics.srtp_unsendable = 11;
+  statistics.untranslatable = 13;
+  statistics.late = 14;
+  statistics.srtp_duplicates = 15;
   EXPECT_EQ(media_engine::DroppedAccount(statistics),
             "dropped: from strangers 1, RTCP from strangers 3, no valid RTP 4, no valid RTCP 5, too long 6, of payload "
-            "types that nobody described 12, SRTP not authentic 7, SRTP replayed 2, SRTP of too many sources 8, SRTP "
+            "types that nobody described 12, that the other leg cannot take 13, too late to be passed on 14, SRTP not "
+            "authentic 7, SRTP replayed 2, SRTP of too many sources 8, SRTP "
             "with keys that have served their time 9, without the keys that are mandatory 10, SRTP that could not be "
-            "protected 11");
+            "protected 11, duplicates that SRTP does not send 15");
 }
 
 class EndpointAccount : public SrtpTest {
@@ -111,6 +115,30 @@ TEST_F(EndpointAccount, OfStrangersAndDamagedPacketsComesWhenThereWereAny) {
   early.SendRun(1, 1);  // ahead of its answer, as often happens
   ASSERT_TRUE(Eventually([&] { return early.Statistics().too_early == 1; }));
   ASSERT_TRUE(early.endpoint->Close(kLimit).ok);
+  EXPECT_EQ(Lines(), 1u);
+}
+
+TEST_F(EndpointAccount, OfPacketsThatTheOtherLegCannotTakeComesAtTheLegTheyCameTo) {
+  const Leg a = NewCallLeg(*session_, Pcmu(), 101), b = NewCallLeg(*session_);
+  JoinThem(a, b);
+  Deliver(a, 1);
+  for (uint16_t number = 2; number <= 4; ++number) a.SendRun(number, 1, 101);
+  ASSERT_TRUE(Eventually([&] { return a.Statistics().untranslatable == 3; }));
+  ASSERT_TRUE(a.endpoint->Close(kLimit).ok);
+  EXPECT_TRUE(log_.Has(LogLevel::kNotice, Places(a) + "dropped: that the other leg cannot take 3"));
+  ASSERT_TRUE(b.endpoint->Close(kLimit).ok);
+  EXPECT_EQ(Lines(), 1u);
+}
+
+TEST_F(EndpointAccount, OfPacketsThatTheNetworkDoubledOnTheirWayToSrtpCallsThemDuplicates) {
+  const Leg a = NewCallLeg(*session_);
+  const SecureLeg b = NewSecureLeg(3, 4);
+  JoinThem(a, b.leg);
+  for (const uint16_t number : {1, 2, 2, 3, 3}) Deliver(a, number);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(b.Receive());
+  EXPECT_FALSE(b.leg.far_end->Receive(milliseconds{0}));
+  ASSERT_TRUE(b.leg.endpoint->Close(kLimit).ok);
+  EXPECT_TRUE(log_.Has(LogLevel::kNotice, Places(b.leg) + "dropped: duplicates that SRTP does not send 2"));
   EXPECT_EQ(Lines(), 1u);
 }
 

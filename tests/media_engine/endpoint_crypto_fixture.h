@@ -29,9 +29,10 @@ class CryptoTest : public testing::Test {
     local.answer_follows = answer_follows;
     return crypto_.DescribeLocal(local, new_port);
   }
-  Outcome Remote(const CryptoSettings& settings) {
+  Outcome Remote(const CryptoSettings& settings, bool answer_follows = false) {
     RemoteDescription remote;
     remote.crypto = settings;
+    remote.answer_follows = answer_follows;
     return crypto_.DescribeRemote(remote);
   }
   std::optional<Bytes> Sent(const Bytes& packet) {

@@ -113,6 +113,36 @@ TEST_F(Rekeying, AFarEndMayCountRolloversAnewUnderNewKeys) {
   for (const uint16_t number : {3, 4, 30000, 60000, 100}) EXPECT_TRUE(Comes(after, number)) << number;
 }
 
+TEST_F(Rekeying, AFarEndMayCountRolloversOnThoughNothingCameUnderTheKeysInBetween) {
+  SrtpPeer first(SrtpPeer::Way::kSends, PeerKeysOf(2)), third(SrtpPeer::Way::kSends, PeerKeysOf(4));
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  for (const uint16_t number : {65535, 0, 1}) EXPECT_TRUE(Comes(first, number));
+  ASSERT_TRUE(Remote(KeysOf(3)).ok);
+  ASSERT_TRUE(Remote(KeysOf(4)).ok);
+  third.ContinueAt(0x11111111, 1);
+  EXPECT_TRUE(Comes(first, 2));
+  for (const uint16_t number : {3, 4, 30000, 60000, 100}) EXPECT_TRUE(Comes(third, number)) << number;
+  EXPECT_EQ(Counted().srtp_unauthentic, 0u);
+}
+
+TEST_F(Rekeying, AFarEndMayCountRolloversOnThoughOnlyReportsCameUnderTheKeysInBetween) {
+  SrtpPeer first(SrtpPeer::Way::kSends, PeerKeysOf(2)), second(SrtpPeer::Way::kSends, PeerKeysOf(3)),
+      third(SrtpPeer::Way::kSends, PeerKeysOf(4));
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  for (const uint16_t number : {65535, 0, 1}) EXPECT_TRUE(Comes(first, number));
+  ASSERT_TRUE(Remote(KeysOf(3)).ok);
+  Bytes report = second.Rtcp({0x81, 201, 0, 1, 0x11, 0x11, 0x11, 0x11}).value();
+  std::size_t length = report.size();
+  ASSERT_TRUE(crypto_.UnprotectRtcp(report.data(), length, At(0)));
+  crypto_.DropFormerKeys(At(2001));
+  EXPECT_FALSE(Comes(first, 2, 2001));  // the first keys are gone, and what they counted is not
+  ASSERT_TRUE(Remote(KeysOf(4)).ok);
+  third.ContinueAt(0x11111111, 1);
+  for (const uint16_t number : {3, 4}) EXPECT_TRUE(Comes(third, number, 2001)) << number;
+}
+
 TEST_F(Rekeying, OurNewKeysInAnOfferWaitForTheAnswer) {
   SrtpPeer before(SrtpPeer::Way::kReceives, PeerKeysOf(1)), after(SrtpPeer::Way::kReceives, PeerKeysOf(3));
   ASSERT_TRUE(Local(KeysOf(1)).ok);
@@ -128,6 +158,22 @@ TEST_F(Rekeying, OurNewKeysInAnOfferWaitForTheAnswer) {
   SrtpPeer at_once(SrtpPeer::Way::kReceives, PeerKeysOf(4));
   ASSERT_TRUE(Local(KeysOf(4)).ok);
   EXPECT_TRUE(Arrives(at_once, 5));
+}
+
+TEST_F(Rekeying, OurNewKeysLapseWhenTheFarEndOffersInsteadOfAnswering) {
+  SrtpPeer receives(SrtpPeer::Way::kReceives, PeerKeysOf(1));
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  EXPECT_TRUE(Arrives(receives, 1));
+  ASSERT_TRUE(Local(KeysOf(3), true).ok);
+  ASSERT_TRUE(Remote(KeysOf(2), true).ok);
+  EXPECT_TRUE(Arrives(receives, 2));
+  EXPECT_EQ(crypto_.LocalKey(), KeysOf(1).key);
+  // Nor does a later answer bring them back.
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Local(KeysOf(1), true).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  EXPECT_TRUE(Arrives(receives, 3));
 }
 
 TEST_F(Rekeying, AnOfferOfOursThatIsTakenBackLeavesTheKeysThatStand) {
@@ -153,6 +199,18 @@ TEST_F(Rekeying, UnderOurNewKeysRolloversGoOnUnlessThePortIsNewToo) {
   ASSERT_TRUE(Local(KeysOf(4), false, true).ok);
   SrtpPeer third(SrtpPeer::Way::kReceives, PeerKeysOf(4));
   for (const uint16_t number : {4, 5}) EXPECT_TRUE(Arrives(third, number));
+}
+
+TEST_F(Rekeying, OurRolloversGoOnThoughNothingWentOutUnderTheKeysInBetween) {
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  SrtpPeer first(SrtpPeer::Way::kReceives, PeerKeysOf(1));
+  for (const uint16_t number : {65535, 0, 1}) EXPECT_TRUE(Arrives(first, number));
+  ASSERT_TRUE(Local(KeysOf(3)).ok);
+  ASSERT_TRUE(Local(KeysOf(4)).ok);
+  SrtpPeer third(SrtpPeer::Way::kReceives, PeerKeysOf(4));
+  third.ContinueAt(0x11111111, 1);
+  for (const uint16_t number : {2, 3}) EXPECT_TRUE(Arrives(third, number));
 }
 
 TEST_F(Rekeying, APortThatWasRenewedWithoutAWordOfKeysIsNewToTheNextOnes) {

@@ -199,6 +199,28 @@ TEST_F(OfferedFarEnd, MayBeAnsweredBeforeItIsTold) {
   EXPECT_EQ(stream_.far_end(), offered_);
 }
 
+TEST_F(OfferedFarEnd, IsNotAnsweredByTheAnswerToTheOneBeforeThatIsGivenTwice) {
+  OfferFrom(offered_);
+  LocalAnswer(kImage);
+  LocalAnswer(kImage);  // as in a provisional response and in the final one
+  LocalAnswer(kImage);
+  OfferFrom(former_.WithPort(4004));
+  EXPECT_EQ(stream_.far_end(), offered_);
+  LocalAnswer(kImage);
+  EXPECT_EQ(stream_.far_end(), former_.WithPort(4004));
+}
+
+TEST_F(OfferedFarEnd, MayBeAnsweredAheadBehindAnOfferOfOurs) {
+  OfferFrom(offered_);
+  LocalAnswer(kImage);
+  LocalOffer(kImage);
+  stream_.SetFarEnd(offered_);
+  RemoteAnswer(kImage);
+  LocalAnswer(kImage);
+  OfferFrom(former_);
+  EXPECT_EQ(stream_.far_end(), former_);
+}
+
 TEST_F(OfferedFarEnd, IsTheFarEndAtOnceInAnAnswerAndByTheOtherLegsWord) {
   LocalOffer(kImage);
   stream_.SetFarEnd(offered_);

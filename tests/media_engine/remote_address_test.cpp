@@ -23,12 +23,18 @@ class RemoteAddressing : public EngineTest {
   void WaitForStrangers(uint64_t count) const {
     EXPECT_TRUE(Eventually([&] { return a_.Statistics().strangers == count; })) << a_.Statistics().strangers;
   }
+  /// As an application does that asks with every description.
+  void DescribeTheSameAgain() {
+    Detect();
+    ASSERT_TRUE(a_.endpoint->DescribeRemote(a_.far_end->Description(Pcmu()), kLimit).ok);
+    ASSERT_TRUE(a_.endpoint->DescribeLocal(LocalFor(Pcmu()), a_.local, kLimit).ok);
+  }
   void Detect() const { ASSERT_TRUE(a_.endpoint->DetectRemoteAddress(kLimit).ok); }
 
   std::unique_ptr<Server> server_;
   std::shared_ptr<Session> session_;
   Leg a_, b_;
-  FarEnd elsewhere_;
+  FarEnd elsewhere_, stranger_;
 };
 
 TEST_F(RemoteAddressing, StrangersAreCountedAndGetNowhere) {
@@ -120,10 +126,60 @@ TEST_F(RemoteAddressing, ARepeatedDescriptionKeepsWhatWasLearnedAndAnotherOneRep
   EXPECT_TRUE(ArrivesAtB(2));
   const FarEnd moved;
   ASSERT_TRUE(a_.endpoint->DescribeRemote(moved.Description(Pcmu()), kLimit).ok);
+  clock_->Advance(seconds{10} + milliseconds{1});
   SendFrom(elsewhere_, 3);
   WaitForStrangers(1);
   SendFrom(moved, 4);
   EXPECT_TRUE(ArrivesAtB(4));
+}
+
+TEST_F(RemoteAddressing, AskingAgainWithEachDescriptionOfTheSameAddressOpensNothingAnewOnceOneWasLearned) {
+  Detect();
+  SendFrom(elsewhere_, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  DescribeTheSameAgain();
+  SendFrom(stranger_, 2);
+  WaitForStrangers(1);
+  SendFrom(elsewhere_, 3);
+  EXPECT_TRUE(ArrivesAtB(3));
+}
+
+TEST_F(RemoteAddressing, AskingAgainWithEachDescriptionOfTheSameAddressOpensNothingAnewOnceMediaHasCome) {
+  Detect();
+  for (uint16_t number = 1; number <= 60; ++number) {
+    SendFrom(*a_.far_end, number);
+    EXPECT_TRUE(ArrivesAtB(number));
+    clock_->Advance(seconds{1});
+  }
+  DescribeTheSameAgain();
+  SendFrom(stranger_, 61);
+  WaitForStrangers(1);
+  SendFrom(*a_.far_end, 62);
+  EXPECT_TRUE(ArrivesAtB(62));
+}
+
+TEST_F(RemoteAddressing, AskingAgainBeforeAnyMediaStartsTheTimeAnew) {
+  Detect();
+  clock_->Advance(seconds{60});
+  Detect();
+  clock_->Advance(seconds{9});
+  SendFrom(elsewhere_, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+}
+
+TEST_F(RemoteAddressing, AHoldAndItsEndLetTheAddressBeLearnedAnew) {
+  Detect();
+  SendFrom(elsewhere_, 1);
+  EXPECT_TRUE(ArrivesAtB(1));
+  RemoteDescription hold = a_.far_end->Description(Pcmu());
+  hold.address = "0.0.0.0";
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(hold, kLimit).ok);
+  clock_->Advance(seconds{60});
+  ASSERT_TRUE(a_.endpoint->DescribeRemote(a_.far_end->Description(Pcmu()), kLimit).ok);
+  SendFrom(elsewhere_, 2);
+  EXPECT_TRUE(ArrivesAtB(2));
+  SendFrom(stranger_, 3);
+  WaitForStrangers(1);
 }
 
 TEST_F(RemoteAddressing, NothingIsTakenBeforeTheFarEndIsDescribed) {

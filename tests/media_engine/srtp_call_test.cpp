@@ -1,4 +1,6 @@
 // SRTP through endpoints with sockets: calls, joins, strangers, moves.
+#include <set>
+
 #include "rtcp_bytes.h"
 #include "srtp_fixture.h"
 
@@ -289,6 +291,26 @@ TEST_F(SrtpCall, AFarEndMayChangeItsSource) {
     ASSERT_TRUE(came) << ssrc;
     EXPECT_EQ(came->payload, PayloadOf(static_cast<uint16_t>(ssrc)));
   }
+}
+
+TEST_F(SrtpCall, ASourceOfOursMayChangeWithTheOtherLegsAnyNumberOfTimes) {
+  Leg a = NewCallLeg(*session_);
+  const SecureLeg b = NewSecureLeg(3, 4);
+  LocalSettings settings = LocalFor(Pcmu());
+  settings.source.renew_with_remote = true;
+  ASSERT_TRUE(a.endpoint->DescribeLocal(settings, a.local, kLimit).ok);
+  JoinThem(a, b.leg);
+  std::set<uint32_t> sources;
+  for (uint16_t i = 1; i <= 300; ++i) {
+    a.Send({0, i, 160u * i, i, false, PayloadOf(i)});
+    const auto came = b.Receive();
+    ASSERT_TRUE(came) << i;
+    sources.insert(came->ssrc);
+    // The goodbye of the former source goes out before the next may come.
+    clock_->Advance(milliseconds{100});
+    for (int turn = 0; turn < 3; ++turn) b.leg.Statistics();
+  }
+  EXPECT_EQ(sources.size(), 300u);
 }
 
 TEST_F(SrtpCall, RtcpOfTheFarEndCountsOnlyWhenItIsAuthentic) {

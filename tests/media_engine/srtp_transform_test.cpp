@@ -270,7 +270,7 @@ TEST(SrtpTransform, NoNumberIsUsedTwiceForSending) {
   EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(7)).verdict, SrtpVerdict::kDone);
   EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(6)).verdict, SrtpVerdict::kDone);
   for (const uint16_t number : {5, 6, 7}) {
-    EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(number, 30)).verdict, SrtpVerdict::kFailed);
+    EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(number, 30)).verdict, SrtpVerdict::kReplayed);
   }
 }
 
@@ -286,6 +286,27 @@ TEST(SrtpTransform, SourcesComeAndGoUnderOneKeyUpToABound) {
   for (const uint32_t ssrc : {1u, 256u}) {
     EXPECT_EQ(Apply(*in, Protocol::kRtp, sends.Rtp(RtpPacket(2, 20, ssrc)).value()).verdict, SrtpVerdict::kDone);
   }
+}
+
+TEST(SrtpTransform, SourcesOfOursComeAndGoWithoutABound) {
+  const auto out = Make(Direction::kOutgoing, KeysOf(1));
+  SrtpPeer receives(SrtpPeer::Way::kReceives, PeerKeysOf(1));
+  for (uint32_t ssrc = 1; ssrc <= 2 * SrtpTransform::kMostSources; ++ssrc) {
+    const Bytes packet = RtpPacket(1, 20, ssrc);
+    ASSERT_EQ(receives.Rtp(Protected(*out, Protocol::kRtp, packet).packet), packet) << ssrc;
+  }
+}
+
+TEST(SrtpTransform, WhatIsForgottenOfASourceIsAllOfIt) {
+  const auto out = Make(Direction::kOutgoing, KeysOf(1));
+  for (const uint32_t ssrc : {1u, 2u}) {
+    ASSERT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(5, 20, ssrc)).verdict, SrtpVerdict::kDone);
+  }
+  out->Forget(1);
+  out->Forget(77);  // never seen
+  // Its replay list is gone, that of the other is not. Nobody may do so but a test.
+  EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(5, 20, 1)).verdict, SrtpVerdict::kDone);
+  EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(5, 20, 2)).verdict, SrtpVerdict::kReplayed);
 }
 
 TEST(SrtpTransform, ForgedPacketsOfManySourcesUseUpNothing) {

@@ -25,12 +25,15 @@ std::string DroppedAccount(const EndpointStatistics& statistics) {
       {"no valid RTCP ", &EndpointStatistics::rtcp_malformed},
       {"too long ", &EndpointStatistics::oversized},
       {"of payload types that nobody described ", &EndpointStatistics::unknown_payload_types},
+      {"that the other leg cannot take ", &EndpointStatistics::untranslatable},
+      {"too late to be passed on ", &EndpointStatistics::late},
       {"SRTP not authentic ", &EndpointStatistics::srtp_unauthentic},
       {"SRTP replayed ", &EndpointStatistics::srtp_replayed},
       {"SRTP of too many sources ", &EndpointStatistics::srtp_sources_exceeded},
       {"SRTP with keys that have served their time ", &EndpointStatistics::srtp_key_expired},
       {"without the keys that are mandatory ", &EndpointStatistics::srtp_missing},
       {"SRTP that could not be protected ", &EndpointStatistics::srtp_unsendable},
+      {"duplicates that SRTP does not send ", &EndpointStatistics::srtp_duplicates},
   };
   std::string account;
   for (const Figure& figure : kFigures) {

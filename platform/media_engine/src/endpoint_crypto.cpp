@@ -15,7 +15,11 @@ bool EndpointCrypto::Protect(Protocol protocol, uint8_t* packet, std::size_t& le
   const SrtpVerdict verdict = local_.outgoing->Apply(protocol, packet, length);
   if (verdict == SrtpVerdict::kDone) return true;
   if (verdict == SrtpVerdict::kExpired) TellOnce(told_expired_locally_, "the keys we send with have served their time");
-  Count(verdict);
+  if (verdict == SrtpVerdict::kReplayed) {
+    ++counters_.duplicates;
+  } else {
+    Count(verdict);
+  }
   return false;
 }
 
@@ -106,6 +110,7 @@ void EndpointCrypto::AddTo(EndpointStatistics& statistics) const {
   statistics.srtp_key_expired += counters_.key_expired;
   statistics.srtp_missing += counters_.missing;
   statistics.srtp_unsendable += counters_.unsendable;
+  statistics.srtp_duplicates += counters_.duplicates;
 }
 
 }  // namespace media_engine

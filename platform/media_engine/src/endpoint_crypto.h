@@ -3,7 +3,8 @@
 /// Keys come in descriptions, packets come in between and on their own way, and neither side knows when the other has
 /// read its description. So what stands is kept until its successor can be in use:
 ///
-/// - Our new keys, when the far end still has to answer the description they are in, wait for that answer.
+/// - Our new keys, when the far end still has to answer the description they are in, wait for that answer. They lapse
+///   when the far end makes an offer of its own instead.
 /// - The far end's new keys are tried first; the former ones count until the new ones have been in use for a moment. So
 ///   what is on its way gets through, and so does a far end whose new description was refused elsewhere.
 /// - Keys that are repeated change nothing: counters and replay lists go on.
@@ -63,6 +64,10 @@ class EndpointCrypto {
     return Unprotect(Protocol::kRtcp, packet, length, now);
   }
 
+  /// A source of ours that sends no more. What is kept of it goes.
+  void ForgetSource(uint32_t ssrc) {
+    if (local_.outgoing) local_.outgoing->Forget(ssrc);
+  }
   /// Lets go of keys whose time is over; now and then.
   void DropFormerKeys(TimePoint now);
   /// Adds what was counted.
@@ -84,6 +89,7 @@ class EndpointCrypto {
   Outcome CompleteKeys(SrtpKeys& keys) const;
   const SrtpTransform* LatestOutgoing() const;
   void Install(LocalSide side);
+  SrtpTransform::Position LatestIncoming() const;
   Outcome PrepareRemote(const SrtpKeys& keys, Transform& fresh, Transform& continued);
   void Replace(Transform fresh, Transform continued);
   bool Protect(Protocol protocol, uint8_t* packet, std::size_t& length);
@@ -109,7 +115,8 @@ class EndpointCrypto {
 
   /// What EndpointStatistics has of SRTP.
   struct Counters {
-    uint64_t unauthentic = 0, replayed = 0, sources_exceeded = 0, key_expired = 0, missing = 0, unsendable = 0;
+    uint64_t unauthentic = 0, replayed = 0, sources_exceeded = 0, key_expired = 0, missing = 0, unsendable = 0,
+             duplicates = 0;
   };
   Counters counters_;
   bool told_expired_locally_ = false, told_expired_remotely_ = false;

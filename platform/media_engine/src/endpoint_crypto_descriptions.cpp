@@ -111,8 +111,23 @@ Outcome EndpointCrypto::DescribeRemote(const RemoteDescription& description) {
   if (fresh) Replace(std::move(fresh), std::move(continued));
   if (NamesSuite(description.crypto)) incoming_->SetLifetime(keys);
   remote_has_keys_ = has_keys;
-  if (next_local_) Install(*std::exchange(next_local_, std::nullopt));
+  // An offer of the far end's instead of an answer: ours was rejected, and the far end does not have its keys.
+  std::optional<LocalSide> answered = std::exchange(next_local_, std::nullopt);
+  if (answered && !description.answer_follows) Install(std::move(*answered));
   return outcome;
+}
+
+/// Where the far end is with its rollovers: keys under which no packet has come yet know it from those before them.
+SrtpTransform::Position EndpointCrypto::LatestIncoming() const {
+  const SrtpTransform* latest = incoming_.get();
+  if (latest != nullptr && !latest->in_use()) {
+    if (former_ && former_->in_use()) {
+      latest = former_.get();
+    } else if (continued_) {
+      latest = continued_.get();
+    }
+  }
+  return latest != nullptr ? latest->LatestPosition() : SrtpTransform::Position();
 }
 
 /// Leaves both null when the keys are those that stand.
@@ -125,7 +140,7 @@ Outcome EndpointCrypto::PrepareRemote(const SrtpKeys& keys, Transform& fresh, Tr
   std::string reason;
   fresh = SrtpTransform::Make(SrtpTransform::Direction::kIncoming, keys, reason);
   if (!fresh) return Outcome::Refused(reason);
-  const SrtpTransform::Position position = incoming_ ? incoming_->LatestPosition() : SrtpTransform::Position();
+  const SrtpTransform::Position position = LatestIncoming();
   if (position.rollovers == 0) return Outcome::Done();
   continued = SrtpTransform::Make(SrtpTransform::Direction::kIncoming, keys, reason);
   if (!continued || !continued->ContinueAt(position)) return Outcome::Refused("libsrtp2 cannot continue: " + reason);

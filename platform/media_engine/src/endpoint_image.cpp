@@ -17,17 +17,18 @@ Outcome Endpoint::ReadLocalImage(std::optional<ImageDescription>& image, millise
     if (participant.HasImage() && !answer.needs_ports) answer.image = participant.LocalImage();
     return Outcome::Done();
   };
+  const auto deadline = RequestClock::now() + limit;
   Answer answer;
-  Outcome outcome = AskEndpoint(route_, limit, answer, [read](Worker&, Participant& participant, Answer& result) {
-    return read(participant, result);
-  });
+  Outcome outcome =
+      AskEndpoint(route_, limit, deadline, answer,
+                  [read](Worker&, Participant& participant, Answer& result) { return read(participant, result); });
   if (outcome && answer.needs_ports) {
     // Bound here: looking for ports takes system calls that the packets need not wait for.
     std::string reason;
     std::unique_ptr<PortPair> offered = server_->ports().Acquire(reason);
     if (!offered) return Outcome::Refused(reason);
     outcome = AskEndpoint(
-        route_, limit, answer,
+        route_, limit, deadline, answer,
         [read, offered = std::move(offered)](Worker& worker, Participant& participant, Answer& result) mutable {
           Outcome given = worker.GivePorts(participant, offered);
           offered.reset();

@@ -20,13 +20,14 @@ void ImageStream::DescribedLocally(bool image, bool offer) {
   const bool answers = !offer && unanswered_ == Offer::kRemote;
   const SocketAddress offered = std::exchange(offered_far_end_, SocketAddress());
   if (image && answers && !offered.empty()) SetFarEnd(offered);
-  answered_ahead_ = !offer && !answers;
+  answered_ = answers || (answered_ && !offer);
+  answered_ahead_ = !offer && !answered_;
   Described(local_, remote_, Offer::kLocal, Offer::kRemote, image, offer);
 }
 
 void ImageStream::DescribedRemotely(bool image, bool offer) {
   if (!image) offered_far_end_ = SocketAddress();
-  answered_ahead_ = false;
+  answered_ahead_ = answered_ = false;
   Described(remote_, local_, Offer::kRemote, Offer::kLocal, image, offer);
 }
 

@@ -9,6 +9,8 @@
 /// Threads: none of its own; used by the thread that owns the endpoint.
 #pragma once
 
+#include <cstdint>
+
 #include "remote_address.h"
 #include "socket_address.h"
 
@@ -41,7 +43,7 @@ class ImageStream {
   bool CanSend() const { return far_end_.port() != 0 && !far_end_.IsWildcard(); }
 
  private:
-  enum class Offer { kNone, kLocal, kRemote };
+  enum class Offer : uint8_t { kNone, kLocal, kRemote };
 
   void Described(bool& side, bool& other_side, Offer own, Offer others, bool image, bool offer);
 
@@ -49,6 +51,7 @@ class ImageStream {
   bool in_use_ = false;
   Offer unanswered_ = Offer::kNone;
   bool answered_ahead_ = false;  // we have answered an offer that has yet to be told
+  bool answered_ = false;        // we have answered the far end's last offer; to answer again answers no other
   SocketAddress described_far_end_, far_end_;
   SocketAddress offered_far_end_;  // while in use, of an offer that we have yet to answer; empty without
 };

@@ -47,11 +47,7 @@ JitterPlan PlanJitterBuffer(const JitterBufferSettings& settings, std::string& c
   Corrector correct(corrections);
   const int most = correct.InRange("max PDV", settings.max_pdv_ms, kLongestPdv, 0, kLongestPdv);
   int least = 0;
-  if (adaptive) {
-    least = correct.InRange("min delay", settings.min_delay_ms, kUsualMinDelay, 0, most);
-  } else if (settings.min_delay_ms) {
-    correct.Say("min delay " + std::to_string(*settings.min_delay_ms) + " ms counts in adaptive mode only");
-  }
+  if (adaptive) least = correct.InRange("min delay", settings.min_delay_ms, kUsualMinDelay, 0, most);
   const int initial = correct.InRange("initial delay", settings.initial_delay_ms, kUsualInitialDelay, least, most);
   // What may not delay cannot even out.
   if (most == 0 || (!adaptive && initial == 0)) return {};

@@ -45,7 +45,10 @@ class Participant {
   // Descriptions. Refused ones change nothing.
   Outcome DescribeLocal(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now);
   Outcome DescribeRemote(const RemoteDescription& description, TimePoint now);
-  void AllowLearning(TimePoint now) { remote_.AllowLearning(now); }
+  void AllowLearning(TimePoint now) {
+    remote_.AllowLearning(now);
+    MediaMayBegin(now);
+  }
   /// Takes the port pair that is offered when it has none, or when another is wished for. False when it has none then.
   bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
@@ -138,6 +141,8 @@ class Participant {
   void RenewOutgoing(TimePoint now);
   void Report(RtcpRoom& room, bool last, TimePoint now);
   void TakeLeave(TimePoint now);
+  /// Of the SSRC that was given up, if there is one; nothing is sent under it any more then.
+  void SendFarewell(RtcpRoom& room);
   bool SendRtcp(RtcpRoom& room, std::size_t length);
   /// At the end: tells what was only counted until then.
   void GiveAccount() const;

@@ -14,13 +14,19 @@ bool Participant::TakePorts(std::unique_ptr<PortPair>& offered, bool renew) {
   return ports_ != nullptr;
 }
 
+namespace {
+
+Outcome CheckEventType(const std::optional<uint8_t>& type) {
+  if (!type || *type <= 127) return Outcome::Done();
+  return Outcome::Refused("telephone-event payload type " + std::to_string(*type) + " is not in 0-127");
+}
+
+}  // namespace
+
 Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now) {
   if (settings.udp_pass_through) return DescribeLocalImage(settings, offered, now);
   if (std::string fault = PayloadTypes::FaultIn(settings.codecs); !fault.empty()) return Outcome::Refused(fault);
-  if (settings.telephone_event_payload_type && *settings.telephone_event_payload_type > 127) {
-    return Outcome::Refused("telephone-event payload type " + std::to_string(*settings.telephone_event_payload_type) +
-                            " is not in 0-127");
-  }
+  if (Outcome outcome = CheckEventType(settings.telephone_event_payload_type); !outcome) return outcome;
   if (!ports_ && !offered) return Outcome::Refused("the endpoint has no ports");
   const bool new_port = offered && (!ports_ || settings.renew_ports);
   if (Outcome outcome = crypto_.DescribeLocal(settings, new_port); !outcome) return outcome;
@@ -62,6 +68,7 @@ Outcome Participant::ParseFarEnd(const std::string& address, uint16_t port, Sock
 Outcome Participant::DescribeRemote(const RemoteDescription& description, TimePoint now) {
   if (description.udp_pass_through) return DescribeRemoteImage(description, now);
   if (std::string fault = PayloadTypes::FaultIn(description.codecs); !fault.empty()) return Outcome::Refused(fault);
+  if (Outcome outcome = CheckEventType(description.telephone_event_payload_type); !outcome) return outcome;
   SocketAddress rtp;
   if (Outcome outcome = ParseFarEnd(description.address, description.rtp_port, rtp); !outcome) return outcome;
   if (Outcome outcome = crypto_.DescribeRemote(description); !outcome) return outcome;

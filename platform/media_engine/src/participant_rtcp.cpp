@@ -74,7 +74,7 @@ void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddr
 void Participant::RunRtcp(TimePoint now) {
   if (image_.in_use() || ports_ == nullptr || !remote_.described()) return;
   RtcpRoom room;
-  if (rtcp_.HasAbandoned()) SendRtcp(room, rtcp_.WriteFarewell(room.octets.data()));
+  SendFarewell(room);
   if (rtcp_.IsDue(reception_, now)) Report(room, false, now);
 }
 
@@ -87,8 +87,15 @@ void Participant::Report(RtcpRoom& room, bool last, TimePoint now) {
 void Participant::TakeLeave(TimePoint now) {
   if (image_.in_use() || ports_ == nullptr) return;
   RtcpRoom room;
-  if (rtcp_.HasAbandoned()) SendRtcp(room, rtcp_.WriteFarewell(room.octets.data()));
+  SendFarewell(room);
   if (rtcp_.IsKnown()) Report(room, true, now);
+}
+
+void Participant::SendFarewell(RtcpRoom& room) {
+  if (!rtcp_.HasAbandoned()) return;
+  const uint32_t ssrc = rtcp_.abandoned_ssrc();
+  SendRtcp(room, rtcp_.WriteFarewell(room.octets.data()));
+  crypto_.ForgetSource(ssrc);
 }
 
 /// Every RTCP packet leaves here.

@@ -1,16 +1,23 @@
 #include "remote_address.h"
 
+#include <utility>
+
 namespace media_engine {
 
 void RemoteAddress::Describe(const SocketAddress& rtp, const SocketAddress& rtcp, TimePoint now) {
-  if (rtp != described_rtp_) rtp_ = rtp;
-  if (rtp != described_rtp_ || rtcp != described_rtcp_) rtcp_ = rtcp;
+  const bool moved = rtp != described_rtp_;
+  if (moved) rtp_ = rtp;
+  if (moved || rtcp != described_rtcp_) rtcp_ = rtcp;
   described_rtp_ = rtp;
   described_rtcp_ = rtcp;
-  ExtendLearning(now);
+  if (moved && allowed_) OpenLearning(now);
 }
 
 void RemoteAddress::AllowLearning(TimePoint now) {
+  if (!std::exchange(allowed_, true)) OpenLearning(now);
+}
+
+void RemoteAddress::OpenLearning(TimePoint now) {
   learning_ = learning_rtcp_ = true;
   ExtendLearning(now);
 }

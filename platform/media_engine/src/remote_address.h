@@ -3,6 +3,8 @@
 /// A phone behind a NAT does not know the address under which its packets arrive; anyone else who finds our port would
 /// like to be taken for that phone. So the address of the description stands, unless learning was asked for; then the
 /// first valid RTP packet from elsewhere may replace it, once, within a bounded time. Everything else is a stranger.
+/// Asking again and describing the same address again open nothing anew: calls are described again and again, and each
+/// time would be a stranger's chance.
 ///
 /// Threads: none of its own; used by the thread that owns the endpoint.
 #pragma once
@@ -18,6 +20,7 @@ class RemoteAddress {
 
   /// What the far end said. The same again leaves a learned address in place.
   void Describe(const SocketAddress& rtp, const SocketAddress& rtcp, TimePoint now);
+  /// From now on, once for each address that is described.
   void AllowLearning(TimePoint now);
   /// Starts the time anew: media is to be expected only from now on.
   void ExtendLearning(TimePoint now);
@@ -42,12 +45,15 @@ class RemoteAddress {
   const SocketAddress& rtcp() const { return rtcp_; }
 
  private:
+  void OpenLearning(TimePoint now);
+
   SocketAddress described_rtp_, described_rtcp_;
   SocketAddress rtp_, rtcp_;  // the described ones, or the learned
-  bool learning_ = false;
   TimePoint learning_since_{};
-  bool learning_rtcp_ = false;
   TimePoint learning_rtcp_since_{};
+  bool allowed_ = false;
+  bool learning_ = false;
+  bool learning_rtcp_ = false;
 };
 
 }  // namespace media_engine

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
@@ -17,6 +18,9 @@
 
 namespace media_engine {
 
+/// Makers wait in real time, whatever the engine's clock.
+using RequestClock = std::chrono::steady_clock;
+
 /// What the maker and the worker share of a request.
 template <typename Result>
 class Reply {
@@ -27,8 +31,10 @@ class Reply {
   Result& result() { return result_; }
 
   /// The maker's. The result may be read after a success, and only then.
-  Outcome Wait(milliseconds limit) {
-    if (future_.wait_for(limit) != std::future_status::ready) {
+  Outcome Wait(milliseconds limit) { return Wait(limit, RequestClock::now() + limit); }
+  /// For one of several requests that have a limit in common; the deadline is that of all of them.
+  Outcome Wait(milliseconds limit, RequestClock::time_point deadline) {
+    if (future_.wait_until(deadline) != std::future_status::ready) {
       abandoned_.store(true);
       return Outcome::Refused("the media server did not answer within " + std::to_string(limit.count()) + " ms");
     }
@@ -108,7 +114,8 @@ class JoinTask : public Task {
 /// Asks for something at an endpoint and waits. `act(worker, participant, result)` gives the outcome; it is not called
 /// for an endpoint that has ended, nor when nobody waits any more.
 template <typename Result, typename Act>
-Outcome AskEndpoint(const std::shared_ptr<EndpointRoute>& route, milliseconds limit, Result& result, Act act) {
+Outcome AskEndpoint(const std::shared_ptr<EndpointRoute>& route, milliseconds limit, RequestClock::time_point deadline,
+                    Result& result, Act act) {
   if (route->closed()) return Outcome::Refused(route->name() + " is closed");
   const auto reply = std::make_shared<Reply<Result>>();
   std::unique_ptr<Task> task =
@@ -120,9 +127,14 @@ Outcome AskEndpoint(const std::shared_ptr<EndpointRoute>& route, milliseconds li
       });
   // A task that is not taken answers when it goes.
   if (!route->Post(task)) task.reset();
-  Outcome outcome = reply->Wait(limit);
+  Outcome outcome = reply->Wait(limit, deadline);
   if (outcome) result = std::move(reply->result());
   return outcome;
+}
+
+template <typename Result, typename Act>
+Outcome AskEndpoint(const std::shared_ptr<EndpointRoute>& route, milliseconds limit, Result& result, Act act) {
+  return AskEndpoint(route, limit, RequestClock::now() + limit, result, std::move(act));
 }
 
 }  // namespace media_engine

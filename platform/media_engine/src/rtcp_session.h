@@ -64,6 +64,8 @@ class RtcpSession {
   /// Whether the far end has heard of our SSRC, by media or by reports: if not, no BYE may be sent (section 6.3.7).
   bool IsKnown() const { return sender_.packets > 0 || sender_.reported; }
   bool HasAbandoned() const { return abandoned_.has_value(); }
+  /// Only when it has.
+  uint32_t abandoned_ssrc() const { return abandoned_->sender.ssrc; }
   /// The last report under the SSRC that was given up, with BYE; it is forgotten then. The length.
   std::size_t WriteFarewell(uint8_t* to);
 

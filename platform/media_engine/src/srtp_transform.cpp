@@ -1,5 +1,6 @@
 #include "srtp_transform.h"
 
+#include <arpa/inet.h>
 #include <srtp2/srtp.h>
 
 #include <algorithm>
@@ -125,9 +126,8 @@ int SrtpTransform::Call(Protocol protocol, uint8_t* packet, int* length) const {
 SrtpVerdict SrtpTransform::VerdictOf(int status) const {
   if (status == srtp_err_status_ok) return SrtpVerdict::kDone;
   if (status == srtp_err_status_key_expired) return SrtpVerdict::kExpired;
-  if (direction_ == Direction::kOutgoing) return SrtpVerdict::kFailed;
-  const bool replayed = status == srtp_err_status_replay_fail || status == srtp_err_status_replay_old;
-  return replayed ? SrtpVerdict::kReplayed : SrtpVerdict::kUnauthentic;
+  if (status == srtp_err_status_replay_fail || status == srtp_err_status_replay_old) return SrtpVerdict::kReplayed;
+  return direction_ == Direction::kOutgoing ? SrtpVerdict::kFailed : SrtpVerdict::kUnauthentic;
 }
 
 SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t& length) {
@@ -139,7 +139,8 @@ SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t
   if (packets >= (rtp ? keys_.rtp_lifetime : keys_.rtcp_lifetime)) return SrtpVerdict::kExpired;
   const uint32_t ssrc = SsrcAt(packet + (rtp ? kRtpSsrcAt : kRtcpSsrcAt));
   const bool known = Knows(ssrc);
-  if (!known && sources_.size() == kMostSources) return SrtpVerdict::kSourcesExceeded;
+  const bool incoming = direction_ == Direction::kIncoming;
+  if (incoming && !known && sources_.size() == kMostSources) return SrtpVerdict::kSourcesExceeded;
   int new_length = static_cast<int>(length);
   const SrtpVerdict verdict = VerdictOf(Call(protocol, packet, &new_length));
   if (verdict != SrtpVerdict::kDone) return verdict;
@@ -150,9 +151,18 @@ SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t
   return verdict;
 }
 
+void SrtpTransform::Forget(uint32_t ssrc) {
+  const auto source = std::find(sources_.begin(), sources_.end(), ssrc);
+  if (source == sources_.end()) return;
+  sources_.erase(source);
+  srtp_remove_stream(context_, htonl(ssrc));
+}
+
 SrtpTransform::Position SrtpTransform::LatestPosition() const {
-  Position position{latest_rtp_ssrc_, 0};
-  if (rtp_packets_ > 0) srtp_get_stream_roc(context_, position.ssrc, &position.rollovers);
+  Position position{latest_rtp_ssrc_, continued_rollovers_};
+  if (!in_use()) return position;
+  position.rollovers = 0;
+  srtp_get_stream_roc(context_, position.ssrc, &position.rollovers);
   return position;
 }
 
@@ -161,7 +171,9 @@ bool SrtpTransform::ContinueAt(const Position& position) {
     return false;
   Remember(position.ssrc);
   latest_rtp_ssrc_ = position.ssrc;
-  return srtp_set_stream_roc(context_, position.ssrc, position.rollovers) == srtp_err_status_ok;
+  if (srtp_set_stream_roc(context_, position.ssrc, position.rollovers) != srtp_err_status_ok) return false;
+  continued_rollovers_ = position.rollovers;
+  return true;
 }
 
 }  // namespace media_engine

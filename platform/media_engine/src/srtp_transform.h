@@ -29,18 +29,18 @@ constexpr std::size_t kSrtpTrailerRoom = 16 + 128 + 4;
 
 enum class SrtpVerdict : uint8_t {
   kDone,
-  kUnauthentic,      ///< not protected with these keys, altered since, or cut short
-  kReplayed,         ///< came before, or is older than the replay list reaches
-  kExpired,          ///< the keys have served for as long as they may
+  kUnauthentic,  ///< not protected with these keys, altered since, or cut short
+  kReplayed,     ///< came before, or is older than the replay list reaches; for sending: its number was used already
+  kExpired,      ///< the keys have served for as long as they may
   kSourcesExceeded,  ///< of a source too many
-  kFailed,           ///< cannot be protected: its number was used already, or it is no packet
+  kFailed,           ///< cannot be protected: it is no packet
 };
 
 class SrtpTransform {
  public:
   enum class Direction : uint8_t { kOutgoing, kIncoming };
   enum class Protocol : uint8_t { kRtp, kRtcp };
-  /// Each source costs memory, and whoever has the keys can make up sources.
+  /// For receiving: each source costs memory, and whoever has the keys can make up sources.
   static constexpr std::size_t kMostSources = 256;
 
   /// Null when the library refuses; reason says why.
@@ -58,12 +58,15 @@ class SrtpTransform {
   /// As the latest description has it; packets that were counted stay so.
   void SetLifetime(const SrtpKeys& keys);
 
+  /// Of a source that sends no more: it must not come back under these keys.
+  void Forget(uint32_t ssrc);
+
   // Going on where other keys stopped (RFC 3711, section 3.3.1: new keys do not reset the rollover counter).
   struct Position {
     uint32_t ssrc = 0;
     uint32_t rollovers = 0;  ///< of the sequence number
   };
-  /// Of the source of the latest RTP packet; zero rollovers before the first.
+  /// Of the source of the latest RTP packet; before the first, where it is to continue, or zero rollovers.
   Position LatestPosition() const;
   /// Before the first packet. False when the library refuses.
   bool ContinueAt(const Position& position);
@@ -84,8 +87,9 @@ class SrtpTransform {
   srtp_ctx_t_* context_ = nullptr;
   srtp_ctx_t_* rtcp_context_ = nullptr;  // null: the same as for RTP
   uint64_t rtp_packets_ = 0, rtcp_packets_ = 0;
-  std::vector<uint32_t> sources_;  // kMostSources at most; grows with a source's first packet, as the library does
+  std::vector<uint32_t> sources_;  // grows with a source's first packet, as the library does
   uint32_t latest_rtp_ssrc_ = 0;
+  uint32_t continued_rollovers_ = 0;  // what counts until the first RTP packet
 };
 
 }  // namespace media_engine

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -117,6 +118,26 @@ ssize_t recvmsg(int fd, msghdr* message, int flags) {
 int recvmmsg(int fd, mmsghdr* messages, unsigned count, int flags, timespec* limit) {
   Count(receives);
   return KVX_ORIGINAL(recvmmsg)(fd, messages, count, flags, limit);
+}
+ssize_t recvfrom(int fd, void* data, std::size_t length, int flags, sockaddr* from, socklen_t* from_length) {
+  Count(receives);
+  return KVX_ORIGINAL(recvfrom)(fd, data, length, flags, from, from_length);
+}
+ssize_t recv(int fd, void* data, std::size_t length, int flags) {
+  Count(receives);
+  return KVX_ORIGINAL(recv)(fd, data, length, flags);
+}
+ssize_t sendmsg(int fd, const msghdr* message, int flags) {
+  Count(sends);
+  return KVX_ORIGINAL(sendmsg)(fd, message, flags);
+}
+ssize_t send(int fd, const void* data, std::size_t length, int flags) {
+  Count(sends);
+  return KVX_ORIGINAL(send)(fd, data, length, flags);
+}
+ssize_t write(int fd, const void* data, std::size_t length) {
+  Count(sends);
+  return KVX_ORIGINAL(write)(fd, data, length);
 }
 int sendmmsg(int fd, mmsghdr* messages, unsigned count, int flags) {
   Count(sends);

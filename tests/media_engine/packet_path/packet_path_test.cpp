@@ -3,6 +3,9 @@
 //
 // SRTP is not among it. Debian's libsrtp2 has its ciphers from NSS, which allocates and locks for every packet; what
 // the engine says of its packet path ends where that library begins (docs/dependencies.md).
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <functional>
 
 #include "counted_calls.h"
@@ -99,6 +102,34 @@ TEST_F(PacketPath, IsCountedAtAll) {
     const CountedCalls now = CallsSoFar();
     return now.allocations > before.allocations && now.locks > before.locks;
   }));
+}
+
+TEST(CountedCalls, AreAllThatSendAndReceiveDatagrams) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
+  char octet = 0;
+  iovec part{&octet, 1};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  mmsghdr messages[1] = {{message, 0}};
+  const CountedCalls before = CallsSoFar();
+  std::thread([&] {
+    CountThisThread();
+    EXPECT_EQ(send(ends[0], &octet, 1, 0), 1);
+    EXPECT_EQ(sendto(ends[0], &octet, 1, 0, nullptr, 0), 1);
+    EXPECT_EQ(sendmsg(ends[0], &message, 0), 1);
+    EXPECT_EQ(sendmmsg(ends[0], messages, 1, 0), 1);
+    EXPECT_EQ(write(ends[0], &octet, 1), 1);
+    EXPECT_EQ(recv(ends[1], &octet, 1, 0), 1);
+    EXPECT_EQ(recvfrom(ends[1], &octet, 1, 0, nullptr, nullptr), 1);
+    EXPECT_EQ(recvmsg(ends[1], &message, 0), 1);
+    EXPECT_EQ(recvmmsg(ends[1], messages, 1, 0, nullptr), 1);
+  }).join();
+  const CountedCalls after = CallsSoFar();
+  EXPECT_EQ(after.sends - before.sends, 5u);
+  EXPECT_EQ(after.receives - before.receives, 4u);
+  for (const int end : ends) close(end);
 }
 
 TEST_F(PacketPath, CarriesSpeechAndDigitsWithoutLocksAndAllocations) {

@@ -31,6 +31,8 @@ void NameJitterBuffer(const MediaConfig& config, Side side, EmbeddedContext& con
     if (delays) context.NameUnsupported("jitter buffer delays without JitterMode", unchanged);
   } else if (*mode < MediaConfig::JITTER_MODE_NONE || *mode > MediaConfig::JITTER_MODE_ADAPTIVE) {
     context.NameUnsupported("JitterMode " + std::to_string(*mode), unchanged);
+  } else if (*mode == MediaConfig::JITTER_MODE_STATIC && config.GetJitterMinDelayMs()) {
+    context.NameUnsupported("JitterMinDelayMs of a static jitter buffer", "it counts in adaptive mode only");
   }
 }
 
@@ -80,6 +82,9 @@ void NameUnsupportedSettings(const MediaConfig& config, Side side, EmbeddedConte
   NameJitterBuffer(config, side, context);
   NameCodecParameters(config, context);
   if (side == Side::kRemote) NameLocalSettings(config, context);
+  if (side == Side::kLocal && config.GetUdpPassThruPeer()) {
+    context.NameUnsupported("UdpPassThruPeer in a local description", "what is relayed stays as it is");
+  }
   NameVideo(config, context);
 }
 

@@ -88,8 +88,9 @@ class Endpoint {
   Outcome ReadLocalImage(std::optional<ImageDescription>& image, milliseconds limit);
   /// What the far end said of its image stream; none is no error.
   Outcome ReadRemoteImage(std::optional<ImageDescription>& image, milliseconds limit);
-  /// Lets the remote address of the audio be learned once, from the first valid RTP packet that comes from elsewhere
-  /// within 10 s. The 10 s start now, and anew with each description and join as long as no media has come.
+  /// Lets the remote address of the audio be learned once for each address that the far end describes, from the first
+  /// valid RTP packet that comes from elsewhere within 10 s. The 10 s start with the first request and with a
+  /// description of another address, and anew with each request, description and join as long as no media has come.
   Outcome DetectRemoteAddress(milliseconds limit);
   /// Both in one session. A pair that is joined changes its direction; former joins with third ones are dissolved.
   /// Refused when the two codecs cannot be carried into each other, and for an image stream with audio, unless either

@@ -78,7 +78,8 @@ struct EndpointStatistics {
   // Neither taken nor sent.
   uint64_t srtp_key_expired = 0;  ///< the keys have served for as long as they may
   uint64_t srtp_missing = 0;      ///< crypto is mandatory and one side has no keys
-  uint64_t srtp_unsendable = 0;   ///< could not be protected, a number that was used already for instance
+  uint64_t srtp_unsendable = 0;   ///< could not be protected
+  uint64_t srtp_duplicates = 0;   ///< not sent: a number cannot be protected a second time
 
   // Received, counted above, and not handed on.
   uint64_t not_joined = 0;             ///< no join, or none that carries this way
