@@ -342,7 +342,7 @@ void CalledLeg::Finish() {
   report.kind = CalledLegReport::Kind::kEnded;
   report.cause = cause;
   report.status = refused_status_;
-  report.reached = reached_;
+  report.by_far_end = reached_ && !ended_by_.empty();
   request_.report(report);
   if ((answered_ || !early_sdp_.empty()) &&
       !ServeAfterHangup(session_, std::chrono::steady_clock::now() + kReleasePatience, [this] { return released_; })) {

@@ -31,7 +31,7 @@ struct CalledLegReport {
   AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
   MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered: what the called side says of its stream
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;            ///< kEnded
-  bool reached = true;                                      ///< kEnded: false when nobody was there
+  bool by_far_end = false;                                  ///< kEnded: it hung up or refused
 };
 
 struct CalledLegRequest {

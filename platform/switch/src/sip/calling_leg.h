@@ -31,9 +31,12 @@ struct BridgedLeg {
   bool ended = false;
   switch_call_cause_t cause = SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE;  // until it reports
   int status = 0;
-  bool reached = true;
+  bool by_far_end = false;  // it was its far end that ended it
   std::optional<CalledLegReport> answer;
 };
+
+/// Who ended a leg when no far end did.
+constexpr const char* kTheSwitch = "the switch";
 
 /// The variable with the names, parted by commas, of those that called legs get too.
 constexpr const char* kExportVariable = "export_vars";
@@ -191,7 +194,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   switch_call_cause_t fail_cause_ = SWITCH_CAUSE_NONE;
   int fail_status_ = 0;
   std::string fail_warning_;
-  std::string ended_by_ = "the switch";
+  std::string ended_by_ = kTheSwitch;
   std::string driver_;                 // the leg that bridges with this one; "" when this one does, or is alone
   std::function<void()> when_alone_;   // once driver_ has undone the bridge
   std::string parting_;                // the partner that wants to leave as soon as settled_

@@ -192,7 +192,7 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
       called_->ended = true;
       called_->cause = report.cause;
       called_->status = report.status;
-      called_->reached = report.reached;
+      called_->by_far_end = report.by_far_end;
       break;
   }
 }
@@ -249,7 +249,7 @@ bool CallingLeg::TakeOver(const CalledLegReport& answer) {
 /// The called leg's end as ours.
 void CallingLeg::EndWithCalledLeg(const BridgedLeg& called) {
   if (switch_channel_down(channel_)) return;
-  if (called.reached) ended_by_ = "the called side";
+  if (called.by_far_end) ended_by_ = "the called side";
   const int status = StatusPassesThrough(called.status) ? called.status : StatusOfCause(called.cause);
   Fail(called.cause, status, "", "");
 }

@@ -149,7 +149,7 @@ void CallingLeg::OnLeftAlone(const std::string& driver) {
 
 void CallingLeg::OnReleased(const std::string& ended_by) {
   released_ = true;
-  ended_by_ = ended_by;
+  if (ended_by_ == kTheSwitch) ended_by_ = ended_by;
 }
 
 bool CallingLeg::TakeDriver(const std::string& driver) {
@@ -237,7 +237,7 @@ void CallingLeg::MoveFailed() {
   const int status = told_why && fail_status_ ? fail_status_ : StatusOfCause(cause);
   LegLog(session_, SWITCH_LOG_WARNING, "The transfer failed with " + std::to_string(status));
   if (called_) ForgetCalledLeg(cause);
-  ended_by_ = "the switch";
+  ended_by_ = kTheSwitch;
   move.referral->Refuse(status);
   const std::vector<std::string>& leaving = move.referral->leaving();
   if (move.leg.empty() && !leaving.empty() && JoinLeg(leaving.front())) {
@@ -257,6 +257,7 @@ void CallingLeg::EndAsPartner(switch_call_cause_t cause) {
     CalledLegReport report{};
     report.kind = CalledLegReport::Kind::kEnded;
     report.cause = cause;
+    report.by_far_end = ended_by_ != kTheSwitch;
     const std::string own = switch_core_session_get_uuid(session_);
     if (!Post(driver_, [own, report](CallLeg& leg) { leg.OnPartnerReport(own, report); })) return;
   }
