@@ -85,12 +85,6 @@ void HangUpLeg(const std::string& uuid, switch_call_cause_t cause) {
   switch_core_session_rwunlock(session);
 }
 
-void ServeWhileUp(switch_core_session_t* session) {
-  while (switch_channel_up(switch_core_session_get_channel(session))) {
-    ServeUntil(session, std::chrono::steady_clock::now() + std::chrono::hours(1), [] { return false; });
-  }
-}
-
 void RunGuarded(switch_core_session_t* session, const std::function<void()>& course) {
   try {
     course();

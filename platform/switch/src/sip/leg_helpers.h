@@ -34,9 +34,6 @@ void FireBridgeEvent(switch_core_session_t* session, switch_event_types_t type, 
 /// Hangs the leg up if it is still there; from any thread.
 void HangUpLeg(const std::string& uuid, switch_call_cause_t cause);
 
-/// On the leg's thread: runs its tasks until it is hung up.
-void ServeWhileUp(switch_core_session_t* session);
-
 /// Runs a leg's course; an exception that leaves it is logged and hangs the leg up, so that its end follows as always.
 void RunGuarded(switch_core_session_t* session, const std::function<void()>& course);
 
