@@ -132,6 +132,7 @@ std::map<std::string, Setter> Parameters(SipProfile& profile) {
           {"timer-T2", NumberBetween(profile.timers.t2, 10, 40000)},
           {"timer-T4", NumberBetween(profile.timers.t4, 10, 50000)},
           {"tcp-idle-sec", NumberBetween(profile.tcp_idle_seconds, 1, 86400)},
+          {"tcp-max-connections", NumberBetween(profile.tcp_connections, 1, 65535)},
           {"context", Word(profile.context)},
           {"apply-inbound-acl", Word(profile.access_list)},
           {"leg-timeout", NumberBetween(profile.leg_timeout_seconds, 1, 3600)},
