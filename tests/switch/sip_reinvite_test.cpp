@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "sip_call_fixture.h"
+#include "support/event_capture.h"
 
 namespace kvx_switch {
 namespace {
@@ -95,6 +96,23 @@ TEST_F(SipReinvite, HoldAndResumeTurnTheBridge) {
   }
   EXPECT_TRUE(bob_.StaysSilent("INVITE", milliseconds(100))) << "holding is no business of the other phone's";
   EXPECT_TRUE(Logged(SWITCH_LOG_INFO, "The far end only sends now"));
+  EndCall();
+}
+
+TEST_F(SipReinvite, HoldAndResumeAreToldToTheWorld) {
+  ConnectToBob(SipPeer::Sdp("0"));
+  test_support::EventCapture held(SWITCH_EVENT_CHANNEL_HOLD);
+  test_support::EventCapture taken_back(SWITCH_EVENT_CHANNEL_UNHOLD);
+  Reinvite(SipPeer::Sdp("0", "a=sendonly\n"));
+  Reinvite(SipPeer::Sdp("0", "a=inactive\n"));
+  ASSERT_EQ(held.WaitFor(1).size(), 1u);
+  EXPECT_EQ(held.All()[0].Header("Unique-ID"), LegUuid(SWITCH_CALL_DIRECTION_INBOUND));
+  EXPECT_EQ(held.All()[0].Header("Channel-Call-State"), "HELD");
+  EXPECT_EQ(taken_back.All().size(), 0u);
+  Reinvite(SipPeer::Sdp("0", "a=sendrecv\n"));
+  ASSERT_EQ(taken_back.WaitFor(1).size(), 1u);
+  EXPECT_EQ(taken_back.All()[0].Header("Channel-Call-State"), "ACTIVE");
+  EXPECT_EQ(held.All().size(), 1u) << "it was held once";
   EndCall();
 }
 

@@ -28,6 +28,9 @@ void FillLocalDescription(switch_core_session_t* session, const LocalMedia& loca
 /// Takes the stream's telephone-events into what is agreed, when `wanted` and the stream has any.
 void AgreeOnTelephoneEvents(const SdpMedia& stream, bool wanted, AgreedMedia& agreed);
 
+/// An event about the leg, with what every event about one says.
+void FireLegEvent(switch_core_session_t* session, switch_event_types_t type);
+
 /// CHANNEL_BRIDGE or CHANNEL_UNBRIDGE, with both legs' uuids.
 void FireBridgeEvent(switch_core_session_t* session, switch_event_types_t type, const std::string& other_uuid);
 

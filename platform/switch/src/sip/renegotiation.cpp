@@ -167,6 +167,7 @@ void Renegotiation::AnswerAudio() {
 void Renegotiation::DirectionChanged() {
   const MediaDirection direction = audio_.direction;
   LegLog(leg_.session, SWITCH_LOG_INFO, std::string("The far end ") + DirectionText(direction) + " now");
+  TellOfHold(held_ || !Receives(direction));
   if (!leg_.bridge) {
     leg_.tell_partner([direction](Renegotiation& partner) { partner.PartnerDirection(direction); });
   } else if (!leg_.bridge(BridgeDirection())) {
