@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/options.h"
 #include "cli_run.h"
 #include "console/event_socket_server.h"
 #include "support/free_ports.h"
@@ -137,13 +138,23 @@ TEST_F(CliProgram, SaysThatThePasswordIsWrong) {
   EXPECT_EQ(result.exit_code, 2);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err, "kvx-cli: wrong password for " + address_ +
-                            "; give that of its event_socket.conf.xml with -p or KVX_EVENT_SOCKET_PASSWORD\n");
+                            "; give the one that its configuration sets (event_socket_password in vars.xml) with -p or "
+                            "KVX_EVENT_SOCKET_PASSWORD\n");
 }
 
 TEST_F(CliProgram, WaitsNoLongerThanItWasTold) {
   const CliResult result = Run({"-t", "1", "-x", "hold"});
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_EQ(result.err, "kvx-cli: no answer from " + address_ + " within 1 s\n");
+}
+
+TEST(CliPatience, IsLongWhileAPhoneRings) {
+  kvx_cli::Options options;
+  EXPECT_EQ(kvx_cli::patience_for("status", options), std::chrono::seconds(10));
+  EXPECT_EQ(kvx_cli::patience_for("originate sip:1000@127.0.0.1 &park()", options), std::chrono::hours(1));
+  EXPECT_EQ(kvx_cli::patience_for("originates", options), std::chrono::seconds(10));
+  options.timeout_given = true;
+  EXPECT_EQ(kvx_cli::patience_for("originate sip:1000@127.0.0.1 &park()", options), std::chrono::seconds(10));
 }
 
 TEST_F(CliProgram, SaysThatAPeerDoesNotAnswer) {

@@ -209,6 +209,7 @@ TEST_F(ConsoleCommands, ConsoleCompleteOffersWords) {
   EXPECT_EQ(Run("console_complete", "nonsense"), "");
   const std::string uuid = AddLeg();
   EXPECT_EQ(Run("console_complete", "uuid_kill "), uuid + "\nwrite=0:" + uuid + " \n");
+  EXPECT_EQ(Run("console_complete", "uuid_hold "), uuid + "\noff\ntoggle\n");
   EXPECT_EQ(Run("console_complete", "uuid_hold toggle "), uuid + "\nwrite=0:" + uuid + " \n");
   EXPECT_EQ(Run("console_complete", "uuid_transfer " + uuid + " -b"), "-bleg\n-both\n");
   EXPECT_EQ(Run("console_complete", "show calls as j"), "json\nwrite=1:json \n");

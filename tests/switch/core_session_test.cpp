@@ -8,6 +8,7 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -17,6 +18,7 @@
 
 #include <switch_media_server.h>
 
+#include "core/channel_record.h"
 #include "core/session.h"
 #include "core_fixture.h"
 #include "core_legs.h"
@@ -189,6 +191,23 @@ TEST_F(Sessions, ALegThatJustEndsWasClearedNormally) {
   EXPECT_TRUE(WaitForNoSessions(kPatience));
   ASSERT_EQ(complete.All().size(), 1u);
   EXPECT_EQ(complete.All()[0].Header("Hangup-Cause"), "NORMAL_CLEARING");
+  EXPECT_EQ(complete.All()[0].Header("variable_duration"), "0");
+  EXPECT_EQ(complete.All()[0].Header("variable_billsec"), "0");
+}
+
+TEST_F(Sessions, SayHowLongTheyWereThereAndTalkedThrough) {
+  EventCapture complete(SWITCH_EVENT_CHANNEL_HANGUP_COMPLETE);
+  launch([](switch_core_session_t* session) {
+    switch_channel_t* channel = channel_of(session);
+    switch_channel_mark_answered(channel);
+    const std::lock_guard<std::mutex> lock(channel->mutex);
+    channel->times.created -= 61500000;
+    channel->times.answered -= 59999000;
+  });
+  EXPECT_TRUE(WaitForNoSessions(kPatience));
+  ASSERT_EQ(complete.All().size(), 1u);
+  EXPECT_EQ(complete.All()[0].Header("variable_duration"), "61");
+  EXPECT_THAT(complete.All()[0].Header("variable_billsec"), testing::AnyOf("59", "60"));
 }
 
 TEST_F(Sessions, FireTheEventsOfALegsLifeInOrder) {

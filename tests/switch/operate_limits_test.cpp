@@ -11,17 +11,19 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(ProcessLimitsTest, AreHighEnoughWhenEverySessionHasItsSockets) {
-  EXPECT_THAT(FindLowLimits({2256, RLIM_INFINITY}, 1000), IsEmpty());
-  EXPECT_THAT(FindLowLimits({RLIM_INFINITY, 1}, 1000000), IsEmpty());
+  EXPECT_THAT(FindLowLimits({2356, RLIM_INFINITY}, {1000, 100}), IsEmpty());
+  EXPECT_THAT(FindLowLimits({RLIM_INFINITY, 1}, {1000000, 0}), IsEmpty());
 }
 
 TEST(ProcessLimitsTest, ThatAreTooLowComeWithTheNumberNeededAndTheSettings) {
   EXPECT_THAT(
-      FindLowLimits({2255, 0}, 1000),
-      ElementsAre("No more than 2255 files may be open at once, and 1000 sessions need 2256: set LimitNOFILE=2256 "
-                  "in the service's unit, \"ulimit -n 2256\" in a shell, or a lower max-sessions in switch.conf",
-                  "A crash would leave no core file, whose size is limited to 0: set LimitCORE=infinity in the "
-                  "service's unit or \"ulimit -c unlimited\" in a shell"));
+      FindLowLimits({2355, 0}, {1000, 100}),
+      ElementsAre(
+          "No more than 2355 files may be open at once, and 1000 sessions and 100 SIP connections need 2356: set "
+          "LimitNOFILE=2356 in the service's unit, \"ulimit -n 2356\" in a shell, or a lower max-sessions in "
+          "switch.conf or tcp-max-connections in the SIP profiles",
+          "A crash would leave no core file, whose size is limited to 0: set LimitCORE=infinity in the "
+          "service's unit or \"ulimit -c unlimited\" in a shell"));
 }
 
 TEST(ProcessLimitsTest, AreRaisedAsFarAsTheProcessMay) {
@@ -30,9 +32,9 @@ TEST(ProcessLimitsTest, AreRaisedAsFarAsTheProcessMay) {
   rlimit lower = before;
   lower.rlim_cur = 200;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lower), 0);
-  EXPECT_EQ(RaiseProcessLimits(10).descriptors, DescriptorsFor(10));
-  EXPECT_EQ(RaiseProcessLimits(1000000000).descriptors, before.rlim_max);
-  EXPECT_EQ(RaiseProcessLimits(1).descriptors, before.rlim_max) << "nothing is lowered";
+  EXPECT_EQ(RaiseProcessLimits({10, 3}).descriptors, DescriptorsFor({10, 3}));
+  EXPECT_EQ(RaiseProcessLimits({1000000000, 0}).descriptors, before.rlim_max);
+  EXPECT_EQ(RaiseProcessLimits({1, 0}).descriptors, before.rlim_max) << "nothing is lowered";
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 

@@ -56,6 +56,14 @@ TEST_F(SipCommands, OriginatedLegIsParkedWhenItIsAnswered) {
   EXPECT_EQ(media_->Count("B destroy"), 1u);
 }
 
+TEST_F(SipCommands, OriginatedLegIsOfferedNoAnnexBWhereTheProfileHasNone) {
+  Profile("<param name=\"g729-annexb\" value=\"false\"/>");
+  Start(Action("park"));
+  std::future<std::string> answer = Originate(Bob() + " &park()");
+  EXPECT_THAT(Refuses(bob_, 486).body, HasSubstr("a=fmtp:18 annexb=no\r\n"));
+  EXPECT_EQ(answer.get(), "-ERR USER_BUSY\n");
+}
+
 TEST_F(SipCommands, OriginatedLegRunsTheDialplan) {
   Start(Action("park"));
   std::future<std::string> answer = Originate(Bob() + " 3000");

@@ -155,12 +155,24 @@ TEST_F(SipLimits, AccessListIsReadAnewOrStaysAsItWas) {
   AccessLists("<list name=\"other\" default=\"allow\"/>");
   const char* what = "";
   EXPECT_NE(switch_xml_reload(&what), SWITCH_STATUS_SUCCESS);
-  EXPECT_THAT(what, HasSubstr("internal.xml: \"apply-inbound-acl\" is \"lan\", a list that is not in "));
+  EXPECT_THAT(what, HasSubstr("internal.xml:1: \"apply-inbound-acl\" is \"lan\", a list that is not in "));
   EXPECT_THAT(what, testing::EndsWith("acl.conf.xml; the access lists stay as they were"));
   EXPECT_EQ(CallAndBeRefused("2000", SipPeer::Sdp()).Status(), 403);
   AccessLists("<list name=\"lan\" default=\"allow\"/>");
   EXPECT_EQ(switch_xml_reload(&what), SWITCH_STATUS_SUCCESS) << what;
   ExpectCallReachesBob();
+}
+
+TEST_F(SipLimits, SettingsThatContradictEachOtherAreWarnedOf) {
+  Profile(
+      "\n<param name=\"session-timeout\" value=\"60\"/>\n<param name=\"minimum-session-expires\" value=\"89\"/>"
+      "\n<param name=\"sid\" value=\"true\"/>\n<param name=\"sid\" value=\"false\"/>");
+  Restart();
+  EXPECT_TRUE(Logged(SWITCH_LOG_WARNING,
+                     "internal.xml:2: \"session-timeout\" is 60, less than the 89 of \"minimum-session-expires\""));
+  EXPECT_TRUE(
+      Logged(SWITCH_LOG_WARNING, "internal.xml:3: \"minimum-session-expires\" is 89, less than the 90 of RFC 4028"));
+  EXPECT_TRUE(Logged(SWITCH_LOG_WARNING, "internal.xml:5: \"sid\" stands here again; the last counts"));
 }
 
 TEST_F(SipLimits, MistakesInTheAccessListsFailTheStart) {
@@ -170,7 +182,7 @@ TEST_F(SipLimits, MistakesInTheAccessListsFailTheStart) {
                    "<profile name=\"internal\"><settings><param name=\"apply-inbound-acl\" value=\"lan\"/>"
                    "</settings></profile>");
   EXPECT_FALSE(StartSip(error));
-  EXPECT_THAT(error, HasSubstr("internal.xml: \"apply-inbound-acl\" is \"lan\", a list that is not in "));
+  EXPECT_THAT(error, HasSubstr("internal.xml:1: \"apply-inbound-acl\" is \"lan\", a list that is not in "));
   AccessLists("\n<list name=\"lan\" default=\"perhaps\"/>");
   EXPECT_FALSE(StartSip(error));
   EXPECT_THAT(error, HasSubstr("acl.conf.xml:2: \"default\" of \"list\" is \"perhaps\", not \"allow\" or \"deny\""));

@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "sip_call_fixture.h"
+#include "support/event_capture.h"
 
 namespace kvx_switch {
 namespace {
@@ -95,6 +96,53 @@ TEST_F(SipReinvite, HoldAndResumeTurnTheBridge) {
   }
   EXPECT_TRUE(bob_.StaysSilent("INVITE", milliseconds(100))) << "holding is no business of the other phone's";
   EXPECT_TRUE(Logged(SWITCH_LOG_INFO, "The far end only sends now"));
+  EndCall();
+}
+
+TEST_F(SipReinvite, HoldAndResumeAreToldToTheWorld) {
+  ConnectToBob(SipPeer::Sdp("0"));
+  test_support::EventCapture held(SWITCH_EVENT_CHANNEL_HOLD);
+  test_support::EventCapture taken_back(SWITCH_EVENT_CHANNEL_UNHOLD);
+  Reinvite(SipPeer::Sdp("0", "a=sendonly\n"));
+  Reinvite(SipPeer::Sdp("0", "a=inactive\n"));
+  ASSERT_EQ(held.WaitFor(1).size(), 1u);
+  EXPECT_EQ(held.All()[0].Header("Unique-ID"), LegUuid(SWITCH_CALL_DIRECTION_INBOUND));
+  EXPECT_EQ(held.All()[0].Header("Channel-Call-State"), "HELD");
+  EXPECT_EQ(taken_back.All().size(), 0u);
+  Reinvite(SipPeer::Sdp("0", "a=sendrecv\n"));
+  ASSERT_EQ(taken_back.WaitFor(1).size(), 1u);
+  EXPECT_EQ(taken_back.All()[0].Header("Channel-Call-State"), "ACTIVE");
+  EXPECT_EQ(held.All().size(), 1u) << "it was held once";
+  EndCall();
+}
+
+TEST_F(SipReinvite, AnAddressOfZerosHoldsTheCall) {
+  ConnectToBob(SipPeer::Sdp("0"));
+  std::string nowhere = SipPeer::Sdp("0");
+  const size_t connection = nowhere.find("c=IN IP4 127.0.0.1");
+  ASSERT_NE(connection, std::string::npos);
+  nowhere.replace(connection, 18, "c=IN IP4 0.0.0.0");
+  EXPECT_THAT(Reinvite(nowhere).body, HasSubstr("a=recvonly\r\n"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  EXPECT_EQ(Direction(), RTPDIR_RECEIVE) << "as with a=sendonly";
+  EXPECT_THAT(Reinvite(SipPeer::Sdp("0")).body, HasSubstr("a=sendrecv\r\n"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 3));
+  EXPECT_EQ(Direction(), RTPDIR_DUPLEX);
+  EXPECT_EQ(media_->Of("A set_media").address, "127.0.0.1:40000/0");
+  EndCall();
+}
+
+TEST_F(SipReinvite, PackingOfTheCodecStaysAsItIs) {
+  const std::string aligned = "a=rtpmap:100 AMR/8000\na=fmtp:100 octet-align=1\n";
+  const std::string plain = "a=rtpmap:101 AMR/8000\n";
+  ConnectToBob(SipPeer::Sdp("100", aligned), SipPeer::Sdp("96", "a=rtpmap:96 AMR/8000\na=fmtp:96 octet-align=1\n"));
+  EXPECT_EQ(Reinvite(SipPeer::Sdp("101", plain)).Status(), 488);
+  EXPECT_TRUE(
+      Logged(SWITCH_LOG_WARNING, "re-INVITE refused with 488: the call's AMR/8000 is packed otherwise; the call goes"));
+  const SipMessage both = Reinvite(SipPeer::Sdp("101 100", plain + aligned));
+  EXPECT_EQ(both.Status(), 200);
+  EXPECT_THAT(both.body, HasSubstr("RTP/AVP 100\r\n"));
+  EXPECT_EQ(media_->Of("A set_media").payload_type, 100);
   EndCall();
 }
 

@@ -67,6 +67,29 @@ TEST_F(SipSessionTimer, BothSidesAreToldTheInterval) {
   EndCall();
 }
 
+TEST_F(SipSessionTimer, APhoneMayRequireIt) {
+  SipMessage answer = Connect("Require: timer\nSession-Expires: 600;refresher=uac\n", kBobRefreshesLater);
+  EXPECT_EQ(answer.Status(), 200);
+  EXPECT_EQ(answer.Header("Session-Expires"), "600;refresher=uac");
+  answer = Update("Require: timer\nSession-Expires: 600;refresher=uac\n");
+  EXPECT_EQ(answer.Status(), 200);
+  EXPECT_EQ(answer.Header("Session-Expires"), "600;refresher=uac");
+  alice_.SendInCall("OPTIONS", "");
+  std::optional<SipMessage> known = alice_.AwaitResponse("OPTIONS");
+  ASSERT_TRUE(known);
+  EXPECT_EQ(known->Header("Supported"), "replaces, timer");
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, SwitchedOffItMayNotBeRequired) {
+  Profile("<param name=\"enable-timer\" value=\"false\"/>");
+  StopSipSide();
+  StartSipSide();
+  SipMessage refusal = CallAndBeRefused("2000", kUlaw, "Require: timer\nSession-Expires: 600\n");
+  EXPECT_EQ(refusal.Status(), 420);
+  EXPECT_EQ(refusal.Header("Unsupported"), "timer");
+}
+
 TEST_F(SipSessionTimer, SwitchedOffNothingIsSaid) {
   Profile("<param name=\"enable-timer\" value=\"false\"/>");
   StopSipSide();

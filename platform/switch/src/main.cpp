@@ -184,6 +184,12 @@ bool WriteFile(const std::string& path, const std::string& text) {
   return Complain(path + ": cannot be written: " + reason);
 }
 
+void RemoveFiles(const Options& options) {
+  for (const std::string& path : {options.pid_file, options.ready_file}) {
+    if (!path.empty()) std::remove(path.c_str());
+  }
+}
+
 /// True when no leg is left. A further signal ends the waiting.
 bool EndCalls(Signals& signals, ServiceManager& manager) {
   int32_t on = 1;
@@ -214,8 +220,10 @@ bool Announce(const Options& options) {
 }
 
 void WarnOfLowLimits() {
-  const auto sessions = static_cast<uint64_t>(switch_core_session_ctl(SCSC_MAX_SESSIONS, nullptr));
-  for (const std::string& low : FindLowLimits(RaiseProcessLimits(sessions), sessions)) {
+  ConfiguredLoad load;
+  load.sessions = static_cast<uint64_t>(switch_core_session_ctl(SCSC_MAX_SESSIONS, nullptr));
+  load.sip_connections = SipConnectionLimit();
+  for (const std::string& low : FindLowLimits(RaiseProcessLimits(load), load)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\n", low.c_str());
   }
 }
@@ -253,6 +261,7 @@ int Serve(const Options& options, Signals& signals) {
     Complain(error);
     return EXIT_FAILURE;
   }
+  WarnOfLowLimits();
   // The command "shutdown" comes on a client's thread and only may ask.
   SetShutdownHook([] { kill(getpid(), SIGTERM); });
   bool good = Announce(options);
@@ -267,6 +276,7 @@ int Serve(const Options& options, Signals& signals) {
   StopConsole();
   if (!all_ended) {
     // Legs that still run use the modules: nothing can be taken from under them.
+    RemoveFiles(options);
     FlushLog();
     std::_Exit(EXIT_FAILURE);
   }
@@ -301,10 +311,11 @@ int Main(int argc, char** argv) {
   int exit_code = EXIT_FAILURE;
   if (!ParseOptions(argc, argv, options, exit_code)) return exit_code;
   Signals signals;
-  if (!SetDirectories(options)) return EXIT_FAILURE;
+  if (!SetDirectories(options)) return options.check ? kConfigurationMistakes : EXIT_FAILURE;
   for (const auto& [name, value] : options.variables) OverrideVariable(name, value);
   if (options.check) return Check(options);
   if (!CheckVariableNames(options)) return EXIT_FAILURE;
+  RemoveFiles(options);  // those of a run that crashed would tell of addresses where nobody listens
   const char* reason = "";
   if (switch_core_init_and_modload(0, SWITCH_TRUE, &reason) != SWITCH_STATUS_SUCCESS) {
     Complain(std::string("cannot start: ") + reason);
@@ -318,10 +329,8 @@ int Main(int argc, char** argv) {
     switch_core_destroy();
     return EXIT_FAILURE;
   }
-  WarnOfLowLimits();
   exit_code = Serve(options, signals);
-  if (!options.pid_file.empty()) std::remove(options.pid_file.c_str());
-  if (!options.ready_file.empty()) std::remove(options.ready_file.c_str());
+  RemoveFiles(options);
   return exit_code;
 }
 

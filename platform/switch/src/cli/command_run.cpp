@@ -22,7 +22,8 @@ ExitCode report_lost_switch(Outcome outcome, const EventSocketClient& client, co
       break;
     case Outcome::kWrongPassword:
       text = "wrong password for " + address +
-             "; give that of its event_socket.conf.xml with -p or KVX_EVENT_SOCKET_PASSWORD";
+             "; give the one that its configuration sets (event_socket_password in vars.xml) with -p or "
+             "KVX_EVENT_SOCKET_PASSWORD";
       break;
     case Outcome::kDisconnected:
       text = "connection to " + address + " lost: " + client.error();
@@ -67,9 +68,11 @@ ExitCode follow_log(EventSocketClient& client, const Options& options) {
 
 ExitCode run_command(EventSocketClient& client, const Options& options, const std::string& line) {
   const std::string command = line.substr(std::min(line.find_first_not_of(" \t"), line.size()));
+  Options waited = options;
+  waited.timeout = patience_for(command, options);
   std::string output;
-  const Outcome outcome = client.Api(command, options.timeout, output);
-  if (outcome != Outcome::kDone) return report_lost_switch(outcome, client, options);
+  const Outcome outcome = client.Api(command, waited.timeout, output);
+  if (outcome != Outcome::kDone) return report_lost_switch(outcome, client, waited);
 
   const std::string name = command.substr(0, command.find(' '));
   if (starts_with(output, "-ERR " + name + " Command not found!")) {

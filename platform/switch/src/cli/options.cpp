@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kHighestPort = 65535;
 constexpr int kLongestTimeoutSeconds = 24 * 60 * 60;
+constexpr std::chrono::hours kLongestRing{1};  // which the switch lets no call do longer
 
 bool parse_number(const std::string& text, int lowest, int highest, int& number) {
   if (text.empty() || text.size() > 6 || text.find_first_not_of("0123456789") != std::string::npos) return false;
@@ -55,6 +56,7 @@ bool read_timeout(const std::string& text, Options& options, std::string& error)
     return false;
   }
   options.timeout = std::chrono::seconds(seconds);
+  options.timeout_given = true;
   return true;
 }
 
@@ -125,6 +127,11 @@ std::string shown_address(const Options& options) {
   return (ipv6 ? "[" + options.host + "]" : options.host) + ":" + std::to_string(options.port);
 }
 
+std::chrono::milliseconds patience_for(const std::string& command, const Options& options) {
+  const bool rings = command.substr(0, command.find_first_of(" \t")) == "originate";
+  return rings && !options.timeout_given ? kLongestRing : options.timeout;
+}
+
 bool read_options(int argc, char** argv, Options& options, std::string& error) {
   if (!read_environment(options, error)) return false;
   static const option kLongOptions[] = {
@@ -168,7 +175,9 @@ std::string usage() {
          "      --color WHEN         on, off or auto (default: auto, colours on a terminal)\n"
          "  -b, --batch              for scripts: commands from standard input without prompt, colours or history;\n"
          "                           the first that fails ends the run\n"
-         "  -t, --timeout SECONDS    how long to wait for the switch and for each answer (default 10)\n"
+         "  -t, --timeout SECONDS    how long to wait for the switch and for each answer (default 10; 3600 for that "
+         "to\n"
+         "                           originate, which comes when the phone answers)\n"
          "  -h, --help               this text\n"
          "\n"
          "Environment: KVX_EVENT_SOCKET=host:port and KVX_EVENT_SOCKET_PASSWORD stand in for -H, -P and -p.\n"

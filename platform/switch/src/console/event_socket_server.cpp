@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <iterator>
@@ -27,6 +28,8 @@ namespace {
 constexpr int kBacklog = 32;
 /// After accept() failed for want of descriptors the arrival is still there; without a pause the loop would spin.
 constexpr int kPauseWhenExhaustedMs = 100;
+/// It is told of so often, however many times it fails.
+constexpr std::chrono::seconds kBetweenComplaints{10};
 
 const char kRefusal[] = "Content-Type: text/rude-rejection\nContent-Length: 22\n\nToo many connections.\n";
 
@@ -159,8 +162,12 @@ void EventSocketServer::AcceptOne() {
       accept4(listener_.get(), reinterpret_cast<sockaddr*>(&address), &length, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!socket.valid()) {
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: cannot accept a connection: %s\n",
-                        std::strerror(errno));
+      const auto now = std::chrono::steady_clock::now();
+      if (now >= next_complaint_) {
+        next_complaint_ = now + kBetweenComplaints;
+        switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Event socket: cannot accept a connection: %s\n",
+                          std::strerror(errno));
+      }
       pollfd stop{stop_.descriptor(), POLLIN, 0};
       poll(&stop, 1, kPauseWhenExhaustedMs);
     }

@@ -65,6 +65,7 @@ class EventSocketServer {
   WakeEvent stop_;
   WakeEvent client_gone_;
   FileDescriptor listener_;
+  std::chrono::steady_clock::time_point next_complaint_{};  // used on the accepting thread only
   std::string address_;
   std::thread acceptor_;
   mutable std::mutex mutex_;

@@ -14,6 +14,4 @@ inline LockedSession find_leg(const std::string& uuid) {
   return LockedSession(switch_core_session_locate(uuid.c_str()), &switch_core_session_rwunlock);
 }
 
-inline constexpr char kNoSuchLeg[] = "No such channel!";
-
 }  // namespace kvx_switch

@@ -8,6 +8,7 @@
 #include "console/builtin_commands.h"
 #include "console/command_answer.h"
 #include "console/leg_lookup.h"
+#include "sip/leg_control.h"
 
 namespace kvx_switch {
 namespace {
@@ -48,7 +49,7 @@ switch_status_t uuid_getvar_command(const char* cmd, switch_core_session_t*, swi
   const auto words = words_of(cmd);
   if (words.size() != 2) return answer_usage(stream, "uuid_getvar", kUuidGetvarSyntax);
   const LockedSession session = find_leg(words[0]);
-  if (!session) return answer_error(stream, kNoSuchLeg);
+  if (!session) return answer_error(stream, kNoSuchChannel);
   const char* value = switch_channel_get_variable(switch_core_session_get_channel(session.get()), words[1].c_str());
   write_text(stream, value != nullptr ? value : "_undef_");
   return SWITCH_STATUS_SUCCESS;
@@ -58,7 +59,7 @@ switch_status_t uuid_setvar_command(const char* cmd, switch_core_session_t*, swi
   const auto words = words_of(cmd);
   if (words.size() < 2) return answer_usage(stream, "uuid_setvar", kUuidSetvarSyntax);
   const LockedSession session = find_leg(words[0]);
-  if (!session) return answer_error(stream, kNoSuchLeg);
+  if (!session) return answer_error(stream, kNoSuchChannel);
   switch_channel_t* channel = switch_core_session_get_channel(session.get());
   if (switch_channel_set_variable(channel, words[1].c_str(), text_behind_words(cmd, 2).c_str()) !=
       SWITCH_STATUS_SUCCESS) {
@@ -73,7 +74,7 @@ switch_status_t uuid_dump_command(const char* cmd, switch_core_session_t*, switc
   const bool as_text = words.size() == 1 || (words.size() == 2 && equal_without_case(words[1], "plain"));
   if (!as_json && !as_text) return answer_usage(stream, "uuid_dump", kUuidDumpSyntax);
   const LockedSession session = find_leg(words[0]);
-  if (!session) return answer_error(stream, kNoSuchLeg);
+  if (!session) return answer_error(stream, kNoSuchChannel);
   write_text(stream, dumped(session.get(), as_json));
   return SWITCH_STATUS_SUCCESS;
 }

@@ -20,6 +20,16 @@ switch_status_t mark(switch_channel_t* channel, switch_channel_flag_t flag, swit
   return SWITCH_STATUS_SUCCESS;
 }
 
+/// How long the leg was there and, from its answer on, was talked through: whole seconds, as billing reads them.
+void SetDurations(switch_channel_t& channel) {
+  const kvx_switch::ChannelTimes& times = channel.times;
+  const auto seconds = [&times](switch_time_t from) {
+    return std::to_string(from ? (times.hung_up - from) / 1000000 : 0);
+  };
+  channel.variables.Set("duration", seconds(times.created).c_str());
+  channel.variables.Set("billsec", seconds(times.answered).c_str());
+}
+
 bool known(switch_channel_flag_t flag) {
   return flag > 0 && flag < CF_FLAG_MAX;
 }
@@ -51,6 +61,7 @@ switch_channel_state_t switch_channel_perform_hangup(switch_channel_t* channel, 
     channel->callstate = CCS_HANGUP;
     channel->times.hung_up = switch_time_now();
     channel->variables.Set("hangup_cause", switch_channel_cause2str(hangup_cause));
+    SetDurations(*channel);
   }
   switch_log_printf(SWITCH_CHANNEL_ID_SESSION, file, func, line, reinterpret_cast<const char*>(channel->session),
                     SWITCH_LOG_NOTICE, "Hangup %s [%s] [%s]\n", switch_channel_get_name(channel),

@@ -1,6 +1,7 @@
 #include "operate/configuration_check.h"
 
 #include <switch.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <mutex>
@@ -46,7 +47,10 @@ void LogUnless(bool good, const std::string& error) {
 
 void ReadEverything() {
   std::string error;
-  LogUnless(ReadVariables(error), error);
+  const bool variables = ReadVariables(error);
+  LogUnless(variables, error);
+  // Without the values every file that uses one would seem to be wrong.
+  if (!variables && access(VariablesPath().c_str(), R_OK) != 0) return;
   LogUnless(ReadSwitchSettings(error), error);
   SetLogLevel(SWITCH_LOG_DEBUG);  // which they may have changed
   LogFileSettings log_file;

@@ -22,22 +22,23 @@ uint64_t raise(decltype(RLIMIT_CORE) resource, uint64_t wanted) {
 
 }  // namespace
 
-uint64_t DescriptorsFor(uint64_t sessions) {
-  return sessions * kDescriptorsForSession + kOtherDescriptors;
+uint64_t DescriptorsFor(const ConfiguredLoad& load) {
+  return load.sessions * kDescriptorsForSession + load.sip_connections + kOtherDescriptors;
 }
 
-ProcessLimits RaiseProcessLimits(uint64_t sessions) {
-  return {raise(RLIMIT_NOFILE, DescriptorsFor(sessions)), raise(RLIMIT_CORE, RLIM_INFINITY)};
+ProcessLimits RaiseProcessLimits(const ConfiguredLoad& load) {
+  return {raise(RLIMIT_NOFILE, DescriptorsFor(load)), raise(RLIMIT_CORE, RLIM_INFINITY)};
 }
 
-std::vector<std::string> FindLowLimits(const ProcessLimits& limits, uint64_t sessions) {
+std::vector<std::string> FindLowLimits(const ProcessLimits& limits, const ConfiguredLoad& load) {
   std::vector<std::string> low;
-  const std::string needed = std::to_string(DescriptorsFor(sessions));
-  if (limits.descriptors < DescriptorsFor(sessions)) {
+  const std::string needed = std::to_string(DescriptorsFor(load));
+  if (limits.descriptors < DescriptorsFor(load)) {
     low.push_back("No more than " + std::to_string(limits.descriptors) + " files may be open at once, and " +
-                  std::to_string(sessions) + " sessions need " + needed + ": set LimitNOFILE=" + needed +
+                  std::to_string(load.sessions) + " sessions and " + std::to_string(load.sip_connections) +
+                  " SIP connections need " + needed + ": set LimitNOFILE=" + needed +
                   " in the service's unit, \"ulimit -n " + needed +
-                  "\" in a shell, or a lower max-sessions in switch.conf");
+                  "\" in a shell, or a lower max-sessions in switch.conf or tcp-max-connections in the SIP profiles");
   }
   if (limits.core_bytes == 0) {
     low.push_back(

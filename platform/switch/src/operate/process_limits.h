@@ -13,14 +13,21 @@ struct ProcessLimits {
   uint64_t core_bytes = 0;
 };
 
-/// How many files are open at once when so many sessions are up: two sockets each, and what the switch has anyway.
-uint64_t DescriptorsFor(uint64_t sessions);
+/// What the configuration allows to be there at once.
+struct ConfiguredLoad {
+  uint64_t sessions = 0;
+  uint64_t sip_connections = 0;  ///< over TCP
+};
 
-/// Raises what this process may raise itself, its file descriptors as far as the sessions need and the size of a core
+/// How many files are open at once under that load: two sockets for each session, one for each connection, and what
+/// the switch has anyway.
+uint64_t DescriptorsFor(const ConfiguredLoad& load);
+
+/// Raises what this process may raise itself, its file descriptors as far as the load needs and the size of a core
 /// file, and says what holds then.
-ProcessLimits RaiseProcessLimits(uint64_t sessions);
+ProcessLimits RaiseProcessLimits(const ConfiguredLoad& load);
 
 /// A sentence for each limit that is too low: the number there is, the number needed and the settings that give it.
-std::vector<std::string> FindLowLimits(const ProcessLimits& limits, uint64_t sessions);
+std::vector<std::string> FindLowLimits(const ProcessLimits& limits, const ConfiguredLoad& load);
 
 }  // namespace kvx_switch

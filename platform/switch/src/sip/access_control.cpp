@@ -4,14 +4,20 @@
 
 #include <utility>
 
+#include "sip/located_xml.h"
+
 namespace kvx_switch {
 
 bool AccessControl::Load(const std::string& path, const std::vector<const SipProfile*>& profiles, std::string& error) {
   AccessLists lists;
   if (access(path.c_str(), F_OK) == 0 && !LoadAccessLists(path, lists, error)) return false;
+  // Every mistake, not only the first.
+  error.clear();
   for (const SipProfile* profile : profiles) {
-    if (!Check(*profile, lists, path, error)) return false;
+    std::string mistake;
+    if (!Check(*profile, lists, path, mistake)) error += (error.empty() ? "" : "\n") + mistake;
   }
+  if (!error.empty()) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   lists_ = std::move(lists);
   path_ = path;
@@ -21,7 +27,8 @@ bool AccessControl::Load(const std::string& path, const std::vector<const SipPro
 bool AccessControl::Check(const SipProfile& profile, const AccessLists& lists, const std::string& path,
                           std::string& error) {
   if (profile.access_list.empty() || lists.count(profile.access_list)) return true;
-  error = profile.file + ": \"apply-inbound-acl\" is \"" + profile.access_list + "\", a list that is not in " + path;
+  error = PlaceOfParameter(profile.file, "apply-inbound-acl") + "\"apply-inbound-acl\" is \"" + profile.access_list +
+          "\", a list that is not in " + path;
   return false;
 }
 

@@ -111,6 +111,18 @@ std::vector<CodecMatch> CommonCodecs(const SdpMedia& stream, const CodecImplemen
   return common;
 }
 
+std::vector<CodecMatch> EverythingToOffer(const CodecImplementations& codecs, bool g729_annex_b) {
+  SdpMedia stream;
+  for (const switch_codec_implementation_t* codec : codecs) {
+    const auto same = [codec](const SdpPayload& payload) { return payload.type == codec->ianacode; };
+    if (std::any_of(stream.payloads.begin(), stream.payloads.end(), same)) continue;
+    stream.payloads.push_back(OfferedPayload({codec, {}}));
+  }
+  std::vector<CodecMatch> offered = CommonCodecs(stream, codecs);
+  if (!g729_annex_b) RefuseAnnexB(offered);
+  return offered;
+}
+
 const SdpPayload* FindTelephoneEvent(const SdpMedia& stream, uint32_t rate) {
   const SdpPayload* found = nullptr;
   for (const SdpPayload& payload : stream.payloads) {

@@ -36,6 +36,10 @@ bool CodecsGoTogether(const CodecMatch& a, const CodecMatch& b);
 /// packet time is nearest to the stream's (20 ms when it names none).
 std::vector<CodecMatch> CommonCodecs(const SdpMedia& stream, const CodecImplementations& codecs);
 
+/// What we offer of our own accord: each codec once, as a far end could offer it, at the packet time that phones
+/// expect.
+std::vector<CodecMatch> EverythingToOffer(const CodecImplementations& codecs, bool g729_annex_b);
+
 /// The RFC 4733 payload type of the stream for a codec of `rate`, another rate's if there is none; null when the stream
 /// has none at all.
 const SdpPayload* FindTelephoneEvent(const SdpMedia& stream, uint32_t rate);

@@ -1,5 +1,4 @@
 // An INVITE without a description: we offer in our 200, and the caller answers in its ACK (RFC 3261, 13.2.1).
-#include <algorithm>
 #include <utility>
 
 #include "sip/calling_leg.h"
@@ -11,17 +10,6 @@ namespace {
 
 // The stack gives a call without an ACK up before this.
 constexpr std::chrono::seconds kAckPatience{40};
-
-/// Each codec once, as a far end could offer it.
-SdpMedia EveryCodec(const CodecImplementations& codecs) {
-  SdpMedia stream;
-  for (const switch_codec_implementation_t* codec : codecs) {
-    auto same = [codec](const SdpPayload& payload) { return payload.type == codec->ianacode; };
-    if (std::any_of(stream.payloads.begin(), stream.payloads.end(), same)) continue;
-    stream.payloads.push_back(OfferedPayload({codec, {}}));
-  }
-  return stream;
-}
 
 }  // namespace
 
@@ -35,12 +23,12 @@ bool CallingLeg::PrepareOwnOffer() {
     return false;
   }
   we_offer_ = true;
-  const SdpMedia every = EveryCodec(codecs);
-  common_ = CommonCodecs(every, codecs);
-  if (!profile_.media.g729_annex_b) RefuseAnnexB(common_);
+  common_ = EverythingToOffer(codecs, profile_.media.g729_annex_b);
   agreed_.codec = common_.front();
   if (profile_.media.telephone_events) {
-    agreed_.telephone_event_type = FreePayloadType(profile_.media.telephone_event_type, every.payloads);
+    std::vector<SdpPayload> taken;
+    for (const CodecMatch& match : common_) taken.push_back(match.remote);
+    agreed_.telephone_event_type = FreePayloadType(profile_.media.telephone_event_type, taken);
   }
   const SecurityWish& wish = profile_.media.security;
   if (wish.wanted != SecureMedia::kOff) agreed_.local_key = MakeSrtpKey(wish.suites.front(), "1");

@@ -68,6 +68,13 @@ void AgreeOnTelephoneEvents(const SdpMedia& stream, bool wanted, AgreedMedia& ag
   agreed.telephone_event_rate = events ? events->rate : 0;
 }
 
+void FireLegEvent(switch_core_session_t* session, switch_event_types_t type) {
+  switch_event_t* event = nullptr;
+  if (switch_event_create(&event, type) != SWITCH_STATUS_SUCCESS) return;
+  switch_channel_event_set_data(switch_core_session_get_channel(session), event);
+  if (switch_event_fire(&event) != SWITCH_STATUS_SUCCESS) switch_event_destroy(&event);
+}
+
 void FireBridgeEvent(switch_core_session_t* session, switch_event_types_t type, const std::string& other_uuid) {
   switch_event_t* event = nullptr;
   if (switch_event_create(&event, type) != SWITCH_STATUS_SUCCESS) return;
@@ -83,12 +90,6 @@ void HangUpLeg(const std::string& uuid, switch_call_cause_t cause) {
   if (!session) return;
   switch_channel_hangup(switch_core_session_get_channel(session), cause);
   switch_core_session_rwunlock(session);
-}
-
-void ServeWhileUp(switch_core_session_t* session) {
-  while (switch_channel_up(switch_core_session_get_channel(session))) {
-    ServeUntil(session, std::chrono::steady_clock::now() + std::chrono::hours(1), [] { return false; });
-  }
 }
 
 void RunGuarded(switch_core_session_t* session, const std::function<void()>& course) {

@@ -28,14 +28,14 @@ void FillLocalDescription(switch_core_session_t* session, const LocalMedia& loca
 /// Takes the stream's telephone-events into what is agreed, when `wanted` and the stream has any.
 void AgreeOnTelephoneEvents(const SdpMedia& stream, bool wanted, AgreedMedia& agreed);
 
+/// An event about the leg, with what every event about one says.
+void FireLegEvent(switch_core_session_t* session, switch_event_types_t type);
+
 /// CHANNEL_BRIDGE or CHANNEL_UNBRIDGE, with both legs' uuids.
 void FireBridgeEvent(switch_core_session_t* session, switch_event_types_t type, const std::string& other_uuid);
 
 /// Hangs the leg up if it is still there; from any thread.
 void HangUpLeg(const std::string& uuid, switch_call_cause_t cause);
-
-/// On the leg's thread: runs its tasks until it is hung up.
-void ServeWhileUp(switch_core_session_t* session);
 
 /// Runs a leg's course; an exception that leaves it is logged and hangs the leg up, so that its end follows as always.
 void RunGuarded(switch_core_session_t* session, const std::function<void()>& course);

@@ -95,4 +95,18 @@ std::string At(const std::string& path, const LocatedElement& element) {
   return path + ":" + std::to_string(element.line) + ": ";
 }
 
+std::string PlaceOfParameter(const std::string& path, const std::string& name) {
+  LocatedElement root;
+  std::string ignored;
+  std::string place = path + ": ";
+  if (!ReadLocatedXml(path, root, ignored)) return place;
+  for (const LocatedElement& section : root.children) {
+    for (const LocatedElement& param : section.children) {
+      const std::string* found = param.Attribute("name");
+      if (found && *found == name) place = At(path, param);
+    }
+  }
+  return place;
+}
+
 }  // namespace kvx_switch

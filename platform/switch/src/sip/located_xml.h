@@ -28,4 +28,8 @@ bool ListXmlFiles(const std::string& directory, std::vector<std::string>& paths,
 /// "file:line: "
 std::string At(const std::string& path, const LocatedElement& element);
 
+/// Where the file last gives the parameter <param name="NAME" .../> of a section: "file:line: "; "file: " when it does
+/// not.
+std::string PlaceOfParameter(const std::string& path, const std::string& name);
+
 }  // namespace kvx_switch

@@ -21,26 +21,6 @@ namespace {
 // Beyond the leg's own time-out: only a leg that does not report lets it pass.
 constexpr std::chrono::seconds kReportPatience{60};
 
-constexpr uint32_t kUsualPacketTime = 20;
-
-/// Every codec once, at the packet time that phones expect.
-std::vector<CodecMatch> EverythingToOffer(const SipProfile& profile) {
-  std::vector<CodecMatch> offered;
-  for (const switch_codec_implementation_t* codec : PreferredCodecs(RegisteredCodecs(), profile.codec_prefs)) {
-    CodecMatch match;
-    match.implementation = codec;
-    const auto same = std::find_if(offered.begin(), offered.end(), [codec](const CodecMatch& other) {
-      return other.implementation->ianacode == codec->ianacode;
-    });
-    if (same == offered.end()) {
-      offered.push_back(match);
-    } else if (match.PacketTime() == kUsualPacketTime && same->PacketTime() != kUsualPacketTime) {
-      *same = match;
-    }
-  }
-  return offered;
-}
-
 std::optional<std::chrono::seconds> TimeIn(const VariableList& variables, const char* name) {
   const std::string* value = FindInList(variables, name);
   return value ? RingTimeOfText(*value) : std::nullopt;
@@ -86,7 +66,7 @@ OriginateResult CallTarget(const OriginateRequest& request, const BridgeTarget& 
   CalledLegRequest leg;
   leg.agent = agent;
   leg.target = target.uri;
-  leg.offered = EverythingToOffer(profile);
+  leg.offered = EverythingToOffer(PreferredCodecs(RegisteredCodecs(), profile.codec_prefs), profile.media.g729_annex_b);
   if (leg.offered.empty()) return {"", SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE};
   leg.telephone_events = profile.media.telephone_events;
   leg.from_name = request.caller_name;

@@ -100,8 +100,15 @@ bool Renegotiation::TakeAudio(const SdpMedia& stream, AgreedMedia& agreed) {
                                CodecNames(CodecImplementations{agreed_.codec.implementation}));
     return false;
   }
+  // One name may stand for two ways of packing; the other leg has the one that the call began with.
+  const auto same = std::find_if(common.begin(), common.end(),
+                                 [this](const CodecMatch& match) { return CodecsGoTogether(match, agreed_.codec); });
+  if (same == common.end()) {
+    Refuse(kNotAcceptable, "the call's " + CodecNames(stream) + " is packed otherwise");
+    return false;
+  }
   agreed = agreed_;
-  agreed.codec = common.front();
+  agreed.codec = *same;
   if (RefusesSilenceFrames(agreed_.codec.remote)) RefuseSilenceFrames(agreed.codec.remote);
   AgreeOnTelephoneEvents(stream, leg_.profile->media.telephone_events, agreed);
   agreed.remote_key = std::move(security.remote);
@@ -160,6 +167,7 @@ void Renegotiation::AnswerAudio() {
 void Renegotiation::DirectionChanged() {
   const MediaDirection direction = audio_.direction;
   LegLog(leg_.session, SWITCH_LOG_INFO, std::string("The far end ") + DirectionText(direction) + " now");
+  TellOfHold(held_ || !Receives(direction));
   if (!leg_.bridge) {
     leg_.tell_partner([direction](Renegotiation& partner) { partner.PartnerDirection(direction); });
   } else if (!leg_.bridge(BridgeDirection())) {

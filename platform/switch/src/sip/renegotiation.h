@@ -105,6 +105,7 @@ class Renegotiation {
   void RestoreAudio();
   void OnHoldAnswer(const SessionDescription& answer);
   void DirectionChanged();
+  void TellOfHold(bool on_hold);
   void Refuse(int status, const std::string& why);
   /// The media server has let the leg go, or the two far ends cannot be brought together again: the call ends.
   void BreakOff(const std::string& why);
@@ -117,6 +118,7 @@ class Renegotiation {
   LocalDescription local_;  // as last told
   bool fax_ = false;
   bool held_ = false;  // by us
+  bool told_of_hold_ = false;
   Step step_ = Step::kIdle;
   bool to_fax_ = false;  // what step_ is about
   SessionDescription offer_;

@@ -24,6 +24,13 @@ std::string Renegotiation::Hold(HoldChange change) {
   return "";
 }
 
+/// By whichever side: the far end hears the other one no more, or again.
+void Renegotiation::TellOfHold(bool on_hold) {
+  if (std::exchange(told_of_hold_, on_hold) == on_hold) return;
+  switch_channel_set_callstate(switch_core_session_get_channel(leg_.session), on_hold ? CCS_HELD : CCS_ACTIVE);
+  FireLegEvent(leg_.session, on_hold ? SWITCH_EVENT_CHANNEL_HOLD : SWITCH_EVENT_CHANNEL_UNHOLD);
+}
+
 /// The codec and the ports stay; only who sends has changed, and where the far end wants it.
 void Renegotiation::OnHoldAnswer(const SessionDescription& answer) {
   const SdpMedia& stream = answer.media[stream_];

@@ -16,6 +16,8 @@ enum class MediaDirection { kSendReceive, kSendOnly, kReceiveOnly, kInactive };
 MediaDirection Reversed(MediaDirection direction);
 /// What is left of it for a side that was told not to send.
 MediaDirection WithoutSending(MediaDirection direction);
+/// What is left of it for a side that takes nothing.
+MediaDirection WithoutReceiving(MediaDirection direction);
 
 /// One payload type of an RTP stream with its "rtpmap" and "fmtp" put together.
 struct SdpPayload {
@@ -43,6 +45,8 @@ struct SdpMedia {
 
   /// Fax over UDP, ITU-T T.38, annex D.
   bool IsFaxImage() const { return kind == "image" && (protocol == "udptl" || protocol == "UDPTL"); }
+  /// False for "c=IN IP4 0.0.0.0" and its like, the old way to hold a call (RFC 3264, 8.4): it takes nothing.
+  bool HasDestination() const { return address != "0.0.0.0" && address != "::"; }
   bool IsRtpAudio() const { return kind == "audio" && (protocol == "RTP/AVP" || protocol == "RTP/SAVP"); }
 };
 

@@ -267,6 +267,7 @@ class Parser {
       error = "there is no \"m=\" line";
     for (SdpMedia& media : result_.media) {
       if (media.address.empty()) media.address = session_address_;
+      if (!media.HasDestination()) media.direction = WithoutReceiving(media.direction);
       if (media.address.empty() && media.port != 0 && error.empty()) {
         error = "no \"c=\" line holds for \"m=" + Printable(media.kind + " " + std::to_string(media.port)) + "\"";
       }
@@ -297,6 +298,11 @@ bool StaticPayload(uint8_t type, SdpPayload& payload) {
     return true;
   }
   return false;
+}
+
+MediaDirection WithoutReceiving(MediaDirection direction) {
+  const bool sends = direction == MediaDirection::kSendReceive || direction == MediaDirection::kSendOnly;
+  return sends ? MediaDirection::kSendOnly : MediaDirection::kInactive;
 }
 
 std::optional<SessionDescription> ParseSdp(std::string_view text, std::string& error) {

@@ -14,6 +14,7 @@
 #include <exception>
 #include <utility>
 
+#include "sip/connection_limit.h"
 #include "sip/message_limits.h"
 #include "sip/sip_stack.h"
 
@@ -195,9 +196,20 @@ void SipAgent::ThreadMain(std::promise<std::string> started) {
   }
   started.set_value(problem);
   // Tasks and messages wake the step; its length only bounds how late an end is noticed that nothing announces.
-  while (problem.empty() && !stopping_) su_root_step(root_, 1000);
+  if (problem.empty()) Serve();
   CloseOnSipThread();
   su_deinit();
+}
+
+void SipAgent::Serve() {
+  constexpr std::chrono::milliseconds kLongestStep{1000};
+  if (!profile_.transports.tcp) {
+    while (!stopping_) su_root_step(root_, kLongestStep.count());
+    return;
+  }
+  const auto port = static_cast<uint16_t>(std::atoi(address_.c_str() + address_.rfind(':') + 1));
+  ConnectionLimit connections(profile_.name, profile_.sip_address, port, profile_.tcp_connections);
+  while (!stopping_) su_root_step(root_, connections.Look(std::chrono::steady_clock::now()).count());
 }
 
 void SipAgent::CloseOnSipThread() {

@@ -78,6 +78,7 @@ class SipAgent : public std::enable_shared_from_this<SipAgent> {
  private:
   void ThreadMain(std::promise<std::string> started);
   bool OpenOnSipThread();
+  void Serve();
   void CloseOnSipThread();
   void OnInviteOnSipThread(nua_handle_s* handle, const sip_s* sip);
   void ReadContactOnSipThread(const void* tags);

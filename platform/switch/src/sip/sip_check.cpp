@@ -17,21 +17,6 @@ void LogError(const std::string& error) {
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
 }
 
-/// "file:line: " of the last parameter of that name; "file: " when the file does not give it.
-std::string PlaceOfParameter(const std::string& path, const std::string& name) {
-  LocatedElement root;
-  std::string ignored;
-  std::string place = path + ": ";
-  if (!ReadLocatedXml(path, root, ignored)) return place;
-  for (const LocatedElement& section : root.children) {
-    for (const LocatedElement& param : section.children) {
-      const std::string* found = param.Attribute("name");
-      if (found && *found == name) place = At(path, param);
-    }
-  }
-  return place;
-}
-
 using Addresses = std::map<std::pair<std::string, uint16_t>, std::string>;
 
 /// Two profiles cannot listen on one address; port 0 is a port of its own for each.

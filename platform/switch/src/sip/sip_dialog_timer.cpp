@@ -58,11 +58,15 @@ bool AllowsUpdate(const sip_s* sip) {
 /// The 2xx to their INVITE or, when it is given, UPDATE; both set the session up or refresh it.
 void SipDialog::AcceptOnSipThread(const std::string& sdp, const msg_s* update) {
   const std::string expires = timer_.enabled() ? timer_.AnswerExpires() : "";
+  // The stack would start a timer of its own, and end the call by it before ours is over, did it know of one here. What
+  // requires "timer" in a request (RFC 4028, 9) it has let pass by then; the next such request is to pass too.
+  if (timer_.enabled()) nua_set_hparams(handle_, SIPTAG_SUPPORTED_STR(kSupportedWithoutTimer), TAG_END());
   nua_respond(handle_, SIP_200_OK, TAG_IF(update, NUTAG_WITH(update)),
               TAG_IF(!expires.empty(), SIPTAG_SESSION_EXPIRES_STR(expires.c_str())),
               TAG_IF(!expires.empty() && timer_.AnswerRequires(), SIPTAG_REQUIRE_STR(kTimer)),
               TAG_IF(!sdp.empty(), SIPTAG_CONTENT_TYPE_STR(kSdpType)),
               TAG_IF(!sdp.empty(), SIPTAG_PAYLOAD_STR(sdp.c_str())), TAG_END());
+  if (timer_.enabled()) nua_set_hparams(handle_, SIPTAG_SUPPORTED_STR(kSupported), TAG_END());
   StartSessionTimerOnSipThread();
 }
 

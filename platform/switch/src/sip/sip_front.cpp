@@ -36,6 +36,7 @@ class SipFront {
   std::shared_ptr<SipAgent> AgentFor(const std::shared_ptr<SipAgent>& own, const std::string& target);
   std::shared_ptr<const Dialplan> TheDialplan();
   std::shared_ptr<SipAgent> FindAgent(const std::string& profile);
+  uint64_t ConnectionLimit();
   bool Responds(std::chrono::milliseconds limit);
 
  private:
@@ -80,11 +81,7 @@ bool SipFront::LoadDialplan(std::string& error) {
   if (!dialplan) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   for (const std::shared_ptr<SipAgent>& agent : agents_) {
-    const SipProfile& profile = agent->profile();
-    if (dialplan->HasContext(profile.context)) continue;
-    error =
-        profile.file + ": context \"" + profile.context + "\" is in no file of " + ConfigurationDirectory("dialplan");
-    return false;
+    if (!CheckContext(agent->profile(), *dialplan, error)) return false;
   }
   dialplan_ = std::move(dialplan);
   return true;
@@ -194,6 +191,15 @@ std::shared_ptr<SipAgent> SipFront::FindAgent(const std::string& profile) {
   return nullptr;
 }
 
+uint64_t SipFront::ConnectionLimit() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  uint64_t connections = 0;
+  for (const std::shared_ptr<SipAgent>& agent : agents_) {
+    if (agent->profile().transports.tcp) connections += agent->profile().tcp_connections;
+  }
+  return connections;
+}
+
 bool SipFront::Responds(std::chrono::milliseconds limit) {
   std::vector<std::shared_ptr<SipAgent>> agents;
   {
@@ -280,6 +286,10 @@ std::shared_ptr<const Dialplan> CurrentDialplan() {
 
 std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile) {
   return the_front().FindAgent(profile);
+}
+
+uint64_t SipConnectionLimit() {
+  return the_front().ConnectionLimit();
 }
 
 bool SipResponds(std::chrono::milliseconds limit) {

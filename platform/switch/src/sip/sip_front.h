@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -32,6 +33,9 @@ std::shared_ptr<const Dialplan> CurrentDialplan();
 
 /// The agent of the profile of that name, of the first profile for ""; null when there is none. Any thread.
 std::shared_ptr<SipAgent> FindSipAgent(const std::string& profile);
+
+/// How many TCP connections the profiles that are served allow together.
+uint64_t SipConnectionLimit();
 
 /// Whether every SIP thread has run a task within `limit`: false when one hangs.
 bool SipResponds(std::chrono::milliseconds limit);

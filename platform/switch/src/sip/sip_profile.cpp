@@ -3,9 +3,11 @@
 #include <arpa/inet.h>
 #include <switch.h>
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "sip/located_xml.h"
@@ -44,10 +46,13 @@ Setter NumericAddress(std::string& target) {
   return [&target](const std::string& value, std::string& expected) {
     unsigned char address[sizeof(in6_addr)];
     target = value;
-    if (inet_pton(AF_INET, value.c_str(), address) == 1 || inet_pton(AF_INET6, value.c_str(), address) == 1)
-      return true;
-    expected = "a numeric address";
-    return false;
+    const bool ipv4 = inet_pton(AF_INET, value.c_str(), address) == 1;
+    const bool known = ipv4 || inet_pton(AF_INET6, value.c_str(), address) == 1;
+    // Far ends are told of it: one that stands for all of this machine's would lead them nowhere.
+    const bool one =
+        std::any_of(address, address + (ipv4 ? sizeof(in_addr) : sizeof(in6_addr)), [](auto b) { return b; });
+    expected = known ? "one address of this machine" : "a numeric address";
+    return known && one;
   };
 }
 
@@ -79,6 +84,27 @@ Setter CommaList(std::vector<std::string>& target) {
         target.push_back(std::exchange(word, {}));
     }
     return true;
+  };
+}
+
+/// NAME, or NAME with numbers behind: "@20i", "@8000h", "@24000b", in any order.
+bool IsCodecPreference(const std::string& text) {
+  size_t at = std::min(text.find('@'), text.size());
+  if (at == 0) return false;
+  while (at < text.size()) {
+    const size_t unit = std::min(text.find_first_not_of("0123456789", at + 1), text.size());
+    if (unit == at + 1 || unit == text.size() || std::string("ihb").find(text[unit]) == std::string::npos) return false;
+    at = unit + 1;
+    if (at < text.size() && text[at] != '@') return false;
+  }
+  return true;
+}
+
+Setter CodecPreferences(std::vector<std::string>& target) {
+  return [&target](const std::string& value, std::string& expected) {
+    CommaList(target)(value, expected);
+    expected = "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b";
+    return std::all_of(target.begin(), target.end(), IsCodecPreference);
   };
 }
 
@@ -132,13 +158,14 @@ std::map<std::string, Setter> Parameters(SipProfile& profile) {
           {"timer-T2", NumberBetween(profile.timers.t2, 10, 40000)},
           {"timer-T4", NumberBetween(profile.timers.t4, 10, 50000)},
           {"tcp-idle-sec", NumberBetween(profile.tcp_idle_seconds, 1, 86400)},
+          {"tcp-max-connections", NumberBetween(profile.tcp_connections, 1, 65535)},
           {"context", Word(profile.context)},
           {"apply-inbound-acl", Word(profile.access_list)},
           {"leg-timeout", NumberBetween(profile.leg_timeout_seconds, 1, 3600)},
           {"enable-timer", TruthValue(profile.session_timer.enabled)},
           {"session-timeout", NumberBetween(profile.session_timer.session_seconds, 1, 86400)},
           {"minimum-session-expires", NumberBetween(profile.session_timer.least_seconds, 1, 86400)},
-          {"codec-prefs", CommaList(profile.codec_prefs)},
+          {"codec-prefs", CodecPreferences(profile.codec_prefs)},
           {"dtmf-type", DtmfType(media.telephone_events)},
           {"rfc2833-pt", NumberBetween(media.telephone_event_type, 96, 127)},
           {"inband-dtmf-to-rfc2833", TruthValue(media.inband_dtmf_to_events)},
@@ -185,6 +212,24 @@ bool Expect(const char* name, const LocatedElement& element, const std::string& 
   return false;
 }
 
+void WarnOfTimers(const SipProfile& profile) {
+  constexpr uint32_t kLeast = 90;  // RFC 4028, 5
+  const SessionTimerSettings& timer = profile.session_timer;
+  const auto warn = [&profile](const char* name, const std::string& what) {
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s%s\n", PlaceOfParameter(profile.file, name).c_str(),
+                      what.c_str());
+  };
+  if (timer.least_seconds < kLeast) {
+    warn("minimum-session-expires", "\"minimum-session-expires\" is " + std::to_string(timer.least_seconds) +
+                                        ", less than the 90 of RFC 4028; far ends may refuse it");
+  }
+  if (timer.session_seconds < timer.least_seconds) {
+    warn("session-timeout", "\"session-timeout\" is " + std::to_string(timer.session_seconds) + ", less than the " +
+                                std::to_string(timer.least_seconds) +
+                                " of \"minimum-session-expires\", which is taken");
+  }
+}
+
 }  // namespace
 
 bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error) {
@@ -201,14 +246,21 @@ bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& e
   const std::map<std::string, Setter> known = Parameters(profile);
   // Every mistake of the file, not only the first.
   error.clear();
+  std::set<std::string> names;
   for (const LocatedElement& section : root.children) {
     if (!Expect("settings", section, path)) continue;
     for (const LocatedElement& param : section.children) {
       std::string mistake;
+      const std::string* given = param.Attribute("name");
+      if (given && !names.insert(*given).second) {
+        switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\" stands here again; the last counts\n",
+                          At(path, param).c_str(), given->c_str());
+      }
       if (!Expect("param", param, path) || ApplyParameter(param, known, profile, mistake)) continue;
       error += (error.empty() ? "" : "\n") + mistake;
     }
   }
+  if (error.empty()) WarnOfTimers(profile);
   return error.empty();
 }
 

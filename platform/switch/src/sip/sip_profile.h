@@ -52,7 +52,8 @@ struct SipProfile {
   uint16_t sip_port = 5060;               ///< 0: any free port
   SipTransports transports;
   SipTimers timers;
-  uint32_t tcp_idle_seconds = 3600;  ///< after which a connection that says nothing is closed
+  uint32_t tcp_idle_seconds = 600;  ///< after which a connection that says nothing is closed
+  uint32_t tcp_connections = 1000;  ///< that far ends may have made at once
   std::string context = "default";
   std::string access_list;               ///< of acl.conf.xml: who may call; empty: everybody
   uint32_t leg_timeout_seconds = 60;     ///< how long a called leg may ring

@@ -9,12 +9,17 @@
 #include <cstring>
 
 #include "sip/message_limits.h"
+#include "sip/sip_text.h"
 
 namespace kvx_switch {
 
 namespace {
 
 constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER, UPDATE";
+
+const char* Supported(const SipProfile& profile) {
+  return profile.session_timer.enabled ? kSupported : kSupportedWithoutTimer;
+}
 
 /// What the system says when it is asked to bind; empty when it does.
 std::string TryToBind(int type, const sockaddr_storage& address, socklen_t length) {
@@ -69,15 +74,15 @@ nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, co
   const bool both = profile.transports.udp && profile.transports.tcp;
   const std::string url = "sip:" + address.substr(0, address.rfind(':') + 1) + port +
                           (both ? "" : ";transport=" + profile.transports.Names());
-  // A connection that says nothing, or breaks off in a message, is closed in the end: whoever opens many of them would
-  // otherwise have all the descriptors that there are.
+  // A connection that says nothing, or breaks off in a message, is closed in the end; how many there may be until then
+  // is ConnectionLimit's to see to.
   nua_t* nua = nua_create(root, callback, agent, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
                           NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
                           NUTAG_MIN_SE(1), NUTAG_APPL_METHOD("INVITE, REFER, UPDATE"), NTATAG_MAXSIZE(kLargestMessage),
                           NTATAG_SIP_T1(profile.timers.t1), NTATAG_SIP_T1X64(profile.timers.t1x64),
                           NTATAG_SIP_T2(profile.timers.t2), NTATAG_SIP_T4(profile.timers.t4),
                           TPTAG_TIMEOUT(profile.timers.t1x64), TPTAG_IDLE(profile.tcp_idle_seconds * 1000),
-                          SIPTAG_SUPPORTED_STR("replaces"), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+                          SIPTAG_SUPPORTED_STR(Supported(profile)), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (nua) nua_set_params(nua, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   return nua;
 }

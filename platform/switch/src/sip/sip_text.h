@@ -10,6 +10,7 @@ namespace kvx_switch {
 constexpr const char* kSdpType = "application/sdp";
 /// Extensions that we know, where session timers are on.
 constexpr const char* kSupported = "replaces, timer";
+constexpr const char* kSupportedWithoutTimer = "replaces";
 
 /// The message's body, "" when there is none.
 std::string Body(const sip_s* sip);

@@ -1,0 +1,136 @@
+#include "sip/connection_limit.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/tcp.h>
+#include <switch.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+namespace kvx_switch {
+
+namespace {
+
+constexpr std::chrono::milliseconds kBetweenLooks{200};
+constexpr std::chrono::milliseconds kLongestWait{1000};
+constexpr std::chrono::seconds kBetweenWarnings{10};
+/// So many descriptors more than at the last look are reason enough to look at once.
+constexpr int kManyOpened = 32;
+constexpr int kNone = 1 << 30;  // beyond every descriptor
+
+std::vector<uint8_t> BytesOf(const sockaddr_storage& address) {
+  const auto* v4 = reinterpret_cast<const sockaddr_in*>(&address);
+  const auto* v6 = reinterpret_cast<const sockaddr_in6*>(&address);
+  const bool ipv4 = address.ss_family == AF_INET;
+  const auto* bytes = ipv4 ? reinterpret_cast<const uint8_t*>(&v4->sin_addr) : v6->sin6_addr.s6_addr;
+  return {bytes, bytes + (ipv4 ? sizeof(v4->sin_addr) : sizeof(v6->sin6_addr))};
+}
+
+std::string TextOf(const std::vector<uint8_t>& address) {
+  char text[INET6_ADDRSTRLEN] = "";
+  inet_ntop(address.size() == sizeof(in_addr) ? AF_INET : AF_INET6, address.data(), text, sizeof(text));
+  return text;
+}
+
+/// False for what is no TCP connection, or one that is on its way out already.
+bool IsUp(int descriptor, uint32_t& silent_ms) {
+  tcp_info info{};
+  socklen_t length = sizeof(info);
+  if (getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &length) != 0) return false;
+  silent_ms = info.tcpi_last_data_recv;
+  return info.tcpi_state == TCP_ESTABLISHED;
+}
+
+size_t QuarterOfDescriptors() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return SIZE_MAX;
+  return std::max<size_t>(limit.rlim_cur / 4, 1);
+}
+
+}  // namespace
+
+ConnectionLimit::ConnectionLimit(const std::string& profile, const std::string& address, uint16_t port, uint32_t most)
+    : profile_(profile), most_(most), port_(port), descriptors_(opendir("/proc/self/fd"), closedir) {
+  sockaddr_storage storage{};
+  auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
+  auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
+  storage.ss_family = inet_pton(AF_INET, address.c_str(), &v4->sin_addr) == 1 ? AF_INET : AF_INET6;
+  if (storage.ss_family == AF_INET6) inet_pton(AF_INET6, address.c_str(), &v6->sin6_addr);
+  address_ = BytesOf(storage);
+}
+
+int ConnectionLimit::LowestFree() const {
+  const int copy = fcntl(dirfd(descriptors_.get()), F_DUPFD_CLOEXEC, 0);
+  if (copy < 0) return kNone;
+  close(copy);
+  return copy;
+}
+
+bool ConnectionLimit::IsOurs(const sockaddr_storage& local) const {
+  if (local.ss_family != AF_INET && local.ss_family != AF_INET6) return false;
+  // The port is at the same place in both.
+  return ntohs(reinterpret_cast<const sockaddr_in*>(&local)->sin_port) == port_ && BytesOf(local) == address_;
+}
+
+size_t ConnectionLimit::Find(Connections& connections) {
+  size_t count = 0;
+  rewinddir(descriptors_.get());
+  while (const dirent* entry = readdir(descriptors_.get())) {
+    const int descriptor = std::atoi(entry->d_name);
+    sockaddr_storage local{};
+    sockaddr_storage remote{};
+    socklen_t local_length = sizeof(local);
+    socklen_t remote_length = sizeof(remote);
+    Connection connection{descriptor, 0};
+    if (entry->d_name[0] == '.' || getsockname(descriptor, reinterpret_cast<sockaddr*>(&local), &local_length) != 0 ||
+        !IsOurs(local) || getpeername(descriptor, reinterpret_cast<sockaddr*>(&remote), &remote_length) != 0 ||
+        !IsUp(descriptor, connection.silent_ms)) {
+      continue;
+    }
+    connections[BytesOf(remote)].push_back(connection);
+    ++count;
+  }
+  return count;
+}
+
+std::chrono::milliseconds ConnectionLimit::Look(Clock::time_point now) {
+  if (!descriptors_) return kLongestWait;
+  const int free = LowestFree();
+  if (now < next_look_ && free < free_at_last_look_ + kManyOpened) return kBetweenLooks;
+  next_look_ = now + kBetweenLooks;
+  free_at_last_look_ = free;
+  const size_t most = std::min<size_t>(most_, QuarterOfDescriptors());
+  Connections connections;
+  const size_t count = Find(connections);
+  if (count > most) ShutDown(connections, count - most, most, now);
+  return kLongestWait;
+}
+
+void ConnectionLimit::ShutDown(Connections& connections, size_t excess, size_t most, Clock::time_point now) {
+  std::string from;
+  for (size_t left = excess; left > 0; --left) {
+    const auto crowd = std::max_element(connections.begin(), connections.end(),
+                                        [](const auto& a, const auto& b) { return a.second.size() < b.second.size(); });
+    std::vector<Connection>& theirs = crowd->second;
+    const auto longest = std::max_element(theirs.begin(), theirs.end(), [](const Connection& a, const Connection& b) {
+      return a.silent_ms < b.silent_ms;
+    });
+    shutdown(longest->descriptor, SHUT_RDWR);
+    theirs.erase(longest);
+    if (from.empty()) from = TextOf(crowd->first);
+  }
+  closed_ += excess;
+  if (now < next_warning_) return;
+  next_warning_ = now + kBetweenWarnings;
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
+                    "SIP profile \"%s\": there may be %zu TCP connections; %zu more were closed, the first from %s, "
+                    "which had most\n",
+                    profile_.c_str(), most, std::exchange(closed_, 0), from.c_str());
+}
+
+}  // namespace kvx_switch
