@@ -1,6 +1,7 @@
 // Messages that no phone sends: whatever comes, the switch answers the next one, and keeps nothing of it.
-#include <chrono>
 #include <switch.h>
+
+#include <chrono>
 
 #include "sip/sip_front.h"
 #include "sip_hostile_fixture.h"
