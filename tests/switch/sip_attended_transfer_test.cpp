@@ -2,6 +2,9 @@
 
 #include <switch.h>
 
+#include <chrono>
+#include <future>
+
 #include "sip_transfer_fixture.h"
 
 namespace kvx_switch {
@@ -155,6 +158,53 @@ TEST_F(SipAttendedTransfer, AnInviteThatCannotTakeAPlaceIsRefused) {
     EXPECT_EQ(response->Status(), invite.status) << invite.replaces;
     carol_.SendAck(*response);
   }
+  EXPECT_EQ(media_->Count("A unbridge"), 0u);
+  EndCall();
+}
+
+TEST_F(SipAttendedTransfer, AnInviteThatIsCancelledWhileItTakesAPlaceGivesItBack) {
+  SipMessage first = Connect(alice_, "2000", bob_, kUlaw, kUlaw);
+  std::promise<void> cancelled;
+  const std::shared_future<void> carol_gave_up = cancelled.get_future().share();
+  // Alice's leg is about to part from bob's.
+  media_->OnCall("A unbridge", [carol_gave_up] { carol_gave_up.wait_for(std::chrono::seconds(10)); });
+  carol_.SendInvite("2000", kUlaw, "Replaces: " + SipPeer::ReplacesAsCalled(first) + "\n");
+  for (int tries = 0; tries < 1000 && !Logged(SWITCH_LOG_INFO, "Takes the place of leg"); ++tries) switch_sleep(5000);
+  carol_.SendCancel();
+  for (int tries = 0; tries < 1000 && !Logged(SWITCH_LOG_INFO, "Cancelled by the calling side"); ++tries) {
+    switch_sleep(5000);
+  }
+  cancelled.set_value();
+  std::optional<SipMessage> response = carol_.AwaitResponse();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->Status(), 487);
+  carol_.SendAck(*response);
+  EXPECT_TRUE(media_->WaitFor("B bridge", 1)) << "by bob's leg, whose place was to be taken";
+  EXPECT_EQ(media_->Count("A unbridge"), 1u);
+  EndCall();
+}
+
+TEST_F(SipAttendedTransfer, AnInviteThatFailsWhenItHasThePlaceGivesItBack) {
+  SipMessage first = Connect(alice_, "2000", bob_, kUlaw, kUlaw);
+  media_->Refuse("A get_media");
+  carol_.SendInvite("2000", kUlaw, "Replaces: " + SipPeer::ReplacesAsCalled(first) + "\n");
+  std::optional<SipMessage> response = carol_.AwaitResponse();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->Status(), 503);
+  carol_.SendAck(*response);
+  EXPECT_TRUE(media_->WaitFor("B bridge", 1));
+  EXPECT_EQ(media_->Count("A unbridge"), 1u);
+  EndCall();
+}
+
+TEST_F(SipAttendedTransfer, AnInviteThatTheMediaServerHasNoRoomForTouchesNothing) {
+  SipMessage first = Connect(alice_, "2000", bob_, kUlaw, kUlaw);
+  media_->SetAvailable(false);
+  carol_.SendInvite("2000", kUlaw, "Replaces: " + SipPeer::ReplacesAsCalled(first) + "\n");
+  std::optional<SipMessage> response = carol_.AwaitResponse();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->Status(), 503);
+  carol_.SendAck(*response);
   EXPECT_EQ(media_->Count("A unbridge"), 0u);
   EndCall();
 }

@@ -2,6 +2,9 @@
 
 #include <switch.h>
 
+#include <chrono>
+#include <future>
+
 #include "sip/sip_front.h"
 #include "sip_transfer_fixture.h"
 
@@ -215,6 +218,60 @@ TEST_F(SipBlindTransfer, ReferOutsideACallIsForbidden) {
                  "\nCSeq: 1 REFER\nContact: <sip:carol@" + carol_.Address() + ">\n" + ReferTo("3000") +
                  "Content-Length: 0\n\n");
   EXPECT_EQ(AwaitReferResponse(carol_), 403);
+}
+
+TEST_F(SipBlindTransfer, AFailureInAnExtensionThatGoesOnLeadsBackForGood) {
+  Dialplan(dialplan_ +
+           "<extension name=\"more\"><condition field=\"destination_number\" expression=\"^4000$\">"
+           "<action application=\"bridge\" data=\"sip:3000@" +
+           carol_.Address() + "\"/><action application=\"log\" data=\"INFO went on\"/></condition></extension>");
+  StopSipSide();
+  StartSipSide();
+  carol_.Use(SipAddress());
+  ConnectToBob(SipPeer::Sdp("0"));
+  bob_.SendInCallAsCalled(bobs_invite_, "REFER", ReferTo("4000"));
+  EXPECT_EQ(NextNotify(bob_), kTrying);
+  std::optional<SipMessage> invite = carol_.AwaitRequest("INVITE");
+  ASSERT_TRUE(invite);
+  carol_.Reply(*invite, 486);
+  EXPECT_EQ(NextNotify(bob_), "SIP/2.0 486 Busy Here, the last");
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  bob_.SendByeAsCalled(bobs_invite_, "Reason: Q.850;cause=31\n");
+  EXPECT_TRUE(bob_.AwaitResponse("BYE"));
+  EXPECT_THAT(ByeAt(alice_), HasSubstr("Q.850;cause=31")) << "what bob said";
+  EXPECT_TRUE(NoLegsLeft());
+  EXPECT_FALSE(Logged(SWITCH_LOG_INFO, "went on"));
+}
+
+TEST_F(SipBlindTransfer, AFaxThatIsAskedForWhileThePartnerGoesElsewhereIsRefused) {
+  ConnectToBob(SipPeer::Sdp("0"));
+  const size_t asked = media_->Count("A get_media");
+  std::promise<void> referred;
+  const std::shared_future<void> bobs_wish = referred.get_future().share();
+  media_->OnCall("A get_media", [bobs_wish] { bobs_wish.wait_for(std::chrono::seconds(10)); });
+  alice_.SendReinvite(SipPeer::FaxSdp());
+  ASSERT_TRUE(media_->WaitFor("A set_media", 2)) << "alice's leg is at it";
+  bob_.SendInCallAsCalled(bobs_invite_, "REFER", ReferTo("3000"));
+  EXPECT_EQ(AwaitReferResponse(bob_), 202);
+  EXPECT_EQ(NextNotify(bob_), kTrying);
+  for (int tries = 0; tries < 1000 && !Logged(SWITCH_LOG_INFO, "asked for by the far end"); ++tries) switch_sleep(5000);
+  EXPECT_EQ(media_->Count("A get_media"), asked);
+  referred.set_value();
+  std::optional<SipMessage> fax = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(fax);
+  bob_.Reply(*fax, 488);
+  std::optional<SipMessage> refusal = alice_.AwaitResponse();
+  ASSERT_TRUE(refusal) << "no final response to the re-INVITE";
+  EXPECT_EQ(refusal->Status(), 491);
+  alice_.AckReinvite(*refusal);
+  SipMessage invite = AnswerAt(carol_);
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  EXPECT_EQ(NextNotify(bob_), kDone);
+  EXPECT_NE(ByeAt(bob_), "none");
+  carol_.SendByeAsCalled(invite);
+  EXPECT_TRUE(carol_.AwaitResponse("BYE"));
+  EXPECT_NE(ByeAt(alice_), "none");
+  EXPECT_TRUE(NoLegsLeft());
 }
 
 }  // namespace

@@ -148,5 +148,24 @@ TEST_F(SipBridgeFailover, HangupAfterBridgeEndsTheCallerToo) {
   EXPECT_TRUE(carol_.StaysSilent("INVITE", std::chrono::milliseconds(100)));
 }
 
+TEST_F(SipBridgeFailover, ATargetThatRefusesRightBehindItsEarlyMediaIsFollowedByTheNext) {
+  Start(Action("bridge", Bob() + "|" + Carol()));
+  media_->OnCall("A get_media", [this] {
+    for (int tries = 0; tries < 1000; ++tries) {
+      if (VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "direction") == "no leg") return;
+      switch_sleep(5000);
+    }
+  });
+  Dial();
+  std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(invite);
+  bob_.Reply(*invite, 183, "", SipPeer::Sdp("0"));
+  bob_.Reply(*invite, 486);
+  Answers(carol_);
+  EXPECT_EQ(AliceHears(), 200);
+  // The one with bob's leg could not be made.
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+}
+
 }  // namespace
 }  // namespace kvx_switch

@@ -151,5 +151,24 @@ TEST_F(SipDelayedOffer, AnAckWithoutAnswerLeavesTheCallAsItWas) {
   EndCall();
 }
 
+TEST_F(SipDelayedOffer, AnUpdateBeforeTheAckWaitsAndTheCallCanStillChange) {
+  SipMessage offer = CallWithoutOffer(SipPeer::Sdp("0"));
+  alice_.JoinDialog(offer);
+  alice_.SendInCall("UPDATE", "", SipPeer::Sdp("0", "a=sendonly\n"));
+  std::optional<SipMessage> update = alice_.AwaitResponse("UPDATE");
+  ASSERT_TRUE(update);
+  EXPECT_EQ(update->Status(), 491) << "our offer has no answer yet";
+  alice_.SendAck(offer, SipPeer::Sdp("0"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 1));
+  alice_.SendReinvite(SipPeer::Sdp("0", "a=sendonly\n"));
+  std::optional<SipMessage> held = alice_.AwaitResponse();
+  ASSERT_TRUE(held);
+  EXPECT_EQ(held->Status(), 200);
+  alice_.AckReinvite(*held);
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  EXPECT_EQ(media_->Of("A bridge").direction, RTPDIR_RECEIVE);
+  EndCall();
+}
+
 }  // namespace
 }  // namespace kvx_switch

@@ -32,6 +32,14 @@ class SipEarlyMedia : public SipCall {
     alice_.SendAck(*response);
     return *response;
   }
+
+  /// Until bob's leg has been hung up: a moment at which nothing can be joined with it any more.
+  void WaitUntilBobsLegIsDown() {
+    for (int tries = 0; tries < 1000; ++tries) {
+      if (VariableOfLeg(SWITCH_CALL_DIRECTION_OUTBOUND, "direction") == "no leg") return;
+      switch_sleep(5000);
+    }
+  }
 };
 
 TEST_F(SipEarlyMedia, IsHeardBeforeTheAnswer) {
@@ -107,6 +115,43 @@ TEST_F(SipEarlyMedia, OneThatCannotBeUsedIsPassedOver) {
   EXPECT_EQ(Play(SipPeer::Sdp("18")).Status(), 183);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "The answer takes none of the offered codecs"));
   EXPECT_EQ(Answer(SipPeer::Sdp("0")).Status(), 200);
+  EndCall();
+}
+
+TEST_F(SipEarlyMedia, ARefusalRightBehindItKeepsItsStatus) {
+  media_->OnCall("A get_media", [this] { WaitUntilBobsLegIsDown(); });
+  CallBob();
+  bob_.Reply(bobs_invite_, 183, "", SipPeer::Sdp("0"));
+  bob_.Reply(bobs_invite_, 486);
+  std::optional<SipMessage> response = alice_.AwaitResponse();
+  while (response && response->Status() < 200) response = alice_.AwaitResponse();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->Status(), 486);
+  alice_.SendAck(*response);
+  EXPECT_TRUE(NoLegsLeft());
+}
+
+TEST_F(SipEarlyMedia, AnAnswerInAnotherCodecEndsTheCall) {
+  bob_.Reply(CallBob(SipPeer::Sdp("0 18")), 183, "", SipPeer::Sdp("18"));
+  std::optional<SipMessage> progress = alice_.AwaitResponse();
+  ASSERT_TRUE(progress);
+  EXPECT_EQ(progress->Status(), 183);
+  EXPECT_TRUE(media_->WaitFor("A bridge", 1));
+  EXPECT_EQ(Answer(SipPeer::Sdp("0")).Status(), 488);
+  std::optional<SipMessage> bye = bob_.AwaitRequest("BYE");
+  ASSERT_TRUE(bye);
+  bob_.Reply(*bye, 200);
+  EXPECT_TRUE(NoLegsLeft());
+  EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "The called side answered with another codec than the caller was told before"));
+}
+
+TEST_F(SipEarlyMedia, AnAnswerInAnotherDirectionTurnsTheBridge) {
+  Play(SipPeer::Sdp("0", "a=sendonly\n"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 1));
+  EXPECT_EQ(media_->Of("A bridge").direction, RTPDIR_SEND);
+  EXPECT_EQ(Answer(SipPeer::Sdp("0", "a=sendrecv\n")).Status(), 200);
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  EXPECT_EQ(media_->Of("A bridge").direction, RTPDIR_DUPLEX);
   EndCall();
 }
 

@@ -196,9 +196,9 @@ std::string SipPeer::ReplacesAsCalled(const SipMessage& invite) {
   return invite.Header("Call-ID") + ";to-tag=" + Tag(invite.Header("From")) + ";from-tag=bob";
 }
 
-void SipPeer::SendReinvite(const std::string& sdp) {
+void SipPeer::SendReinvite(const std::string& sdp, const std::string& more_headers) {
   const int sequence = 10 + ++reinvites_;
-  SendRaw(Request("INVITE", sequence, branch_ + "-re" + std::to_string(sequence), remote_tag_, "", sdp));
+  SendRaw(Request("INVITE", sequence, branch_ + "-re" + std::to_string(sequence), remote_tag_, more_headers, sdp));
 }
 
 void SipPeer::AckReinvite(const SipMessage& response, const std::string& sdp) {
@@ -240,9 +240,19 @@ std::optional<SipMessage> SipPeer::AwaitResponse(const std::string& method) {
 
 std::optional<SipMessage> SipPeer::AwaitRequest(const std::string& method) {
   const auto deadline = std::chrono::steady_clock::now() + kLimit;
+  if (method == "BYE" && !byes_.empty()) {
+    SipMessage bye = byes_.front();
+    byes_.erase(byes_.begin());
+    return bye;
+  }
   while (std::optional<SipMessage> message = Receive(deadline)) {
     if (message->Method() == method) return message;
-    if (message->Method() == "BYE") Reply(*message, 200);
+    if (message->Method() != "BYE") continue;
+    if (method == "NOTIFY") {
+      byes_.push_back(*message);
+    } else {
+      Reply(*message, 200);
+    }
   }
   return std::nullopt;
 }

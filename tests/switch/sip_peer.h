@@ -54,7 +54,7 @@ class SipPeer {
   /// "call-id;to-tag=...;from-tag=..." of the call, as Replaces names it to the switch (RFC 3891).
   std::string Replaces() const;
   /// A further INVITE in the call, and the ACK for the final response to it.
-  void SendReinvite(const std::string& sdp);
+  void SendReinvite(const std::string& sdp, const std::string& more_headers = "");
   void AckReinvite(const SipMessage& response, const std::string& sdp = "");
 
   /// The To tag of this phone's answers from now on, "bob" before: a fork of its own for each (RFC 3261, 13.2.2.4).
@@ -73,7 +73,8 @@ class SipPeer {
 
   /// The next response to INVITE other than 100, or to another method; empty when none comes in time.
   std::optional<SipMessage> AwaitResponse(const std::string& method = "INVITE");
-  /// The next request of that method; others that come meanwhile are answered 200 (BYE) or passed over.
+  /// The next request of that method; others that come meanwhile are answered 200 (BYE) or passed over. A BYE that
+  /// comes before an awaited NOTIFY, in another call, is kept for who awaits a BYE next.
   std::optional<SipMessage> AwaitRequest(const std::string& method);
   /// Nothing of that method comes within `limit`.
   bool StaysSilent(const std::string& method, std::chrono::milliseconds limit);
@@ -111,6 +112,7 @@ class SipPeer {
   std::string branch_;
   std::string remote_tag_;
   std::vector<SipMessage> open_;   ///< requests without a final answer
+  std::vector<SipMessage> byes_;   ///< those that came before a NOTIFY
   std::vector<std::string> seen_;  ///< messages already handed over, to pass over their repetitions
 };
 

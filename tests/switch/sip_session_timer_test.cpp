@@ -4,6 +4,8 @@
 
 #include <chrono>
 
+#include "sip/call_leg.h"
+#include "sip/leg_control.h"
 #include "sip_call_fixture.h"
 
 namespace kvx_switch {
@@ -15,6 +17,9 @@ using testing::HasSubstr;
 using testing::Not;
 
 const std::string kUlaw = SipPeer::Sdp("0");
+
+// On bob's side the phone refreshes; nobody in these tests wants his timer.
+constexpr const char* kBobRefreshesLater = "Require: timer\nSession-Expires: 600;refresher=uas\n";
 
 class SipSessionTimer : public SipCall {
  protected:
@@ -45,6 +50,24 @@ class SipSessionTimer : public SipCall {
     return alice_.AwaitResponse("UPDATE").value_or(SipMessage{});
   }
 
+  std::string Hold(HoldChange change) {
+    return AskLeg(LegUuid(SWITCH_CALL_DIRECTION_INBOUND), [change](CallLeg& leg) { return leg.Hold(change); });
+  }
+
+  /// A refresh by alice every half second, for longer than her session of four would last without any: it ends 2.7 s
+  /// after the last one.
+  template <typename Refresh>
+  void KeepsTheCallWith(const Refresh& refresh) {
+    WithTwoSeconds();
+    Connect("Supported: timer\nSession-Expires: 4;refresher=uac\n", kBobRefreshesLater);
+    for (const auto start = steady_clock::now(); steady_clock::now() - start < milliseconds(3200);) {
+      ASSERT_TRUE(alice_.StaysSilent("BYE", milliseconds(500)));
+      refresh();
+    }
+    EXPECT_EQ(media_->Count("A set_media"), 1u);
+    EndCall();
+  }
+
   std::string ReasonOfBye(SipPeer& peer) {
     std::optional<SipMessage> bye = peer.AwaitRequest("BYE");
     if (!bye) return "none";
@@ -52,9 +75,6 @@ class SipSessionTimer : public SipCall {
     return bye->Header("Reason");
   }
 };
-
-// On bob's side the phone refreshes; nobody in these tests wants his timer.
-constexpr const char* kBobRefreshesLater = "Require: timer\nSession-Expires: 600;refresher=uas\n";
 
 TEST_F(SipSessionTimer, BothSidesAreToldTheInterval) {
   SipMessage answer = Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", kBobRefreshesLater);
@@ -141,30 +161,22 @@ TEST_F(SipSessionTimer, APhoneThatFallsSilentIsHungUp) {
 }
 
 TEST_F(SipSessionTimer, AnUpdateKeepsTheCall) {
-  WithTwoSeconds();
-  Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
-  SipMessage answer = Update("Supported: timer\nSession-Expires: 2;refresher=uac\n");
-  EXPECT_EQ(answer.Status(), 200);
-  EXPECT_EQ(answer.Header("Session-Expires"), "2;refresher=uac");
-  EXPECT_EQ(answer.body, "");
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
-  EXPECT_EQ(media_->Count("A set_media"), 1u);
-  EndCall();
+  KeepsTheCallWith([this] {
+    SipMessage answer = Update("Supported: timer\nSession-Expires: 4;refresher=uac\n");
+    EXPECT_EQ(answer.Status(), 200);
+    EXPECT_EQ(answer.Header("Session-Expires"), "4;refresher=uac");
+    EXPECT_EQ(answer.body, "");
+  });
 }
 
 TEST_F(SipSessionTimer, AnInviteThatChangesNothingKeepsTheCall) {
-  WithTwoSeconds();
-  Connect("Supported: timer\nSession-Expires: 2;refresher=uac\n", kBobRefreshesLater);
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
-  alice_.SendReinvite(kUlaw);
-  std::optional<SipMessage> answer = alice_.AwaitResponse();
-  ASSERT_TRUE(answer);
-  alice_.AckReinvite(*answer);
-  EXPECT_EQ(answer->Status(), 200);
-  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(900)));
-  EXPECT_EQ(media_->Count("A set_media"), 1u);
-  EndCall();
+  KeepsTheCallWith([this] {
+    alice_.SendReinvite(kUlaw, "Supported: timer\nSession-Expires: 4;refresher=uac\n");
+    std::optional<SipMessage> answer = alice_.AwaitResponse();
+    ASSERT_TRUE(answer);
+    alice_.AckReinvite(*answer);
+    EXPECT_EQ(answer->Status(), 200);
+  });
 }
 
 TEST_F(SipSessionTimer, WeRefreshWithUpdateWhereThePhoneAllowsIt) {
@@ -258,6 +270,52 @@ TEST_F(SipSessionTimer, BeforeTheAnswerADescriptionIsTooEarly) {
   bob_.Reply(*cancel, 200);
   bob_.Reply(bobs_invite_, 487);
   EXPECT_TRUE(NoLegsLeft());
+}
+
+TEST_F(SipSessionTimer, ARefreshThatIsRefusedIsFollowedByAnother) {
+  Profile("<param name=\"session-timeout\" value=\"8\"/><param name=\"minimum-session-expires\" value=\"1\"/>");
+  StopSipSide();
+  StartSipSide();
+  Connect("Supported: timer\nSession-Expires: 8;refresher=uas\n", "Allow: INVITE, ACK, BYE, UPDATE\n");
+  for (int refused = 1; refused >= 0; --refused) {
+    std::optional<SipMessage> update = bob_.AwaitRequest("UPDATE");
+    std::optional<SipMessage> invite = alice_.AwaitRequest("INVITE");
+    ASSERT_TRUE(update && invite) << (refused ? "no refresh" : "no further refresh");
+    bob_.Reply(*update, refused ? 491 : 200);
+    alice_.Reply(*invite, refused ? 488 : 200, "", refused ? "" : kUlaw);
+  }
+  EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(1700))) << "it would have ended 1.4 s after the second refresh";
+  EXPECT_FALSE(Logged(SWITCH_LOG_NOTICE, "was not refreshed in time"));
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, AHoldWaitsForOurRefreshHoweverThatEnds) {
+  WithTwoSeconds();
+  Connect("Supported: timer\nSession-Expires: 4;refresher=uas\n", kBobRefreshesLater);
+  size_t bridges = media_->Count("A bridge");
+  const struct {
+    int refresh_status;
+    HoldChange change;
+    const char* offered;
+    const char* answer;
+    RTPDirection direction;
+  } kSteps[] = {{200, HoldChange::kHold, "a=sendonly\r\n", "a=recvonly\n", RTPDIR_SEND},
+                {488, HoldChange::kResume, "a=sendrecv\r\n", "a=sendrecv\n", RTPDIR_DUPLEX}};
+  for (const auto& step : kSteps) {
+    std::optional<SipMessage> refresh = alice_.AwaitRequest("INVITE");
+    ASSERT_TRUE(refresh);
+    EXPECT_EQ(Hold(step.change), "");
+    EXPECT_TRUE(alice_.StaysSilent("INVITE", milliseconds(100))) << "one of ours is out";
+    const bool taken = step.refresh_status == 200;
+    alice_.Reply(*refresh, step.refresh_status, "", taken ? kUlaw : "");
+    std::optional<SipMessage> change = alice_.AwaitRequest("INVITE");
+    ASSERT_TRUE(change) << step.offered;
+    EXPECT_THAT(change->body, HasSubstr(step.offered));
+    alice_.Reply(*change, 200, "", SipPeer::Sdp("0", step.answer));
+    EXPECT_TRUE(media_->WaitFor("A bridge", ++bridges));
+    EXPECT_EQ(media_->Of("A bridge").direction, step.direction);
+  }
+  EndCall();
 }
 
 }  // namespace
