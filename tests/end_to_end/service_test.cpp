@@ -159,7 +159,9 @@ TEST_F(Service, LivesWithADiskThatIsFull) {
 
 TEST_F(Service, WarnsOfALimitThatIsTooLowForItsSessions) {
   Start({}, {"sh", "-c", "ulimit -n 500; ulimit -c 0; exec \"$@\"", "sh"});
-  EXPECT_THAT(child_->Output(), HasSubstr("No more than 500 files may be open at once, and 1000 sessions and 1000 SIP connections need 3256: "));
+  EXPECT_THAT(
+      child_->Output(),
+      HasSubstr("No more than 500 files may be open at once, and 1000 sessions and 1000 SIP connections need 3256: "));
   EXPECT_THAT(child_->Output(), HasSubstr("A crash would leave no core file"));
   Stop();
 }
