@@ -236,9 +236,9 @@ TEST_F(SipBlindTransfer, AFailureInAnExtensionThatGoesOnLeadsBackForGood) {
   carol_.Reply(*invite, 486);
   EXPECT_EQ(NextNotify(bob_), "SIP/2.0 486 Busy Here, the last");
   EXPECT_TRUE(media_->WaitFor("A bridge", 2));
-  bob_.SendByeAsCalled(bobs_invite_, "Reason: Q.850;cause=31\n");
+  bob_.SendByeAsCalled(bobs_invite_, "Reason: Q.850;cause=41\n");
   EXPECT_TRUE(bob_.AwaitResponse("BYE"));
-  EXPECT_THAT(ByeAt(alice_), HasSubstr("Q.850;cause=31")) << "what bob said";
+  EXPECT_THAT(ByeAt(alice_), HasSubstr("Q.850;cause=41")) << "what bob said";
   EXPECT_TRUE(NoLegsLeft());
   EXPECT_FALSE(Logged(SWITCH_LOG_INFO, "went on"));
 }
