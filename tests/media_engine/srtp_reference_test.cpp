@@ -131,7 +131,7 @@ TEST_P(SrtpReference, GoesOnWhereOtherKeysStoppedAsTheReferenceDoes) {
 }
 
 std::string NameOf(const testing::TestParamInfo<SrtpCase>& info) {
-  return std::string(info.param.suite) + (info.param.mki.empty() ? "" : "_Mki");
+  return testing::PrintToString(info.param);
 }
 INSTANTIATE_TEST_SUITE_P(Suites, SrtpReference, testing::ValuesIn(kSrtpCases), NameOf);
 
