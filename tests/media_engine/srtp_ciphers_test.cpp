@@ -2,6 +2,8 @@
 #include "srtp_session_keys.h"
 #include "srtp_transform_fixture.h"
 
+#include <new>
+
 namespace media_engine_test {
 namespace {
 
@@ -127,6 +129,22 @@ TEST(SrtpSessionKeys, RtpAndRtcpHaveTheirOwn) {
   EXPECT_NE(rtp.salt, rtcp.salt);
   EXPECT_NE(rtp.authenticator.Compute(nullptr, 0, nullptr, 0), rtcp.authenticator.Compute(nullptr, 0, nullptr, 0));
   EXPECT_FALSE(DeriveSrtpKeys({}, *cipher, rtp, rtcp));
+}
+
+TEST(SrtpSessionKeys, AreOverwrittenAtTheirEnd) {
+  alignas(SrtpSessionKeys) uint8_t memory[sizeof(SrtpSessionKeys)];
+  const auto holds = [&memory](const std::string& octets) {
+    Bytes now;
+    for (const volatile uint8_t& octet : memory) now.push_back(uint8_t{octet});
+    const Bytes wanted = FromHex(octets);
+    return std::search(now.begin(), now.end(), wanted.begin(), wanted.end()) != now.end();
+  };
+  SrtpSessionKeys rtcp;
+  auto* const rtp = new (memory) SrtpSessionKeys;
+  ASSERT_TRUE(DeriveSrtpKeys(KeysOfTheRfc(kLongTagSuite).key, *CipherWith(kMasterKey), *rtp, rtcp));
+  EXPECT_TRUE(holds(kCipherKey) && holds(kSalt));
+  rtp->~SrtpSessionKeys();
+  EXPECT_FALSE(holds(kCipherKey) || holds(kSalt));
 }
 
 }  // namespace
