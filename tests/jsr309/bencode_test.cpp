@@ -1,11 +1,11 @@
-#include "ng_client/bencode.h"
+#include "rtpengine/bencode.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
 
-namespace rtpengine_ng {
+namespace kelvaro::jsr309::rtpengine {
 namespace {
 
 using testing::HasSubstr;
@@ -92,4 +92,4 @@ TEST(Bencode, RefusesEveryPartOfAMessage) {
 }
 
 }  // namespace
-}  // namespace rtpengine_ng
+}  // namespace kelvaro::jsr309::rtpengine
