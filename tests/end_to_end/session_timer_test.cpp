@@ -36,22 +36,23 @@ class SessionTimerCall : public OrderedCall {
   ConfigurationCopy conf_;
 };
 
-// Six seconds without a refresh end this call after four; it is talked on for seven. Then both phones fall silent.
+// Without a refresh this call would end after six seconds (RFC 4028, 10); it is talked on for seven. Then both phones
+// fall silent.
 TEST_F(SessionTimerCall, LastsWhileBothPhonesRefreshAndEndsWithAReasonWhenTheyStop) {
   StartWithIntervalsFrom("1");
   CallTrialSettings settings;
-  settings.caller.header = "Session-Expires: 6;refresher=uac";
-  settings.callee.header = "Session-Expires: 6;refresher=uas";
+  settings.caller.header = "Session-Expires: 9;refresher=uac";
+  settings.callee.header = "Session-Expires: 9;refresher=uas";
   StartCall(settings);
-  EXPECT_EQ(trial_->Calls().at(0).caller.Answer(200, "INVITE", false)->Header("Session-Expires"), "6;refresher=uac");
+  EXPECT_EQ(trial_->Calls().at(0).caller.Answer(200, "INVITE", false)->Header("Session-Expires"), "9;refresher=uac");
 
   auto talk = std::async(std::launch::async, [this] { ExpectTheyTalk(Caller(), Callee(), seconds(7)); });
-  const std::string refresher = "Session-Expires: 6;refresher=uac";
+  const std::string refresher = "Session-Expires: 9;refresher=uac";
   do {
     EXPECT_EQ(Order(CallerAgent(), {"REFRESH", MediaOf(Caller()), "sendrecv", refresher}).Header("Session-Expires"),
-              "6;refresher=uac");
+              "9;refresher=uac");
     EXPECT_EQ(Order(CalleeAgent(), {"INVITE", MediaOf(Callee()), "sendrecv", refresher}).Header("Session-Expires"),
-              "6;refresher=uac");
+              "9;refresher=uac");
   } while (talk.wait_for(milliseconds(500)) != std::future_status::ready);
   EXPECT_GE(Refreshes(CallerAgent(), "UPDATE"), 3u);
   EXPECT_GE(Refreshes(CalleeAgent(), "INVITE"), 3u);
