@@ -85,7 +85,6 @@ void EndpointCrypto::Install(LocalSide side) {
   if (!side.outgoing) return;
   if (local_.outgoing && !side.starts_anew) {
     const SrtpTransform::Position position = local_.outgoing->LatestPosition();
-    // If the library cannot, they start from 0, as many a far end expects anyway.
     if (position.rollovers > 0) side.outgoing->ContinueAt(position);
   }
   local_.outgoing = std::move(side.outgoing);
@@ -143,7 +142,8 @@ Outcome EndpointCrypto::PrepareRemote(const SrtpKeys& keys, Transform& fresh, Tr
   const SrtpTransform::Position position = LatestIncoming();
   if (position.rollovers == 0) return Outcome::Done();
   continued = SrtpTransform::Make(SrtpTransform::Direction::kIncoming, keys, reason);
-  if (!continued || !continued->ContinueAt(position)) return Outcome::Refused("libsrtp2 cannot continue: " + reason);
+  if (!continued) return Outcome::Refused(reason);
+  continued->ContinueAt(position);
   return Outcome::Done();
 }
 

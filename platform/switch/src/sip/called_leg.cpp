@@ -30,6 +30,13 @@ std::vector<CodecMatch> Distinct(const std::vector<CodecMatch>& offered) {
 
 }  // namespace
 
+CalledLegReport Turned(MediaDirection direction) {
+  CalledLegReport report{};
+  report.kind = CalledLegReport::Kind::kTurned;
+  report.direction = direction;
+  return report;
+}
+
 void CalledLeg::OnReleased(const std::string& ended_by) {
   if (continuation_) return continuation_->OnReleased(ended_by);
   released_ = true;
@@ -330,7 +337,9 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
 }
 
 void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
-  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller, nullptr};
+  const auto turned = [this](MediaDirection direction) { request_.report(Turned(direction)); };
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller,
+                         turned,   nullptr};
   renegotiation_.emplace(std::move(leg), answer_, 0, report.agreed, local_);
 }
 

@@ -188,6 +188,11 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
       called_->answer = report;
       if (renegotiation_) renegotiation_->PartnerDirection(report.direction);
       break;
+    case CalledLegReport::Kind::kTurned:
+      // Also before there is a bridge, or anything of ours to turn.
+      if (called_->answer) called_->answer->direction = report.direction;
+      if (renegotiation_) renegotiation_->PartnerDirection(report.direction);
+      break;
     case CalledLegReport::Kind::kEnded:
       called_->ended = true;
       called_->cause = report.cause;
@@ -329,7 +334,7 @@ void CallingLeg::ForgetCalledLeg(switch_call_cause_t cause) {
 /// hears of it.
 void CallingLeg::HandCalledLegOver(const Destination& destination) {
   const std::string partner = called_->uuid;
-  PartFromCalled();
+  PartFromCalled(Parting::kTold);
   Post(partner, [destination](CallLeg& leg) {
     if (CallingLeg* movable = leg.Movable()) movable->SendTo(destination);
   });

@@ -67,10 +67,16 @@ bool CallingLeg::OfferToCaller() {
   return true;
 }
 
-/// Waits for the ACK and takes the answer that it brings.
+/// Waits for the ACK and takes the answer that it brings. A called leg that ends meanwhile is let go at once, but the
+/// caller may not be sent BYE before its ACK (RFC 3261, 15).
 bool CallingLeg::AwaitCallersAnswer() {
   const auto deadline = std::chrono::steady_clock::now() + kAckPatience;
-  ServeUntil(session_, deadline, [this] { return callers_answer_.has_value(); });
+  const auto acknowledged = [this] { return callers_answer_.has_value(); };
+  ServeUntil(session_, deadline, [&] { return acknowledged() || (called_ && called_->ended); });
+  if (!acknowledged() && called_ && called_->ended) {
+    LetCalledLegGo(called_->cause);
+    ServeUntil(session_, deadline, acknowledged);
+  }
   if (switch_channel_down(channel_)) return false;
   const std::string problem = callers_answer_ ? TakeCallersAnswer(*callers_answer_) : "it does not come";
   if (problem.empty()) return true;

@@ -178,7 +178,7 @@ void Renegotiation::DirectionChanged() {
   LegLog(leg_.session, SWITCH_LOG_INFO, std::string("The far end ") + DirectionText(direction) + " now");
   TellOfHold(held_ || !Receives(direction));
   if (!leg_.bridge) {
-    leg_.tell_partner([direction](Renegotiation& partner) { partner.PartnerDirection(direction); });
+    leg_.tell_direction(direction);
   } else if (!leg_.bridge(BridgeDirection())) {
     BreakOff("The media server did not join the two legs anew");
   }

@@ -36,6 +36,8 @@ class Renegotiation {
     const SipProfile* profile;
     /// Runs the task on the partner's thread, or never when that leg ends; false when there is none.
     std::function<bool(Task)> tell_partner;
+    /// Of the other leg: tells the one that bridges, or is going to, what our far end does now.
+    std::function<void(MediaDirection)> tell_direction;
     /// Of the leg that bridges: turns the bridge to a direction. Null on the other one.
     std::function<bool(RTPDirection)> bridge;
   };
@@ -61,9 +63,11 @@ class Renegotiation {
 
   /// The direction that both far ends leave, seen from the leg that bridges.
   RTPDirection BridgeDirection() const;
-  /// Another partner, or another role: `bridge` as in Leg.
-  void Rewire(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge) {
+  /// Another partner, or another role: all three as in Leg.
+  void Rewire(std::function<bool(Task)> tell_partner, std::function<void(MediaDirection)> tell_direction,
+              std::function<bool(RTPDirection)> bridge) {
     leg_.tell_partner = std::move(tell_partner);
+    leg_.tell_direction = std::move(tell_direction);
     leg_.bridge = std::move(bridge);
   }
   /// Nothing is being changed and the call is one of audio: another partner could come.

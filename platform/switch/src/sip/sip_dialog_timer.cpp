@@ -128,7 +128,7 @@ void SipDialog::EndUnrefreshedOnSipThread() {
   const std::string reason = ReasonHeader(SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE);
   DropTheirExchangeOnSipThread();
   FinishOnSipThread({DialogEvent::Kind::kLost, 408, "session timer", "", SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE});
-  nua_bye(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
+  SendByeOnSipThread(reason);
 }
 
 /// Without a description where the far end knows UPDATE, else an INVITE with the one that it has.
@@ -141,6 +141,7 @@ void SipDialog::RefreshOnSipThread() {
     return SendReinviteOnSipThread();
   }
   updating_ = true;
+  ++unanswered_;
   const std::string expires = timer_.RequestExpires();
   const std::string least = timer_.RequestLeast();
   nua_update(handle_, SIPTAG_SUPPORTED_STR(kSupported), SIPTAG_SESSION_EXPIRES_STR(expires.c_str()),
