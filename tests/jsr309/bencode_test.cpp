@@ -1,4 +1,4 @@
-#include "ng_client/bencode.h"
+#include "rtpengine/bencode.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <limits>
 #include <ostream>
 
-namespace rtpengine_ng {
+namespace kelvaro::jsr309::rtpengine {
 namespace {
 
 using testing::HasSubstr;
@@ -95,4 +95,4 @@ TEST(Bencode, RefusesEveryPartOfAMessage) {
 }
 
 }  // namespace
-}  // namespace rtpengine_ng
+}  // namespace kelvaro::jsr309::rtpengine
