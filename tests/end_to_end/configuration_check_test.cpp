@@ -133,6 +133,9 @@ TEST_F(ConfigurationCheck, NamesTheMistakesInTheModulesFiles) {
 TEST_F(ConfigurationCheck, NamesWhatHasNoEffectInTheModulesFiles) {
   Expect("jsr309.xml", "<G722/>", "<G722 fast=\"1\"/>", "a <G722> has no attribute \"fast\"; ignored");
   Expect("jsr309.xml", "<G723/>", "<G723/> <PCMU/>", "codec \"PCMU\" stands here again; ignored");
+  Expect("jsr309.xml", "<capacity>1000</capacity>", "<capacity unit=\"calls\">1000</capacity>",
+         "a <capacity> has no attribute \"unit\"");
+  Expect("jsr309.xml", "<media_server>", "<media_server name=\"first\">", "a <media_server> has no attribute \"name\"");
   Expect("jsr309.xml", "</audio>", "</audio><video/>", "expected <audio>, not <video>; ignored");
   Expect("statsconfig.xml", "<viewname>Max Calls</viewname>", "<viewname>Max. Calls</viewname>",
          "viewname \"Max. Calls\" has a point in it: text reports show no value under it");

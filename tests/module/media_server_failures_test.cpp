@@ -190,7 +190,7 @@ class MediaServerFailure : public MediaCallbacks, public testing::WithParamInter
   }
 };
 
-TEST_P(MediaServerFailure, LeavesTablesSessionsConnectionsAndListenersAsTheyShallBe) {
+TEST_P(MediaServerFailure, LeavesEverythingInItsPlace) {
   const auto& [step, trouble] = GetParam();
   const bool dies = trouble == Trouble::kDies;
   const Outcome& expected = dies ? step.outcome_of_death : step.outcome;

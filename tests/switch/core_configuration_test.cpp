@@ -262,6 +262,16 @@ TEST_F(Configuration, ReloadNamesTheFileThatDoesNotParse) {
   EXPECT_EQ(error, PathOf("dialplan/default.xml") + ":3: no element found");
 }
 
+TEST_F(Configuration, ReloadNamesEveryFileThatDoesNotParse) {
+  Start();
+  Write("dialplan/default.xml", "<include>");
+  Write("sip_profiles/internal.xml", "<profile>\n</profil>");
+  const char* error = nullptr;
+  EXPECT_EQ(switch_xml_reload(&error), SWITCH_STATUS_GENERR);
+  EXPECT_EQ(error, PathOf("dialplan/default.xml") + ":1: no element found\n" + PathOf("sip_profiles/internal.xml") +
+                       ":2: mismatched tag");
+}
+
 TEST_F(Configuration, ReloadTakesNewValues) {
   Write("vars.xml", "<include><X-PRE-PROCESS cmd='set' data='v=1'/></include>");
   Start();

@@ -55,13 +55,13 @@ switch_xml_t parse_or_log(const std::string& path) {
   return tree;
 }
 
-bool check_section(const std::string& section, std::string& error) {
+void check_section(const std::string& section, std::string& error) {
   for (const std::string& path : SectionFiles(section)) {
-    switch_xml_t tree = ParseXmlFile(path, error);
-    if (!tree) return false;
+    std::string mistake;
+    switch_xml_t tree = ParseXmlFile(path, mistake);
+    if (!tree) AddLine(error, mistake);
     switch_xml_free(tree);
   }
-  return true;
 }
 
 }  // namespace
@@ -116,8 +116,10 @@ void kvx_switch::SetReloadStep(std::function<bool(std::string& error)> step) {
 
 switch_status_t switch_xml_reload(const char** err) {
   std::string error;
-  const bool good = ReadVariables(error) && check_section("configuration", error) && check_section("dialplan", error) &&
-                    check_section("sip_profiles", error) && run_reload_step(error);
+  if (ReadVariables(error)) {
+    for (const char* section : {"configuration", "dialplan", "sip_profiles"}) check_section(section, error);
+  }
+  const bool good = error.empty() && run_reload_step(error);
   if (err) *err = handed_out(good ? "Success" : error);
   if (!good) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());

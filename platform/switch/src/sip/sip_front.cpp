@@ -81,8 +81,10 @@ bool SipFront::LoadDialplan(std::string& error) {
   if (!dialplan) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   for (const std::shared_ptr<SipAgent>& agent : agents_) {
-    if (!CheckContext(agent->profile(), *dialplan, error)) return false;
+    std::string mistake;
+    if (!CheckContext(agent->profile(), *dialplan, mistake)) AddLine(error, mistake);
   }
+  if (!error.empty()) return false;
   dialplan_ = std::move(dialplan);
   return true;
 }
