@@ -117,8 +117,8 @@ TEST_P(SrtpReference, GoesOnWhereOtherKeysStoppedAsTheReferenceDoes) {
   for (const uint32_t rollovers : {1u, 70000u, 0xfffffffeu}) {
     const auto in = Make(SrtpDirection::kIncoming, Keys(1)), out = Make(SrtpDirection::kOutgoing, Keys(2));
     SrtpPeer sends = Peer(SrtpPeer::Way::kSends, 1), receives = Peer(SrtpPeer::Way::kReceives, 2);
-    in->ContinueAt({0x11111111, rollovers});
-    out->ContinueAt({0x11111111, rollovers});
+    in->ContinueAt({0x11111111, rollovers, {}});
+    out->ContinueAt({0x11111111, rollovers, {}});
     sends.ContinueAt(0x11111111, rollovers);
     receives.ContinueAt(0x11111111, rollovers);
     for (const uint16_t number : {65530, 65534, 1, 65535, 2}) {
@@ -131,7 +131,7 @@ TEST_P(SrtpReference, GoesOnWhereOtherKeysStoppedAsTheReferenceDoes) {
 }
 
 std::string NameOf(const testing::TestParamInfo<SrtpCase>& info) {
-  return std::string(info.param.suite) + (info.param.mki.empty() ? "" : "_Mki");
+  return testing::PrintToString(info.param);
 }
 INSTANTIATE_TEST_SUITE_P(Suites, SrtpReference, testing::ValuesIn(kSrtpCases), NameOf);
 

@@ -88,8 +88,8 @@ TEST(SrtpRefusals, WhatIsTooShortToBeSent) {
 
 TEST(SrtpRefusals, NumbersBehindTheLastRolloverBothWays) {
   const auto in = Make(SrtpDirection::kIncoming, KeysOf(1)), out = Make(SrtpDirection::kOutgoing, KeysOf(1));
-  in->ContinueAt({0x11111111, 0xffffffff});
-  out->ContinueAt({0x11111111, 0xffffffff});
+  in->ContinueAt({0x11111111, 0xffffffff, {}});
+  out->ContinueAt({0x11111111, 0xffffffff, {}});
   const Bytes last = Protected(*out, Protocol::kRtp, RtpPacket(65535)).packet;
   EXPECT_EQ(Apply(*in, Protocol::kRtp, last).packet, RtpPacket(65535));
   EXPECT_EQ(Protected(*out, Protocol::kRtp, RtpPacket(0)).verdict, SrtpVerdict::kExpired);

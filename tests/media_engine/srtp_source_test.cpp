@@ -19,10 +19,11 @@ SrtpReplayList ListAt(uint64_t index) {
 }
 
 TEST(SrtpReplayList, HoldsNothingAtFirst) {
-  const SrtpReplayList list, expecting(uint64_t{7} << 16);
+  const SrtpReplayList list, expecting = SrtpReplayList::WithRollovers(7), after = SrtpReplayList::After(9);
   for (const uint64_t index : {uint64_t{0}, uint64_t{1}, uint64_t{1} << 47}) {
     EXPECT_FALSE(list.Holds(index));
     EXPECT_FALSE(expecting.Holds(index));
+    EXPECT_FALSE(after.Holds(index));
   }
 }
 
@@ -82,8 +83,16 @@ TEST(SrtpIndex, IsNeverBelowZero) {
 TEST(SrtpIndex, OfTheFirstPacketHasTheRolloversThatAreExpected) {
   for (const uint16_t number : {0, 1, 0x7fff, 0x8000, 0xffff}) {
     EXPECT_EQ(SrtpIndexOf(SrtpReplayList(), number), number);
-    EXPECT_EQ(SrtpIndexOf(SrtpReplayList(uint64_t{3} << 16), number), (uint64_t{3} << 16) + number);
+    EXPECT_EQ(SrtpIndexOf(SrtpReplayList::WithRollovers(3), number), (uint64_t{3} << 16) + number);
   }
+}
+
+TEST(SrtpIndex, OfTheFirstPacketIsNearTheOneThatCameElsewhere) {
+  const SrtpReplayList list = SrtpReplayList::After(0x3fff0);
+  EXPECT_EQ(SrtpIndexOf(list, 0xfff1), 0x3fff1u);
+  EXPECT_EQ(SrtpIndexOf(list, 0xffef), 0x3ffefu);
+  EXPECT_EQ(SrtpIndexOf(list, 0x0001), 0x40001u);
+  EXPECT_EQ(SrtpIndexOf(SrtpReplayList::After(0x40001), 0xfff0), 0x3fff0u);
 }
 
 TEST(SrtpIndex, EndsWithTheLastRollover) {

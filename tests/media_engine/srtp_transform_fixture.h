@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -77,6 +78,10 @@ struct SrtpCase {
   const char* mki_text;
   Bytes mki;
 };
+/// For the names of tests.
+inline void PrintTo(const SrtpCase& one, std::ostream* out) {
+  *out << one.suite << (one.mki.empty() ? "" : "_Mki");
+}
 inline const SrtpCase kSrtpCases[] = {{kLongTagSuite, "", {}},
                                       {kShortTagSuite, "", {}},
                                       {kLongTagSuite, "1:4", {0, 0, 0, 1}},

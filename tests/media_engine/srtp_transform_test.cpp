@@ -46,7 +46,7 @@ TEST(SrtpTransform, PacketsAreThoseOfTheRfcsFormulas) {
 
 TEST(SrtpTransform, AWrappedSequenceNumberCountsInTheTag) {
   const auto out = Make(Direction::kOutgoing, KeysOfTheRfc(kShortTagSuite, "4660:2"));
-  out->ContinueAt({0xcafebabe, 1});
+  out->ContinueAt({0xcafebabe, 1, {}});
   EXPECT_EQ(Protected(*out, Protocol::kRtp, FromHex(kClearRtp)).packet,
             FromHex("800f1234decafbadcafebabe179265c8bf303e4c24e7279f739bb5a61234f8b3916f"));
 }

@@ -26,7 +26,7 @@ void SrtpReplayList::Add(uint64_t index) {
 
 std::optional<uint64_t> SrtpIndexOf(const SrtpReplayList& list, uint16_t sequence_number) {
   uint64_t rollovers = list.highest() >> 16;
-  if (!list.empty()) {
+  if (list.has_neighbour()) {
     const int step = int{sequence_number} - static_cast<int>(list.highest() & 0xffff);
     if (step < -kHalf) {
       ++rollovers;

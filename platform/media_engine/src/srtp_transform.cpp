@@ -223,14 +223,18 @@ SrtpTransform::Position SrtpTransform::LatestPosition() const {
   Position position;
   position.ssrc = latest_rtp_ssrc_;
   const std::size_t place = Find(latest_rtp_ssrc_);
-  if (place < sources_.size()) position.rollovers = static_cast<uint32_t>(sources_[place].rtp.highest() >> 16);
+  if (place == sources_.size()) return position;
+  const SrtpReplayList& list = sources_[place].rtp;
+  position.rollovers = static_cast<uint32_t>(list.highest() >> 16);
+  if (list.has_neighbour()) position.number = static_cast<uint16_t>(list.highest());
   return position;
 }
 
 void SrtpTransform::ContinueAt(const Position& position) {
   SrtpSource source;
   source.ssrc = position.ssrc;
-  source.rtp = SrtpReplayList(uint64_t{position.rollovers} << 16);
+  source.rtp = position.number ? SrtpReplayList::After(uint64_t{position.rollovers} << 16 | *position.number)
+                               : SrtpReplayList::WithRollovers(position.rollovers);
   sources_.push_back(source);
   latest_rtp_ssrc_ = position.ssrc;
 }

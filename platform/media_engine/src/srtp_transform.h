@@ -68,9 +68,13 @@ class SrtpTransform {
   // Going on where other keys stopped (RFC 3711, section 3.3.1: new keys do not reset the rollover counter).
   struct Position {
     uint32_t ssrc = 0;
-    uint32_t rollovers = 0;  ///< of the sequence number
+    uint32_t rollovers = 0;          ///< of the sequence number
+    std::optional<uint16_t> number;  ///< the highest sequence number since the last of them; none: not known
+
+    /// Whether it makes a difference to what comes: without a wrap, now or soon, counting on is counting anew.
+    bool matters() const { return rollovers > 0 || number.value_or(0) > 0x7fff; }
   };
-  /// Of the source of the latest RTP packet; before the first, where it is to continue, or zero rollovers.
+  /// Of the source of the latest RTP packet; before the first, where it is to continue, or nothing.
   Position LatestPosition() const;
   /// Before the first packet.
   void ContinueAt(const Position& position);

@@ -5,10 +5,11 @@
 namespace media_engine_test {
 namespace {
 
-class SecurePacketPath : public PacketPath, public testing::WithParamInterface<const char*> {
+class SecurePacketPath : public PacketPath, public testing::WithParamInterface<std::string> {
  protected:
   /// The endpoint has the keys of the first number, its far end those of the second.
-  SecureLeg MakeSecureLeg(uint8_t ours, uint8_t theirs, const char* suite = GetParam()) {
+  SecureLeg MakeSecureLeg(uint8_t ours, uint8_t theirs) {
+    const char* const suite = GetParam().c_str();
     LocalSettings settings;
     settings.crypto = KeysOf(ours, suite);
     SecureLeg secure;
@@ -77,7 +78,7 @@ TEST_P(SecurePacketPath, TakesAndSendsProtectedReportsWithoutLocksAndAllocations
 TEST_P(SecurePacketPath, RefusesWhatIsNotAuthenticWithoutLocksAndAllocations) {
   const SecureLeg a = MakeSecureLeg(1, 2), b = MakeSecureLeg(3, 4);
   JoinThem(a.leg, b.leg);
-  SrtpPeer forges(SrtpPeer::Way::kSends, PeerKeysOf(5, GetParam()));
+  SrtpPeer forges(SrtpPeer::Way::kSends, PeerKeysOf(5, GetParam().c_str()));
   const CountedCalls counted = Count([&](uint16_t number) {
     const Bytes right = a.sends->Rtp(Serialise(Speech(number))).value();
     a.leg.far_end->Send(forges.Rtp(Serialise(Speech(number))).value(), a.leg.local.rtp_port);
@@ -106,7 +107,7 @@ TEST_P(SecurePacketPath, TakesSourcesThatChangeWithoutLocksAndAllocations) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Suites, SecurePacketPath, testing::Values(kLongTagSuite, kShortTagSuite),
-                         [](const testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
+                         [](const testing::TestParamInfo<std::string>& info) { return info.param; });
 
 }  // namespace
 }  // namespace media_engine_test

@@ -202,6 +202,7 @@ bool CallingLeg::AnswerCaller() {
   answered_at_ = std::chrono::steady_clock::now();
   media_->MarkStart();
   switch_channel_mark_answered(channel_);
+  renegotiation_->Begin();
   LogAnswered(session_, agreed_);
   return true;
 }

@@ -10,8 +10,8 @@
 
 #include "core/session.h"
 #include "sip/bridge_target.h"
+#include "sip/bridged_leg.h"
 #include "sip/call_leg.h"
-#include "sip/called_leg.h"
 #include "sip/dialplan.h"
 #include "sip/leg_handover.h"
 #include "sip/leg_media.h"
@@ -24,22 +24,6 @@
 /// Of two legs that talk one drives the bridge, as a rule the one that called, and ends the other. A transfer parts
 /// them, and a leg that is alone calls somebody else or is joined with another lone leg, in either role.
 namespace kvx_switch {
-
-/// What a calling leg knows of the leg that it called.
-struct BridgedLeg {
-  std::string uuid;
-  bool ended = false;
-  switch_call_cause_t cause = SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE;  // until it reports
-  int status = 0;
-  bool by_far_end = false;  // it was its far end that ended it
-  std::optional<CalledLegReport> answer;
-};
-
-/// Who ended a leg when no far end did.
-constexpr const char* kTheSwitch = "the switch";
-
-/// The variable with the names, parted by commas, of those that called legs get too.
-constexpr const char* kExportVariable = "export_vars";
 
 class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLeg> {
  public:
@@ -70,9 +54,9 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   void LeavePartner(std::function<void(Parting)> then);
   /// Parts from the partner for another leg's sake; answers with OnPartnerGiven there.
   void GiveUpPartner(const PartnerRequest& request);
-  /// To be joined with the lone leg `driver`, which will bridge; answers with OnPartnerReport there. False when this
-  /// leg is not alone.
-  bool TakeDriver(const std::string& driver);
+  /// To be joined with the lone leg `driver` of the call `call`, which will bridge; answers with OnPartnerReport there.
+  /// False when this leg is not alone.
+  bool TakeDriver(const std::string& driver, const std::string& call);
   /// A lone leg's next call. Begins when the task that asked for it is over.
   void GoTo(Move move) { next_ = std::move(move); }
   /// A lone leg's way through the dialplan, the same.
@@ -124,6 +108,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   bool DescribeToCaller();
   bool AnswerCaller();
   void PassEarlyMediaOn(const CalledLegReport& report);
+  void HearEarlyMedia(const CalledLegReport& report);
   void Join();
   bool JoinMedia();
   bool CalledLegIsUp() const;

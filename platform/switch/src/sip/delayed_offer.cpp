@@ -1,4 +1,5 @@
 // An INVITE without a description: we offer in our 200, and the caller answers in its ACK (RFC 3261, 13.2.1).
+#include <algorithm>
 #include <utility>
 
 #include "sip/calling_leg.h"
@@ -100,7 +101,11 @@ std::string CallingLeg::TakeCallersAnswer(const std::string& sdp) {
   for (const CodecMatch& match : common_) offered.push_back(match.implementation);
   const std::vector<CodecMatch> taken = CommonCodecs(stream, offered);
   if (taken.empty()) return "it names " + CodecNames(stream) + ", offered were " + CodecNames(offered);
-  agreed_.codec = taken.front();
+  // Of two ways of packing one codec, the one that the called side has.
+  const auto same = std::find_if(taken.begin(), taken.end(), [this](const CodecMatch& match) {
+    return called_ && CodecsGoTogether(match, agreed_.codec);
+  });
+  agreed_.codec = same == taken.end() ? taken.front() : *same;
   AgreeOnTelephoneEvents(stream, agreed_.HasTelephoneEvents(), agreed_);
   agreed_.remote_key = std::move(security.remote);
   agreed_.secure_only = agreed_.remote_key.has_value();

@@ -24,7 +24,8 @@ constexpr std::chrono::milliseconds kJoinPause{50};
 /// Asks a leg to take `driver`; the driver is told when it does not, also when that leg ends without a look at it.
 class JoinRequest {
  public:
-  JoinRequest(std::string driver, std::string leg) : driver_(std::move(driver)), leg_(std::move(leg)) {}
+  JoinRequest(std::string driver, std::string call, std::string leg)
+      : driver_(std::move(driver)), call_(std::move(call)), leg_(std::move(leg)) {}
   ~JoinRequest() {
     if (taken_) return;
     CalledLegReport report{};
@@ -37,11 +38,12 @@ class JoinRequest {
 
   void PutTo(CallLeg& leg) {
     CallingLeg* partner = leg.Movable();
-    taken_ = partner && partner->TakeDriver(driver_);
+    taken_ = partner && partner->TakeDriver(driver_, call_);
   }
 
  private:
   const std::string driver_;
+  const std::string call_;
   const std::string leg_;
   bool taken_ = false;
 };
@@ -114,7 +116,8 @@ bool CallingLeg::Joined() const {
 }
 
 bool CallingLeg::TellPartner(Renegotiation::Task task) {
-  return Joined() && Tell(Partner(), std::move(task));
+  const bool answered = !called_ || called_->answer;  // one that only plays something yet changes nothing
+  return Joined() && answered && Tell(Partner(), std::move(task));
 }
 
 void CallingLeg::Wire() {
@@ -182,11 +185,12 @@ void CallingLeg::OnReleased(const std::string& ended_by) {
   if (ended_by_ == kTheSwitch) ended_by_ = ended_by;
 }
 
-bool CallingLeg::TakeDriver(const std::string& driver) {
+bool CallingLeg::TakeDriver(const std::string& driver, const std::string& call) {
   if (!Partner().empty() || !renegotiation_->quiet()) return false;
   driver_ = driver;
   released_ = false;
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, driver.c_str());
+  switch_channel_set_variable(channel_, kCallUuidVariable, call.c_str());
   Wire();
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kAnswered;
@@ -231,7 +235,7 @@ bool CallingLeg::JoinLeg(const std::string& uuid) {
   called_.emplace();
   called_->uuid = uuid;
   const std::string own = switch_core_session_get_uuid(session_);
-  auto request = std::make_shared<JoinRequest>(own, uuid);
+  auto request = std::make_shared<JoinRequest>(own, Variable(kCallUuidVariable), uuid);
   Post(uuid, [request](CallLeg& leg) { request->PutTo(leg); });
   request.reset();
   ServeUntil(session_, steady_clock::now() + kPartnerPatience, [this] { return called_->answer || called_->ended; });

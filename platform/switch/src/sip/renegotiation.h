@@ -4,6 +4,7 @@
 #include <switch_media_server.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,6 +45,9 @@ class Renegotiation {
 
   /// The leg as it was answered: `remote` is the far end's description, `stream` its audio, `local` what it was told.
   Renegotiation(Leg leg, SessionDescription remote, size_t stream, AgreedMedia agreed, LocalDescription local);
+
+  /// The leg is answered; a far end that begins on hold is told of.
+  void Begin();
 
   // What the far end did.
   void OnOffer(const std::string& sdp);
@@ -97,6 +101,7 @@ class Renegotiation {
   std::string TakeAudioAnswer(const SessionDescription& answer);
   void OnAudioOffer(SessionDescription offer, size_t stream);
   void OnImageOffer(SessionDescription offer, size_t stream);
+  std::optional<CodecMatch> FindCallsCodec(const SdpMedia& stream, bool answer, std::string& problem) const;
   bool TakeAudio(const SdpMedia& stream, AgreedMedia& agreed);
   bool ApplyAudioOffer(const SessionDescription& offer, size_t stream, const AgreedMedia& agreed);
   void OnAudioAnswer(const SessionDescription& answer);
