@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <utility>
+
+#include "event_listener.h"
 #include "ordered_call.h"
 
 namespace end_to_end {
@@ -41,6 +45,17 @@ class CallAttributes : public OrderedCall {
     switch_settings_.conf = conf_.Path();
   }
 
+  /// The media server goes on reporting to the phone, from the port that it told.
+  static void ExpectReportsAt(const Party& party) {
+    std::optional<test_support::UdpDatagram> report;
+    ASSERT_TRUE(test_support::wait_until(seconds(30), [&] {
+      return (report = party.media->Rtcp().Receive()).has_value();
+    })) << "no RTCP at the port that was named";
+    EXPECT_EQ(report->from.ToString(), party.far.address + ":" + std::to_string(party.far.port + 1));
+    ASSERT_GE(report->data.size(), 8u);
+    EXPECT_TRUE(report->data[1] == 200 || report->data[1] == 201) << "neither SR nor RR: " << int{report->data[1]};
+  }
+
   static CallTrialSettings PacketTime(int ms) {
     CallTrialSettings settings;
     settings.caller.attribute = settings.callee.attribute = "ptime:" + std::to_string(ms);
@@ -70,27 +85,36 @@ class CallAttributes : public OrderedCall {
   ConfigurationCopy conf_;
 };
 
-TEST_F(CallAttributes, RtcpGoesToThePortThatEachPhoneNamed) {
+// 2001 tells at the end what each leg's phone reported: what came from the port that was named, for it comes from no
+// other.
+TEST_F(CallAttributes, RtcpGoesToAndComesFromThePortThatEachPhoneNamed) {
   UdpSocket caller_rtcp;
   UdpSocket callee_rtcp;
   CallTrialSettings settings;
+  settings.dialled = "2001";
   settings.talk = seconds(1);
+  settings.reports = true;
   settings.caller.attribute = "rtcp:" + std::to_string(caller_rtcp.Port());
   settings.callee.attribute = "rtcp:" + std::to_string(callee_rtcp.Port()) + " IN IP4 127.0.0.1";
   StartPhones(settings);
-  ExpectCallsToCarrySpeech(1);
-  for (UdpSocket* named : {&caller_rtcp, &callee_rtcp}) {
-    std::optional<test_support::UdpDatagram> report;
-    ASSERT_TRUE(test_support::wait_until(seconds(30), [&] { return (report = named->Receive()).has_value(); }))
-        << "no RTCP at the port that was named";
-    const auto& far = named == &caller_rtcp ? Caller().far : Callee().far;
-    EXPECT_EQ(report->from.ToString(), far.address + ":" + std::to_string(far.port + 1));
-    ASSERT_GE(report->data.size(), 8u);
-    EXPECT_TRUE(report->data[1] == 200 || report->data[1] == 201) << "neither SR nor RR: " << int{report->data[1]};
-  }
-  EXPECT_FALSE(Caller().media->Rtcp().Receive()) << "RTCP at the port after that of RTP";
-  EXPECT_FALSE(Callee().media->Rtcp().Receive()) << "RTCP at the port after that of RTP";
+  auto listener = std::make_unique<EventListener>(switch_->EventSocket(), "RECV_RTCP_MESSAGE");
+  Dial();
+  trial_->WaitEstablished(seconds(20));
+  std::swap(Caller().media->Rtcp(), caller_rtcp);  // what is left here is the port after that of RTP
+  std::swap(Callee().media->Rtcp(), callee_rtcp);
+  const auto talk = trial_->Talk().at(0);
+  EXPECT_TRUE(talk.Passed()) << talk.to_callee.Reasons() << talk.to_caller.Reasons();
+  ExpectReportsAt(Caller());
+  ExpectReportsAt(Callee());
+  EXPECT_FALSE(caller_rtcp.Receive()) << "RTCP at a port that was not named";
+  EXPECT_FALSE(callee_rtcp.Receive()) << "RTCP at a port that was not named";
   HangUp();
+  long sender_reports = 0;
+  for (const HeardEvent& event : listener->WaitFor(4, seconds(20))) {
+    if (event.Header("Inflow-RTP-Flag") == "1") sender_reports += event.Number("SR-Sent-Count");
+  }
+  EXPECT_EQ(sender_reports, static_cast<long>(talk.caller_reports.sender_reports + talk.callee_reports.sender_reports));
+  listener.reset();
   ExpectEndedWell();
 }
 

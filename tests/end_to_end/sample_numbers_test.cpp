@@ -37,6 +37,21 @@ class SampleNumber : public OrderedCall {
     ExpectCallsToCarrySpeech(1);
   }
 
+  /// The same through jitter buffers: what is later than they wait for, on a machine that has other things to do, they
+  /// drop, and rightly so. What they let through is in order and as it was said.
+  void TalkThroughJitterBuffersAt(const std::string& number) {
+    StartPhones(Dialling(number));
+    Dial();
+    trial_->WaitEstablished(seconds(30));
+    const auto result = trial_->Talk().at(0);
+    for (const test_support::RtpComparison* heard : {&result.to_callee, &result.to_caller}) {
+      EXPECT_GT(heard->received, heard->sent / 2) << heard->Reasons();
+      EXPECT_EQ(heard->altered_payloads + heard->duplicated + heard->reordered + heard->foreign, 0u)
+          << heard->Reasons();
+      EXPECT_EQ(heard->wrong_payload_types + heard->wrong_timestamps + heard->wrong_sources, 0u) << heard->Reasons();
+    }
+  }
+
   void EndWell() {
     HangUp();
     ExpectEndedWell();
@@ -118,13 +133,13 @@ TEST_F(SampleNumber, N2002IsRefusedWherePhoneBDoesNotEncrypt) {
 }
 
 TEST_F(SampleNumber, N2003HasJitterBuffersOfAFixedLength) {
-  TalkAt("2003");
+  TalkThroughJitterBuffersAt("2003");
   EndWell();
   ExpectLogLine({"[NOTICE]", "jitter buffer: delay 60 ms"});
 }
 
 TEST_F(SampleNumber, N2004HasAdaptiveJitterBuffers) {
-  TalkAt("2004");
+  TalkThroughJitterBuffersAt("2004");
   for (const char* leg : {"inbound", "outbound"}) {
     EXPECT_EQ(switch_->Api("uuid_getvar " + LegOf(leg) + " jitterbuffer_mode"), "adaptive") << leg;
   }

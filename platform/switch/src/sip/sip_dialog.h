@@ -112,7 +112,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteOnSipThread(const sip_s* sip);
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
-  void SendNextOfferOnSipThread();
+  void TakeNextOffer();
   void OnReferOnSipThread(const sip_s* sip);
   void AcceptOnSipThread(const std::string& sdp, const msg_s* update);
   void RefuseTheirsOnSipThread(int status, const std::string& warning);

@@ -110,7 +110,10 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
 void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip) {
   if (status < 200) return;
   exchange_ = Exchange::kNone;
-  if (status >= 300 && refreshing_ && next_offer_) return SendNextOfferOnSipThread();
+  if (status >= 300 && refreshing_ && next_offer_) {
+    TakeNextOffer();
+    if (status != 491) return SendReinviteOnSipThread();
+  }
   if (status == 491 && ++glares_ <= kMostGlares) return RepeatReinviteLaterOnSipThread();
   if (status == 422 && timer_.OnTooSmall(TimerHeaders(sip))) return SendReinviteOnSipThread();
   if (status < 300) {
@@ -118,7 +121,10 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
     StartSessionTimerOnSipThread();
   }
   const std::string offered = std::exchange(our_offer_, std::nullopt).value_or("");
-  if (refreshing_) return SendNextOfferOnSipThread();
+  if (refreshing_) {
+    TakeNextOffer();
+    return SendReinviteOnSipThread();
+  }
   DialogEvent event{DialogEvent::Kind::kReinviteRefused, status, phrase, "", SWITCH_CAUSE_NONE};
   if (status < 300) {
     local_sdp_ = offered;
@@ -130,11 +136,10 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
 }
 
 /// After a refresh: the offer that came while it was out, if one did.
-void SipDialog::SendNextOfferOnSipThread() {
+void SipDialog::TakeNextOffer() {
   our_offer_ = std::exchange(next_offer_, std::nullopt);
   refreshing_ = false;
   glares_ = 0;
-  SendReinviteOnSipThread();
 }
 
 void SipDialog::RepeatReinviteLaterOnSipThread() {
