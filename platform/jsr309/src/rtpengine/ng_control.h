@@ -49,6 +49,8 @@ using std::chrono::milliseconds;
 constexpr std::size_t kNgUnderWay = 64;
 /// Requests under way and waiting; further ones are refused.
 constexpr std::size_t kNgMostRequests = 10000;
+/// No request takes longer, whatever its limit.
+constexpr milliseconds kNgLongestLimit = std::chrono::hours(1);
 
 struct NgControlSettings {
   std::string address;  ///< numeric, IPv4 or IPv6 without brackets

@@ -2,12 +2,12 @@
 ///
 /// Only what a daemon needs is written: one stream, audio or T.38 image, its address and ports, its direction, its
 /// codecs and its SRTP keys (RFC 4568). What is read comes from the network: the reader takes one such description and
-/// refuses everything that would leave an address or a port unclear; attributes that it does not know are passed over.
+/// refuses everything that would leave an address, a port or a key unclear; attributes that it does not know are passed
+/// over.
 ///
 /// A value. Any thread.
 #pragma once
 
-#include "kelvaro/jsr309/media_config.h"
 #include "kelvaro/jsr309/secret_bytes.h"
 
 #include <cstdint>
@@ -46,12 +46,11 @@ struct NgDescription {
   std::vector<NgCryptoLine> cryptos;  ///< in order of preference; any: SRTP
 };
 
+/// Control characters in texts are left out, so that no text adds a line of its own.
 std::string WriteSdp(const NgDescription& description);
-/// False when the text is not a description of one stream; error then names the line and what is wrong with it.
-bool ReadSdp(std::string_view sdp, NgDescription& description, std::string& error);
 
-/// What a record says of addresses, ports, codecs, keys and image, as a description; of keys only what has both suite
-/// and key ("NO_CRYPTO" is none). Video is left out. False, and why, when the record cannot be told so.
-bool DescribeConfig(const MediaConfig& config, NgDescription& description, std::string& error);
+/// False when the text is not a description of one stream; error then names the line and what is wrong with it, and
+/// never an octet of a key.
+bool ReadSdp(std::string_view sdp, NgDescription& description, std::string& error);
 
 }  // namespace kelvaro::jsr309::rtpengine
