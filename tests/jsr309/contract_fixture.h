@@ -77,16 +77,10 @@ class ContractTest : public EmbeddedTest, public ::testing::WithParamInterface<M
     EXPECT_TRUE(from.connection->GetRtcpStatsReport(reports));
     return !to.Receive(IsRtpengine() ? 150 : 0);
   }
-  static bool PortIsFree(const Leg& leg) { return PortIsFree(leg.local.GetIPAddress(), leg.local.GetRtpPort()); }
-  static bool PortIsFree(const std::string& address, std::uint16_t port) {
-    sockaddr_in at{};
-    at.sin_family = AF_INET;
-    at.sin_port = htons(port);
-    inet_pton(AF_INET, address.c_str(), &at.sin_addr);
-    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool free = bind(descriptor, reinterpret_cast<const sockaddr*>(&at), sizeof(at)) == 0;
-    close(descriptor);
-    return free;
+  /// A daemon closes its sockets a moment after it has said that the call is gone.
+  bool PortIsFree(const Leg& leg) const { return PortIsFree(leg.local.GetIPAddress(), leg.local.GetRtpPort()); }
+  bool PortIsFree(const std::string& address, std::uint16_t port) const {
+    return IsRtpengine() ? Eventually([&] { return CanBind(address, port); }) : CanBind(address, port);
   }
   template <typename Condition>
   static bool Eventually(Condition condition) {
@@ -99,6 +93,16 @@ class ContractTest : public EmbeddedTest, public ::testing::WithParamInterface<M
   }
 
  private:
+  static bool CanBind(const std::string& address, std::uint16_t port) {
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_port = htons(port);
+    inet_pton(AF_INET, address.c_str(), &at.sin_addr);
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool bound = bind(descriptor, reinterpret_cast<const sockaddr*>(&at), sizeof(at)) == 0;
+    close(descriptor);
+    return bound;
+  }
   static RtpengineDaemon::Options DaemonOptions() {
     RtpengineDaemon::Options options;
     options.more = {"--endpoint-learning=immediate"};

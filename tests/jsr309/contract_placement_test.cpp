@@ -63,14 +63,14 @@ TEST_P(PlacementContract, LeavesOutAServerOutOfServiceWhoseCallsGoOn) {
   const Leg a = NewLeg(session), b = NewLeg(session);
   ASSERT_TRUE(Join(a, b));
   ASSERT_EQ(PlaceOf(a), 0);
-  ASSERT_TRUE(factory().SetMediaServerStatus(Address(0), false));
+  ASSERT_TRUE(factory().SetMediaServerStatus(Address(0).c_str(), false));
   EXPECT_THAT(Places(3), ElementsAre(1, 1, 1));
   EXPECT_TRUE(Flows(a, b, 1));
   EXPECT_EQ(PlaceOf(NewLeg(session)), 0);
-  ASSERT_TRUE(factory().SetMediaServerStatus(Address(1), false));
+  ASSERT_TRUE(factory().SetMediaServerStatus(Address(1).c_str(), false));
   EXPECT_FALSE(factory().IsMediaServerAvailable());
   EXPECT_EQ(Place(), kNowhere);
-  ASSERT_TRUE(factory().SetMediaServerStatus(Address(0), true));
+  ASSERT_TRUE(factory().SetMediaServerStatus(Address(0).c_str(), true));
   EXPECT_EQ(Place(), 0);
   EXPECT_TRUE(Stats(0).IsInService());
   EXPECT_FALSE(Stats(1).IsInService());

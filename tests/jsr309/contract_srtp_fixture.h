@@ -28,8 +28,7 @@ class SrtpContract : public ContractTest {
     std::shared_ptr<SrtpPeer> sends, receives;
 
     void Send(std::uint16_t number) const {
-      const auto packet =
-          sends->Rtp(serialise_rtp({false, 0, number, 160u * number, 0x12345678, Payload(number)}));
+      const auto packet = sends->Rtp(serialise_rtp({false, 0, number, 160u * number, 0x12345678, Payload(number)}));
       if (!packet || !leg.far_end->SendTo(leg.target(), *packet)) throw std::runtime_error("cannot send");
     }
     std::vector<std::uint8_t> Receive() const {

@@ -76,6 +76,7 @@ TEST_P(EmbeddedSrtp, NoKeyStaysInMemoryWhenTheConnectionIsClosed) {
   EXPECT_EQ(copies, 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(MediaServers, EmbeddedSrtp, testing::Values(test_support::MediaServerKind::kEmbedded), test_support::NameOf);
+INSTANTIATE_TEST_SUITE_P(MediaServers, EmbeddedSrtp, testing::Values(test_support::MediaServerKind::kEmbedded),
+                         test_support::NameOf);
 
 }  // namespace

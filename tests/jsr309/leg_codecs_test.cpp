@@ -36,8 +36,7 @@ TEST(LegCodecs, AreToldUnderTheTypesOfBothSidesOnceEach) {
   leg.SetLocal(Config("AMR", 96, 101));
   EXPECT_THAT(Texts(LegLines(leg)), ElementsAre("96 AMR", "101 telephone-event"));
   leg.SetRemote(Config("AMR", 104, 97));
-  EXPECT_THAT(Texts(LegLines(leg)),
-              ElementsAre("104 AMR", "97 telephone-event", "96 AMR", "101 telephone-event"));
+  EXPECT_THAT(Texts(LegLines(leg)), ElementsAre("104 AMR", "97 telephone-event", "96 AMR", "101 telephone-event"));
   EXPECT_EQ(leg.outgoing_type(), 104);
   EXPECT_EQ(leg.incoming_type(), 96);
 }

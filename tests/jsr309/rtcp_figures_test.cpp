@@ -34,10 +34,9 @@ TEST(RtcpFigures, ComeFromBothSidesOfTheCallAndTheReportsOfBothFarEnds) {
                                  {"highest MOS", Sample(1, 0, 80000, 20000)},
                                  {"lowest MOS", Sample(5, 10, 120000, 60600)}};
   const Dictionary from_far_end = {{"cumulative loss", 7}, {"average MOS", Sample(3, 50, 1, 1)}};
-  const Dictionary query =
-      Query(Side(Stream(50, 8600, 0, 17, {}, Endpoint("192.0.2.7", 4010)), {}),
-            Side(Stream(42, 40 * 172, 2, 34, {}, Endpoint("192.0.2.8", 4020)), {}),
-            {{"34", to_far_end}, {"17", from_far_end}});
+  const Dictionary query = Query(Side(Stream(50, 8600, 0, 17, {}, Endpoint("192.0.2.7", 4010)), {}),
+                                 Side(Stream(42, 40 * 172, 2, 34, {}, Endpoint("192.0.2.8", 4020)), {}),
+                                 {{"34", to_far_end}, {"17", from_far_end}});
   const auto reports = ReadReports(query, 16000);
   ASSERT_EQ(reports.size(), 1u);
   const RtcpStatsReport& report = reports[0];
@@ -67,8 +66,8 @@ TEST(RtcpFigures, ThereAreNoneBeforeTheFirstPacketOrFromARepliesThatSayNothing) 
 
 TEST(RtcpFigures, AFarEndIsFoundOnceTheDaemonHasMadeUpItsMindOnWhereItIs) {
   const auto found = [](List flags, List media_flags) {
-    const Dictionary leg = Side(Stream(1, 172, 0, 1, std::move(flags), Endpoint("192.0.2.7", 4010)),
-                                std::move(media_flags));
+    const Dictionary leg =
+        Side(Stream(1, 172, 0, 1, std::move(flags), Endpoint("192.0.2.7", 4010)), std::move(media_flags));
     return ReadFoundPlace(Query(leg, leg, {}));
   };
   EXPECT_EQ(found({"RTP", "confirmed"}, {"send"}), (NgPlace{"192.0.2.7", 4010, 4011}));

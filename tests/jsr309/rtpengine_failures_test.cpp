@@ -147,7 +147,8 @@ TEST_F(RtpengineFailures, ACallThatTheDaemonHasEndedByItselfIsNotTakenForANewOne
 
 TEST_F(RtpengineFailures, SettingsThatAreWrongAreRefusedByFileElementAndValue) {
   const std::string control = "not a numeric address and a port, as in 192.0.2.1:2223";
-  for (const char* value : {"127.0.0.1", "localhost:2223", "127.0.0.1:0", "127.0.0.1:70000", "::1:2223", ":2223", "x"}) {
+  for (const char* value :
+       {"127.0.0.1", "localhost:2223", "127.0.0.1:0", "127.0.0.1:70000", "::1:2223", ":2223", "x"}) {
     ExpectRefused("<control>" + std::string(value) + "</control>", "control", value, control);
   }
   ExpectRefused("", "control", "", "missing");

@@ -12,6 +12,9 @@ namespace {
 // The policy points into the keys, which it does not change.
 template <typename Use>
 srtp_err_status_t WithPolicy(SrtpPeerKeys keys, srtp_ssrc_t ssrc, Use use) {
+  // Refused where a media server of this process has started the library.
+  static const srtp_err_status_t started = srtp_init();
+  static_cast<void>(started);
   srtp_policy_t policy{};
   srtp_master_key_t master{};
   srtp_master_key_t* masters[] = {&master};

@@ -88,13 +88,11 @@ void RtpengineEndpoint::TakePackets(const Dictionary& query, NgTime asked_at) {
     const Lock lock(context_->books().mutex);
     if (session_ == nullptr) return;
     call = call_;
-    if (!refused) {
-      silence_.Counted(ReadFigures(query, "leg").packets, asked_at);
-      verdict = silence_.Check(asked_at, ExpectsMedia());
-    }
+    // A call that the daemon has ended by itself is silent for good.
+    if (!refused) silence_.Counted(ReadFigures(query, "leg").packets, asked_at);
+    verdict = silence_.Check(asked_at, ExpectsMedia());
   }
   if (refused && IsUnknownCall(query) && call != nullptr) call->ReportUnknown();
-  if (refused) return;
   if (TakeFoundPlace(query)) PostSettle(nullptr);
   if (verdict == LegSilence::Verdict::kQuiet) return;
   if (const auto sink = sink_.lock()) sink->OnRtpTimeout(verdict == LegSilence::Verdict::kInactive);

@@ -49,8 +49,8 @@ void RtpengineEndpoint::PictureAudio(const RtpengineEndpoint* partner, CallPictu
   if (!carries_ && !partner->carries_) return;
   // Both legs have to come to the same plan.
   const bool first = std::less<>()(this, partner);
-  const BusPlan plan = first ? PlanBus(record_.codecs, partner->record_.codecs)
-                             : PlanBus(partner->record_.codecs, record_.codecs);
+  const BusPlan plan =
+      first ? PlanBus(record_.codecs, partner->record_.codecs) : PlanBus(partner->record_.codecs, record_.codecs);
   if (plan.way == BusPlan::Way::kImpossible) return;
   if (plan.way == BusPlan::Way::kTranslated) picture.bus_codecs = plan.translated;
   picture.bus = partner->call_->bus();

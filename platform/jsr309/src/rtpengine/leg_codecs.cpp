@@ -153,8 +153,8 @@ BusPlan PlanBus(const LegCodecs& one, const LegCodecs& other) {
     plan.reason = "codecs " + one.AgreedText() + " and " + other.AgreedText() + " cannot be carried into each other";
     return plan;
   }
-  const bool codec_meets = same && one.incoming_type() == other.outgoing_type() &&
-                           other.incoming_type() == one.outgoing_type();
+  const bool codec_meets =
+      same && one.incoming_type() == other.outgoing_type() && other.incoming_type() == one.outgoing_type();
   const bool events_meet = EventsMeet(one.incoming_events(), other.outgoing_events()) &&
                            EventsMeet(other.incoming_events(), one.outgoing_events());
   if (codec_meets && events_meet) return plan;

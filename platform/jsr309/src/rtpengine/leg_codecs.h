@@ -51,8 +51,8 @@ class LegCodecs {
 struct BusPlan {
   enum class Way { kAsItIs, kTranslated, kImpossible };
   Way way = Way::kAsItIs;
-  std::string reason;              ///< of kImpossible
-  std::string loss;                ///< what does not get through, when something does not
+  std::string reason;               ///< of kImpossible
+  std::string loss;                 ///< what does not get through, when something does not
   std::vector<NgCodec> translated;  ///< of kTranslated: what both buses speak
 };
 BusPlan PlanBus(const LegCodecs& one, const LegCodecs& other);

@@ -44,14 +44,14 @@ std::string Quotable(const std::string& text) {
 
 std::string FaultIn(const MediaCrypto& crypto) {
   if (crypto.suite != "AES_CM_128_HMAC_SHA1_80" && crypto.suite != "AES_CM_128_HMAC_SHA1_32") {
-    return "crypto suite '" + crypto.suite +
-           "' is not known (known: AES_CM_128_HMAC_SHA1_80, AES_CM_128_HMAC_SHA1_32)";
+    return "crypto suite '" + crypto.suite + "' is not known (known: AES_CM_128_HMAC_SHA1_80, AES_CM_128_HMAC_SHA1_32)";
   }
   const std::string suite = "crypto suite " + crypto.suite + ": ";
   if (!crypto.key.empty() && crypto.key.size() != kKeyLength) {
     return suite + "a key of " + std::to_string(crypto.key.size()) + " octets, not " + std::to_string(kKeyLength);
   }
-  if (!crypto.key.empty() && std::all_of(crypto.key.begin(), crypto.key.end(), [](uint8_t octet) { return octet == 0; })) {
+  if (!crypto.key.empty() &&
+      std::all_of(crypto.key.begin(), crypto.key.end(), [](uint8_t octet) { return octet == 0; })) {
     return suite + "the key is all zero: nobody has filled it in";
   }
   if (crypto.lifetime_exponent < 0 || crypto.lifetime_exponent > kLongestLifetime) {
@@ -98,8 +98,8 @@ std::string LegCrypto::TakeLocal(MediaConfig& config, Line& line) const {
   } else if (!MakeKey(line->key)) {
     return "no SRTP key: the system gives no random numbers";
   }
-  config.SetCrypto(line->suite.c_str(), line->key.data(), static_cast<int>(line->key.size()),
-                   crypto.lifetime_exponent, crypto.mki_length ? crypto.mki_length->c_str() : nullptr);
+  config.SetCrypto(line->suite.c_str(), line->key.data(), static_cast<int>(line->key.size()), crypto.lifetime_exponent,
+                   crypto.mki_length ? crypto.mki_length->c_str() : nullptr);
   return "";
 }
 

@@ -49,8 +49,8 @@ class LegSilence {
 
   /// How often to look; 0 for never.
   milliseconds Interval() const {
-    const auto shorter = inactive_.count() == 0 || pending_.count() == 0 ? std::max(inactive_, pending_)
-                                                                         : std::min(inactive_, pending_);
+    const auto shorter =
+        inactive_.count() == 0 || pending_.count() == 0 ? std::max(inactive_, pending_) : std::min(inactive_, pending_);
     if (!described_ || shorter.count() == 0) return milliseconds(0);
     return std::clamp(std::chrono::duration_cast<milliseconds>(shorter) / 8, milliseconds(100), milliseconds(4000));
   }

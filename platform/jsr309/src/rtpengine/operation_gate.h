@@ -38,7 +38,8 @@ class OperationGate {
 /// Through one gate or two, always in the same order, so that two operations on one pair do not wait for each other.
 class GatePass {
  public:
-  GatePass(OperationGate& gate, NgTime deadline) : first_(gate.Enter(deadline) ? &gate : nullptr), entered_(first_ != nullptr) {}
+  GatePass(OperationGate& gate, NgTime deadline)
+      : first_(gate.Enter(deadline) ? &gate : nullptr), entered_(first_ != nullptr) {}
   GatePass(OperationGate& one, OperationGate& other, NgTime deadline) {
     OperationGate *first = &one, *second = &other;
     if (std::less<>()(second, first)) std::swap(first, second);

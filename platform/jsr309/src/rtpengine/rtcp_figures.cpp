@@ -35,8 +35,8 @@ bool HasFlag(const Dictionary& dictionary, const std::string& flag) {
   const auto found = dictionary.find("flags");
   const Bencode::List* const flags = found == dictionary.end() ? nullptr : found->second.Items();
   return flags != nullptr && std::any_of(flags->begin(), flags->end(), [&flag](const Bencode& one) {
-    return one.Text() != nullptr && *one.Text() == flag;
-  });
+           return one.Text() != nullptr && *one.Text() == flag;
+         });
 }
 
 const Dictionary* SourceOf(const Dictionary& query, uint32_t ssrc) {
@@ -89,9 +89,8 @@ void FillRemoteReceiver(const Dictionary& source, uint32_t clock_rate, RtcpStats
   report.rrsMaxInterArrivalJitter = WorstJitter(source, clock_rate);
   report.rrsAvgInterArrivalJitter = JitterOf(source, "average MOS", clock_rate);
   report.avgroundtriptime = Milliseconds(RoundTripOf(source, "average MOS"));
-  report.maxroundtriptime = std::max(
-      {report.avgroundtriptime, Milliseconds(RoundTripOf(source, "highest MOS")),
-       Milliseconds(RoundTripOf(source, "lowest MOS"))});
+  report.maxroundtriptime = std::max({report.avgroundtriptime, Milliseconds(RoundTripOf(source, "highest MOS")),
+                                      Milliseconds(RoundTripOf(source, "lowest MOS"))});
 }
 
 /// What is known of the far end's stream, as whoever gets it at the other end of the call reports it.

@@ -1,7 +1,7 @@
 /// What a daemon counts of a call ("query"), read.
 ///
-/// Daemons relay RTCP between the far ends and learn from it: what a far end reports of the stream it gets is kept under
-/// the stream's SSRC. They count packets themselves. Not told are sender reports and what is in them.
+/// Daemons relay RTCP between the far ends and learn from it: what a far end reports of the stream it gets is kept
+/// under the stream's SSRC. They count packets themselves. Not told are sender reports and what is in them.
 ///
 /// Plain functions; any thread.
 #pragma once

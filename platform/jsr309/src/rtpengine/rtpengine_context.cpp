@@ -12,7 +12,9 @@ namespace kelvaro::jsr309::rtpengine {
 namespace {
 
 /// Between attempts to end calls that the daemon did not confirm as ended.
-constexpr milliseconds kCondemnedInterval{1000};
+constexpr milliseconds kCondemnedInterval{5000};
+/// Between looks at endpoints, however many there are.
+constexpr milliseconds kShortestRest{20};
 /// Whatever else happens, the control thread looks around then.
 constexpr milliseconds kLongestRest{1000};
 /// For what nobody waits for. A reply may take that long on a busy host.
@@ -200,7 +202,7 @@ NgTime RtpengineContext::LookAtEndpoints(NgTime now) {
   for (const auto& endpoint : endpoints) {
     if (endpoint) next = std::min(next, endpoint->LookAtPackets(now));
   }
-  return next;
+  return next == NgTime::max() ? next : std::max(next, now + kShortestRest);
 }
 
 void RtpengineContext::Log(LogLevel level, const std::string& text) const {

@@ -136,13 +136,13 @@ class RtpengineContext : private NgListener {
 
   std::mutex mutex_;
   std::condition_variable fewer_calls_;
-  uint64_t last_call_ = 0;                                      // guarded by mutex_
-  std::map<std::string, uint64_t> calls_;                       // guarded by mutex_; name, epoch
-  std::set<std::string> condemned_;                             // guarded by mutex_; of calls_, to be ended
-  NgTime next_condemned_{};                                     // guarded by mutex_
-  std::vector<std::weak_ptr<RtpengineEndpoint>> watched_;       // guarded by mutex_
-  std::set<std::string> named_;                                 // guarded by mutex_
-  bool stopped_ = false;                                        // guarded by mutex_
+  uint64_t last_call_ = 0;                                 // guarded by mutex_
+  std::map<std::string, uint64_t> calls_;                  // guarded by mutex_; name, epoch
+  std::set<std::string> condemned_;                        // guarded by mutex_; of calls_, to be ended
+  NgTime next_condemned_{};                                // guarded by mutex_
+  std::vector<std::weak_ptr<RtpengineEndpoint>> watched_;  // guarded by mutex_
+  std::set<std::string> named_;                            // guarded by mutex_
+  bool stopped_ = false;                                   // guarded by mutex_
 
   NgControl control_;
   DaemonWatch watch_;

@@ -1,6 +1,5 @@
 #include "rtpengine/rtpengine_endpoint.h"
 
-
 #include <algorithm>
 #include <utility>
 
@@ -51,7 +50,11 @@ std::string RtpengineEndpoint::DetectAddress() {
     ++changes_;
   }
   std::string error;
-  return Settle(deadline, error) ? "" : error;
+  if (Settle(deadline, error)) return "";
+  const Lock lock(context_->books().mutex);
+  record_.detect = record_.learning = false;
+  ++changes_;
+  return error;
 }
 
 void RtpengineEndpoint::LeaveSession() {

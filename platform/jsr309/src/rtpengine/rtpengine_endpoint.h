@@ -50,8 +50,8 @@ struct LegRecord {
   LegCrypto crypto;
   LegImage image;
   LegMarks marks;
-  NgPlace far_end;     ///< as it says; empty until it did
-  NgPlace found;       ///< where its media comes from in fact; empty when that was not learned
+  NgPlace far_end;        ///< as it says; empty until it did
+  NgPlace found;          ///< where its media comes from in fact; empty when that was not learned
   bool detect = false;    ///< it may be somewhere else than it says
   bool learning = false;  ///< and the daemon is still looking
 
@@ -147,7 +147,7 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   bool fax_peers_ = false;  // joined by a description rather than by Join
   LegSilence silence_;
   bool is_learning_applied_ = false;  // the daemon looks for the far end
-  uint64_t changes_ = 0;  // of all that a picture is made from
+  uint64_t changes_ = 0;              // of all that a picture is made from
   bool is_watched_ = false;
   bool is_looked_at_ = false;  // a query is under way
   NgTime next_look_{};

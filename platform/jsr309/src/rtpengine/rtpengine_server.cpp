@@ -8,8 +8,8 @@ RtpengineServer::RtpengineServer(const MediaServerSettings& settings, const Rtpe
                                  std::shared_ptr<RtpengineBooks> books, MediaServerObserver& observer,
                                  std::shared_ptr<GuardedLogger> logger)
     : observer_(observer),
-      context_(std::make_shared<RtpengineContext>(settings, own, std::move(books),
-                                                   static_cast<DaemonListener&>(*this), std::move(logger))) {}
+      context_(std::make_shared<RtpengineContext>(settings, own, std::move(books), static_cast<DaemonListener&>(*this),
+                                                  std::move(logger))) {}
 
 bool RtpengineServer::Start(std::string& reason) {
   if (!context_->Start(reason)) return false;
