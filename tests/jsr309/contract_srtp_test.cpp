@@ -181,12 +181,10 @@ TEST_P(SrtpContract, NewKeysInANewDescriptionKeepTheCall) {
   MediaConfig remote = RemoteOf(a.leg);
   SetKeys(remote, 6);
   ASSERT_TRUE(a.leg.connection->SetRemoteAnswer(remote));
-  a.Send(2);
-  EXPECT_EQ(b.Receive().value().payload, Payload(2));
   a.sends = std::make_shared<SrtpPeer>(SrtpPeer::Way::kSends, SrtpPeerKeys{SrtpPeerKey(6), false, {}});
   a.receives = std::make_shared<SrtpPeer>(SrtpPeer::Way::kReceives, SrtpPeerKeys{SrtpPeerKey(5), false, {}});
-  a.Send(3);
-  EXPECT_EQ(b.Receive().value().payload, Payload(3));
+  a.Send(2);
+  EXPECT_EQ(b.Receive().value().payload, Payload(2));
   b.Send(2);
   EXPECT_EQ(a.Receive(), Payload(2));
 }

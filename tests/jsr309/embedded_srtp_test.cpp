@@ -76,6 +76,33 @@ TEST_P(EmbeddedSrtp, NoKeyStaysInMemoryWhenTheConnectionIsClosed) {
   EXPECT_EQ(copies, 0u);
 }
 
+TEST_P(EmbeddedSrtp, NewKeysTakeOverWhileTheFarEndMaySendUnderItsFormerOnes) {
+  Start();
+  const auto session = NewSession();
+  SecureLeg a = NewSecureLeg(session, 1, 2);
+  const Leg b = NewLeg(session);
+  ASSERT_TRUE(Join(a.leg, b));
+  a.Send(1);
+  EXPECT_EQ(b.Receive().value().payload, Payload(1));
+  MediaConfig local;
+  AddCodec(local);
+  SetKeys(local, 5);
+  ASSERT_TRUE(a.leg.connection->GetLocalOffer(local));
+  b.Send(1);
+  EXPECT_EQ(a.Receive(), Payload(1));  // the far end has not answered yet
+  MediaConfig remote = RemoteOf(a.leg);
+  SetKeys(remote, 6);
+  ASSERT_TRUE(a.leg.connection->SetRemoteAnswer(remote));
+  a.Send(2);
+  EXPECT_EQ(b.Receive().value().payload, Payload(2));
+  a.sends = std::make_shared<SrtpPeer>(SrtpPeer::Way::kSends, SrtpPeerKeys{SrtpPeerKey(6), false, {}});
+  a.receives = std::make_shared<SrtpPeer>(SrtpPeer::Way::kReceives, SrtpPeerKeys{SrtpPeerKey(5), false, {}});
+  a.Send(3);
+  EXPECT_EQ(b.Receive().value().payload, Payload(3));
+  b.Send(2);
+  EXPECT_EQ(a.Receive(), Payload(2));
+}
+
 INSTANTIATE_TEST_SUITE_P(MediaServers, EmbeddedSrtp, testing::Values(test_support::MediaServerKind::kEmbedded),
                          test_support::NameOf);
 

@@ -4,6 +4,9 @@
 
 #include <signal.h>
 
+#include <atomic>
+#include <thread>
+
 namespace {
 
 using namespace kelvaro::jsr309;
@@ -154,6 +157,23 @@ TEST_F(RtpengineDaemons, KeepALearnedFarEndThroughNewDescriptionsAndJoins) {
   EXPECT_TRUE(Flows(c, moved, 4));
 }
 
+// There is no clock to hand to a daemon: this takes its twelve seconds.
+TEST_F(RtpengineDaemons, LookForAFarEndThatKeepsQuietForTenSecondsAndAgainWithTheNextJoin) {
+  RtpengineDaemon daemon(Learning());
+  Start(At(daemon));
+  const auto session = NewSession();
+  const Leg a = NewLeg(session), b = NewLeg(session);
+  ASSERT_TRUE(Join(a, b));
+  ASSERT_TRUE(a.connection->SetRemoteAddressDetection());
+  const Leg moved{a.connection, std::make_shared<test_support::UdpSocket>(), a.local};
+  std::this_thread::sleep_for(seconds(12));
+  moved.Send(1);
+  EXPECT_FALSE(b.Receive(150));
+  ASSERT_TRUE(Join(a, b));
+  EXPECT_TRUE(Flows(moved, b, 2));
+  EXPECT_TRUE(Flows(b, moved, 3));
+}
+
 TEST_F(RtpengineDaemons, CarryCodecsTheyDoNotEncodeUnderOnePayloadTypeOnly) {
   RtpengineDaemon daemon;
   Start(At(daemon));
@@ -221,6 +241,44 @@ TEST_F(RtpengineDaemons, TellSilencesOnlyOfFarEndsThatAreExpectedToSpeak) {
   ASSERT_TRUE(b.listener->WaitForEvents(1, seconds(30)));
   EXPECT_FALSE(b.listener->Events()[0].active_);
   EXPECT_EQ(a.listener->Events().size(), 1u);
+}
+
+TEST_F(RtpengineDaemons, TakeTwoHundredCallsAtOnceFromManyThreadsEvenlyAndLetThemSpeak) {
+  constexpr int kThreads = 8, kCallsEach = 25;
+  RtpengineDaemon one, other;
+  EmbeddedOptions options = At(one);
+  options.addresses.push_back(other.Address());
+  options.extras.push_back("<control>" + other.Address() + ":" + std::to_string(other.ControlPort()) + "</control>");
+  options.request_timeout_ms = 30000;
+  Start(options);
+  struct Call {
+    SessionPtr session;
+    Leg a, b;
+  };
+  std::vector<std::vector<Call>> calls(kThreads);
+  std::atomic<int> spoken{0};
+  std::vector<std::thread> threads;
+  for (std::vector<Call>& own : calls) {
+    threads.emplace_back([&own, &spoken, this] {
+      for (int i = 0; i < kCallsEach; ++i) {
+        const auto session = NewSession();
+        if (!session) continue;
+        Call call{session, NewLeg(session), NewLeg(session)};
+        call.a.far_rtcp.reset();  // a thousand descriptors have to do
+        call.b.far_rtcp.reset();
+        if (Join(call.a, call.b) && Flows(call.a, call.b, 1) && Flows(call.b, call.a, 2)) ++spoken;
+        own.push_back(call);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(spoken, kThreads * kCallsEach);
+  const auto on_one = static_cast<int>(CallsOn(one) / 2), on_other = static_cast<int>(CallsOn(other) / 2);
+  EXPECT_EQ(on_one + on_other, kThreads * kCallsEach);
+  EXPECT_NEAR(on_one, kThreads * kCallsEach / 2, 5);
+  calls.clear();
+  EXPECT_TRUE(Eventually([&] { return CallsOn(one) + CallsOn(other) == 0; }));
+  EXPECT_THAT(logger().Messages(kelvaro::ERROR_LOG_LEVEL), ElementsAre());
 }
 
 TEST_F(RtpengineDaemons, SayOncePerServerWhatTheyDoNotSupport) {

@@ -98,6 +98,7 @@ bool DaemonCall::Apply(const CallPicture& picture, NgTime deadline, std::string&
 void DaemonCall::Post(const CallPicture& picture, const std::shared_ptr<PostedRequests>& posted) {
   context_->Post(OfferOf(name_, picture), epoch_, posted);
   context_->Post(AnswerOf(name_, picture), epoch_, posted);
+  if (!picture.learn) applied_learning_ = false;
   if (picture.block) was_blocked_ = true;
   if (was_blocked_) context_->Post(BlockOf(name_, picture.block), epoch_, posted);
 }

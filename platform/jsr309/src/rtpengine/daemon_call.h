@@ -55,7 +55,7 @@ class DaemonCall {
   const uint64_t epoch_;
   NgPlace leg_, bus_;
   std::optional<LegCrypto::Keys> applied_keys_;
-  bool applied_learning_ = false;
+  std::atomic<bool> applied_learning_{false};
   std::atomic<bool> was_blocked_{false};
 };
 

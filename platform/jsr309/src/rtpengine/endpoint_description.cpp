@@ -220,11 +220,12 @@ void RtpengineEndpoint::TakeRecord(const LegRecord& next, std::vector<Self>& par
   } else {
     is_learning_applied_ = false;
   }
+  const NgTime now = NgTime::clock::now();
+  KeepLearning(now);
   ++changes_;
   const Self partner = partner_.lock();
   if (partner != nullptr) ++partner->changes_;
   if (before.image.in_use() == next.image.in_use()) return;
-  const NgTime now = NgTime::clock::now();
   silence_.Restart(now);
   if (!next.image.in_use() && fax_peers_) Part(parted, now);
 }

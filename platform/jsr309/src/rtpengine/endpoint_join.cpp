@@ -122,6 +122,7 @@ void RtpengineEndpoint::LinkWith(RtpengineEndpoint& other, bool forward, bool ba
   for (RtpengineEndpoint* one : {this, &other}) {
     one->fax_peers_ = false;
     one->silence_.Restart(now);
+    one->KeepLearning(now);
     ++one->changes_;
   }
 }

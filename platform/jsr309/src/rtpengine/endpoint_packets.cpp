@@ -10,6 +10,8 @@ namespace {
 
 /// Of a far end that is being looked for.
 constexpr milliseconds kLearningInterval{500};
+/// How long whoever speaks first may be taken for the far end.
+constexpr std::chrono::seconds kLearningTime{10};
 
 }  // namespace
 
@@ -45,6 +47,20 @@ bool RtpengineEndpoint::TakeFoundPlace(const Dictionary& query) {
   record_.learning = is_learning_applied_ = false;
   ++changes_;
   return true;
+}
+
+bool RtpengineEndpoint::GiveUpLearning(NgTime now) {
+  const Lock lock(context_->books().mutex);
+  if (!record_.learning || !is_learning_applied_ || now < learning_until_) return false;
+  record_.learning = is_learning_applied_ = false;
+  ++changes_;
+  return true;
+}
+
+void RtpengineEndpoint::KeepLearning(NgTime now) {
+  if (!record_.detect || !record_.found.empty()) return;
+  if (!std::exchange(record_.learning, true)) is_learning_applied_ = false;
+  learning_until_ = now + kLearningTime;
 }
 
 /// A daemon looks for the far end anew with each description, so it is asked before it gets one.
@@ -93,7 +109,7 @@ void RtpengineEndpoint::TakePackets(const Dictionary& query, NgTime asked_at) {
     verdict = silence_.Check(asked_at, ExpectsMedia());
   }
   if (refused && IsUnknownCall(query) && call != nullptr) call->ReportUnknown();
-  if (TakeFoundPlace(query)) PostSettle(nullptr);
+  if (TakeFoundPlace(query) || GiveUpLearning(asked_at)) PostSettle(nullptr);
   if (verdict == LegSilence::Verdict::kQuiet) return;
   if (const auto sink = sink_.lock()) sink->OnRtpTimeout(verdict == LegSilence::Verdict::kInactive);
 }

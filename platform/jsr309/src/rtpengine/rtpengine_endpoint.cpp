@@ -37,7 +37,8 @@ bool RtpengineEndpoint::SetRemoteAddressDetection() {
 }
 
 std::string RtpengineEndpoint::DetectAddress() {
-  const NgTime deadline = context_->DeadlineFrom(NgTime::clock::now());
+  const NgTime now = NgTime::clock::now();
+  const NgTime deadline = context_->DeadlineFrom(now);
   const GatePass pass(gate_, deadline);
   if (!pass) return kBusy;
   {
@@ -45,8 +46,7 @@ std::string RtpengineEndpoint::DetectAddress() {
     if (!Usable()) return kGone;
     // Asking again opens nothing: a call is described again and again, and each time would be a stranger's chance.
     if (std::exchange(record_.detect, true)) return "";
-    record_.learning = true;
-    is_learning_applied_ = false;
+    KeepLearning(now);
     ++changes_;
   }
   std::string error;

@@ -119,6 +119,8 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   void LinkWith(RtpengineEndpoint& other, bool forward, bool backward, std::vector<Self>& parted, NgTime now);
   void Part(std::vector<Self>& parted, NgTime now);
   void LeaveSession();
+  /// As long as the far end has not been found, each description and join is a chance for it to speak.
+  void KeepLearning(NgTime now);
   CallPicture Picture() const;
   void PictureAudio(const RtpengineEndpoint* partner, CallPicture& picture) const;
   bool ExpectsMedia() const;
@@ -131,6 +133,7 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   void SettlePartner(NgTime deadline);
   /// Once media has come, the place it came from stays the far end's.
   bool TakeFoundPlace(const Dictionary& query);
+  bool GiveUpLearning(NgTime now);
   void StopLearningIfFound(const Call& call, NgTime deadline);
   void TakePackets(const Dictionary& query, NgTime asked_at);
 
@@ -147,7 +150,8 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   bool fax_peers_ = false;  // joined by a description rather than by Join
   LegSilence silence_;
   bool is_learning_applied_ = false;  // the daemon looks for the far end
-  uint64_t changes_ = 0;              // of all that a picture is made from
+  NgTime learning_until_{};
+  uint64_t changes_ = 0;  // of all that a picture is made from
   bool is_watched_ = false;
   bool is_looked_at_ = false;  // a query is under way
   NgTime next_look_{};
