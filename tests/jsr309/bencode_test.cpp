@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <ostream>
 
 namespace kelvaro::jsr309::rtpengine {
 namespace {
@@ -43,6 +44,8 @@ TEST(Bencode, GivesNoTextForANumber) {
 struct Malformed {
   const char* text;
   const char* error;
+
+  friend void PrintTo(const Malformed& one, std::ostream* out) { *out << '"' << one.text << "\": " << one.error; }
 };
 
 class BencodeRefuses : public testing::TestWithParam<Malformed> {};

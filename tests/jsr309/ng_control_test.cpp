@@ -262,6 +262,25 @@ TEST_F(NgControlTest, DoesNotSendARequestOfACallBeforeTheOneBeforeItIsAnswered) 
   EXPECT_TRUE(offered.Results()[0].reply);
 }
 
+TEST_F(NgControlTest, RefusesWhatIsNotWantedAnyMoreWhenItWouldTakeItsPlaceInLine) {
+  Serve([](const NgFrame& request, int) { return NgServer::Ok(request); });
+  bool ended = false;
+  const NgCondition wanted = [&ended] { return !ended; };
+  std::string error;
+  EXPECT_TRUE(Control().Ask({{"command", "offer"}, {"call-id", "one"}}, kLongEnough, error, wanted)) << error;
+  ended = true;
+  EXPECT_FALSE(Control().Ask({{"command", "offer"}, {"call-id", "one"}}, kLongEnough, error, wanted));
+  EXPECT_EQ(error, Name() + ": \"offer\" is not wanted any more");
+  EXPECT_FALSE(Control().Post({{"command", "offer"}, {"call-id", "one"}}, kLongEnough, nullptr, wanted));
+  EXPECT_EQ(Ask({{"command", "delete"}, {"call-id", "one"}}), "ok");
+  std::set<std::string> offers;
+  for (const NgFrame& request : server_->Requests()) {
+    if (TextOf(request.message, "command") == "offer") offers.insert(request.cookie);
+  }
+  EXPECT_EQ(offers.size(), 1u);
+  EXPECT_EQ(logger_.Count(), 0u);
+}
+
 TEST_F(NgControlTest, ReturnsWhoeverAsksWhenStopped) {
   Serve([](const NgFrame&, int) { return Answers{}; });
   NgControl& control = Control();

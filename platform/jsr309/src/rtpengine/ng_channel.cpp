@@ -87,29 +87,25 @@ void NgControl::Channel::Complain(const std::string& text) {
   complaints_.Warn(text, Now());
 }
 
-uint64_t NgControl::Channel::Add(const Dictionary& request, milliseconds limit, bool asked, NgDone done,
+uint64_t NgControl::Channel::Add(NgRequest request, const Dictionary& message, const NgCondition& wanted,
                                  std::string& error) {
-  NgRequest entry;
-  entry.command = TextOf(request, "command");
-  entry.call_id = TextOf(request, "call-id");
-  entry.limit = std::clamp(limit, milliseconds(0), kNgLongestLimit);
-  entry.asked = asked;
-  entry.done = std::move(done);
-  const std::string message = EncodeBencode(request);
+  const std::string text = EncodeBencode(message);
   NgBatch batch;
   bool wake = false;
   uint64_t number = 0;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    number = entry.number = ++last_number_;
-    entry.datagram = std::make_shared<const std::string>(cookie_prefix_ + std::to_string(number) + " " + message);
-    const std::string what = name_ + ": \"" + entry.command + "\"";
+    number = request.number = ++last_number_;
+    request.datagram = std::make_shared<const std::string>(cookie_prefix_ + std::to_string(number) + " " + text);
+    const std::string what = name_ + ": \"" + request.command + "\"";
     if (!running_) {
       error = what + " after the stop";
-    } else if (entry.datagram->size() > kLongestNgDatagram) {
-      error = what + " of " + std::to_string(entry.datagram->size()) + " octets does not fit into a datagram of " +
+    } else if (request.datagram->size() > kLongestNgDatagram) {
+      error = what + " of " + std::to_string(request.datagram->size()) + " octets does not fit into a datagram of " +
               std::to_string(kLongestNgDatagram);
-    } else if (!requests_.Add(entry, Now(), batch)) {
+    } else if (wanted && !wanted()) {
+      return 0;
+    } else if (!requests_.Add(request, Now(), batch)) {
       error = what + " refused: " + std::to_string(kNgMostRequests) + " requests wait already";
     }
     if (!error.empty()) return 0;

@@ -19,8 +19,9 @@ class NgControl::Channel {
   ~Channel() { Stop(); }
 
   bool Start(NgListener* listener, std::string& error);
-  /// The number of the request; 0, and why, when it is refused.
-  uint64_t Add(const Dictionary& request, milliseconds limit, bool asked, NgDone done, std::string& error);
+  /// The number of the request, which lacks number and datagram; 0, and why, when it is refused. An empty reason: it is
+  /// not wanted.
+  uint64_t Add(NgRequest request, const Dictionary& message, const NgCondition& wanted, std::string& error);
   /// See NgRequests::Abandon.
   std::string Abandon(uint64_t number);
   void WakeListener();

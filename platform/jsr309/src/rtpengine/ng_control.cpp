@@ -34,6 +34,14 @@ class Waiter {
   std::optional<NgResult> result_;  // guarded by mutex_
 };
 
+NgRequest RequestOf(const Dictionary& message, milliseconds limit) {
+  NgRequest request;
+  request.command = TextOf(message, "command");
+  request.call_id = TextOf(message, "call-id");
+  request.limit = std::clamp(limit, milliseconds(0), kNgLongestLimit);
+  return request;
+}
+
 }  // namespace
 
 NgControl::NgControl(const NgControlSettings& settings, std::shared_ptr<GuardedLogger> logger)
@@ -45,17 +53,24 @@ bool NgControl::Start(NgListener* listener, std::string& error) {
   return channel_->Start(listener, error);
 }
 
-std::optional<Dictionary> NgControl::Ask(const Dictionary& request, milliseconds limit, std::string& error) {
+std::optional<Dictionary> NgControl::Ask(const Dictionary& message, milliseconds limit, std::string& error,
+                                         const NgCondition& wanted) {
+  NgRequest request = RequestOf(message, limit);
+  const std::string what = Name() + ": \"" + request.command + "\"";
   if (channel_->IsOwnThread()) {
-    error = Name() + ": \"" + TextOf(request, "command") + "\" asked by a callback, which would wait for itself";
+    error = what + " asked by a callback, which would wait for itself";
     return std::nullopt;
   }
   error.clear();
-  const NgTime until = std::chrono::steady_clock::now() + std::min(limit, kNgLongestLimit);
+  const NgTime until = std::chrono::steady_clock::now() + request.limit;
   const auto waiter = std::make_shared<Waiter>();
-  const auto done = [waiter](const NgResult& result) { waiter->Tell(result); };
-  const uint64_t number = channel_->Add(request, limit, true, done, error);
-  if (number == 0) return std::nullopt;
+  request.asked = true;
+  request.done = [waiter](const NgResult& result) { waiter->Tell(result); };
+  const uint64_t number = channel_->Add(std::move(request), message, wanted, error);
+  if (number == 0) {
+    if (error.empty()) error = what + " is not wanted any more";
+    return std::nullopt;
+  }
   std::optional<NgResult> result = waiter->Wait(until);
   if (!result) {
     error = channel_->Abandon(number);
@@ -63,15 +78,17 @@ std::optional<Dictionary> NgControl::Ask(const Dictionary& request, milliseconds
     // It was answered in the last moment, and the control thread is about to tell.
     result = waiter->Wait(until + kLastMoment);
   }
-  if (!result) result = NgResult{std::nullopt, Name() + ": no reply to \"" + TextOf(request, "command") + "\" in time"};
+  if (!result) result = NgResult{std::nullopt, what + " had no reply in time"};
   error = std::move(result->error);
   return std::move(result->reply);
 }
 
-bool NgControl::Post(const Dictionary& request, milliseconds limit, NgDone done) {
+bool NgControl::Post(const Dictionary& message, milliseconds limit, NgDone done, const NgCondition& wanted) {
+  NgRequest request = RequestOf(message, limit);
+  request.done = std::move(done);
   std::string error;
-  if (channel_->Add(request, limit, false, std::move(done), error) != 0) return true;
-  channel_->Complain(error);
+  if (channel_->Add(std::move(request), message, wanted, error) != 0) return true;
+  if (!error.empty()) channel_->Complain(error);
   return false;
 }
 

@@ -64,6 +64,11 @@ struct NgResult {
   std::string error;
 };
 using NgDone = std::function<void(const NgResult&)>;
+/// Whether a request is still wanted, asked at the moment when it takes its place in line: false refuses it. An "offer"
+/// that comes behind the "delete" of its call would make the call anew, and nobody would end it. Who marks a call as
+/// ended, then posts its "delete", and gives every other request of the call a condition that looks at the mark, has no
+/// request behind the "delete". Called with the channel's lock held: it must not call the channel.
+using NgCondition = std::function<bool()>;
 
 /// Hears how the daemon does. Called on the control thread.
 class NgListener {
@@ -104,11 +109,13 @@ class NgControl {
 
   /// The reply, when it comes within the limit; else none, and error says why. A request that does not fit into a
   /// datagram is refused.
-  std::optional<Dictionary> Ask(const Dictionary& request, milliseconds limit, std::string& error);
+  std::optional<Dictionary> Ask(const Dictionary& request, milliseconds limit, std::string& error,
+                                const NgCondition& wanted = nullptr);
 
-  /// Does not wait. False, and why at WARN, when the request is refused at once; done is not called then. Else done, if
-  /// there is one, is called once: with the reply, or when the limit is over, or by Stop.
-  bool Post(const Dictionary& request, milliseconds limit, NgDone done = nullptr);
+  /// Does not wait. False when the request is refused at once, and why at WARN, unless it is not wanted or comes after
+  /// the stop; done is not called then. Else done, if there is one, is called once: with the reply, or when the limit
+  /// is over, or by Stop.
+  bool Post(const Dictionary& request, milliseconds limit, NgDone done = nullptr, const NgCondition& wanted = nullptr);
 
   /// Has OnTime called soon, from any thread.
   void WakeListener();
