@@ -281,6 +281,37 @@ TEST_F(RtpengineDaemons, TakeTwoHundredCallsAtOnceFromManyThreadsEvenlyAndLetThe
   EXPECT_THAT(logger().Messages(kelvaro::ERROR_LOG_LEVEL), ElementsAre());
 }
 
+TEST_F(RtpengineDaemons, HaveNoCallOfOursThatEndedWhileItWasTold) {
+  RtpengineDaemon daemon;
+  Start(At(daemon));
+  for (int round = 0; round < 30; ++round) {
+    auto session = NewSession();
+    auto other = NewSession();
+    ASSERT_TRUE(session && other);
+    Leg a = NewLeg(session), b = NewLeg(session), fresh;
+    fresh.connection = NewConnection(session);
+    std::atomic<bool> ending{false};
+    std::thread joining([&] {
+      while (!ending) {
+        a.connection->Join(kDuplex, b.connection);
+        a.connection->SetRemoteOffer(RemoteOf(a));
+      }
+    });
+    std::thread describing([&] {
+      MediaConfig local;
+      AddCodec(local);
+      fresh.connection->GetLocalOffer(local);
+    });
+    const ConnectionPtr imported(other->ImportNetworkConnection(b.connection));
+    session.reset();  // with an operation of its connections under way
+    ending = true;
+    joining.join();
+    describing.join();
+    other.reset();
+  }
+  EXPECT_TRUE(Eventually([&] { return CallsOn(daemon) == 0; })) << CallsOn(daemon);
+}
+
 TEST_F(RtpengineDaemons, SayOncePerServerWhatTheyDoNotSupport) {
   RtpengineDaemon daemon;
   Start(At(daemon));

@@ -1,6 +1,8 @@
 // rtpengine daemons that refuse, keep quiet or talk rubbish; and settings that are wrong.
 #include "rtpengine_fixture.h"
 
+#include "kelvaro/jsr309/configuration_check.h"
+
 #include <functional>
 
 namespace {
@@ -159,6 +161,17 @@ TEST_F(RtpengineFailures, SettingsThatAreWrongAreRefusedByFileElementAndValue) {
   }
   ExpectRefused(right + "<interface>pub/1</interface>", "interface", "pub/1", "not the name of an interface");
   ExpectRefused(right + "<colour>blue</colour>", "colour", "blue", "not known to the rtpengine driver");
+}
+
+TEST_F(RtpengineFailures, ACheckOfTheConfigurationNamesEveryMistakeAndAsksNobody) {
+  EmbeddedOptions options = At("127.0.0.1", 9);
+  options.extras = {"<control>nowhere</control><heartbeat_ms>1</heartbeat_ms>"};
+  EXPECT_FALSE(Init(options));
+  std::vector<std::string> mistakes;
+  for (const SettingError& mistake : CheckConfiguration(path()))
+    mistakes.push_back(mistake.element + " " + mistake.value);
+  const std::string server = "jsr309.media_servers.media_server[1].";
+  EXPECT_THAT(mistakes, testing::ElementsAre(server + "control nowhere", server + "heartbeat_ms 1"));
 }
 
 TEST_F(RtpengineFailures, AnInterfaceIsAskedForByItsName) {

@@ -88,7 +88,7 @@ std::optional<Dictionary> RtpengineContext::Ask(const Dictionary& request, uint6
     error = Name() + ": no time left for \"" + TextOf(request, "command") + "\"";
     return std::nullopt;
   }
-  std::optional<Dictionary> reply = control_.Ask(request, left, error);
+  std::optional<Dictionary> reply = control_.Ask(request, left, error, WantedFor(request));
   if (!reply) return std::nullopt;
   const std::string refusal = RefusalOf(*reply);
   if (refusal.empty()) return reply;
@@ -100,11 +100,20 @@ std::optional<Dictionary> RtpengineContext::Ask(const Dictionary& request, uint6
 void RtpengineContext::Post(const Dictionary& request, uint64_t epoch, const std::shared_ptr<PostedRequests>& posted) {
   if (!Has(epoch)) return;
   if (posted == nullptr) {
-    control_.Post(request, kPostedLimit);
+    control_.Post(request, kPostedLimit, nullptr, WantedFor(request));
     return;
   }
   posted->Add();
-  if (!control_.Post(request, kPostedLimit, [posted](const NgResult&) { posted->Done(); })) posted->Done();
+  const auto done = [posted](const NgResult&) { posted->Done(); };
+  if (!control_.Post(request, kPostedLimit, done, WantedFor(request))) posted->Done();
+}
+
+/// An offer that comes after the end of its call would make it anew.
+NgCondition RtpengineContext::WantedFor(const Dictionary& request) {
+  return [this, call_id = TextOf(request, "call-id")] {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return !stopped_ && calls_.count(call_id) != 0 && condemned_.count(call_id) == 0;
+  };
 }
 
 bool RtpengineContext::Query(const Dictionary& request, NgDone done) {
@@ -127,6 +136,10 @@ void RtpengineContext::Forget(const std::string& call_id) {
 }
 
 bool RtpengineContext::EndCall(const std::string& call_id, NgTime deadline, std::string& error) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    condemned_.insert(call_id);
+  }
   const auto left = std::chrono::ceil<milliseconds>(deadline - NgTime::clock::now());
   const std::optional<Dictionary> reply =
       IsAlive() && left.count() > 0 ? control_.Ask(DeleteOf(call_id), left, error) : std::nullopt;

@@ -122,6 +122,7 @@ class RtpengineContext : private NgListener {
   void OnRefused(NgTime now) override { watch_.OnRefused(now); }
   NgTime OnTime(NgTime now) override;
   NgTime LookAtEndpoints(NgTime now);
+  NgCondition WantedFor(const Dictionary& request);
   void EndCondemned(NgTime now);
   void PostDelete(const std::string& call_id);
   void Forget(const std::string& call_id);
