@@ -44,18 +44,8 @@ void RtpengineDaemon::Start() {
   for (int attempt = 0; attempt < 5; ++attempt) {
     const std::uint16_t port = control_port_ != 0 ? control_port_ : free_udp_port();
     ChildSettings settings;
-    settings.command = {"rtpengine",
-                        "--config-file=none",
-                        "--table=-1",
-                        "--foreground",
-                        "--log-stderr",
-                        "--interface=" + options_.address,
-                        "--listen-ng=" + options_.address + ":" + std::to_string(port),
-                        "--port-min=" + std::to_string(options_.port_min),
-                        "--port-max=" + std::to_string(options_.port_max),
-                        "--num-threads=2",
-                        "--pidfile=" + (directory_.Path() / "pid").string()};
-    settings.command.insert(settings.command.end(), options_.more.begin(), options_.more.end());
+    if (options_.as_nobody) settings.command = {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"};
+    for (const std::string& word : Command(port)) settings.command.push_back(word);
     settings.output = directory_.Path() / "log";
     settings.directory = directory_.Path();
     child_ = std::make_unique<ChildProcess>(settings);
@@ -66,6 +56,23 @@ void RtpengineDaemon::Start() {
   }
   throw std::runtime_error("rtpengine on " + options_.address + " does not answer (./kvx setup test installs it):\n" +
                            last_lines(Log(), 20));
+}
+
+std::vector<std::string> RtpengineDaemon::Command(std::uint16_t port) const {
+  std::vector<std::string> command = {"rtpengine",
+                                      "--config-file=none",
+                                      "--table=-1",
+                                      "--foreground",
+                                      "--log-stderr",
+                                      "--interface=" + options_.address,
+                                      "--listen-ng=" + options_.address + ":" + std::to_string(port),
+                                      "--port-min=" + std::to_string(options_.port_min),
+                                      "--port-max=" + std::to_string(options_.port_max),
+                                      "--num-threads=2"};
+  // The directory is its owner's.
+  if (!options_.as_nobody) command.push_back("--pidfile=" + (directory_.Path() / "pid").string());
+  command.insert(command.end(), options_.more.begin(), options_.more.end());
+  return command;
 }
 
 bool RtpengineDaemon::AwaitPong() {

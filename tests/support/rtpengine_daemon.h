@@ -19,6 +19,8 @@ class RtpengineDaemon {
     std::uint16_t port_min = 30000, port_max = 30999;
     /// Options of the program, beside those that are needed anyway.
     std::vector<std::string> more = {};
+    /// As the user "nobody"; only root can.
+    bool as_nobody = false;
   };
 
   /// Starts it and waits until it answers. Throws std::runtime_error with its last lines when it does not.
@@ -41,6 +43,7 @@ class RtpengineDaemon {
   void Start();
 
  private:
+  std::vector<std::string> Command(std::uint16_t port) const;
   /// Whether it answers before it ends.
   bool AwaitPong();
 

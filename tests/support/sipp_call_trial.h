@@ -28,6 +28,7 @@ struct CallTrialSettings {
   std::string caller_digits;
   std::string callee_digits;
   bool reports = false;         // the phones send RTCP
+  bool relays_source = false;   // the media server has no SSRCs of its own
   std::size_t lose_one_of = 0;  // packets, each way, on the way from a phone to the media server; 0: none
   int calls_per_second = 20;
   /// How much longer than the talk a call lasts: for signalling, and for media to open.
