@@ -1,5 +1,6 @@
 #include "participant.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "endpoint_account.h"
@@ -137,8 +138,21 @@ void Participant::CountSent(const Handover& packet) {
   rtcp_.CountSent(SsrcOf(packet.data), packet.payload_length);
 }
 
-void Participant::CheckSilence(TimePoint now) {
+void Participant::Check(TimePoint now) {
   crypto_.DropFormerKeys(now);
+  CheckSilence(now);
+  RunRtcp(now);
+  check_.Set(NextCheck(now));
+}
+
+TimePoint Participant::NextCheck(TimePoint now) const {
+  TimePoint next = silence_.NextVerdict(now);
+  if (HasRtcp()) next = std::min(next, rtcp_.NextDue(now));
+  const TimePoint soon = now + kCheckInterval;
+  return crypto_.KeepsFormerKeys() ? soon : std::max(next, soon);
+}
+
+void Participant::CheckSilence(TimePoint now) {
   const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "endpoint_crypto.h"
 #include "image_stream.h"
@@ -53,6 +54,14 @@ class Participant {
   bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
+  /// Whether the express socket, opened or not, is not as it should be: it is there for a far end that stays where it
+  /// is and sends.
+  bool ShouldChangeExpress();
+  /// Opens it, or closes it. True when there is another one to be watched.
+  bool ChangeExpress();
+  void CloseExpress() {
+    if (ports_) ports_->CloseExpress();
+  }
   /// The key of the latest local description; empty without.
   SecretBytes LocalKey() const { return crypto_.LocalKey(); }
 
@@ -86,16 +95,20 @@ class Participant {
   void CountSendError() { ++counters_.send_errors; }
   const SocketAddress& remote_rtp() const { return image_.in_use() ? image_.far_end() : remote_.rtp(); }
 
+  /// Whether the turn before that one was its turn too; it takes RTP in this one.
+  bool ServedAgainIn(uint64_t turn) { return std::exchange(served_in_, turn) + 1 == turn; }
+
   // The jitter buffer, for those that have one.
-  void AttachPlayout(PlayoutTimers& timers);
+  void AttachPlayout(EndpointTimers& timers);
   void DetachPlayout();
   /// The next packet that is due is written to packet and handed over within it; false when none is due.
   bool PlayNext(uint8_t* packet, TimePoint now, Handover& handover);
 
-  /// Tells the endpoint's events of a silence that has grown too long.
-  void CheckSilence(TimePoint now);
-  /// Sends the reports that are due.
-  void RunRtcp(TimePoint now);
+  /// What has to be done from time to time, and when to do it again: never later than anything is due, and earlier only
+  /// where nobody can know.
+  static constexpr milliseconds kCheckInterval{100};  // timeouts are whole seconds; being late by this does not matter
+  void Check(TimePoint now);
+  EndpointTimer& check() { return check_; }
 
   EndpointStatistics Statistics() const;
   const SessionRoute* session() const { return session_; }
@@ -104,6 +117,15 @@ class Participant {
   ServerContext& server() const { return *server_; }
 
  private:
+  /// Tells the endpoint's events of a silence that has grown too long.
+  void CheckSilence(TimePoint now);
+  bool HasRtcp() const { return !image_.in_use() && ports_ != nullptr && remote_.described(); }
+  /// Sends the reports that are due.
+  void RunRtcp(TimePoint now);
+  TimePoint NextCheck(TimePoint now) const;
+  /// Something has changed that may bring the next check forward.
+  void CheckSoon() { check_.Set(TimePoint::min()); }
+
   void SetJitterBuffer(const JitterBufferSettings& settings);
   void ApplyIpHeader(const IpHeaderSettings& settings);
   Outcome ParseFarEnd(const std::string& address, uint16_t port, SocketAddress& far_end) const;
@@ -165,6 +187,8 @@ class Participant {
   bool renew_with_remote_ = false;
   bool collided_ = false;           // the far end has used our SSRC
   bool had_jitter_buffer_ = false;  // now or before
+  uint64_t served_in_ = 0;          // turn of the worker
+  uint64_t received_at_check_ = 0;  // of counters_, when the express socket was looked at last
   EndpointStatistics counters_;
   EndpointCrypto crypto_;
 
@@ -174,6 +198,7 @@ class Participant {
   uint64_t feed_ = 0;       // counts who fed outgoing_
   PayloadRoutes routes_;    // to peer_; made anew with every join and every description
 
+  EndpointTimer check_{this};
   std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
 };
 

@@ -22,7 +22,7 @@ void Participant::SetJitterBuffer(const JitterBufferSettings& settings) {
   playout_ = plan.mode == JitterMode::kNone ? nullptr : std::make_unique<Playout>(plan, this);
 }
 
-void Participant::AttachPlayout(PlayoutTimers& timers) {
+void Participant::AttachPlayout(EndpointTimers& timers) {
   if (playout_) timers.Attach(playout_->timer);
 }
 

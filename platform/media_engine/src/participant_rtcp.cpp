@@ -39,7 +39,7 @@ void Participant::NoteSource(uint32_t ssrc, TimePoint now) {
   }
 }
 
-/// Once between two turns of the timers at most: a far end that changes its SSRC with every packet must not keep the
+/// Once between two checks at most: a far end that changes its SSRC with every packet must not keep the
 /// other busy with goodbyes.
 void Participant::RenewOutgoing(TimePoint now) {
   if (!rtcp_.MayRenew()) return;
@@ -47,6 +47,7 @@ void Participant::RenewOutgoing(TimePoint now) {
   const uint32_t timestamp = outgoing_.TimestampAt(now, OutgoingClockRate());
   outgoing_ = OutgoingStream::MakeRandom();
   rtcp_.Renew(outgoing_.ssrc(), known, timestamp, now);
+  check_.Advance(now + kCheckInterval);
 }
 
 void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
@@ -69,10 +70,11 @@ void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddr
   if (of_heard_source) remote_.LearnRtcp(from);
   ++counters_.rtcp_packets_received;
   rtcp_.Take(*compound, reception_, now);
+  check_.Advance(rtcp_.NextDue(now));
 }
 
 void Participant::RunRtcp(TimePoint now) {
-  if (image_.in_use() || ports_ == nullptr || !remote_.described()) return;
+  if (!HasRtcp()) return;
   RtcpRoom room;
   SendFarewell(room);
   if (rtcp_.IsDue(reception_, now)) Report(room, false, now);

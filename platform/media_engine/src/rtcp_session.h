@@ -57,6 +57,8 @@ class RtcpSession {
     std::optional<NtpTime> sender_report;
   };
   bool IsDue(const Reception& reception, TimePoint now);
+  /// When to ask again.
+  TimePoint NextDue(TimePoint now) const { return schedule_.started() ? schedule_.next() : now; }
   /// timestamp: of our media, now. last: with BYE.
   Report WriteReport(Reception& reception, uint32_t timestamp, bool last, TimePoint now, uint8_t* to);
   /// After every report that was due.

@@ -1,5 +1,6 @@
 #include "worker.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -15,26 +16,29 @@
 namespace media_engine {
 namespace {
 
-// Timeouts are whole seconds; being late by this does not matter.
-constexpr milliseconds kTimerInterval{100};
 constexpr int kEventsPerTurn = 64;
+// Packets do not wait for more than these.
+constexpr int kChecksPerTurn = 64;
 
-bool AddToEpoll(int epoll_fd, int fd, void* tag) {
-  epoll_event event{};
-  event.events = EPOLLIN;
-  event.data.ptr = tag;
-  return epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &event) == 0;
+// What epoll gives back for a socket is its participant's address, in whose lowest bits stands which socket it is.
+constexpr uint64_t kMailTag = 0;
+constexpr uint64_t kKindBits = 3;
+static_assert(alignof(Participant) > kKindBits);
+
+template <typename Kind>
+uint64_t TagOf(Participant& participant, Kind kind) {
+  return reinterpret_cast<uint64_t>(&participant) | static_cast<uint64_t>(kind);
 }
 
 }  // namespace
 
-Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox)
+Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox, Coalescing coalescing)
     : server_(std::move(server)),
       mailbox_(std::move(mailbox)),
       epoll_fd_(epoll_create1(EPOLL_CLOEXEC)),
       now_(server_->Now()),
-      next_timers_(now_) {
-  if (epoll_fd_ >= 0 && mailbox_->event_fd() >= 0) AddToEpoll(epoll_fd_, mailbox_->event_fd(), nullptr);
+      coalescing_(coalescing) {
+  if (epoll_fd_ >= 0 && mailbox_->event_fd() >= 0) AddToEpoll(mailbox_->event_fd(), kMailTag);
 }
 
 Worker::~Worker() {
@@ -47,32 +51,48 @@ Outcome Worker::Ready() const {
 }
 
 void Worker::RunOnce(milliseconds longest_wait) {
-  milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, kTimerInterval);
+  Rest(longest_wait);
+  milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, Participant::kCheckInterval);
   if (!playout_timers_.empty()) wait = playout_timers_.RestAfter(server_->Now(), wait);
+  if (check_timers_.NextDue(now_) != nullptr) wait = milliseconds{0};
   std::array<epoll_event, kEventsPerTurn> events;
   const int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, static_cast<int>(wait.count()));
   now_ = server_->Now();
-  bool mail = false;
-  for (int i = 0; i < count; ++i) {
-    if (events[static_cast<std::size_t>(i)].data.ptr == nullptr) {
-      mail = true;
-    } else {
-      Serve(*static_cast<const SocketTag*>(events[static_cast<std::size_t>(i)].data.ptr));
-    }
+  ++turn_;
+  const auto end = events.begin() + std::max(count, 0);
+  const bool mail =
+      std::any_of(events.begin(), end, [](const epoll_event& event) { return event.data.u64 == kMailTag; });
+  // What was there before a request is taken before it.
+  const auto amount = mail ? PacketMover::Amount::kBatch : PacketMover::Amount::kOne;
+  std::size_t packets = 0;
+  for (auto event = events.begin(); event != end; ++event) {
+    if (event->data.u64 != kMailTag) packets += Serve(event->data.u64, amount);
   }
+  rest_ = coalescing_.RestAfter(packets, residents_.size());
   PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
   if (mail) RunTasks();
-  if (now_ >= next_timers_) RunTimers();
+  RunChecks();
   gauges_.beats.fetch_add(1, std::memory_order_relaxed);
 }
 
-void Worker::Serve(const SocketTag& tag) {
-  if (tag.rtcp) {
-    mover_.TakeRtcp(*tag.participant, now_);
-  } else {
-    mover_.MoveRtp(*tag.participant, now_);
-  }
+/// Requests are not kept waiting.
+void Worker::Rest(milliseconds longest_wait) {
+  const std::chrono::nanoseconds rest = std::min<std::chrono::nanoseconds>(rest_, longest_wait);
+  if (rest <= std::chrono::nanoseconds{0}) return;
+  pollfd mail{mailbox_->event_fd(), POLLIN, 0};
+  const timespec limit{0, static_cast<long>(rest.count())};
+  ppoll(&mail, 1, &limit, nullptr);
+}
+
+std::size_t Worker::Serve(uint64_t tag, PacketMover::Amount at_least) {
+  Participant& participant = *reinterpret_cast<Participant*>(tag & ~kKindBits);
+  const auto kind = static_cast<SocketKind>(tag & kKindBits);
+  if (kind == SocketKind::kRtcp) return mover_.TakeRtcp(participant, at_least, now_);
+  const PortPair& ports = *participant.ports();
+  // Served in the last turn and ready again: packets are piling up.
+  const auto amount = participant.ServedAgainIn(turn_) ? PacketMover::Amount::kBatch : at_least;
+  return mover_.MoveRtp(participant, kind == SocketKind::kExpress ? ports.express() : ports.rtp(), amount, now_);
 }
 
 void Worker::RunTasks() {
@@ -86,16 +106,24 @@ void Worker::RunTasks() {
   }
 }
 
-void Worker::RunTimers() {
-  next_timers_ = now_ + kTimerInterval;
-  for (auto& [route, resident] : residents_) {
-    resident.participant->CheckSilence(now_);
-    resident.participant->RunRtcp(now_);
+void Worker::RunChecks() {
+  for (int i = 0; i < kChecksPerTurn; ++i) {
+    const EndpointTimer* const timer = check_timers_.NextDue(now_);
+    if (timer == nullptr) return;
+    timer->owner()->Check(now_);
+    TendExpress(*timer->owner());
+  }
+}
+
+void Worker::TendExpress(Participant& participant) {
+  if (!participant.ShouldChangeExpress() || !participant.ChangeExpress()) return;
+  if (!AddToEpoll(participant.ports()->express().fd(), TagOf(participant, SocketKind::kExpress))) {
+    participant.CloseExpress();
   }
 }
 
 void Worker::PlayDue() {
-  while (const PlayoutTimer* timer = playout_timers_.NextDue(now_)) mover_.PlayOut(*timer->owner(), now_);
+  while (const EndpointTimer* timer = playout_timers_.NextDue(now_)) mover_.PlayOut(*timer->owner(), now_);
 }
 
 void Worker::Finish() {
@@ -125,24 +153,29 @@ bool Worker::Admit(std::unique_ptr<Participant> participant) {
   const auto session = sessions_.find(participant->session());
   if (session == sessions_.end()) return false;
   Participant* one = participant.get();
-  Resident& resident = residents_[one->route().get()];
-  resident.participant = std::move(participant);
-  resident.rtp = {one, false};
-  resident.rtcp = {one, true};
+  residents_[one->route().get()] = std::move(participant);
   session->second.members.push_back(one);
   one->AttachPlayout(playout_timers_);
+  check_timers_.Attach(one->check());
   ++gauges_.endpoints;
-  if (one->ports() == nullptr || Watch(resident)) return true;
+  if (one->ports() == nullptr || Watch(*one)) return true;
   server_->Log(LogLevel::kError,
                one->route()->name() + " ends: its sockets cannot be watched: " + std::strerror(errno));
   Close(*one->route());
   return false;
 }
 
-bool Worker::Watch(Resident& resident) {
-  const PortPair& ports = *resident.participant->ports();
-  return AddToEpoll(epoll_fd_, ports.rtp().fd(), &resident.rtp) &&
-         AddToEpoll(epoll_fd_, ports.rtcp().fd(), &resident.rtcp);
+bool Worker::AddToEpoll(int fd, uint64_t tag) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = tag;
+  return epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+bool Worker::Watch(Participant& participant) {
+  const PortPair& ports = *participant.ports();
+  return AddToEpoll(ports.rtp().fd(), TagOf(participant, SocketKind::kRtp)) &&
+         AddToEpoll(ports.rtcp().fd(), TagOf(participant, SocketKind::kRtcp));
 }
 
 void Worker::Unwatch(const Participant& participant) {
@@ -153,7 +186,7 @@ void Worker::Unwatch(const Participant& participant) {
 
 Participant* Worker::Find(const EndpointRoute& endpoint) {
   const auto found = residents_.find(&endpoint);
-  return found == residents_.end() ? nullptr : found->second.participant.get();
+  return found == residents_.end() ? nullptr : found->second.get();
 }
 
 Participant* Worker::FindByPort(const SessionRoute& session, const SocketAddress& rtp) const {
@@ -176,7 +209,7 @@ void Worker::Close(const EndpointRoute& endpoint) {
   const auto found = residents_.find(&endpoint);
   if (found == residents_.end()) return;
   // Out of the map first: what the participant holds, its route included, goes with it.
-  const std::unique_ptr<Participant> participant = std::move(found->second.participant);
+  const std::unique_ptr<Participant> participant = std::move(found->second);
   residents_.erase(found);
   participant->Separate(now_);
   LeaveSession(*participant);
@@ -199,7 +232,7 @@ Outcome Worker::GivePorts(Participant& participant, std::unique_ptr<PortPair>& o
 
 Outcome Worker::WatchNewPorts(Participant& participant, const PortPair* former) {
   if (participant.ports() == former) return Outcome::Done();
-  const bool watched = Watch(residents_.at(participant.route().get()));
+  const bool watched = Watch(participant);
   participant.route()->set_has_ports(watched);
   if (watched) return Outcome::Done();
   participant.DropPorts();
@@ -230,11 +263,13 @@ void Worker::MoveWithin(Participant& participant, const SessionRoute& home) {
 
 void Worker::MoveAway(const std::shared_ptr<EndpointRoute>& route) {
   const auto found = residents_.find(route.get());
-  std::unique_ptr<Participant> leaving = std::move(found->second.participant);
+  std::unique_ptr<Participant> leaving = std::move(found->second);
   residents_.erase(found);
   --gauges_.endpoints;
   leaving->Separate(now_);
   leaving->DetachPlayout();
+  leaving->check().Detach();
+  leaving->CloseExpress();  // which is watched here, and is soon made anew there
   LeaveSession(*leaving);
   Unwatch(*leaving);
   leaving->server().AddEmigrant(route);
