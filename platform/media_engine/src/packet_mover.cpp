@@ -59,23 +59,38 @@ PacketMover::Buffers::Buffers() : received{}, sent{} {
 
 PacketMover::PacketMover() : buffers_(std::make_unique<Buffers>()) {}
 
-std::size_t PacketMover::Receive(const UdpSocket& socket, Amount amount, Participant& from) {
-  return amount == Amount::kOne ? ReceiveOne(socket, from) : ReceiveBatch(socket, from);
-}
-
-std::size_t PacketMover::ReceiveOne(const UdpSocket& socket, Participant& from) {
+bool PacketMover::Gather(Participant& from, const UdpSocket& socket, Protocol protocol) {
   Buffers& b = *buffers_;
   socklen_t room = SocketAddress::kRoom;
   // With MSG_TRUNC the length is the packet's own.
-  const ssize_t length =
-      recvfrom(socket.fd(), b.packets[0].data(), kPacketRoom, MSG_DONTWAIT | MSG_TRUNC, b.sources[0].native(), &room);
+  const ssize_t length = recvfrom(socket.fd(), b.packets[gathered_].data(), kPacketRoom, MSG_DONTWAIT | MSG_TRUNC,
+                                  b.sources[gathered_].native(), &room);
   if (length < 0) {
     CountReceiveError(from);
-    return 0;
+    return false;
   }
-  b.received[0].msg_len = static_cast<unsigned>(length);
-  b.received[0].msg_hdr.msg_flags = static_cast<std::size_t>(length) > kPacketRoom ? MSG_TRUNC : 0;
-  return 1;
+  if (static_cast<std::size_t>(length) > kPacketRoom) {
+    from.CountOversized();
+  } else {
+    b.gathered[gathered_++] = {&from, static_cast<std::size_t>(length), protocol};
+  }
+  return true;
+}
+
+void PacketMover::MoveGathered(TimePoint now) {
+  Buffers& b = *buffers_;
+  std::size_t out = 0;
+  for (std::size_t i = 0; i < gathered_; ++i) {
+    const Gathered& one = b.gathered[i];
+    if (one.protocol == Protocol::kRtcp) {
+      one.from->TakeRtcp(b.packets[i].data(), one.length, b.sources[i], now);
+    } else {
+      b.handovers[out] = one.from->TakeRtp(b.packets[i].data(), one.length, b.sources[i], now);
+      if (b.handovers[out].to != nullptr) ++out;
+    }
+  }
+  gathered_ = 0;
+  for (std::size_t i = 0; i < out; ++i) SendOne(*b.handovers[i].to, b.handovers[i]);
 }
 
 std::size_t PacketMover::ReceiveBatch(const UdpSocket& socket, Participant& from) {
@@ -87,17 +102,19 @@ std::size_t PacketMover::ReceiveBatch(const UdpSocket& socket, Participant& from
   return 0;
 }
 
-std::size_t PacketMover::MoveRtp(Participant& from, const UdpSocket& socket, Amount amount, TimePoint now) {
+std::size_t PacketMover::MoveBatch(Participant& from, const UdpSocket& socket, Protocol protocol, TimePoint now) {
   Buffers& b = *buffers_;
-  const std::size_t received = Receive(socket, amount, from);
+  const std::size_t received = ReceiveBatch(socket, from);
   std::size_t out = 0;
   for (std::size_t i = 0; i < received; ++i) {
     if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
       from.CountOversized();
-      continue;
+    } else if (protocol == Protocol::kRtcp) {
+      from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
+    } else {
+      b.handovers[out] = from.TakeRtp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
+      if (b.handovers[out].to != nullptr) ++out;
     }
-    b.handovers[out] = from.TakeRtp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
-    if (b.handovers[out].to != nullptr) ++out;
   }
   // A participant has one peer at a time, and joins do not change within a batch.
   if (out > 0) Send(*b.handovers[0].to, out);
@@ -155,19 +172,6 @@ void PacketMover::SendBatch(Participant& through, std::size_t count) {
       attempt = 0;
     }
   }
-}
-
-std::size_t PacketMover::TakeRtcp(Participant& from, Amount amount, TimePoint now) {
-  Buffers& b = *buffers_;
-  const std::size_t received = Receive(from.ports()->rtcp(), amount, from);
-  for (std::size_t i = 0; i < received; ++i) {
-    if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
-      from.CountOversized();
-      continue;
-    }
-    from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
-  }
-  return received;
 }
 
 }  // namespace media_engine

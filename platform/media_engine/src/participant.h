@@ -150,14 +150,27 @@ class Participant {
   void DiscardHeld() {
     if (playout_) playout_->Discard();
   }
+  /// What a received payload type means. Found in tables, and remembered: the next packet's is the same nearly always.
+  struct Meaning {
+    static constexpr uint8_t kNothing = 0xff;  // no payload type
+    uint32_t clock_rate = 0;
+    PayloadRoute route;  // to peer_
+    uint8_t payload_type = kNothing;
+  };
+  const Meaning& MeaningOf(uint8_t payload_type) {
+    if (payload_type != meaning_.payload_type) LookUp(payload_type);
+    return meaning_;
+  }
+  void LookUp(uint8_t payload_type);
   Handover Carry(uint8_t* packet, RtpHeader header, TimePoint now);
   /// False when the joined endpoint does not take the packet; takes out of it what is not wanted there.
   bool PassesOn(const PayloadRoute& route, uint8_t* packet, RtpHeader& header);
   void DropFor(uint64_t& counter, const RtpHeader& header);
   SourcePosition PositionOf(const RtpHeader& header) const;
 
+  static constexpr uint32_t kUsualClockRate = 8000;  // as long as no codec is agreed
+
   struct RtcpRoom;
-  uint32_t OutgoingClockRate() const;
   void ApplySource(const SourceSettings& settings);
   void NoteSource(uint32_t ssrc, TimePoint now);
   void RenewOutgoing(TimePoint now);
@@ -169,37 +182,39 @@ class Participant {
   /// At the end: tells what was only counted until then.
   void GiveAccount() const;
 
-  const std::shared_ptr<EndpointRoute> route_;
-  const std::shared_ptr<ServerContext> server_;
-  const std::shared_ptr<EndpointEvents> events_;
-  const SessionRoute* session_;
+  // Thousands of participants take turns in the processor's caches, so what every packet touches stands together.
+  Participant* peer_ = nullptr;
   std::unique_ptr<PortPair> ports_;
-
-  PayloadTypes payload_types_;
-  IpHeaderSettings ip_header_;  // of both streams: they share the sockets
-  RemoteAddress remote_;        // of the audio
-  ImageStream image_;
-  SilenceWatch silence_;
-  Reception reception_;
-  OutgoingStream outgoing_;
-  RtcpSession rtcp_;
+  std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
+  uint64_t served_in_ = 0;            // turn of the worker
+  uint64_t feed_ = 0;                 // counts who fed outgoing_
+  Meaning meaning_;
+  uint32_t outgoing_clock_rate_ = kUsualClockRate;
+  bool carries_ = false;    // to peer_
+  bool fax_peers_ = false;  // with peer_, by a description rather than by a join
   bool sends_rtcp_ = true;
   bool renew_with_remote_ = false;
   bool collided_ = false;           // the far end has used our SSRC
   bool had_jitter_buffer_ = false;  // now or before
-  uint64_t served_in_ = 0;          // turn of the worker
-  uint64_t received_at_check_ = 0;  // of counters_, when the express socket was looked at last
+  ImageStream image_;
+  RemoteAddress remote_;  // of the audio
+  SilenceWatch silence_;
+  OutgoingStream outgoing_;
+  Reception reception_;
   EndpointStatistics counters_;
   EndpointCrypto crypto_;
+  RtcpSession rtcp_;
 
-  Participant* peer_ = nullptr;
-  bool carries_ = false;    // to peer_
-  bool fax_peers_ = false;  // with peer_, by a description rather than by a join
-  uint64_t feed_ = 0;       // counts who fed outgoing_
-  PayloadRoutes routes_;    // to peer_; made anew with every join and every description
-
+  // What it touches now and then.
+  PayloadTypes payload_types_;
+  PayloadRoutes routes_;  // to peer_; made anew with every join and every description
   EndpointTimer check_{this};
-  std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
+  uint64_t received_at_check_ = 0;  // of counters_, when the express socket was looked at last
+  IpHeaderSettings ip_header_;      // of both streams: they share the sockets
+  const std::shared_ptr<EndpointRoute> route_;
+  const std::shared_ptr<ServerContext> server_;
+  const std::shared_ptr<EndpointEvents> events_;
+  const SessionRoute* session_;
 };
 
 }  // namespace media_engine

@@ -15,10 +15,6 @@ struct Participant::RtcpRoom {
   static_assert(RtcpWriter::kLongest + kSrtpTrailerRoom <= 1024);
 };
 
-uint32_t Participant::OutgoingClockRate() const {
-  return static_cast<uint32_t>(payload_types_.agreed() != nullptr ? payload_types_.agreed()->clock_rate : 8000);
-}
-
 void Participant::ApplySource(const SourceSettings& settings) {
   if (settings.rtcp) sends_rtcp_ = *settings.rtcp;
   if (!settings.cname.empty()) rtcp_.SetCname(settings.cname);
@@ -44,7 +40,7 @@ void Participant::NoteSource(uint32_t ssrc, TimePoint now) {
 void Participant::RenewOutgoing(TimePoint now) {
   if (!rtcp_.MayRenew()) return;
   const bool known = outgoing_.started() || rtcp_.IsKnown();
-  const uint32_t timestamp = outgoing_.TimestampAt(now, OutgoingClockRate());
+  const uint32_t timestamp = outgoing_.TimestampAt(now, outgoing_clock_rate_);
   outgoing_ = OutgoingStream::MakeRandom();
   rtcp_.Renew(outgoing_.ssrc(), known, timestamp, now);
   check_.Advance(now + kCheckInterval);
@@ -81,7 +77,7 @@ void Participant::RunRtcp(TimePoint now) {
 }
 
 void Participant::Report(RtcpRoom& room, bool last, TimePoint now) {
-  const uint32_t timestamp = outgoing_.TimestampAt(now, OutgoingClockRate());
+  const uint32_t timestamp = outgoing_.TimestampAt(now, outgoing_clock_rate_);
   const RtcpSession::Report report = rtcp_.WriteReport(reception_, timestamp, last, now, room.octets.data());
   rtcp_.Reported(report, SendRtcp(room, report.length), reception_, now);
 }

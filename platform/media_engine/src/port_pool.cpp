@@ -10,7 +10,7 @@ namespace media_engine {
 
 PortPair::PortPair(std::shared_ptr<PortPool> pool, std::size_t index, UdpSocket rtp, UdpSocket rtcp,
                    SocketAddress address)
-    : pool_(std::move(pool)), index_(index), rtp_(std::move(rtp)), rtcp_(std::move(rtcp)), address_(address) {}
+    : rtp_(std::move(rtp)), rtcp_(std::move(rtcp)), address_(address), pool_(std::move(pool)), index_(index) {}
 
 PortPair::~PortPair() {
   // Closed before the pool may hand the ports out again.

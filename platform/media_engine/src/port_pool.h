@@ -51,12 +51,12 @@ class PortPair {
   void MarkUsed() { used_ = true; }
 
  private:
-  const std::shared_ptr<PortPool> pool_;
-  const std::size_t index_;
-  UdpSocket rtp_, rtcp_, express_;
-  const SocketAddress address_;
+  UdpSocket rtp_, express_, rtcp_;
   SocketAddress express_peer_;
   bool used_ = false;
+  const SocketAddress address_;
+  const std::shared_ptr<PortPool> pool_;
+  const std::size_t index_;
 };
 
 /// Threads: all operations from any thread. Acquire makes system calls, so it belongs on the threads that make

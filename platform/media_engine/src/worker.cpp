@@ -62,12 +62,12 @@ void Worker::RunOnce(milliseconds longest_wait) {
   const auto end = events.begin() + std::max(count, 0);
   const bool mail =
       std::any_of(events.begin(), end, [](const epoll_event& event) { return event.data.u64 == kMailTag; });
-  // What was there before a request is taken before it.
-  const auto amount = mail ? PacketMover::Amount::kBatch : PacketMover::Amount::kOne;
   std::size_t packets = 0;
   for (auto event = events.begin(); event != end; ++event) {
-    if (event->data.u64 != kMailTag) packets += Serve(event->data.u64, amount);
+    // What was there before a request is taken before it.
+    if (event->data.u64 != kMailTag) packets += Serve(event->data.u64, mail);
   }
+  mover_.MoveGathered(now_);
   rest_ = coalescing_.RestAfter(packets, residents_.size());
   PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
@@ -85,14 +85,21 @@ void Worker::Rest(milliseconds longest_wait) {
   ppoll(&mail, 1, &limit, nullptr);
 }
 
-std::size_t Worker::Serve(uint64_t tag, PacketMover::Amount at_least) {
+std::size_t Worker::Serve(uint64_t tag, bool all) {
   Participant& participant = *reinterpret_cast<Participant*>(tag & ~kKindBits);
-  const auto kind = static_cast<SocketKind>(tag & kKindBits);
-  if (kind == SocketKind::kRtcp) return mover_.TakeRtcp(participant, at_least, now_);
   const PortPair& ports = *participant.ports();
+  const auto kind = static_cast<SocketKind>(tag & kKindBits);
+  const bool rtcp = kind == SocketKind::kRtcp;
+  const UdpSocket& socket = kind == SocketKind::kExpress ? ports.express() : rtcp ? ports.rtcp() : ports.rtp();
+  const auto protocol = rtcp ? PacketMover::Protocol::kRtcp : PacketMover::Protocol::kRtp;
   // Served in the last turn and ready again: packets are piling up.
-  const auto amount = participant.ServedAgainIn(turn_) ? PacketMover::Amount::kBatch : at_least;
-  return mover_.MoveRtp(participant, kind == SocketKind::kExpress ? ports.express() : ports.rtp(), amount, now_);
+  if (all || (!rtcp && participant.ServedAgainIn(turn_))) {
+    mover_.MoveGathered(now_);
+    return mover_.MoveBatch(participant, socket, protocol, now_);
+  }
+  const bool came = mover_.Gather(participant, socket, protocol);
+  if (mover_.full()) mover_.MoveGathered(now_);
+  return came ? 1 : 0;
 }
 
 void Worker::RunTasks() {

@@ -64,7 +64,8 @@ class Worker {
     std::vector<Participant*> members;
   };
 
-  std::size_t Serve(uint64_t tag, PacketMover::Amount at_least);
+  /// How many packets were taken.
+  std::size_t Serve(uint64_t tag, bool all);
   void Rest(milliseconds longest_wait);
   void RunTasks();
   void RunChecks();
