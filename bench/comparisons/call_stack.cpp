@@ -40,6 +40,9 @@ std::filesystem::path SwitchConfiguration(const Settings& settings) {
                         std::filesystem::copy_options::overwrite_existing);
   Replace(conf / "autoload_configs/switch.conf.xml", "name=\"max-sessions\" value=\"1000\"",
           "name=\"max-sessions\" value=\"40000\"");
+  if (settings.relay_threads != 1) {
+    Replace(conf / "jsr309.xml", "<threads>1<", "<threads>" + std::to_string(settings.relay_threads) + "<");
+  }
   return conf;
 }
 

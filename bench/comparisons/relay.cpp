@@ -138,7 +138,7 @@ std::vector<std::string> RtpengineCommand(const Settings& settings) {
                       << "listen-ng = " << kRelayAddress << ":" << kNgPort << "\n"
                       << "port-min = " << kFirstRelayPort << "\n"
                       << "port-max = " << kLastRelayPort << "\n"
-                      << "num-threads = 1\n"  // one core: more only take turns on it
+                      << "num-threads = " << settings.relay_threads << "\n"
                       << "timeout = 3600\nsilent-timeout = 3600\noffer-timeout = 3600\ndelete-delay = 0\n"
                       << "log-level = 3\nlog-stderr = true\nforeground = true\n";
   return {"rtpengine", "--config-file=" + file.string(), "--foreground", "--log-stderr"};

@@ -170,13 +170,10 @@ TEST_F(ExpressLegs, AFarEndThatSendsSteadilyGetsAnExpressSocketAndOneThatDoesNot
 }
 
 TEST_F(ExpressLegs, StrangersAreCountedAndNotAnswered) {
-  const UdpSocket& stranger = [this]() -> const UdpSocket& {
-    static UdpSocket socket;
-    EXPECT_EQ(socket.Bind(*SocketAddress::Parse("127.0.0.1", 0)), 0);
-    const SocketAddress to = a_.participant->ports()->address();
-    EXPECT_EQ(connect(socket.fd(), to.native(), to.length()), 0);
-    return socket;
-  }();
+  UdpSocket stranger;
+  ASSERT_EQ(stranger.Bind(*SocketAddress::Parse("127.0.0.1", 0)), 0);
+  const SocketAddress to = a_.participant->ports()->address();
+  ASSERT_EQ(connect(stranger.fd(), to.native(), to.length()), 0);
   for (int i = 0; i < 10; ++i) {
     const Bytes packet = Serialise({0, 1, 1, 1, false, PayloadOf(1)});
     // A port that nobody listens at is answered for by the system; the next send would fail then.

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "endpoint_crypto.h"
+#include "handover.h"
 #include "image_stream.h"
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
@@ -23,17 +24,6 @@
 #include "silence_watch.h"
 
 namespace media_engine {
-
-class Participant;
-
-/// A packet on its way out through another participant; it lies in the buffer it was received into.
-struct Handover {
-  Participant* to = nullptr;  // null: the packet goes nowhere
-  uint8_t* data = nullptr;
-  std::size_t length = 0;
-  std::size_t payload_length = 0;
-  bool rtp = true;  // else a datagram relayed as it is
-};
 
 class Participant {
  public:
@@ -54,14 +44,10 @@ class Participant {
   bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
-  /// Whether the express socket, opened or not, is not as it should be: it is there for a far end that stays where it
-  /// is and sends.
-  bool ShouldChangeExpress();
-  /// Opens it, or closes it. True when there is another one to be watched.
-  bool ChangeExpress();
-  void CloseExpress() {
-    if (ports_) ports_->CloseExpress();
-  }
+  /// Now and then: opens the express socket when the far end has been sending steadily since the last time, and closes
+  /// it when it is for another one. True when there is a new one to be watched.
+  bool ReviewExpress();
+  void CloseExpress();
   /// The key of the latest local description; empty without.
   SecretBytes LocalKey() const { return crypto_.LocalKey(); }
 
@@ -120,7 +106,6 @@ class Participant {
   /// Tells the endpoint's events of a silence that has grown too long.
   void CheckSilence(TimePoint now);
   bool HasRtcp() const { return !image_.in_use() && ports_ != nullptr && remote_.described(); }
-  /// Sends the reports that are due.
   void RunRtcp(TimePoint now);
   TimePoint NextCheck(TimePoint now) const;
   /// Something has changed that may bring the next check forward.
@@ -150,14 +135,7 @@ class Participant {
   void DiscardHeld() {
     if (playout_) playout_->Discard();
   }
-  /// What a received payload type means. Found in tables, and remembered: the next packet's is the same nearly always.
-  struct Meaning {
-    static constexpr uint8_t kNothing = 0xff;  // no payload type
-    uint32_t clock_rate = 0;
-    PayloadRoute route;  // to peer_
-    uint8_t payload_type = kNothing;
-  };
-  const Meaning& MeaningOf(uint8_t payload_type) {
+  const PayloadMeaning& MeaningOf(uint8_t payload_type) {
     if (payload_type != meaning_.payload_type) LookUp(payload_type);
     return meaning_;
   }
@@ -188,7 +166,7 @@ class Participant {
   std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
   uint64_t served_in_ = 0;            // turn of the worker
   uint64_t feed_ = 0;                 // counts who fed outgoing_
-  Meaning meaning_;
+  PayloadMeaning meaning_;            // of the last packet's payload type
   uint32_t outgoing_clock_rate_ = kUsualClockRate;
   bool carries_ = false;    // to peer_
   bool fax_peers_ = false;  // with peer_, by a description rather than by a join
@@ -209,8 +187,8 @@ class Participant {
   PayloadTypes payload_types_;
   PayloadRoutes routes_;  // to peer_; made anew with every join and every description
   EndpointTimer check_{this};
-  uint64_t received_at_check_ = 0;  // of counters_, when the express socket was looked at last
-  IpHeaderSettings ip_header_;      // of both streams: they share the sockets
+  uint64_t received_at_review_ = 0;  // of counters_, when the express socket was looked at last
+  IpHeaderSettings ip_header_;       // of both streams: they share the sockets
   const std::shared_ptr<EndpointRoute> route_;
   const std::shared_ptr<ServerContext> server_;
   const std::shared_ptr<EndpointEvents> events_;

@@ -156,9 +156,9 @@ void Participant::Separate(TimePoint now) {
 void Participant::UpdateRoutes() {
   const Codec* const agreed = payload_types_.agreed();
   outgoing_clock_rate_ = agreed != nullptr ? static_cast<uint32_t>(agreed->clock_rate) : kUsualClockRate;
-  meaning_ = Meaning();
+  meaning_ = PayloadMeaning();
   if (peer_ == nullptr) return;
-  peer_->meaning_ = Meaning();
+  peer_->meaning_ = PayloadMeaning();
   const bool could = payload_types_.CanCarry(peer_->payload_types_);
   routes_ = payload_types_.RoutesTo(peer_->payload_types_);
   peer_->routes_ = peer_->payload_types_.RoutesTo(payload_types_);

@@ -11,25 +11,23 @@ constexpr uint64_t kSteadyFlow = 25;
 
 }  // namespace
 
-bool Participant::ShouldChangeExpress() {
-  const uint64_t came = counters_.rtp_packets_received - received_at_check_;
-  received_at_check_ = counters_.rtp_packets_received;
+bool Participant::ReviewExpress() {
+  const uint64_t came = counters_.rtp_packets_received - received_at_review_;
+  received_at_review_ = counters_.rtp_packets_received;
   if (ports_ == nullptr) return false;
   if (ports_->express().is_open()) {
-    return ports_->express_peer() != remote_rtp() || server_->ports().FewDescriptorsLeft();
-  }
-  return !image_.in_use() && remote_.CanSend() && came >= kSteadyFlow;
-}
-
-bool Participant::ChangeExpress() {
-  if (ports_->express().is_open()) {
-    ports_->CloseExpress();
+    if (ports_->express_peer() != remote_rtp() || server_->ports().FewDescriptorsLeft()) ports_->CloseExpress();
     return false;
   }
+  if (image_.in_use() || !remote_.CanSend() || came < kSteadyFlow) return false;
   if (!ports_->OpenExpress(remote_.rtp())) return false;
   // What the system refuses, it has refused for the other sockets too.
   ports_->express().ApplyIpHeader(server_->address().family(), ip_header_);
   return true;
+}
+
+void Participant::CloseExpress() {
+  if (ports_) ports_->CloseExpress();
 }
 
 }  // namespace media_engine

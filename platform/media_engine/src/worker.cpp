@@ -117,15 +117,11 @@ void Worker::RunChecks() {
   for (int i = 0; i < kChecksPerTurn; ++i) {
     const EndpointTimer* const timer = check_timers_.NextDue(now_);
     if (timer == nullptr) return;
-    timer->owner()->Check(now_);
-    TendExpress(*timer->owner());
-  }
-}
-
-void Worker::TendExpress(Participant& participant) {
-  if (!participant.ShouldChangeExpress() || !participant.ChangeExpress()) return;
-  if (!AddToEpoll(participant.ports()->express().fd(), TagOf(participant, SocketKind::kExpress))) {
-    participant.CloseExpress();
+    Participant& participant = *timer->owner();
+    participant.Check(now_);
+    if (!participant.ReviewExpress()) continue;
+    const bool watched = AddToEpoll(participant.ports()->express().fd(), TagOf(participant, SocketKind::kExpress));
+    if (!watched) participant.CloseExpress();
   }
 }
 

@@ -69,7 +69,6 @@ class Worker {
   void Rest(milliseconds longest_wait);
   void RunTasks();
   void RunChecks();
-  void TendExpress(Participant& participant);
   void PlayDue();
   bool AddToEpoll(int fd, uint64_t tag);
   bool Watch(Participant& participant);
