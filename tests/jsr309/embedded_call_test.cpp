@@ -189,7 +189,7 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
                                                    "AllowInbandTo2833Conversion", "SilenceSuppressionFlag", "SidFlag"));
 }
 
-TEST_F(EmbeddedCall, DefaultsAreNotNamed) {
+TEST_F(EmbeddedCall, WhatHasNoOtherEffectThanItAsksForIsNotNamed) {
   Start();
   const auto session = NewSession();
   Leg leg;

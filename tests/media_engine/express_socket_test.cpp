@@ -193,7 +193,9 @@ TEST_F(ExpressLegs, ANewDescriptionCountsAtOnceAndTheExpressSocketFollows) {
   EXPECT_TRUE(Hears(elsewhere_));
   EXPECT_FALSE(IsHeard(a_.far_end));
   EXPECT_EQ(a_.participant->Statistics().strangers, 1u);
-  EXPECT_FALSE(Express(a_));  // looked at with the description
+  clock_->Advance(milliseconds{100});
+  Turn();
+  EXPECT_FALSE(Express(a_));
   SendFor(a_, elsewhere_);
   EXPECT_TRUE(a_.participant->ports()->HasExpressTo(elsewhere_.address()));
   EXPECT_TRUE(IsHeard(elsewhere_));

@@ -129,7 +129,8 @@ TEST_F(Channel, AllVariablesComeInTheOrderTheyWereSet) {
   ASSERT_EQ(switch_channel_get_variables(channel_, &event), SWITCH_STATUS_SUCCESS);
   std::vector<std::string> all;
   for (auto* at = event->headers; at; at = at->next) all.push_back(std::string(at->name) + "=" + at->value);
-  EXPECT_THAT(all, ElementsAre("c=again", "a=a", "b=b"));
+  const std::string call = std::string("call_uuid=") + switch_core_session_get_uuid(session_);
+  EXPECT_THAT(all, ElementsAre(call, "c=again", "a=a", "b=b"));
   switch_event_destroy(&event);
 }
 
@@ -225,6 +226,7 @@ TEST_F(Channel, EventsCarryTheLegsHeaders) {
   EXPECT_EQ(header("Channel-Call-State"), "DOWN");
   EXPECT_EQ(header("Channel-Name"), "test/leg");
   EXPECT_EQ(header("Call-Direction"), "inbound");
+  EXPECT_EQ(header("Channel-Call-UUID"), switch_core_session_get_uuid(session_)) << "a call of one leg";
   EXPECT_EQ(header("Answer-State"), "ringing");
   EXPECT_EQ(header("Caller-Caller-ID-Name"), "Anna");
   EXPECT_EQ(header("Caller-Caller-ID-Number"), "1000");

@@ -170,5 +170,33 @@ TEST_F(SipDelayedOffer, AnUpdateBeforeTheAckWaitsAndTheCallCanStillChange) {
   EndCall();
 }
 
+TEST_F(SipDelayedOffer, TheCalledSideMayHoldBeforeTheCallerAnswers) {
+  SipMessage offer = CallWithoutOffer(SipPeer::Sdp("0"));
+  bob_.SendReinviteAsCalled(bobs_invite_, SipPeer::Sdp("0", "a=sendonly\n"));
+  std::optional<SipMessage> held = bob_.AwaitResponse();
+  ASSERT_TRUE(held);
+  EXPECT_EQ(held->Status(), 200);
+  bob_.AckReinviteAsCalled(bobs_invite_, *held);
+  alice_.SendAck(offer, SipPeer::Sdp("0"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 1));
+  EXPECT_EQ(media_->Of("A bridge").direction, RTPDIR_SEND) << "bob only sends";
+  EndCall();
+}
+
+TEST_F(SipDelayedOffer, ACalledSideThatLeavesBeforeTheCallersAckIsLetGoAtOnce) {
+  SipMessage offer = CallWithoutOffer(SipPeer::Sdp("0"));
+  bob_.SendByeAsCalled(bobs_invite_, "Reason: Q.850;cause=41\n");
+  EXPECT_TRUE(bob_.AwaitResponse("BYE"));
+  EXPECT_TRUE(media_->WaitFor("B destroy", 1));
+  EXPECT_FALSE(Logged(SWITCH_LOG_WARNING, "The calling leg did not undo the bridge in time"));
+  alice_.SendAck(offer, SipPeer::Sdp("0"));
+  std::optional<SipMessage> bye = alice_.AwaitRequest("BYE");
+  ASSERT_TRUE(bye);
+  EXPECT_THAT(bye->Header("Reason"), HasSubstr("Q.850;cause=41"));
+  alice_.Reply(*bye, 200);
+  EXPECT_TRUE(NoLegsLeft());
+  EXPECT_EQ(media_->Count("A bridge"), 0u);
+}
+
 }  // namespace
 }  // namespace kvx_switch

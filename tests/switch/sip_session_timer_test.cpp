@@ -289,6 +289,18 @@ TEST_F(SipSessionTimer, ARefreshThatIsRefusedIsFollowedByAnother) {
   EndCall();
 }
 
+TEST_F(SipSessionTimer, ARefreshThatMeetsTheirInviteWaitsAsAnyOfOurInvitesDoes) {
+  Profile("<param name=\"session-timeout\" value=\"8\"/><param name=\"minimum-session-expires\" value=\"1\"/>");
+  StopSipSide();
+  StartSipSide();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "");
+  std::optional<SipMessage> refresh = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(refresh);
+  bob_.Reply(*refresh, 491);
+  EXPECT_TRUE(bob_.StaysSilent("INVITE", milliseconds(1900))) << "who made the Call-ID waits 2.1 s at the least";
+  EndCall();
+}
+
 TEST_F(SipSessionTimer, AHoldWaitsForOurRefreshHoweverThatEnds) {
   WithTwoSeconds();
   Connect("Supported: timer\nSession-Expires: 4;refresher=uas\n", kBobRefreshesLater);

@@ -152,6 +152,10 @@ void Participant::Check(TimePoint now) {
   check_.Set(NextCheck(now));
 }
 
+void Participant::CheckSoon() {
+  check_.Advance(server_->Now() + kCheckInterval);
+}
+
 TimePoint Participant::NextCheck(TimePoint now) const {
   TimePoint next = silence_.NextVerdict(now);
   if (HasRtcp()) next = std::min(next, rtcp_.NextDue(now));

@@ -86,7 +86,6 @@ class Participant {
 
   // The jitter buffer, for those that have one.
   void AttachPlayout(EndpointTimers& timers);
-  void DetachPlayout();
   /// The next packet that is due is written to packet and handed over within it; false when none is due.
   bool PlayNext(uint8_t* packet, TimePoint now, Handover& handover);
 
@@ -94,7 +93,9 @@ class Participant {
   /// where nobody can know.
   static constexpr milliseconds kCheckInterval{100};  // timeouts are whole seconds; being late by this does not matter
   void Check(TimePoint now);
-  EndpointTimer& check() { return check_; }
+  /// Its timers are its worker's.
+  void AttachTimers(EndpointTimers& checks, EndpointTimers& playouts);
+  void DetachTimers();
 
   EndpointStatistics Statistics() const;
   const SessionRoute* session() const { return session_; }
@@ -109,7 +110,7 @@ class Participant {
   void RunRtcp(TimePoint now);
   TimePoint NextCheck(TimePoint now) const;
   /// Something has changed that may bring the next check forward.
-  void CheckSoon() { check_.Set(TimePoint::min()); }
+  void CheckSoon();
 
   void SetJitterBuffer(const JitterBufferSettings& settings);
   void ApplyIpHeader(const IpHeaderSettings& settings);

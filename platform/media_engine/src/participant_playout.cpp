@@ -26,7 +26,13 @@ void Participant::AttachPlayout(EndpointTimers& timers) {
   if (playout_) timers.Attach(playout_->timer);
 }
 
-void Participant::DetachPlayout() {
+void Participant::AttachTimers(EndpointTimers& checks, EndpointTimers& playouts) {
+  checks.Attach(check_);
+  AttachPlayout(playouts);
+}
+
+void Participant::DetachTimers() {
+  check_.Detach();
   if (playout_) playout_->timer.Detach();
 }
 

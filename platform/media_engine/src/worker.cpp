@@ -38,6 +38,7 @@ Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> m
       epoll_fd_(epoll_create1(EPOLL_CLOEXEC)),
       now_(server_->Now()),
       coalescing_(coalescing) {
+  mailbox_->set_worker(this);
   if (epoll_fd_ >= 0 && mailbox_->event_fd() >= 0) AddToEpoll(mailbox_->event_fd(), kMailTag);
 }
 
@@ -51,37 +52,49 @@ Outcome Worker::Ready() const {
 }
 
 void Worker::RunOnce(milliseconds longest_wait) {
-  Rest(longest_wait);
-  milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, Participant::kCheckInterval);
-  if (!playout_timers_.empty()) wait = playout_timers_.RestAfter(server_->Now(), wait);
-  if (check_timers_.NextDue(now_) != nullptr) wait = milliseconds{0};
+  rest_ = RestWithin(longest_wait);
   std::array<epoll_event, kEventsPerTurn> events;
-  const int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, static_cast<int>(wait.count()));
+  mailbox_->helm().Leave();
+  Pause(longest_wait);
+  const int wait = mailbox_->HasMail() ? 0 : static_cast<int>(rest_.count());
+  int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, wait);
+  if (mailbox_->helm().Return()) {
+    // Somebody may have closed what these events are about; what is still there is reported again.
+    count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, 0);
+  }
   now_ = server_->Now();
   ++turn_;
   const auto end = events.begin() + std::max(count, 0);
-  const bool mail =
-      std::any_of(events.begin(), end, [](const epoll_event& event) { return event.data.u64 == kMailTag; });
+  // What comes in from now on waits for the next turn, behind the packets that came before it.
+  const bool mail = mailbox_->HasMail() || std::any_of(events.begin(), end, [](const epoll_event& event) {
+                      return event.data.u64 == kMailTag;
+                    });
   std::size_t packets = 0;
   for (auto event = events.begin(); event != end; ++event) {
     // What was there before a request is taken before it.
     if (event->data.u64 != kMailTag) packets += Serve(event->data.u64, mail);
   }
   mover_.MoveGathered(now_);
-  rest_ = coalescing_.RestAfter(packets, residents_.size());
+  pause_ = coalescing_.RestAfter(packets, residents_.size());
   PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
-  if (mail) RunTasks();
+  if (mail) RunTasks(mailbox_->Take());
   RunChecks();
   gauges_.beats.fetch_add(1, std::memory_order_relaxed);
 }
 
+milliseconds Worker::RestWithin(milliseconds longest) const {
+  if (check_timers_.NextDue(now_) != nullptr) return milliseconds{0};
+  const milliseconds rest = residents_.empty() ? longest : std::min(longest, Participant::kCheckInterval);
+  return playout_timers_.empty() ? rest : playout_timers_.RestAfter(server_->Now(), rest);
+}
+
 /// Requests are not kept waiting.
-void Worker::Rest(milliseconds longest_wait) {
-  const std::chrono::nanoseconds rest = std::min<std::chrono::nanoseconds>(rest_, longest_wait);
-  if (rest <= std::chrono::nanoseconds{0}) return;
+void Worker::Pause(milliseconds longest_wait) {
+  const std::chrono::nanoseconds pause = std::min<std::chrono::nanoseconds>(pause_, longest_wait);
+  if (pause <= std::chrono::nanoseconds{0} || mailbox_->HasMail()) return;
   pollfd mail{mailbox_->event_fd(), POLLIN, 0};
-  const timespec limit{0, static_cast<long>(rest.count())};
+  const timespec limit{0, static_cast<long>(pause.count())};
   ppoll(&mail, 1, &limit, nullptr);
 }
 
@@ -102,8 +115,23 @@ std::size_t Worker::Serve(uint64_t tag, bool all) {
   return came ? 1 : 0;
 }
 
-void Worker::RunTasks() {
-  for (std::unique_ptr<Task>& task : mailbox_->Take()) {
+Worker::Help Worker::HelpOut() {
+  now_ = server_->Now();
+  if (IsDue()) return {};
+  Mailbox::Tasks tasks = mailbox_->TakeAsHelper();
+  if (tasks.empty()) return {};
+  RunTasks(std::move(tasks));
+  return {true, RestWithin(rest_) < rest_};
+}
+
+bool Worker::IsDue() const {
+  if (check_timers_.NextDue(now_) != nullptr || playout_timers_.NextDue(now_) != nullptr) return true;
+  pollfd ready{epoll_fd_, POLLIN, 0};
+  return poll(&ready, 1, 0) != 0;
+}
+
+void Worker::RunTasks(Mailbox::Tasks tasks) {
+  for (std::unique_ptr<Task>& task : tasks) {
     try {
       task->Run(*this);
     } catch (const std::exception& error) {
@@ -158,8 +186,7 @@ bool Worker::Admit(std::unique_ptr<Participant> participant) {
   Participant* one = participant.get();
   residents_[one->route().get()] = std::move(participant);
   session->second.members.push_back(one);
-  one->AttachPlayout(playout_timers_);
-  check_timers_.Attach(one->check());
+  one->AttachTimers(check_timers_, playout_timers_);
   ++gauges_.endpoints;
   if (one->ports() == nullptr || Watch(*one)) return true;
   server_->Log(LogLevel::kError,
@@ -183,8 +210,10 @@ bool Worker::Watch(Participant& participant) {
 
 void Worker::Unwatch(const Participant& participant) {
   if (participant.ports() == nullptr) return;
-  epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, participant.ports()->rtp().fd(), nullptr);
-  epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, participant.ports()->rtcp().fd(), nullptr);
+  const PortPair& ports = *participant.ports();
+  for (const UdpSocket* socket : {&ports.rtp(), &ports.rtcp(), &ports.express()}) {
+    if (socket->is_open()) epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, socket->fd(), nullptr);
+  }
 }
 
 Participant* Worker::Find(const EndpointRoute& endpoint) {
@@ -209,14 +238,22 @@ void Worker::LeaveSession(const Participant& participant) {
 }
 
 void Worker::Close(const EndpointRoute& endpoint) {
+  Detach(endpoint);
+}
+
+std::unique_ptr<Participant> Worker::Detach(const EndpointRoute& endpoint) {
   const auto found = residents_.find(&endpoint);
-  if (found == residents_.end()) return;
+  if (found == residents_.end()) return nullptr;
   // Out of the map first: what the participant holds, its route included, goes with it.
-  const std::unique_ptr<Participant> participant = std::move(found->second);
+  std::unique_ptr<Participant> participant = std::move(found->second);
   residents_.erase(found);
   participant->Separate(now_);
+  participant->DetachTimers();
   LeaveSession(*participant);
+  Unwatch(*participant);
+  participant->route()->MarkClosed();
   --gauges_.endpoints;
+  return participant;
 }
 
 Outcome Worker::DescribeLocal(Participant& participant, const LocalSettings& settings,
@@ -270,8 +307,7 @@ void Worker::MoveAway(const std::shared_ptr<EndpointRoute>& route) {
   residents_.erase(found);
   --gauges_.endpoints;
   leaving->Separate(now_);
-  leaving->DetachPlayout();
-  leaving->check().Detach();
+  leaving->DetachTimers();
   leaving->CloseExpress();  // which is watched here, and is soon made anew there
   LeaveSession(*leaving);
   Unwatch(*leaving);

@@ -1,6 +1,7 @@
 /// The loop that serves a share of a server's sessions: packets, requests, timers.
 ///
-/// Threads: everything here runs on one thread, except what says otherwise. Nothing waits but RunOnce.
+/// Threads: everything here runs on one thread, except what says otherwise. Nothing waits but RunOnce. While that
+/// waits, another thread may take the helm and do requests in the worker's place.
 #pragma once
 
 #include <atomic>
@@ -39,6 +40,15 @@ class Worker {
   void Finish();
   WorkerGauges& gauges() { return gauges_; }  ///< any thread
 
+  /// What came of help: whether there was anything to do, and whether the worker is to wake earlier than it meant to.
+  struct Help {
+    bool done = false;
+    bool wake = false;
+  };
+  /// For a thread that has the helm: runs the tasks that are there, unless packets or timers come before them, which
+  /// are the worker's own.
+  Help HelpOut();
+
   // What tasks do.
   TimePoint now() const { return now_; }
   void OpenSession(const std::shared_ptr<SessionRoute>& session);
@@ -48,6 +58,9 @@ class Worker {
   /// Null when the endpoint is not here.
   Participant* Find(const EndpointRoute& endpoint);
   void Close(const EndpointRoute& endpoint);
+  /// Takes the endpoint out, to be destroyed by somebody who has time for that, on any thread; null when it is not
+  /// here.
+  std::unique_ptr<Participant> Detach(const EndpointRoute& endpoint);
   /// The endpoint of that session whose RTP port this is; null when there is none.
   Participant* FindByPort(const SessionRoute& session, const SocketAddress& rtp) const;
   Outcome DescribeLocal(Participant& participant, const LocalSettings& settings, std::unique_ptr<PortPair>& offered);
@@ -66,8 +79,13 @@ class Worker {
 
   /// How many packets were taken.
   std::size_t Serve(uint64_t tag, bool all);
-  void Rest(milliseconds longest_wait);
-  void RunTasks();
+  /// How long there is nothing to do by the clock, at most that.
+  milliseconds RestWithin(milliseconds longest) const;
+  /// Lets packets gather.
+  void Pause(milliseconds longest_wait);
+  /// Whether there is something to do besides tasks.
+  bool IsDue() const;
+  void RunTasks(Mailbox::Tasks tasks);
   void RunChecks();
   void PlayDue();
   bool AddToEpoll(int fd, uint64_t tag);
@@ -87,9 +105,10 @@ class Worker {
   TimePoint now_;
   uint64_t turn_ = 1;
   const Coalescing coalescing_;
-  std::chrono::microseconds rest_{0};  // before the next turn
-  EndpointTimers playout_timers_;      // of residents with a jitter buffer
-  EndpointTimers check_timers_;        // of all residents
+  std::chrono::microseconds pause_{0};  // before the next turn
+  milliseconds rest_{0};                // the present one, or the last
+  EndpointTimers playout_timers_;       // of residents with a jitter buffer
+  EndpointTimers check_timers_;         // of all residents
   // Keys stay valid: the records hold what they point to.
   std::unordered_map<const EndpointRoute*, std::unique_ptr<Participant>> residents_;
   std::unordered_map<const SessionRoute*, SessionRecord> sessions_;

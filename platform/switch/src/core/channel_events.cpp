@@ -7,6 +7,7 @@ struct Snapshot {
   explicit Snapshot(const switch_channel_t* channel)
       : state(static_cast<switch_channel_state_t>(channel->state.load())),
         uuid(channel->session->uuid.load()),
+        call_uuid(switch_str_nil(channel->variables.Find(kvx_switch::kCallUuidVariable))),
         name(switch_str_nil(channel->name.load())),
         direction(channel->direction == SWITCH_CALL_DIRECTION_INBOUND ? "inbound" : "outbound"),
         callstate(channel->callstate),
@@ -33,6 +34,7 @@ struct Snapshot {
 
   switch_channel_state_t state;
   std::string uuid;
+  std::string call_uuid;
   std::string name;
   std::string direction;
   switch_channel_callstate_t callstate;
@@ -62,6 +64,7 @@ void AddData(switch_channel_t* channel, switch_event_t* event, std::optional<swi
   add("Channel-Name", leg.name);
   add("Unique-ID", leg.uuid);
   add("Call-Direction", leg.direction);
+  add("Channel-Call-UUID", leg.call_uuid.empty() ? leg.uuid : leg.call_uuid);
   add("Answer-State", leg.AnswerState());
   if (leg.state >= CS_HANGUP) add("Hangup-Cause", switch_channel_cause2str(leg.cause));
 

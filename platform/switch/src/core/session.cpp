@@ -172,7 +172,9 @@ namespace kvx_switch {
 
 switch_core_session_t* RequestSession(switch_call_direction_t direction, const std::string& channel_name) {
   switch_core_session_t* session = switch_core_session_request(nullptr, direction, SOF_NONE, nullptr);
-  if (session) switch_channel_set_name(&session->channel, channel_name.c_str());
+  if (!session) return nullptr;
+  switch_channel_set_name(&session->channel, channel_name.c_str());
+  switch_channel_set_variable(&session->channel, kCallUuidVariable, switch_core_session_get_uuid(session));
   return session;
 }
 

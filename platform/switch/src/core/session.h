@@ -34,6 +34,10 @@ struct CallerData {
 /// the switch is full, paused or shutting down.
 switch_core_session_t* RequestSession(switch_call_direction_t direction, const std::string& channel_name);
 
+/// The variable with the uuid that the legs of one call share: the first leg's. RequestSession sets it to the leg's
+/// own.
+constexpr const char* kCallUuidVariable = "call_uuid";
+
 /// Starts the leg's thread. FALSE when it was started before; the session then stays as it is.
 switch_status_t LaunchSession(switch_core_session_t* session, std::shared_ptr<LegProgram> program);
 

@@ -35,7 +35,8 @@ void CallLeg::Release(const std::string& uuid, const std::string& ended_by) {
 std::string CallLeg::RedirectThrough(const std::string& driver, const std::string& own, Redirection redirection) {
   std::swap(redirection.own, redirection.partners);
   const bool posted = Post(driver, [own, redirection](CallLeg& leg) {
-    const std::string refused = leg.Redirect(redirection);
+    // It may have another partner by now.
+    const std::string refused = leg.Drives(own) ? leg.Redirect(redirection) : "the leg is not bridged";
     if (refused.empty()) return;
     switch_log_printf(SWITCH_CHANNEL_UUID_LOG(own.c_str()), SWITCH_LOG_WARNING, "Not transferred: %s\n",
                       refused.c_str());

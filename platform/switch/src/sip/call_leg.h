@@ -21,6 +21,12 @@ class CallingLeg;
 struct CalledLegReport;
 struct GivenPartner;
 
+/// How a leg comes to be alone.
+enum class Parting {
+  kWished,  ///< it asked its partner to part
+  kTold,    ///< the partner parted on its own account
+};
+
 class CallLeg : public LegProgram {
  public:
   /// Runs `task` with the leg on its thread; from any thread. False when there is no such leg. A task that is accepted
@@ -46,8 +52,10 @@ class CallLeg : public LegProgram {
   virtual void OnDialogEvent(const DialogEvent& event) = 0;
   virtual void OnPartnerTask(const Renegotiation::Task& task) = 0;
   virtual void OnReleased(const std::string& ended_by) = 0;
-  /// The leg that drove the bridge has undone it and both go on.
-  virtual void OnLeftAlone(const std::string& driver) = 0;
+  /// The leg that drove the bridge has undone it and both go on: because this one wanted to leave, or for its own sake.
+  virtual void OnLeftAlone(const std::string& driver, Parting parting) = 0;
+  /// It bridges with that leg, or is about to.
+  virtual bool Drives(const std::string& leg) const = 0;
   /// Of a leg that drives a bridge: its partner wants to leave, or tells how it goes.
   virtual void OnPartnerLeaves(const std::string& partner);
   virtual void OnPartnerReport(const std::string& partner, const CalledLegReport& report);

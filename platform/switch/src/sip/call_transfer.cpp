@@ -12,12 +12,16 @@ namespace {
 // For the leg that is to be replaced, and its partner, to part.
 constexpr std::chrono::seconds kPartingPatience{5};
 
+void Answer(const std::string& asker, const GivenPartner& given) {
+  CallLeg::Post(asker, [given](CallLeg& leg) { leg.OnPartnerGiven(given); });
+}
+
 }  // namespace
 
 /// The status that says why the far end's wish cannot be met; 0 when it can.
 int CallingLeg::ObstacleTo(const ReferRequest& refer) {
-  if (!Movable() || !renegotiation_->quiet()) return 491;
-  if (!Joined()) return 481;
+  // A leg that is settled and has no partner waits for what becomes of a transfer.
+  if (!Movable() || !renegotiation_->quiet() || !Joined()) return 491;
   if (!refer.replaces) return refer.user.empty() ? 484 : 0;
   const bool another = refer.replaced_leg != switch_core_session_get_uuid(session_) && refer.replaced_leg != Partner();
   return refer.replaced_leg.empty() || !another ? 481 : 0;
@@ -37,10 +41,15 @@ void CallingLeg::OnRefer(const ReferRequest& refer) {
   }
 }
 
-/// Parts from the partner, which goes on with `move`.
+/// Parts from the partner, which goes on with `move`; unless the partner parts first, because its own far end asked for
+/// a transfer or an operator did: of two that would send each other on, one stays as it is.
 void CallingLeg::SendPartnerOn(Move move) {
   const std::string own = switch_core_session_get_uuid(session_);
-  LeavePartner([own, partner = Partner(), move = std::move(move)] {
+  LeavePartner([this, own, partner = Partner(), move = std::move(move)](Parting parting) {
+    if (parting == Parting::kTold) {
+      LegLog(session_, SWITCH_LOG_WARNING, "The transfer is refused with 491: the other side is going elsewhere");
+      return move.leg.empty() ? move.referral->Refuse(491) : GiveBack({200, move.leg, {}, move.referral}, 491);
+    }
     move.referral->Strand(own);
     Post(partner, [move](CallLeg& leg) {
       if (CallingLeg* movable = leg.Movable()) movable->GoTo(move);
@@ -90,20 +99,21 @@ void CallingLeg::GiveUpPartner(const PartnerRequest& request) {
   } else if (!request.suits(given.agreed.codec)) {
     given.status = 488;
   }
-  const auto answer = [asker = request.asker, given] {
-    Post(asker, [given](CallLeg& leg) { leg.OnPartnerGiven(given); });
-  };
-  if (given.status != 200) return answer();
+  if (given.status != 200) return Answer(request.asker, given);
   const std::string own = switch_core_session_get_uuid(session_);
-  LeavePartner([own, given, answer] {
-    given.referral->Strand(own);
-    given.referral->Strand(given.partner);
-    answer();
+  LeavePartner([own, asker = request.asker, given](Parting parting) mutable {
+    if (parting == Parting::kTold) {
+      given.status = 491;
+    } else {
+      given.referral->Strand(own);
+      given.referral->Strand(given.partner);
+    }
+    Answer(asker, given);
   });
 }
 
 void CallingLeg::OnPartnerGiven(const GivenPartner& given) {
-  if (finished_) return;
+  if (finished_) return GiveBack(given, 487);
   if (!answered_) {
     given_ = given;
     return;
@@ -113,6 +123,8 @@ void CallingLeg::OnPartnerGiven(const GivenPartner& given) {
     given.referral->Refuse(given.status);
   } else if (Movable() && Joined()) {
     SendPartnerOn({"", given.partner, given.referral, "", ""});
+  } else {
+    GiveBack(given, 491);  // its own partner has gone elsewhere meanwhile
   }
 }
 
@@ -141,11 +153,11 @@ bool CallingLeg::AskForPartner() {
   return false;
 }
 
-/// This leg ends before it could take the place: the two that were parted for it are joined again.
-void CallingLeg::GiveBack(const GivenPartner& given) {
+/// The leg that asked has no use for the partner any more: the two that were parted for it are joined again.
+void CallingLeg::GiveBack(const GivenPartner& given, int status) {
   if (given.status != 200) return;
   const std::string owner = given.referral->leaving().back();
-  given.referral->Refuse(487);
+  given.referral->Refuse(status);
   auto again = std::make_shared<Referral>(nullptr, 0, std::vector<std::string>{});
   again->Strand(owner);
   again->Strand(given.partner);

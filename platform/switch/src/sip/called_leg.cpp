@@ -30,6 +30,13 @@ std::vector<CodecMatch> Distinct(const std::vector<CodecMatch>& offered) {
 
 }  // namespace
 
+CalledLegReport Turned(MediaDirection direction) {
+  CalledLegReport report{};
+  report.kind = CalledLegReport::Kind::kTurned;
+  report.direction = direction;
+  return report;
+}
+
 void CalledLeg::OnReleased(const std::string& ended_by) {
   if (continuation_) return continuation_->OnReleased(ended_by);
   released_ = true;
@@ -266,18 +273,23 @@ bool CalledLeg::AgreeOnCodec(const SdpMedia& stream, CalledLegReport& report) {
                CodecNames(candidates));
     return false;
   }
-  report.agreed.codec = common.front();
-  report.offered_index = OfferedIndex(common.front());
+  // Of two ways of packing one codec, the one that was offered: the calling side has no other.
+  const auto as_offered = std::find_if(common.begin(), common.end(), [this](const CodecMatch& match) {
+    const auto same = [&match](const CodecMatch& offered) { return CodecsGoTogether(offered, match); };
+    return std::any_of(request_.offered.begin(), request_.offered.end(), same);
+  });
+  const CodecMatch& taken = as_offered == common.end() ? common.front() : *as_offered;
+  report.agreed.codec = taken;
+  report.offered_index = OfferedIndex(taken);
   // Our no counts as much as theirs.
   if (RefusesSilenceFrames(request_.offered[report.offered_index].remote)) {
     RefuseSilenceFrames(report.agreed.codec.remote);
   }
   AgreeOnTelephoneEvents(stream, request_.telephone_events, report.agreed);
-  if (common.front().remote.type != common.front().implementation->ianacode) {
+  if (taken.remote.type != taken.implementation->ianacode) {
     LegLog(session_, SWITCH_LOG_WARNING,
-           "The answer gives " + common.front().remote.name + " payload type " +
-               std::to_string(common.front().remote.type) + " where " +
-               std::to_string(common.front().implementation->ianacode) + " was offered; the offered one is sent");
+           "The answer gives " + taken.remote.name + " payload type " + std::to_string(taken.remote.type) + " where " +
+               std::to_string(taken.implementation->ianacode) + " was offered; the offered one is sent");
   }
   return true;
 }
@@ -323,6 +335,7 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
   switch_channel_mark_answered(channel_);
   LogAnswered(session_, report.agreed);
   StartRenegotiation(report);
+  renegotiation_->Begin();
   request_.report(report);
   if (!request_.answered) return;
   // It may have been hung up meanwhile, by an operator for one.
@@ -330,7 +343,9 @@ void CalledLeg::OnAnswered(const DialogEvent& event) {
 }
 
 void CalledLeg::StartRenegotiation(const CalledLegReport& report) {
-  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller, nullptr};
+  const auto turned = [this](MediaDirection direction) { request_.report(Turned(direction)); };
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &request_.agent->profile(), request_.tell_caller,
+                         turned,   nullptr};
   renegotiation_.emplace(std::move(leg), answer_, 0, report.agreed, local_);
 }
 

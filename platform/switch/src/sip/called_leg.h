@@ -23,16 +23,19 @@ namespace kvx_switch {
 class CallingLeg;
 
 struct CalledLegReport {
-  enum class Kind { kProgress, kAnswered, kEnded };
+  enum class Kind { kProgress, kAnswered, kTurned, kEnded };
   Kind kind;
   int status = 0;            ///< kProgress: 180, 183, ...; kEnded: of the final response, 0 when there was none
   size_t offered_index = 0;  ///< kAnswered: which of the offered codecs was taken
   bool early_media = false;  ///< kProgress: the called side sends already; the fields of kAnswered are filled
   AgreedMedia agreed;        ///< kAnswered: with the called side's payload types
-  MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered: what the called side says of its stream
+  MediaDirection direction = MediaDirection::kSendReceive;  ///< kAnswered, kTurned: what the called side says it does
   switch_call_cause_t cause = SWITCH_CAUSE_NONE;            ///< kEnded
   bool by_far_end = false;                                  ///< kEnded: it hung up or refused
 };
+
+/// The called side sends or receives otherwise than it did.
+CalledLegReport Turned(MediaDirection direction);
 
 struct CalledLegRequest {
   std::shared_ptr<SipAgent> agent;
@@ -65,7 +68,8 @@ class CalledLeg : public CallLeg, public std::enable_shared_from_this<CalledLeg>
   void OnDialogEvent(const DialogEvent& event) override;
   void OnPartnerTask(const Renegotiation::Task& task) override;
   void OnReleased(const std::string& ended_by) override;
-  void OnLeftAlone(const std::string& driver) override;
+  void OnLeftAlone(const std::string& driver, Parting parting) override;
+  bool Drives(const std::string& leg) const override;
   void OnPartnerLeaves(const std::string& partner) override;
   void OnPartnerReport(const std::string& partner, const CalledLegReport& report) override;
   void OnPartnerGiven(const GivenPartner& given) override;

@@ -62,13 +62,17 @@ std::string CalledLeg::Hold(HoldChange change) {
   return renegotiation_ ? renegotiation_->Hold(change) : "the leg is not answered";
 }
 
-void CalledLeg::OnLeftAlone(const std::string& driver) {
+void CalledLeg::OnLeftAlone(const std::string& driver, Parting parting) {
   Movable();
   if (continuation_) {
-    continuation_->OnLeftAlone(driver);
+    continuation_->OnLeftAlone(driver, parting);
   } else {
     released_ = true;
   }
+}
+
+bool CalledLeg::Drives(const std::string& leg) const {
+  return continuation_ && continuation_->Drives(leg);
 }
 
 void CalledLeg::OnPartnerLeaves(const std::string& partner) {

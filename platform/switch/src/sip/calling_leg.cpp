@@ -202,6 +202,7 @@ bool CallingLeg::AnswerCaller() {
   answered_at_ = std::chrono::steady_clock::now();
   media_->MarkStart();
   switch_channel_mark_answered(channel_);
+  renegotiation_->Begin();
   LogAnswered(session_, agreed_);
   return true;
 }
@@ -238,7 +239,7 @@ void CallingLeg::OnDialogEvent(const DialogEvent& event) {
 }
 
 void CallingLeg::StartRenegotiation(LocalDescription description) {
-  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &profile_, nullptr, nullptr};
+  Renegotiation::Leg leg{session_, dialog_.get(), &*media_, &profile_, nullptr, nullptr, nullptr};
   renegotiation_.emplace(std::move(leg), offer_, stream_, agreed_, std::move(description));
   Wire();
   if (called_ && called_->answer) renegotiation_->set_partner_direction(called_->answer->direction);
@@ -271,7 +272,7 @@ void CallingLeg::Finish() {
   when_alone_ = nullptr;
   move_.reset();
   next_.reset();
-  if (given_) GiveBack(*given_);
+  if (given_) GiveBack(*given_, 487);
   given_.reset();
   media_.reset();
   LogHungUp(session_, ended_by_, answered_, answered_at_);

@@ -10,8 +10,8 @@
 
 #include "core/session.h"
 #include "sip/bridge_target.h"
+#include "sip/bridged_leg.h"
 #include "sip/call_leg.h"
-#include "sip/called_leg.h"
 #include "sip/dialplan.h"
 #include "sip/leg_handover.h"
 #include "sip/leg_media.h"
@@ -24,22 +24,6 @@
 /// Of two legs that talk one drives the bridge, as a rule the one that called, and ends the other. A transfer parts
 /// them, and a leg that is alone calls somebody else or is joined with another lone leg, in either role.
 namespace kvx_switch {
-
-/// What a calling leg knows of the leg that it called.
-struct BridgedLeg {
-  std::string uuid;
-  bool ended = false;
-  switch_call_cause_t cause = SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE;  // until it reports
-  int status = 0;
-  bool by_far_end = false;  // it was its far end that ended it
-  std::optional<CalledLegReport> answer;
-};
-
-/// Who ended a leg when no far end did.
-constexpr const char* kTheSwitch = "the switch";
-
-/// The variable with the names, parted by commas, of those that called legs get too.
-constexpr const char* kExportVariable = "export_vars";
 
 class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLeg> {
  public:
@@ -59,18 +43,20 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   void OnDialogEvent(const DialogEvent& event) override;
   void OnPartnerTask(const Renegotiation::Task& task) override;
   void OnReleased(const std::string& ended_by) override;
-  void OnLeftAlone(const std::string& driver) override;
+  void OnLeftAlone(const std::string& driver, Parting parting) override;
+  bool Drives(const std::string& leg) const override { return called_ && called_->uuid == leg; }
   void OnPartnerLeaves(const std::string& partner) override;
   void OnPartnerReport(const std::string& partner, const CalledLegReport& report) override;
   void OnPartnerGiven(const GivenPartner& given) override;
 
-  /// Parts from the partner, which goes on too; `then` runs when this leg is alone.
-  void LeavePartner(std::function<void()> then);
+  /// Parts from the partner, which goes on too. `then` runs when this leg is alone: because it wanted to be, or because
+  /// the partner left on its own account first.
+  void LeavePartner(std::function<void(Parting)> then);
   /// Parts from the partner for another leg's sake; answers with OnPartnerGiven there.
   void GiveUpPartner(const PartnerRequest& request);
-  /// To be joined with the lone leg `driver`, which will bridge; answers with OnPartnerReport there. False when this
-  /// leg is not alone.
-  bool TakeDriver(const std::string& driver);
+  /// To be joined with the lone leg `driver` of the call `call`, which will bridge; answers with OnPartnerReport there.
+  /// False when this leg is not alone.
+  bool TakeDriver(const std::string& driver, const std::string& call);
   /// A lone leg's next call. Begins when the task that asked for it is over.
   void GoTo(Move move) { next_ = std::move(move); }
   /// A lone leg's way through the dialplan, the same.
@@ -122,6 +108,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   bool DescribeToCaller();
   bool AnswerCaller();
   void PassEarlyMediaOn(const CalledLegReport& report);
+  void HearEarlyMedia(const CalledLegReport& report);
   void Join();
   bool JoinMedia();
   bool CalledLegIsUp() const;
@@ -143,7 +130,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   void StartBlindTransfer(const ReferRequest& refer);
   void StartAttendedTransfer(const ReferRequest& refer);
   void SendPartnerOn(Move move);
-  void PartFromCalled();
+  void PartFromCalled(Parting parting);
   void ServeCall();
   void Talk();
   void GoOn();
@@ -155,7 +142,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   void MoveSucceeded();
   void TakeThePlace();
   bool AskForPartner();
-  static void GiveBack(const GivenPartner& given);
+  static void GiveBack(const GivenPartner& given, int status);
   static void RequestPartner(const std::string& owner, const PartnerRequest& request);
   void EndAsPartner(switch_call_cause_t cause);
 
@@ -195,15 +182,15 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   int fail_status_ = 0;
   std::string fail_warning_;
   std::string ended_by_ = kTheSwitch;
-  std::string driver_;                 // the leg that bridges with this one; "" when this one does, or is alone
-  std::function<void()> when_alone_;   // once driver_ has undone the bridge
-  std::string parting_;                // the partner that wants to leave as soon as settled_
-  bool released_ = false;              // by driver_
-  bool settled_ = false;               // nothing to do but talk
-  std::optional<Move> next_;           // what to do when settled_ ends
-  std::optional<Move> move_;           // under way
-  bool move_failed_ = false;           // for fail_cause_ and fail_status_
-  std::optional<GivenPartner> given_;  // the answer to AskForPartner
+  std::string driver_;                       // the leg that bridges with this one; "" when this one does, or is alone
+  std::function<void(Parting)> when_alone_;  // once driver_ has undone the bridge
+  std::string parting_;                      // the partner that wants to leave as soon as settled_
+  bool released_ = false;                    // by driver_
+  bool settled_ = false;                     // nothing to do but talk
+  std::optional<Move> next_;                 // what to do when settled_ ends
+  std::optional<Move> move_;                 // under way
+  bool move_failed_ = false;                 // for fail_cause_ and fail_status_
+  std::optional<GivenPartner> given_;        // the answer to AskForPartner
 };
 
 }  // namespace kvx_switch

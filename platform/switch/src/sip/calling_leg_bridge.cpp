@@ -114,6 +114,7 @@ switch_core_session_t* CallingLeg::MakeCalledSession(const BridgeTarget& target)
   switch_channel_t* channel = switch_core_session_get_channel(session);
   PassVariablesOn(channel);
   for (const auto& [name, value] : target.variables) switch_channel_set_variable(channel, name.c_str(), value.c_str());
+  switch_channel_set_variable(channel, kCallUuidVariable, Variable(kCallUuidVariable).c_str());
   switch_channel_set_variable(channel, SWITCH_SIGNAL_BOND_VARIABLE, switch_core_session_get_uuid(session_));
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, switch_core_session_get_uuid(session));
   return session;
@@ -177,6 +178,9 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
   switch (report.kind) {
     case CalledLegReport::Kind::kProgress:
       if (move_) move_->referral->Progress(report.status);
+      if (answered_ && report.early_media && CodecsGoTogether(agreed_.codec, report.agreed.codec)) {
+        HearEarlyMedia(report);
+      }
       if (answered_ || (relayed_status_ == report.status && !report.early_media)) break;
       relayed_status_ = report.status;
       if (report.early_media) return PassEarlyMediaOn(report);
@@ -186,6 +190,11 @@ void CallingLeg::OnPartnerReport(const std::string& uuid, const CalledLegReport&
       break;
     case CalledLegReport::Kind::kAnswered:
       called_->answer = report;
+      if (renegotiation_) renegotiation_->PartnerDirection(report.direction);
+      break;
+    case CalledLegReport::Kind::kTurned:
+      // Also before there is a bridge, or anything of ours to turn.
+      if (called_->answer) called_->answer->direction = report.direction;
       if (renegotiation_) renegotiation_->PartnerDirection(report.direction);
       break;
     case CalledLegReport::Kind::kEnded:
@@ -204,9 +213,13 @@ void CallingLeg::PassEarlyMediaOn(const CalledLegReport& report) {
   // Another phone that the call reached, and another codec: the caller goes on with the first one.
   if (!told_.empty() && !CodecsGoTogether(agreed_.codec, report.agreed.codec)) return;
   if (!TakeOver(report) || !DescribeToCaller()) return;
-  renegotiation_->PartnerDirection(report.direction);
   dialog_->Ring(183, told_);
   switch_channel_mark_pre_answered(channel_);
+  HearEarlyMedia(report);
+}
+
+void CallingLeg::HearEarlyMedia(const CalledLegReport& report) {
+  renegotiation_->PartnerDirection(report.direction);
   // A called leg that was hung up meanwhile is on its way to say so, with the true cause.
   if (!JoinMedia() && CalledLegIsUp()) Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "");
 }
@@ -329,7 +342,7 @@ void CallingLeg::ForgetCalledLeg(switch_call_cause_t cause) {
 /// hears of it.
 void CallingLeg::HandCalledLegOver(const Destination& destination) {
   const std::string partner = called_->uuid;
-  PartFromCalled();
+  PartFromCalled(Parting::kTold);
   Post(partner, [destination](CallLeg& leg) {
     if (CallingLeg* movable = leg.Movable()) movable->SendTo(destination);
   });

@@ -1,4 +1,5 @@
 // An INVITE without a description: we offer in our 200, and the caller answers in its ACK (RFC 3261, 13.2.1).
+#include <algorithm>
 #include <utility>
 
 #include "sip/calling_leg.h"
@@ -67,10 +68,16 @@ bool CallingLeg::OfferToCaller() {
   return true;
 }
 
-/// Waits for the ACK and takes the answer that it brings.
+/// Waits for the ACK and takes the answer that it brings. A called leg that ends meanwhile is let go at once, but the
+/// caller may not be sent BYE before its ACK (RFC 3261, 15).
 bool CallingLeg::AwaitCallersAnswer() {
   const auto deadline = std::chrono::steady_clock::now() + kAckPatience;
-  ServeUntil(session_, deadline, [this] { return callers_answer_.has_value(); });
+  const auto acknowledged = [this] { return callers_answer_.has_value(); };
+  ServeUntil(session_, deadline, [&] { return acknowledged() || (called_ && called_->ended); });
+  if (!acknowledged() && called_ && called_->ended) {
+    LetCalledLegGo(called_->cause);
+    ServeUntil(session_, deadline, acknowledged);
+  }
   if (switch_channel_down(channel_)) return false;
   const std::string problem = callers_answer_ ? TakeCallersAnswer(*callers_answer_) : "it does not come";
   if (problem.empty()) return true;
@@ -94,7 +101,11 @@ std::string CallingLeg::TakeCallersAnswer(const std::string& sdp) {
   for (const CodecMatch& match : common_) offered.push_back(match.implementation);
   const std::vector<CodecMatch> taken = CommonCodecs(stream, offered);
   if (taken.empty()) return "it names " + CodecNames(stream) + ", offered were " + CodecNames(offered);
-  agreed_.codec = taken.front();
+  // Of two ways of packing one codec, the one that the called side has.
+  const auto same = std::find_if(taken.begin(), taken.end(), [this](const CodecMatch& match) {
+    return called_ && CodecsGoTogether(match, agreed_.codec);
+  });
+  agreed_.codec = same == taken.end() ? taken.front() : *same;
   AgreeOnTelephoneEvents(stream, agreed_.HasTelephoneEvents(), agreed_);
   agreed_.remote_key = std::move(security.remote);
   agreed_.secure_only = agreed_.remote_key.has_value();

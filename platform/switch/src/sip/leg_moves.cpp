@@ -24,7 +24,8 @@ constexpr std::chrono::milliseconds kJoinPause{50};
 /// Asks a leg to take `driver`; the driver is told when it does not, also when that leg ends without a look at it.
 class JoinRequest {
  public:
-  JoinRequest(std::string driver, std::string leg) : driver_(std::move(driver)), leg_(std::move(leg)) {}
+  JoinRequest(std::string driver, std::string call, std::string leg)
+      : driver_(std::move(driver)), call_(std::move(call)), leg_(std::move(leg)) {}
   ~JoinRequest() {
     if (taken_) return;
     CalledLegReport report{};
@@ -37,13 +38,36 @@ class JoinRequest {
 
   void PutTo(CallLeg& leg) {
     CallingLeg* partner = leg.Movable();
-    taken_ = partner && partner->TakeDriver(driver_);
+    taken_ = partner && partner->TakeDriver(driver_, call_);
   }
 
  private:
   const std::string driver_;
+  const std::string call_;
   const std::string leg_;
   bool taken_ = false;
+};
+
+/// Tells a leg that it is alone. The one that has parted from it because it was asked to is hung up when that leg ends
+/// without a look at this: nobody else would find it a new partner.
+class PartingNotice {
+ public:
+  PartingNotice(std::string driver, Parting parting) : driver_(std::move(driver)), parting_(parting) {}
+  ~PartingNotice() {
+    if (parting_ == Parting::kWished && !read_) HangUpLeg(driver_, SWITCH_CAUSE_NORMAL_CLEARING);
+  }
+  PartingNotice(const PartingNotice&) = delete;
+  PartingNotice& operator=(const PartingNotice&) = delete;
+
+  void ReadTo(CallLeg& leg) {
+    read_ = true;
+    leg.OnLeftAlone(driver_, parting_);
+  }
+
+ private:
+  const std::string driver_;
+  const Parting parting_;
+  bool read_ = false;
 };
 
 }  // namespace
@@ -83,7 +107,7 @@ void CallingLeg::Continue() {
 }
 
 CallingLeg* CallingLeg::Movable() {
-  const bool free = answered_ && settled_ && !next_ && !redirection_ && !finished_ && renegotiation_;
+  const bool free = answered_ && settled_ && !next_ && !redirection_ && !when_alone_ && !finished_ && renegotiation_;
   return free && switch_channel_up(channel_) ? this : nullptr;
 }
 
@@ -92,19 +116,28 @@ bool CallingLeg::Joined() const {
 }
 
 bool CallingLeg::TellPartner(Renegotiation::Task task) {
-  return Joined() && Tell(Partner(), std::move(task));
+  const bool answered = !called_ || called_->answer;  // one that only plays something yet changes nothing
+  return Joined() && answered && Tell(Partner(), std::move(task));
 }
 
 void CallingLeg::Wire() {
   std::function<bool(RTPDirection)> bridge;
-  if (driver_.empty()) bridge = [this](RTPDirection direction) { return Turn(direction); };
-  renegotiation_->Rewire([this](Renegotiation::Task task) { return TellPartner(std::move(task)); }, std::move(bridge));
+  std::function<void(MediaDirection)> turned;
+  if (driver_.empty()) {
+    bridge = [this](RTPDirection direction) { return Turn(direction); };
+  } else {
+    turned = [driver = driver_, own = std::string(switch_core_session_get_uuid(session_))](MediaDirection direction) {
+      Post(driver, [own, report = Turned(direction)](CallLeg& leg) { leg.OnPartnerReport(own, report); });
+    };
+  }
+  renegotiation_->Rewire([this](Renegotiation::Task task) { return TellPartner(std::move(task)); }, std::move(turned),
+                         std::move(bridge));
 }
 
-void CallingLeg::LeavePartner(std::function<void()> then) {
+void CallingLeg::LeavePartner(std::function<void(Parting)> then) {
   if (driver_.empty()) {
-    if (called_) PartFromCalled();
-    then();
+    if (called_) PartFromCalled(Parting::kTold);
+    then(Parting::kWished);
     return;
   }
   when_alone_ = std::move(then);
@@ -115,14 +148,14 @@ void CallingLeg::LeavePartner(std::function<void()> then) {
 void CallingLeg::OnPartnerLeaves(const std::string& partner) {
   if (finished_ || !called_ || called_->uuid != partner) return;
   if (settled_) {
-    PartFromCalled();
+    PartFromCalled(Parting::kWished);
   } else {
     parting_ = partner;
   }
 }
 
-/// Undoes the bridge; both legs go on.
-void CallingLeg::PartFromCalled() {
+/// Undoes the bridge; both legs go on. `parting` is how the called one sees it.
+void CallingLeg::PartFromCalled(Parting parting) {
   const std::string partner = called_->uuid;
   const bool was_bridged = media_->bridged();
   media_->Unbridge();
@@ -132,11 +165,11 @@ void CallingLeg::PartFromCalled() {
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, nullptr);
   if (was_bridged) FireBridgeEvent(session_, SWITCH_EVENT_CHANNEL_UNBRIDGE, partner);
   const std::string own = switch_core_session_get_uuid(session_);
-  Post(partner, [own](CallLeg& leg) { leg.OnLeftAlone(own); });
+  Post(partner, [notice = std::make_shared<PartingNotice>(own, parting)](CallLeg& leg) { notice->ReadTo(leg); });
   if (renegotiation_) renegotiation_->PartnerGone();
 }
 
-void CallingLeg::OnLeftAlone(const std::string& driver) {
+void CallingLeg::OnLeftAlone(const std::string& driver, Parting parting) {
   if (driver_ != driver) return;
   driver_.clear();
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, nullptr);
@@ -144,7 +177,7 @@ void CallingLeg::OnLeftAlone(const std::string& driver) {
     Wire();
     renegotiation_->PartnerGone();
   }
-  if (std::function<void()> then = std::exchange(when_alone_, nullptr)) then();
+  if (std::function<void(Parting)> then = std::exchange(when_alone_, nullptr)) then(parting);
 }
 
 void CallingLeg::OnReleased(const std::string& ended_by) {
@@ -152,11 +185,12 @@ void CallingLeg::OnReleased(const std::string& ended_by) {
   if (ended_by_ == kTheSwitch) ended_by_ = ended_by;
 }
 
-bool CallingLeg::TakeDriver(const std::string& driver) {
+bool CallingLeg::TakeDriver(const std::string& driver, const std::string& call) {
   if (!Partner().empty() || !renegotiation_->quiet()) return false;
   driver_ = driver;
   released_ = false;
   switch_channel_set_variable(channel_, SWITCH_SIGNAL_BOND_VARIABLE, driver.c_str());
+  switch_channel_set_variable(channel_, kCallUuidVariable, call.c_str());
   Wire();
   CalledLegReport report{};
   report.kind = CalledLegReport::Kind::kAnswered;
@@ -201,7 +235,7 @@ bool CallingLeg::JoinLeg(const std::string& uuid) {
   called_.emplace();
   called_->uuid = uuid;
   const std::string own = switch_core_session_get_uuid(session_);
-  auto request = std::make_shared<JoinRequest>(own, uuid);
+  auto request = std::make_shared<JoinRequest>(own, Variable(kCallUuidVariable), uuid);
   Post(uuid, [request](CallLeg& leg) { request->PutTo(leg); });
   request.reset();
   ServeUntil(session_, steady_clock::now() + kPartnerPatience, [this] { return called_->answer || called_->ended; });

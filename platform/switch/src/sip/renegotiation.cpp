@@ -77,14 +77,35 @@ void Renegotiation::OnOffer(const std::string& sdp) {
   std::string error;
   std::optional<SessionDescription> offer = ParseSdp(sdp, error);
   if (!offer) return Refuse(kNotAcceptable, "the SDP cannot be read: " + error);
-  if (step_ != Step::kIdle) return Refuse(kRequestPending, "the call's media is being changed already");
   const size_t stream = ChosenStream(*offer);
+  const bool image = stream < offer->media.size() && offer->media[stream].IsFaxImage();
+  // Our hold has met theirs and waits for its time: meanwhile theirs is taken, which is what the time is for (RFC 3261,
+  // 14.1).
+  const bool our_hold_waits = step_ == Step::kWeHold && !image;
+  if (step_ != Step::kIdle && !our_hold_waits) {
+    return Refuse(kRequestPending, "the call's media is being changed already");
+  }
   if (stream == offer->media.size()) return Refuse(kNotAcceptable, "neither audio nor fax is offered");
-  if (offer->media[stream].IsFaxImage()) {
+  if (image) {
     OnImageOffer(std::move(*offer), stream);
   } else {
     OnAudioOffer(std::move(*offer), stream);
   }
+}
+
+/// The payload of `stream` that is the call's codec. One name may stand for two ways of packing; the other leg has the
+/// one that the call began with. An answer without it is taken as it stands: that far end had no other choice.
+std::optional<CodecMatch> Renegotiation::FindCallsCodec(const SdpMedia& stream, bool answer,
+                                                        std::string& problem) const {
+  const std::vector<CodecMatch> common = CommonCodecs(stream, {agreed_.codec.implementation});
+  const auto same = std::find_if(common.begin(), common.end(),
+                                 [this](const CodecMatch& match) { return CodecsGoTogether(match, agreed_.codec); });
+  if (same != common.end()) return *same;
+  if (answer && !common.empty()) return common.front();
+  const std::string calls = CodecNames(CodecImplementations{agreed_.codec.implementation});
+  problem = common.empty() ? (answer ? "it names " : "offered are ") + CodecNames(stream) + ", the call has " + calls
+                           : "the call's " + calls + " is packed otherwise";
+  return std::nullopt;
 }
 
 /// What `stream` comes down to with the codec that the call has. False, and refused, when it does not have it.
@@ -94,17 +115,10 @@ bool Renegotiation::TakeAudio(const SdpMedia& stream, AgreedMedia& agreed) {
     Refuse(kNotAcceptable, security.problem);
     return false;
   }
-  const std::vector<CodecMatch> common = CommonCodecs(stream, {agreed_.codec.implementation});
-  if (common.empty()) {
-    Refuse(kNotAcceptable, "offered are " + CodecNames(stream) + ", the call has " +
-                               CodecNames(CodecImplementations{agreed_.codec.implementation}));
-    return false;
-  }
-  // One name may stand for two ways of packing; the other leg has the one that the call began with.
-  const auto same = std::find_if(common.begin(), common.end(),
-                                 [this](const CodecMatch& match) { return CodecsGoTogether(match, agreed_.codec); });
-  if (same == common.end()) {
-    Refuse(kNotAcceptable, "the call's " + CodecNames(stream) + " is packed otherwise");
+  std::string problem;
+  const std::optional<CodecMatch> same = FindCallsCodec(stream, false, problem);
+  if (!same) {
+    Refuse(kNotAcceptable, problem);
     return false;
   }
   agreed = agreed_;
@@ -135,6 +149,7 @@ bool Renegotiation::ApplyAudioOffer(const SessionDescription& offer, size_t stre
 void Renegotiation::OnAudioOffer(SessionDescription offer, size_t stream) {
   AgreedMedia agreed;
   if (!TakeAudio(offer.media[stream], agreed)) return;
+  const bool our_hold_waits = step_ == Step::kWeHold;
   step_ = Step::kPartnerAsks;
   to_fax_ = false;
   offer_ = std::move(offer);
@@ -144,24 +159,30 @@ void Renegotiation::OnAudioOffer(SessionDescription offer, size_t stream) {
   if (fax_) {
     AskPartner([](Renegotiation& partner) { partner.OfferAudio(); });
   } else {
-    AnswerAudio();
+    AnswerAudio(our_hold_waits);
   }
 }
 
-void Renegotiation::AnswerAudio() {
+void Renegotiation::AnswerAudio(bool our_hold_waits) {
   const bool was_fax = std::exchange(fax_, false);
   const MediaDirection before = audio_.direction;
   remote_ = std::move(offer_);
   stream_ = offer_stream_;
   audio_ = remote_.media[stream_];
-  if (held_) audio_.direction = WithoutSending(audio_.direction);
+  const bool held = held_ != our_hold_waits;  // what waits is not yet so
+  if (held) audio_.direction = WithoutSending(audio_.direction);
   agreed_ = std::move(offer_agreed_);
   step_ = Step::kIdle;
   local_ = AudioDescription(local_media_);
   local_.direction = Reversed(audio_.direction);
-  leg_.dialog->AnswerReinvite(BuildAnswer(local_, remote_, stream_));
+  const std::string answer = BuildAnswer(local_, remote_, stream_);
+  leg_.dialog->AnswerReinvite(answer, our_hold_waits ? HoldOffer() : "");
   if (was_fax) LegLog(leg_.session, SWITCH_LOG_NOTICE, "Back from fax to audio");
   if (was_fax || before != audio_.direction) DirectionChanged();
+}
+
+void Renegotiation::Begin() {
+  TellOfHold(!Receives(audio_.direction));
 }
 
 void Renegotiation::DirectionChanged() {
@@ -169,7 +190,7 @@ void Renegotiation::DirectionChanged() {
   LegLog(leg_.session, SWITCH_LOG_INFO, std::string("The far end ") + DirectionText(direction) + " now");
   TellOfHold(held_ || !Receives(direction));
   if (!leg_.bridge) {
-    leg_.tell_partner([direction](Renegotiation& partner) { partner.PartnerDirection(direction); });
+    leg_.tell_direction(direction);
   } else if (!leg_.bridge(BridgeDirection())) {
     BreakOff("The media server did not join the two legs anew");
   }
@@ -291,9 +312,10 @@ std::string Renegotiation::TakeAudioAnswer(const SessionDescription& answer) {
   if (!stream.IsRtpAudio() || !security.problem.empty()) {
     return "it has " + stream.kind + " " + security.problem;
   }
-  const std::vector<CodecMatch> common = CommonCodecs(stream, {agreed_.codec.implementation});
-  if (common.empty()) return "it names " + CodecNames(stream);
-  agreed_.codec = common.front();
+  std::string problem;
+  const std::optional<CodecMatch> same = FindCallsCodec(stream, true, problem);
+  if (!same) return problem;
+  agreed_.codec = *same;
   AgreeOnTelephoneEvents(stream, agreed_.HasTelephoneEvents(), agreed_);
   agreed_.remote_key = std::move(security.remote);
   if (!leg_.media->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, answer.session_name, agreed_)) {
@@ -372,34 +394,6 @@ void Renegotiation::PartnerGone() {
   } else {
     AnswerAudio();
   }
-}
-
-LocalDescription Renegotiation::AudioDescription(const LocalMedia& local) const {
-  LocalDescription description;
-  const uint64_t version = local_.version + 1;
-  FillLocalDescription(leg_.session, local, agreed_.codec.PacketTime(), description);
-  description.session_id = local_.session_id;
-  description.version = version;
-  description.payloads.push_back(AnsweredPayload(agreed_.codec));
-  if (agreed_.HasTelephoneEvents()) {
-    description.payloads.push_back(TelephoneEventPayload(agreed_.telephone_event_type, agreed_.telephone_event_rate));
-  }
-  description.protocol = audio_.protocol;
-  if (agreed_.local_key) description.crypto = CryptoText(*agreed_.local_key);
-  return description;
-}
-
-LocalDescription Renegotiation::ImageDescription(const LocalMedia& local,
-                                                 const std::vector<std::string>& attributes) const {
-  LocalDescription description;
-  const uint64_t version = local_.version + 1;
-  FillLocalDescription(leg_.session, local, 0, description);
-  description.session_id = local_.session_id;
-  description.version = version;
-  description.rtcp_port = 0;
-  description.fax = true;
-  description.fax_attributes = attributes;
-  return description;
 }
 
 }  // namespace kvx_switch

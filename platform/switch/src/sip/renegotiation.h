@@ -4,6 +4,7 @@
 #include <switch_media_server.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,12 +37,17 @@ class Renegotiation {
     const SipProfile* profile;
     /// Runs the task on the partner's thread, or never when that leg ends; false when there is none.
     std::function<bool(Task)> tell_partner;
+    /// Of the other leg: tells the one that bridges, or is going to, what our far end does now.
+    std::function<void(MediaDirection)> tell_direction;
     /// Of the leg that bridges: turns the bridge to a direction. Null on the other one.
     std::function<bool(RTPDirection)> bridge;
   };
 
   /// The leg as it was answered: `remote` is the far end's description, `stream` its audio, `local` what it was told.
   Renegotiation(Leg leg, SessionDescription remote, size_t stream, AgreedMedia agreed, LocalDescription local);
+
+  /// The leg is answered; a far end that begins on hold is told of.
+  void Begin();
 
   // What the far end did.
   void OnOffer(const std::string& sdp);
@@ -61,9 +67,11 @@ class Renegotiation {
 
   /// The direction that both far ends leave, seen from the leg that bridges.
   RTPDirection BridgeDirection() const;
-  /// Another partner, or another role: `bridge` as in Leg.
-  void Rewire(std::function<bool(Task)> tell_partner, std::function<bool(RTPDirection)> bridge) {
+  /// Another partner, or another role: all three as in Leg.
+  void Rewire(std::function<bool(Task)> tell_partner, std::function<void(MediaDirection)> tell_direction,
+              std::function<bool(RTPDirection)> bridge) {
     leg_.tell_partner = std::move(tell_partner);
+    leg_.tell_direction = std::move(tell_direction);
     leg_.bridge = std::move(bridge);
   }
   /// Nothing is being changed and the call is one of audio: another partner could come.
@@ -93,11 +101,14 @@ class Renegotiation {
   std::string TakeAudioAnswer(const SessionDescription& answer);
   void OnAudioOffer(SessionDescription offer, size_t stream);
   void OnImageOffer(SessionDescription offer, size_t stream);
+  std::optional<CodecMatch> FindCallsCodec(const SdpMedia& stream, bool answer, std::string& problem) const;
   bool TakeAudio(const SdpMedia& stream, AgreedMedia& agreed);
   bool ApplyAudioOffer(const SessionDescription& offer, size_t stream, const AgreedMedia& agreed);
   void OnAudioAnswer(const SessionDescription& answer);
   void OnImageAnswer(const SessionDescription& answer);
-  void AnswerAudio();
+  void AnswerAudio(bool our_hold_waits = false);
+  /// The next description, with our far end held or taken back.
+  std::string HoldOffer();
   LocalDescription AudioDescription(const LocalMedia& local) const;
   LocalDescription ImageDescription(const LocalMedia& local, const std::vector<std::string>& attributes) const;
   void Offer(const LocalDescription& local);

@@ -15,13 +15,17 @@ std::string Renegotiation::Hold(HoldChange change) {
   if (on == held_) return "";
   if (!quiet()) return "the call's media is being changed, or is a fax";
   held_ = on;
-  step_ = Step::kWeHold;
   to_fax_ = false;
-  ++local_.version;
-  local_.direction = on ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
   LegLog(leg_.session, SWITCH_LOG_INFO, on ? "Putting the far end on hold" : "Taking the far end back from hold");
-  leg_.dialog->Reinvite(BuildAnswer(local_, remote_, stream_));
+  leg_.dialog->Reinvite(HoldOffer());
   return "";
+}
+
+std::string Renegotiation::HoldOffer() {
+  step_ = Step::kWeHold;
+  ++local_.version;
+  local_.direction = held_ ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
+  return BuildAnswer(local_, remote_, stream_);
 }
 
 /// By whichever side: the far end hears the other one no more, or again.
@@ -36,11 +40,12 @@ void Renegotiation::OnHoldAnswer(const SessionDescription& answer) {
   const SdpMedia& stream = answer.media[stream_];
   StreamSecurity security =
       SecurityOfAnswer(stream, local_.protocol, agreed_.local_key ? &*agreed_.local_key : nullptr);
-  const std::vector<CodecMatch> common = CommonCodecs(stream, {agreed_.codec.implementation});
-  if (!stream.IsRtpAudio() || !security.problem.empty() || common.empty()) {
-    return BreakOff("The answer to our re-INVITE cannot be taken " + security.problem);
-  }
-  agreed_.codec = common.front();
+  std::string problem = security.problem;
+  if (!stream.IsRtpAudio()) problem = "it has " + stream.kind + " over " + stream.protocol;
+  const std::optional<CodecMatch> same =
+      problem.empty() ? FindCallsCodec(stream, true, problem) : std::optional<CodecMatch>();
+  if (!same) return BreakOff("The answer to our re-INVITE cannot be taken: " + problem);
+  agreed_.codec = *same;
   agreed_.remote_key = std::move(security.remote);
   if (!leg_.media->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, stream, answer.session_name, agreed_)) {
     return BreakOff("The media server refused the far end's new description");

@@ -36,6 +36,12 @@ switch_call_cause_t CauseOfBye(const sip_t* sip) {
   return cause == SWITCH_CAUSE_LOSE_RACE ? SWITCH_CAUSE_NORMAL_CLEARING : cause;
 }
 
+/// The requests that may come with another Contact, and the answers to ours (RFC 3261, 12.2).
+bool MovesFarEnd(int event, int status) {
+  const bool answer = event == nua_r_invite || event == nua_r_update;
+  return event == nua_i_invite || event == nua_i_update || (answer && status >= 200 && status < 300);
+}
+
 // Of a switch that is full or that too many calls come to, in seconds: less would be a storm of second tries.
 constexpr const char* kRetryAfter = "5";
 
@@ -77,6 +83,7 @@ bool SipDialog::AdoptOnSipThread(nua_handle_s* handle, const sip_s* sip, bool ov
     return false;
   }
   far_end_updates_ = AllowsUpdate(sip);
+  target_.OnTheirInvite(sip);
   handle_ = handle;
   phase_ = Phase::kIncoming;
   remote_sdp_ = Body(sip);
@@ -157,7 +164,7 @@ void SipDialog::EndOnSipThread(switch_call_cause_t cause, int status, const std:
       break;
     case Phase::kUp:
       DropTheirExchangeOnSipThread();
-      nua_bye(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
+      SendByeOnSipThread(reason);
       break;
     case Phase::kEnding:
       break;
@@ -189,7 +196,7 @@ void SipDialog::FinishOnSipThread(DialogEvent event) {
 void SipDialog::CloseOnSipThread() {
   phase_ = Phase::kOver;
   sink_ = nullptr;
-  for (su_timer_s** timer : {&glare_timer_, &cancel_timer_}) {
+  for (su_timer_s** timer : {&glare_timer_, &cancel_timer_, &bye_timer_}) {
     if (*timer) su_timer_destroy(std::exchange(*timer, nullptr));
   }
   StopSessionTimerOnSipThread();
@@ -203,7 +210,7 @@ void SipDialog::CloseOnSipThread() {
 void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip) {
   if (phase_ == Phase::kEnding && status >= 200 && status < 300) {
     // Our CANCEL and the far end's answer crossed: the call stands and has to be taken down.
-    nua_bye(handle_, TAG_IF(!end_reason_.empty(), SIPTAG_REASON_STR(end_reason_.c_str())), TAG_END());
+    SendByeOnSipThread(end_reason_);
     return;
   }
   if (phase_ == Phase::kUp && exchange_ == Exchange::kOurs) return OnReinviteResponseOnSipThread(status, phrase, sip);
@@ -214,6 +221,7 @@ void SipDialog::OnInviteResponseOnSipThread(int status, const char* phrase, cons
     phase_ = Phase::kUp;
     remote_sdp_ = Body(sip);
     far_end_updates_ = AllowsUpdate(sip);
+    target_.OnOurInviteAnswered(sip);
     timer_.OnAnswered(TimerHeaders(sip));
     StartSessionTimerOnSipThread();
     if (sink_) sink_({DialogEvent::Kind::kAnswered, status, phrase, remote_sdp_, SWITCH_CAUSE_NONE, ToTag(sip)});
@@ -240,6 +248,7 @@ void SipDialog::OnStateOnSipThread(int status, const char* phrase, int call_stat
 }
 
 void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, const sip_s* sip, int call_state) {
+  if (MovesFarEnd(event, status)) target_.OnRefresh(sip);
   switch (event) {
     case nua_r_invite:
       OnInviteResponseOnSipThread(status, phrase, sip);
@@ -258,7 +267,11 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
     case nua_i_update:
       OnUpdateOnSipThread(sip);
       break;
+    case nua_r_notify:
+      if (status >= 200) OnOursAnsweredOnSipThread();
+      break;
     case nua_r_update:
+      if (status >= 200) OnOursAnsweredOnSipThread();
       OnUpdateResponseOnSipThread(status, sip);
       break;
     case nua_i_cancel:
@@ -267,6 +280,9 @@ void SipDialog::OnEventOnSipThread(int event, int status, const char* phrase, co
     case nua_i_bye:
       DropTheirExchangeOnSipThread();
       FinishOnSipThread({DialogEvent::Kind::kHungUp, 200, phrase, "", CauseOfBye(sip)});
+      break;
+    case nua_r_method:  // the BYE that went past the stack's queue
+      if (status >= 200) agent_->ForgetOnSipThread(this);
       break;
     case nua_i_state:
       OnStateOnSipThread(status, phrase, call_state);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "sip/remote_target.h"
 #include "sip/session_timer.h"
 #include "sip/sip_refer.h"
 
@@ -75,7 +76,9 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   /// A further INVITE. One at a time; it waits for one of the far end's to be over, and is repeated a few times when
   /// both had the idea at once (RFC 3261, 14.1).
   void Reinvite(std::string sdp);
-  void AnswerReinvite(std::string sdp);
+  /// `waiting_offer`: what our own INVITE, which waits for this one to be over, is to say now; "" when it may say what
+  /// it was to say, or there is none.
+  void AnswerReinvite(std::string sdp, std::string waiting_offer = "");
   void RefuseReinvite(int status, std::string warning);
   /// Tells how the transfer goes that the REFER `id` asked for; from 200 on it is over (RFC 3515, 2.4.5).
   void NotifyReferrer(unsigned id, int status);
@@ -123,6 +126,9 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnSessionTimerOnSipThread();
   void RefreshOnSipThread();
   void EndUnrefreshedOnSipThread();
+  void SendByeOnSipThread(const std::string& reason);
+  void SendByePastTheQueueOnSipThread();
+  void OnOursAnsweredOnSipThread();
   void EndTheirExchangeOnSipThread();
   void DropTheirExchangeOnSipThread();
   void RepeatReinviteLaterOnSipThread();
@@ -148,7 +154,11 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   std::optional<std::string> next_offer_;  // behind a refresh that has been sent
   int glares_ = 0;
   su_timer_s* glare_timer_ = nullptr;
-  su_timer_s* cancel_timer_ = nullptr;          // runs from our CANCEL on
+  su_timer_s* cancel_timer_ = nullptr;  // runs from our CANCEL on
+  su_timer_s* bye_timer_ = nullptr;     // runs while a BYE of ours waits behind those unanswered_
+  std::string bye_reason_;              // what it says
+  int unanswered_ = 0;                  // NOTIFYs and UPDATEs of ours
+  RemoteTarget target_;
   OutboundInvite invite_;                       // of a call of ours
   std::shared_ptr<SavedRequest> their_update_;  // while kTheirs, when it is no INVITE
   SessionTimer timer_;

@@ -36,16 +36,17 @@ void SipDialog::Reinvite(std::string sdp) {
     self.our_offer_ = sdp;
     self.refreshing_ = false;
     self.glares_ = 0;
-    self.SendReinviteOnSipThread();
+    if (!self.glare_timer_) self.SendReinviteOnSipThread();
   });
 }
 
-void SipDialog::AnswerReinvite(std::string sdp) {
-  PostSelf([sdp = std::move(sdp)](SipDialog& self) {
+void SipDialog::AnswerReinvite(std::string sdp, std::string waiting_offer) {
+  PostSelf([sdp = std::move(sdp), waiting_offer = std::move(waiting_offer)](SipDialog& self) {
     if (self.phase_ != Phase::kUp || self.exchange_ != Exchange::kTheirs) return;
     self.we_offered_ = self.their_offer_.empty();
     if (!self.we_offered_) self.remote_sdp_ = std::exchange(self.their_offer_, {});
     self.local_sdp_ = sdp;
+    if (!waiting_offer.empty()) self.our_offer_ = waiting_offer;
     self.AcceptOnSipThread(sdp, self.their_update_ ? self.their_update_->Message() : nullptr);
     self.EndTheirExchangeOnSipThread();
   });

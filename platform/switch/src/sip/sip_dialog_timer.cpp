@@ -128,18 +128,20 @@ void SipDialog::EndUnrefreshedOnSipThread() {
   const std::string reason = ReasonHeader(SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE);
   DropTheirExchangeOnSipThread();
   FinishOnSipThread({DialogEvent::Kind::kLost, 408, "session timer", "", SWITCH_CAUSE_RECOVERY_ON_TIMER_EXPIRE});
-  nua_bye(handle_, SIPTAG_REASON_STR(reason.c_str()), TAG_END());
+  SendByeOnSipThread(reason);
 }
 
 /// Without a description where the far end knows UPDATE, else an INVITE with the one that it has.
 void SipDialog::RefreshOnSipThread() {
-  if (exchange_ != Exchange::kNone || updating_) return;  // that refreshes too
+  // Each of them refreshes too; an INVITE that met theirs has its own time (RFC 3261, 14.1).
+  if (exchange_ != Exchange::kNone || updating_ || glare_timer_) return;
   if (!far_end_updates_) {
-    refreshing_ = !our_offer_;
-    if (refreshing_) our_offer_ = local_sdp_;
+    refreshing_ = true;
+    our_offer_ = local_sdp_;
     return SendReinviteOnSipThread();
   }
   updating_ = true;
+  ++unanswered_;
   const std::string expires = timer_.RequestExpires();
   const std::string least = timer_.RequestLeast();
   nua_update(handle_, SIPTAG_SUPPORTED_STR(kSupported), SIPTAG_SESSION_EXPIRES_STR(expires.c_str()),

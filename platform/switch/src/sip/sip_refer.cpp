@@ -99,6 +99,7 @@ void SipDialog::NotifyReferrer(unsigned id, int status) {
     const bool last = status >= 200;
     const std::string event = "refer;id=" + std::to_string(id);
     const std::string fragment = "SIP/2.0 " + std::to_string(status) + " " + PhraseOfStatus(status) + "\r\n";
+    ++self.unanswered_;
     nua_notify(self.handle_, NUTAG_SUBSTATE(last ? nua_substate_terminated : nua_substate_active),
                SIPTAG_SUBSCRIPTION_STATE_STR(last ? "terminated;reason=noresource" : "active;expires=60"),
                SIPTAG_EVENT_STR(event.c_str()), SIPTAG_CONTENT_TYPE_STR("message/sipfrag;version=2.0"),
