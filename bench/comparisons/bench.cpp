@@ -16,7 +16,8 @@ namespace {
 const std::vector<Group>& Groups() {
   static const std::vector<Group> groups{{"forwarding", CompareForwarding}, {"srtp", CompareSrtp},
                                          {"steady", CompareSteadyWork},     {"module", CompareModule},
-                                         {"control", CompareControl},       {"calls", CompareCallSetup}};
+                                         {"control", CompareControl},       {"calls", CompareCallSetup},
+                                         {"held", CompareCallsHeld}};
   return groups;
 }
 

@@ -42,6 +42,9 @@ std::filesystem::path SwitchConfiguration(const Settings& settings) {
           "name=\"max-sessions\" value=\"40000\"");
   Replace(conf / "autoload_configs/switch.conf.xml", "name=\"sessions-per-second\" value=\"1000\"",
           "name=\"sessions-per-second\" value=\"100000\"");
+  if (settings.relay_threads != 1) {
+    Replace(conf / "jsr309.xml", "<threads>1<", "<threads>" + std::to_string(settings.relay_threads) + "<");
+  }
   return conf;
 }
 

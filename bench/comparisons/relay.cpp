@@ -17,6 +17,9 @@ ProgramSettings SettingsOf(const Settings& settings, std::vector<std::string> co
   return program;
 }
 
+// What the control library sets when nothing is said.
+constexpr char kDefaultCoalescingUs[] = "300";
+
 class FloorRelay : public Relay {
  public:
   explicit FloorRelay(const Settings& settings)
@@ -35,15 +38,17 @@ class FloorRelay : public Relay {
 
 class EngineRelay : public Relay {
  public:
-  explicit EngineRelay(const Settings& settings)
-      : program_(SettingsOf(settings,
-                            {(settings.programs / "bench_engine_host").string(), kRelayAddress,
-                             std::to_string(kFirstRelayPort), std::to_string(kLastRelayPort)},
-                            "engine.log")) {
+  EngineRelay(const Settings& settings, RelayKind kind)
+      : kind_(kind),
+        program_(SettingsOf(
+            settings,
+            {(settings.programs / "bench_engine_host").string(), kRelayAddress, std::to_string(kFirstRelayPort),
+             std::to_string(kLastRelayPort), kind == RelayKind::kEngine ? kDefaultCoalescingUs : "0"},
+            "engine.log")) {
     program_.Hear("ready");
   }
 
-  std::string name() const override { return NameOf(RelayKind::kEngine); }
+  std::string name() const override { return NameOf(kind_); }
   std::vector<uint16_t> OpenCalls(const FarSide& far_side) override {
     program_.Say(Line(std::string("legs ") + kFarAddress + " " + std::to_string(far_side.rtcp_port), far_side.ports));
     program_.Say(Line("keys", far_side.keys));
@@ -52,6 +57,7 @@ class EngineRelay : public Relay {
   Program& program() override { return program_; }
 
  private:
+  const RelayKind kind_;
   Program program_;
 };
 
@@ -110,6 +116,8 @@ std::string NameOf(RelayKind kind) {
       return "bare forwarder";
     case RelayKind::kEngine:
       return "media engine";
+    case RelayKind::kEngineAtOnce:
+      return "media engine, no coalescing";
     case RelayKind::kRtpengine:
       return "rtpengine";
   }
@@ -118,8 +126,8 @@ std::string NameOf(RelayKind kind) {
 
 std::unique_ptr<Relay> StartRelay(RelayKind kind, const Settings& settings) {
   if (kind == RelayKind::kFloor) return std::make_unique<FloorRelay>(settings);
-  if (kind == RelayKind::kEngine) return std::make_unique<EngineRelay>(settings);
-  return std::make_unique<RtpengineRelay>(settings);
+  if (kind == RelayKind::kRtpengine) return std::make_unique<RtpengineRelay>(settings);
+  return std::make_unique<EngineRelay>(settings, kind);
 }
 
 std::vector<std::string> RtpengineCommand(const Settings& settings) {
@@ -130,7 +138,7 @@ std::vector<std::string> RtpengineCommand(const Settings& settings) {
                       << "listen-ng = " << kRelayAddress << ":" << kNgPort << "\n"
                       << "port-min = " << kFirstRelayPort << "\n"
                       << "port-max = " << kLastRelayPort << "\n"
-                      << "num-threads = 1\n"  // one core: more only take turns on it
+                      << "num-threads = " << settings.relay_threads << "\n"
                       << "timeout = 3600\nsilent-timeout = 3600\noffer-timeout = 3600\ndelete-delay = 0\n"
                       << "log-level = 3\nlog-stderr = true\nforeground = true\n";
   return {"rtpengine", "--config-file=" + file.string(), "--foreground", "--log-stderr"};

@@ -17,7 +17,12 @@ struct FarSide {
   std::vector<std::string> keys;  ///< "SUITE:KEY" for each; empty: in the clear
 };
 
-enum class RelayKind { kFloor, kEngine, kRtpengine };
+enum class RelayKind {
+  kFloor,
+  kEngine,        ///< as it is by default
+  kEngineAtOnce,  ///< without coalescing
+  kRtpengine
+};
 
 class Relay {
  public:

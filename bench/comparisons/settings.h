@@ -31,6 +31,7 @@ struct Settings {
   int rounds = 5;                               ///< of each comparison, its sides in turns
   double trial_seconds = 1.0;                   ///< one trial at one rate
   double steady_seconds = 4.0;                  ///< at a rate that is given
+  unsigned relay_threads = 1;                   ///< of what moves packets; on one core more only take turns
   std::function<void(const std::string&)> say;  ///< progress, for who waits
 };
 
@@ -48,5 +49,6 @@ Comparisons CompareSteadyWork(const Settings& settings);  ///< cost and delay at
 Comparisons CompareModule(const Settings& settings);
 Comparisons CompareControl(const Settings& settings);
 Comparisons CompareCallSetup(const Settings& settings);  ///< rate and cost of calls
+Comparisons CompareCallsHeld(const Settings& settings);  ///< calls at once, with audio, on all cores
 
 }  // namespace bench

@@ -1,7 +1,7 @@
 // The media engine as a program of its own: one server, one worker, and a call for every two legs. RTCP, statistics and
 // rewriting are on, as they are by default.
 //
-// Started with its address and the first and last of its ports; says "ready", then
+// Started with its address, the first and last of its ports and the microseconds of coalescing; says "ready", then
 //
 //     legs FAR RTCP_PORT P0 P1 ...   and   keys [K0 K1 ...]   ->  ports L0 L1 ...
 #include <cstdio>
@@ -48,11 +48,12 @@ void Check(const media_engine::Outcome& outcome, const char* what) {
 
 class Host {
  public:
-  Host(const std::string& address, uint16_t first_port, uint16_t last_port) {
+  Host(const std::string& address, uint16_t first_port, uint16_t last_port, unsigned coalescing_us) {
     media_engine::ServerConfig config;
     config.addresses = {address};
     config.rtp_port_min = first_port;
     config.rtp_port_max = last_port;
+    config.coalescing = std::chrono::microseconds(coalescing_us);
     config.log = [](media_engine::LogLevel level, const std::string& text) {
       if (level <= media_engine::LogLevel::kWarning) std::fprintf(stderr, "%s\n", text.c_str());
     };
@@ -114,8 +115,9 @@ class Host {
 }  // namespace bench
 
 int main(int argc, char** argv) try {
-  if (argc != 4) throw std::runtime_error("wants ADDRESS FIRST_PORT LAST_PORT");
-  bench::Host host(argv[1], static_cast<uint16_t>(std::stoul(argv[2])), static_cast<uint16_t>(std::stoul(argv[3])));
+  if (argc != 5) throw std::runtime_error("wants ADDRESS FIRST_PORT LAST_PORT COALESCING_US");
+  bench::Host host(argv[1], static_cast<uint16_t>(std::stoul(argv[2])), static_cast<uint16_t>(std::stoul(argv[3])),
+                   static_cast<unsigned>(std::stoul(argv[4])));
   bench::Answer("ready");
   std::string legs, keys;
   std::getline(std::cin, legs);

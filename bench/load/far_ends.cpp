@@ -103,6 +103,16 @@ std::vector<uint16_t> FarEnds::Ports() const {
   return ports;
 }
 
+void FarEnds::Reorder(const std::vector<std::size_t>& order) {
+  if (order.size() != ends_.size()) throw std::runtime_error("the order is not of as many far ends");
+  std::vector<End> reordered(ends_.size());
+  for (std::size_t i = 0; i < order.size(); ++i) std::swap(reordered[i], ends_.at(order[i]));
+  for (const End& end : reordered) {
+    if (end.socket < 0) throw std::runtime_error("a far end stands twice in the order");
+  }
+  ends_ = std::move(reordered);
+}
+
 void FarEnds::ConnectTo(const std::string& address, const std::vector<uint16_t>& ports) {
   if (ports.size() != ends_.size()) throw std::runtime_error("not as many ports as far ends");
   for (std::size_t i = 0; i < ends_.size(); ++i) {

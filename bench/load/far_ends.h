@@ -38,6 +38,8 @@ class FarEnds {
   /// Where reports shall go: one socket for all, so that they meet an open port.
   uint16_t RtcpPort() const { return rtcp_port_; }
   std::vector<std::string> Keys() const { return seals_.Keys(); }
+  /// Puts the far ends into another order: at each place stands which one it is now. Before anything is sent.
+  void Reorder(const std::vector<std::size_t>& order);
   /// Where the far ends send from now on.
   void ConnectTo(const std::string& address, const std::vector<uint16_t>& ports);
 

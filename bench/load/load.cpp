@@ -3,6 +3,8 @@
 //     open COUNT ADDRESS [srtp]   ->  ports P0 P1 ...   rtcp P   keys K0 K1 ...
 //     to ADDRESS P0 P1 ...        ->  ready
 //     run RATE SECONDS [stamped]  ->  result NAME VALUE ...
+//     order E0 E1 ...             ->  ready                    (before "to": which ends are the two of a call)
+//     talk COUNT SECONDS          ->  result NAME VALUE ...    (so many ends at 50/s, at rest between packets)
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -19,6 +21,7 @@
 namespace bench {
 namespace {
 
+constexpr double kPacketsPerSecond = 50;  // of a far end that talks
 constexpr int64_t kGraceNs = 300'000'000;
 constexpr int64_t kReportsEveryNs = 20'000'000;
 constexpr uint64_t kTurnsUnread = 8;  // of a far end: packets that may wait in its socket
@@ -32,15 +35,22 @@ struct Outcome {
   std::vector<int64_t> delays;
 };
 
-/// Sends at an even pace: one packet every 1/rate seconds, the far ends taking turns.
+/// Whether it waits for the next packet awake, which is exact and takes a core, or asleep.
+enum class Waiting { kAwake, kAsleep };
+
+/// Sends at an even pace: one packet every 1/rate seconds, the first so many far ends taking turns.
 class Run {
  public:
-  Run(FarEnds& ends, double rate, double seconds)
-      : ends_(ends), rate_(rate), planned_(static_cast<uint64_t>(std::llround(rate * seconds))) {}
+  Run(FarEnds& ends, std::size_t count, double rate, double seconds, Waiting waiting = Waiting::kAwake)
+      : ends_(ends),
+        count_(count),
+        rate_(rate),
+        planned_(static_cast<uint64_t>(std::llround(rate * seconds))),
+        waiting_(waiting) {}
 
   Outcome Do(bool stamped) {
     outcome_.planned = planned_;
-    ends_.BeginRun(stamped, static_cast<std::size_t>(planned_ / ends_.count() + 1));
+    ends_.BeginRun(stamped, static_cast<std::size_t>(planned_ / count_ + 1));
     if (stamped) outcome_.delays.reserve(planned_);
     outcome_.quiet = AwaitQuiet();
     const uint64_t drops = ends_.OwnDrops();
@@ -74,11 +84,11 @@ class Run {
     for (uint64_t i = 0; i < planned_; ++i) {
       const int64_t due = start + static_cast<int64_t>(static_cast<double>(i) * 1e9 / rate_);
       int64_t now = MonotonicNs();
-      while (now < due) now = MonotonicNs();
+      while (now < due) now = Wait();
       outcome_.lateness_ns = now - due;
       outcome_.longest_lateness_ns = std::max(outcome_.longest_lateness_ns, now - due);
-      const std::size_t end = i % ends_.count();
-      if (i / ends_.count() % kTurnsUnread == kTurnsUnread - 1) Receive(end, outcome_.in_time);
+      const std::size_t end = i % count_;
+      if (i / count_ % kTurnsUnread == kTurnsUnread - 1) Receive(end, outcome_.in_time);
       if (ends_.Send(end)) {
         ++outcome_.sent;
       } else {
@@ -88,6 +98,11 @@ class Run {
       ends_.DrainReports();
       reports_due = now + kReportsEveryNs;
     }
+  }
+
+  int64_t Wait() const {
+    if (waiting_ == Waiting::kAsleep) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return MonotonicNs();
   }
 
   void Receive(std::size_t end, uint64_t& counter) {
@@ -103,8 +118,10 @@ class Run {
   }
 
   FarEnds& ends_;
+  const std::size_t count_;
   const double rate_;
   const uint64_t planned_;
+  const Waiting waiting_;
   Outcome outcome_;
 };
 
@@ -138,11 +155,22 @@ void Obey(const Words& words, std::unique_ptr<FarEnds>& ends) {
     Answer(Line("ports", ends->Ports()));
     Answer("rtcp " + std::to_string(ends->RtcpPort()));
     Answer(Line("keys", ends->Keys()));
+  } else if (words[0] == "order" && ends) {
+    std::vector<std::size_t> order;
+    for (auto word = words.begin() + 1; word != words.end(); ++word) order.push_back(std::stoul(*word));
+    ends->Reorder(order);
+    Answer("ready");
   } else if (words[0] == "to" && words.size() >= 3 && ends) {
     ends->ConnectTo(words[1], PortsOf(words, 2));
     Answer("ready");
   } else if (words[0] == "run" && words.size() >= 3 && ends) {
-    Report(Run(*ends, std::stod(words[1]), std::stod(words[2])).Do(words.size() > 3 && words[3] == "stamped"));
+    Run run(*ends, ends->count(), std::stod(words[1]), std::stod(words[2]));
+    Report(run.Do(words.size() > 3 && words[3] == "stamped"));
+  } else if (words[0] == "talk" && words.size() == 3 && ends) {
+    const std::size_t count = std::stoul(words[1]);
+    if (count == 0 || count > ends->count()) throw std::runtime_error("no such far ends");
+    Run run(*ends, count, kPacketsPerSecond * static_cast<double>(count), std::stod(words[2]), Waiting::kAsleep);
+    Report(run.Do(false));
   } else {
     throw std::runtime_error("unknown command \"" + words[0] + "\"");
   }

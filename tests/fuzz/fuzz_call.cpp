@@ -147,10 +147,7 @@ void Call::Talk() {
 
 void Call::RunTimers() {
   timers_ran_ = now_;
-  for (const Leg* leg : {&a_, &b_}) {
-    leg->participant->CheckSilence(now_);
-    leg->participant->RunRtcp(now_);
-  }
+  for (const Leg* leg : {&a_, &b_}) leg->participant->Check(now_);
 }
 
 void Call::FillIn(bool first_leg, std::vector<uint8_t>& packet) const {

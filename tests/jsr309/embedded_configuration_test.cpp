@@ -42,6 +42,19 @@ TEST_F(EmbeddedConfiguration, ABadRestOfPortsIsRefusedByFileElementAndValue) {
   }
 }
 
+TEST_F(EmbeddedConfiguration, ABadCoalescingIsRefusedByFileElementAndValue) {
+  for (const char* value : {"little", "-1", "5001", "0.3"}) {
+    EmbeddedOptions options;
+    options.coalescing_us = value;
+    ExpectRefused(options, "coalescing_us", value, "not a number of microseconds from 0 to 5000");
+  }
+  for (const char* value : {"0", "300", "5000"}) {
+    EmbeddedOptions options;
+    options.coalescing_us = value;
+    EXPECT_TRUE(Init(options)) << value;
+  }
+}
+
 TEST_F(EmbeddedConfiguration, ABadHeartbeatIsRefusedByFileElementAndValue) {
   EmbeddedOptions options;
   options.heartbeat_ms = "19";

@@ -39,6 +39,7 @@ struct EmbeddedOptions {
   unsigned lost_events_per_second = 0;   // 0: the default
   std::string heartbeat_ms;              // empty: the default
   std::string port_quarantine_ms = "0";  // empty: the default
+  std::string coalescing_us;             // empty: the default
   std::string driver = "embedded";
   unsigned request_timeout_ms = 5000;
   std::string extra;                // XML inside every media_server
@@ -174,6 +175,7 @@ class EmbeddedTest : public ::testing::Test {
            << "</threads>\n";
       WriteElement(file, "port_quarantine_ms", options.port_quarantine_ms);
       WriteElement(file, "heartbeat_ms", options.heartbeat_ms);
+      WriteElement(file, "coalescing_us", options.coalescing_us);
       if (number <= static_cast<int>(options.capacities.size())) {
         WriteElement(file, "capacity", std::to_string(options.capacities[static_cast<size_t>(number - 1)]));
       }

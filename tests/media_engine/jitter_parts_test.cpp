@@ -6,10 +6,10 @@
 #include <memory>
 #include <random>
 
+#include "endpoint_timers.h"
 #include "far_end.h"
 #include "jitter_plan.h"
 #include "payload_store.h"
-#include "playout_timers.h"
 #include "transit_window.h"
 
 namespace media_engine_test {
@@ -133,11 +133,11 @@ TimePoint At(int ms) {
   return TimePoint(seconds{1000} + milliseconds{ms});
 }
 
-TEST(PlayoutTimers, TheNextDueIsTheFirstOfAll) {
-  PlayoutTimers timers;
-  std::vector<std::unique_ptr<PlayoutTimer>> all;
+TEST(EndpointTimers, TheNextDueIsTheFirstOfAll) {
+  EndpointTimers timers;
+  std::vector<std::unique_ptr<EndpointTimer>> all;
   for (int i = 0; i < 50; ++i) {
-    all.push_back(std::make_unique<PlayoutTimer>(nullptr));
+    all.push_back(std::make_unique<EndpointTimer>(nullptr));
     timers.Attach(*all.back());
   }
   EXPECT_EQ(timers.NextDue(At(1 << 30)), nullptr);  // none is set
@@ -146,7 +146,7 @@ TEST(PlayoutTimers, TheNextDueIsTheFirstOfAll) {
     const std::size_t which = random() % all.size();
     const unsigned what = random() % 10;
     if (what == 0) {
-      all[which] = std::make_unique<PlayoutTimer>(nullptr);  // the former goes while it is attached
+      all[which] = std::make_unique<EndpointTimer>(nullptr);  // the former goes while it is attached
       timers.Attach(*all[which]);
     } else if (what == 1) {
       all[which]->Detach();
@@ -156,7 +156,7 @@ TEST(PlayoutTimers, TheNextDueIsTheFirstOfAll) {
     }
     const auto first =
         std::min_element(all.begin(), all.end(), [](const auto& a, const auto& b) { return a->due() < b->due(); });
-    const PlayoutTimer* next = timers.NextDue(At(1 << 30));
+    const EndpointTimer* next = timers.NextDue(At(1 << 30));
     if ((*first)->due() == TimePoint::max()) {
       ASSERT_EQ(next, nullptr);
     } else {
@@ -167,10 +167,10 @@ TEST(PlayoutTimers, TheNextDueIsTheFirstOfAll) {
   }
 }
 
-TEST(PlayoutTimers, TheRestIsUntilTheNextIsDueRoundedUp) {
-  PlayoutTimers timers;
+TEST(EndpointTimers, TheRestIsUntilTheNextIsDueRoundedUp) {
+  EndpointTimers timers;
   EXPECT_EQ(timers.RestAfter(At(0), milliseconds{100}), milliseconds{100});
-  PlayoutTimer timer(nullptr);
+  EndpointTimer timer(nullptr);
   timer.Set(At(30));
   EXPECT_TRUE(timers.empty());
   timers.Attach(timer);  // with the time that it has

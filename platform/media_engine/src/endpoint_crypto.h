@@ -70,6 +70,7 @@ class EndpointCrypto {
   }
   /// Lets go of keys whose time is over; now and then.
   void DropFormerKeys(TimePoint now);
+  bool KeepsFormerKeys() const { return former_ != nullptr; }
   /// Adds what was counted.
   void AddTo(EndpointStatistics& statistics) const;
 

@@ -48,6 +48,10 @@ Outcome CheckConfig(const ServerConfig& config, const PortPool& ports) {
   if (config.heartbeat <= milliseconds{0}) {
     return Outcome::Refused("heartbeat of " + std::to_string(config.heartbeat.count()) + " ms is not positive");
   }
+  if (config.coalescing < std::chrono::microseconds{0} || config.coalescing >= seconds{1}) {
+    return Outcome::Refused("coalescing of " + std::to_string(config.coalescing.count()) +
+                            " us is not from 0 to 999999 us");
+  }
   if (config.port_quarantine < milliseconds{0}) {
     return Outcome::Refused("port quarantine of " + std::to_string(config.port_quarantine.count()) + " ms is negative");
   }

@@ -47,8 +47,8 @@ class ImageStream {
 
   void Described(bool& side, bool& other_side, Offer own, Offer others, bool image, bool offer);
 
-  bool local_ = false, remote_ = false;  // what each side has described
   bool in_use_ = false;
+  bool local_ = false, remote_ = false;  // what each side has described
   Offer unanswered_ = Offer::kNone;
   bool answered_ahead_ = false;  // we have answered an offer that has yet to be told
   bool answered_ = false;        // we have answered the far end's last offer; to answer again answers no other

@@ -3,39 +3,122 @@
 #include <cerrno>
 
 namespace media_engine {
+namespace {
+
+bool NothingThere(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+/// A connected socket's next call fails with what became of a packet that was sent before: there was nobody at the
+/// port, or no way to it (ICMP). It says nothing of this packet.
+bool IsOfFormerPacket(int error) {
+  return error == ECONNREFUSED || error == EHOSTUNREACH || error == ENETUNREACH || error == EHOSTDOWN ||
+         error == ENOPROTOOPT || error == EMSGSIZE || error == EPROTO || error == EOPNOTSUPP || error == ENONET;
+}
+
+void CountReceiveError(Participant& from) {
+  if (!NothingThere(errno) && !IsOfFormerPacket(errno)) from.CountReceiveError();
+}
+
+/// How packets get to an endpoint's far end.
+struct Way {
+  explicit Way(const Participant& through) {
+    const PortPair& ports = *through.ports();
+    const SocketAddress& far_end = through.remote_rtp();
+    if (ports.HasExpressTo(far_end)) {
+      fd = ports.express().fd();
+    } else {
+      fd = ports.rtp().fd();
+      name = far_end.native();
+      length = far_end.length();
+    }
+  }
+  /// After a failure, by errno. A packet is not lost because an earlier one was: the error is gone by the second
+  /// attempt.
+  bool IsWorthAnother(int attempt) const {
+    return errno == EINTR || (attempt == 0 && name == nullptr && IsOfFormerPacket(errno));
+  }
+
+  int fd = -1;
+  const sockaddr* name = nullptr;  // null: connected
+  socklen_t length = 0;
+};
+
+}  // namespace
+
+PacketMover::Buffers::Buffers() : received{}, sent{} {
+  for (std::size_t i = 0; i < kBatch; ++i) {
+    received_parts[i] = {packets[i].data(), kPacketRoom};
+    received[i].msg_hdr.msg_name = sources[i].native();
+    received[i].msg_hdr.msg_iov = &received_parts[i];
+    received[i].msg_hdr.msg_iovlen = 1;
+    sent[i].msg_hdr.msg_iov = &sent_parts[i];
+    sent[i].msg_hdr.msg_iovlen = 1;
+  }
+}
 
 PacketMover::PacketMover() : buffers_(std::make_unique<Buffers>()) {}
 
-std::size_t PacketMover::Receive(int fd, Participant& from) {
+bool PacketMover::Gather(Participant& from, const UdpSocket& socket, Protocol protocol) {
   Buffers& b = *buffers_;
-  for (std::size_t i = 0; i < kBatch; ++i) {
-    b.received_parts[i] = {b.packets[i].data(), kPacketRoom};
-    b.received[i] = {};
-    b.received[i].msg_hdr.msg_name = b.sources[i].native();
-    b.received[i].msg_hdr.msg_namelen = SocketAddress::kRoom;
-    b.received[i].msg_hdr.msg_iov = &b.received_parts[i];
-    b.received[i].msg_hdr.msg_iovlen = 1;
+  socklen_t room = SocketAddress::kRoom;
+  // With MSG_TRUNC the length is the packet's own.
+  const ssize_t length = recvfrom(socket.fd(), b.packets[gathered_].data(), kPacketRoom, MSG_DONTWAIT | MSG_TRUNC,
+                                  b.sources[gathered_].native(), &room);
+  if (length < 0) {
+    CountReceiveError(from);
+    return false;
   }
-  const int count = recvmmsg(fd, b.received.data(), kBatch, MSG_DONTWAIT, nullptr);
+  if (static_cast<std::size_t>(length) > kPacketRoom) {
+    from.CountOversized();
+  } else {
+    b.gathered[gathered_++] = {&from, static_cast<std::size_t>(length), protocol};
+  }
+  return true;
+}
+
+void PacketMover::MoveGathered(TimePoint now) {
+  Buffers& b = *buffers_;
+  std::size_t out = 0;
+  for (std::size_t i = 0; i < gathered_; ++i) {
+    const Gathered& one = b.gathered[i];
+    if (one.protocol == Protocol::kRtcp) {
+      one.from->TakeRtcp(b.packets[i].data(), one.length, b.sources[i], now);
+    } else {
+      b.handovers[out] = one.from->TakeRtp(b.packets[i].data(), one.length, b.sources[i], now);
+      if (b.handovers[out].to != nullptr) ++out;
+    }
+  }
+  gathered_ = 0;
+  for (std::size_t i = 0; i < out; ++i) SendOne(*b.handovers[i].to, b.handovers[i]);
+}
+
+std::size_t PacketMover::ReceiveBatch(const UdpSocket& socket, Participant& from) {
+  Buffers& b = *buffers_;
+  for (mmsghdr& one : b.received) one.msg_hdr.msg_namelen = SocketAddress::kRoom;
+  const int count = recvmmsg(socket.fd(), b.received.data(), kBatch, MSG_DONTWAIT, nullptr);
   if (count >= 0) return static_cast<std::size_t>(count);
-  if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) from.CountReceiveError();
+  CountReceiveError(from);
   return 0;
 }
 
-void PacketMover::MoveRtp(Participant& from, TimePoint now) {
+std::size_t PacketMover::MoveBatch(Participant& from, const UdpSocket& socket, Protocol protocol, TimePoint now) {
   Buffers& b = *buffers_;
-  const std::size_t received = Receive(from.ports()->rtp().fd(), from);
+  const std::size_t received = ReceiveBatch(socket, from);
   std::size_t out = 0;
   for (std::size_t i = 0; i < received; ++i) {
     if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
       from.CountOversized();
-      continue;
+    } else if (protocol == Protocol::kRtcp) {
+      from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
+    } else {
+      b.handovers[out] = from.TakeRtp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
+      if (b.handovers[out].to != nullptr) ++out;
     }
-    b.handovers[out] = from.TakeRtp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
-    if (b.handovers[out].to != nullptr) ++out;
   }
   // A participant has one peer at a time, and joins do not change within a batch.
   if (out > 0) Send(*b.handovers[0].to, out);
+  return received;
 }
 
 void PacketMover::PlayOut(Participant& from, TimePoint now) {
@@ -51,41 +134,43 @@ void PacketMover::PlayOut(Participant& from, TimePoint now) {
 }
 
 void PacketMover::Send(Participant& through, std::size_t count) {
+  count == 1 ? SendOne(through, buffers_->handovers[0]) : SendBatch(through, count);
+}
+
+void PacketMover::SendOne(Participant& through, const Handover& packet) {
+  const Way way(through);
+  for (int attempt = 0;; ++attempt) {
+    const ssize_t sent = sendto(way.fd, packet.data, packet.length, MSG_DONTWAIT | MSG_NOSIGNAL, way.name, way.length);
+    if (sent >= 0) return through.CountSent(packet);
+    if (!way.IsWorthAnother(attempt)) break;
+  }
+  // Whatever it is concerns this packet, or will be gone by the next one: voice does not wait.
+  through.CountSendError();
+}
+
+void PacketMover::SendBatch(Participant& through, std::size_t count) {
   Buffers& b = *buffers_;
-  SocketAddress to = through.remote_rtp();
+  const Way way(through);
   for (std::size_t i = 0; i < count; ++i) {
     b.sent_parts[i] = {b.handovers[i].data, b.handovers[i].length};
-    b.sent[i] = {};
-    b.sent[i].msg_hdr.msg_name = to.native();
-    b.sent[i].msg_hdr.msg_namelen = to.length();
-    b.sent[i].msg_hdr.msg_iov = &b.sent_parts[i];
-    b.sent[i].msg_hdr.msg_iovlen = 1;
+    b.sent[i].msg_hdr.msg_name = const_cast<sockaddr*>(way.name);
+    b.sent[i].msg_hdr.msg_namelen = way.length;
   }
   std::size_t next = 0;
-  while (next < count) {
-    const int sent = sendmmsg(through.ports()->rtp().fd(), &b.sent[next], static_cast<unsigned>(count - next),
-                              MSG_DONTWAIT | MSG_NOSIGNAL);
+  for (int attempt = 0; next < count;) {
+    const int sent = sendmmsg(way.fd, &b.sent[next], static_cast<unsigned>(count - next), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent > 0) {
       for (const std::size_t end = next + static_cast<std::size_t>(sent); next < end; ++next) {
         through.CountSent(b.handovers[next]);
       }
-    } else if (errno != EINTR) {
-      // Whatever it is concerns this packet, or will be gone by the next one: voice does not wait.
+      attempt = 0;
+    } else if (way.IsWorthAnother(attempt)) {
+      ++attempt;
+    } else {
       through.CountSendError();
       ++next;
+      attempt = 0;
     }
-  }
-}
-
-void PacketMover::TakeRtcp(Participant& from, TimePoint now) {
-  Buffers& b = *buffers_;
-  const std::size_t received = Receive(from.ports()->rtcp().fd(), from);
-  for (std::size_t i = 0; i < received; ++i) {
-    if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
-      from.CountOversized();
-      continue;
-    }
-    from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
   }
 }
 

@@ -1,5 +1,6 @@
 #include "participant.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "endpoint_account.h"
@@ -14,13 +15,13 @@ static_assert(sizeof(Participant) <= 2304);
 
 Participant::Participant(std::shared_ptr<EndpointRoute> route, std::shared_ptr<ServerContext> server,
                          std::shared_ptr<EndpointEvents> events, const SessionRoute* session)
-    : route_(std::move(route)),
+    : outgoing_(OutgoingStream::MakeRandom()),
+      crypto_([this](const std::string& what) { server_->Log(LogLevel::kWarning, route_->name() + ": " + what); }),
+      rtcp_(server->ntp(), outgoing_.ssrc()),
+      route_(std::move(route)),
       server_(std::move(server)),
       events_(std::move(events)),
-      session_(session),
-      outgoing_(OutgoingStream::MakeRandom()),
-      rtcp_(server_->ntp(), outgoing_.ssrc()),
-      crypto_([this](const std::string& what) { server_->Log(LogLevel::kWarning, route_->name() + ": " + what); }) {}
+      session_(session) {}
 
 Participant::~Participant() {
   TakeLeave(server_->Now());
@@ -53,11 +54,18 @@ Handover Participant::TakeRtp(uint8_t* packet, std::size_t length, const SocketA
   ++counters_.rtp_packets_received;
   counters_.rtp_octets_received += header->payload_length;
   NoteSource(header->ssrc, now);
-  reception_.Count(*header, payload_types_.ClockRateOf(header->payload_type), now);
+  reception_.Count(*header, MeaningOf(header->payload_type).clock_rate, now);
   silence_.Received(now);
   if (playout_ == nullptr || peer_ == nullptr || !carries_) return Carry(packet, *header, now);
   Hold(packet, *header, now);
   return {};
+}
+
+void Participant::LookUp(uint8_t payload_type) {
+  const std::size_t place = payload_types_.MeaningOf(payload_type);
+  meaning_.payload_type = payload_type;
+  meaning_.clock_rate = payload_types_.ClockRateOf(payload_type);
+  meaning_.route = place < routes_.size() ? routes_[place] : PayloadRoute();
 }
 
 SourcePosition Participant::PositionOf(const RtpHeader& header) const {
@@ -92,7 +100,7 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
     ++counters_.not_joined;
     return {};
   }
-  const PayloadRoute& route = routes_[payload_types_.MeaningOf(header.payload_type)];
+  const PayloadRoute& route = MeaningOf(header.payload_type).route;
   if (!PassesOn(route, packet, header)) return {};
   if (peer_->image_.in_use()) {
     DropFor(counters_.untranslatable, header);
@@ -107,7 +115,7 @@ Handover Participant::Carry(uint8_t* packet, RtpHeader header, TimePoint now) {
     return {};
   }
   const std::optional<OutgoingPosition> position =
-      peer_->outgoing_.Place(PositionOf(header), peer_->OutgoingClockRate(), now);
+      peer_->outgoing_.Place(PositionOf(header), peer_->outgoing_clock_rate_, now);
   if (!position) {
     ++counters_.late;
     return {};
@@ -137,8 +145,25 @@ void Participant::CountSent(const Handover& packet) {
   rtcp_.CountSent(SsrcOf(packet.data), packet.payload_length);
 }
 
-void Participant::CheckSilence(TimePoint now) {
+void Participant::Check(TimePoint now) {
   crypto_.DropFormerKeys(now);
+  CheckSilence(now);
+  RunRtcp(now);
+  check_.Set(NextCheck(now));
+}
+
+void Participant::CheckSoon() {
+  check_.Advance(server_->Now() + kCheckInterval);
+}
+
+TimePoint Participant::NextCheck(TimePoint now) const {
+  TimePoint next = silence_.NextVerdict(now);
+  if (HasRtcp()) next = std::min(next, rtcp_.NextDue(now));
+  const TimePoint soon = now + kCheckInterval;
+  return crypto_.KeepsFormerKeys() ? soon : std::max(next, soon);
+}
+
+void Participant::CheckSilence(TimePoint now) {
   const bool expected = !image_.in_use() && (peer_ == nullptr || carries_);
   const SilenceWatch::Verdict verdict = silence_.Check(now, expected);
   if (verdict == SilenceWatch::Verdict::kQuiet || !events_) return;

@@ -8,8 +8,10 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "endpoint_crypto.h"
+#include "handover.h"
 #include "image_stream.h"
 #include "media_engine/engine.h"
 #include "outgoing_stream.h"
@@ -22,17 +24,6 @@
 #include "silence_watch.h"
 
 namespace media_engine {
-
-class Participant;
-
-/// A packet on its way out through another participant; it lies in the buffer it was received into.
-struct Handover {
-  Participant* to = nullptr;  // null: the packet goes nowhere
-  uint8_t* data = nullptr;
-  std::size_t length = 0;
-  std::size_t payload_length = 0;
-  bool rtp = true;  // else a datagram relayed as it is
-};
 
 class Participant {
  public:
@@ -53,6 +44,10 @@ class Participant {
   bool TakePorts(std::unique_ptr<PortPair>& offered, bool renew);
   void DropPorts() { ports_.reset(); }
   const PortPair* ports() const { return ports_.get(); }
+  /// Now and then: opens the express socket when the far end has been sending steadily since the last time, and closes
+  /// it when it is for another one. True when there is a new one to be watched.
+  bool ReviewExpress();
+  void CloseExpress();
   /// The key of the latest local description; empty without.
   SecretBytes LocalKey() const { return crypto_.LocalKey(); }
 
@@ -86,16 +81,21 @@ class Participant {
   void CountSendError() { ++counters_.send_errors; }
   const SocketAddress& remote_rtp() const { return image_.in_use() ? image_.far_end() : remote_.rtp(); }
 
+  /// Whether the turn before that one was its turn too; it takes RTP in this one.
+  bool ServedAgainIn(uint64_t turn) { return std::exchange(served_in_, turn) + 1 == turn; }
+
   // The jitter buffer, for those that have one.
-  void AttachPlayout(PlayoutTimers& timers);
-  void DetachPlayout();
+  void AttachPlayout(EndpointTimers& timers);
   /// The next packet that is due is written to packet and handed over within it; false when none is due.
   bool PlayNext(uint8_t* packet, TimePoint now, Handover& handover);
 
-  /// Tells the endpoint's events of a silence that has grown too long.
-  void CheckSilence(TimePoint now);
-  /// Sends the reports that are due.
-  void RunRtcp(TimePoint now);
+  /// What has to be done from time to time, and when to do it again: never later than anything is due, and earlier only
+  /// where nobody can know.
+  static constexpr milliseconds kCheckInterval{100};  // timeouts are whole seconds; being late by this does not matter
+  void Check(TimePoint now);
+  /// Its timers are its worker's.
+  void AttachTimers(EndpointTimers& checks, EndpointTimers& playouts);
+  void DetachTimers();
 
   EndpointStatistics Statistics() const;
   const SessionRoute* session() const { return session_; }
@@ -104,6 +104,14 @@ class Participant {
   ServerContext& server() const { return *server_; }
 
  private:
+  /// Tells the endpoint's events of a silence that has grown too long.
+  void CheckSilence(TimePoint now);
+  bool HasRtcp() const { return !image_.in_use() && ports_ != nullptr && remote_.described(); }
+  void RunRtcp(TimePoint now);
+  TimePoint NextCheck(TimePoint now) const;
+  /// Something has changed that may bring the next check forward.
+  void CheckSoon();
+
   void SetJitterBuffer(const JitterBufferSettings& settings);
   void ApplyIpHeader(const IpHeaderSettings& settings);
   Outcome ParseFarEnd(const std::string& address, uint16_t port, SocketAddress& far_end) const;
@@ -128,14 +136,20 @@ class Participant {
   void DiscardHeld() {
     if (playout_) playout_->Discard();
   }
+  const PayloadMeaning& MeaningOf(uint8_t payload_type) {
+    if (payload_type != meaning_.payload_type) LookUp(payload_type);
+    return meaning_;
+  }
+  void LookUp(uint8_t payload_type);
   Handover Carry(uint8_t* packet, RtpHeader header, TimePoint now);
   /// False when the joined endpoint does not take the packet; takes out of it what is not wanted there.
   bool PassesOn(const PayloadRoute& route, uint8_t* packet, RtpHeader& header);
   void DropFor(uint64_t& counter, const RtpHeader& header);
   SourcePosition PositionOf(const RtpHeader& header) const;
 
+  static constexpr uint32_t kUsualClockRate = 8000;  // as long as no codec is agreed
+
   struct RtcpRoom;
-  uint32_t OutgoingClockRate() const;
   void ApplySource(const SourceSettings& settings);
   void NoteSource(uint32_t ssrc, TimePoint now);
   void RenewOutgoing(TimePoint now);
@@ -147,34 +161,39 @@ class Participant {
   /// At the end: tells what was only counted until then.
   void GiveAccount() const;
 
-  const std::shared_ptr<EndpointRoute> route_;
-  const std::shared_ptr<ServerContext> server_;
-  const std::shared_ptr<EndpointEvents> events_;
-  const SessionRoute* session_;
+  // Thousands of participants take turns in the processor's caches, so what every packet touches stands together.
+  Participant* peer_ = nullptr;
   std::unique_ptr<PortPair> ports_;
-
-  PayloadTypes payload_types_;
-  IpHeaderSettings ip_header_;  // of both streams: they share the sockets
-  RemoteAddress remote_;        // of the audio
-  ImageStream image_;
-  SilenceWatch silence_;
-  Reception reception_;
-  OutgoingStream outgoing_;
-  RtcpSession rtcp_;
+  std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
+  uint64_t served_in_ = 0;            // turn of the worker
+  uint64_t feed_ = 0;                 // counts who fed outgoing_
+  PayloadMeaning meaning_;            // of the last packet's payload type
+  uint32_t outgoing_clock_rate_ = kUsualClockRate;
+  bool carries_ = false;    // to peer_
+  bool fax_peers_ = false;  // with peer_, by a description rather than by a join
   bool sends_rtcp_ = true;
   bool renew_with_remote_ = false;
   bool collided_ = false;           // the far end has used our SSRC
   bool had_jitter_buffer_ = false;  // now or before
+  ImageStream image_;
+  RemoteAddress remote_;  // of the audio
+  SilenceWatch silence_;
+  OutgoingStream outgoing_;
+  Reception reception_;
   EndpointStatistics counters_;
   EndpointCrypto crypto_;
+  RtcpSession rtcp_;
 
-  Participant* peer_ = nullptr;
-  bool carries_ = false;    // to peer_
-  bool fax_peers_ = false;  // with peer_, by a description rather than by a join
-  uint64_t feed_ = 0;       // counts who fed outgoing_
-  PayloadRoutes routes_;    // to peer_; made anew with every join and every description
-
-  std::unique_ptr<Playout> playout_;  // null without a jitter buffer; holds packets for peer_ while carries_ only
+  // What it touches now and then.
+  PayloadTypes payload_types_;
+  PayloadRoutes routes_;  // to peer_; made anew with every join and every description
+  EndpointTimer check_{this};
+  uint64_t received_at_review_ = 0;  // of counters_, when the express socket was looked at last
+  IpHeaderSettings ip_header_;       // of both streams: they share the sockets
+  const std::shared_ptr<EndpointRoute> route_;
+  const std::shared_ptr<ServerContext> server_;
+  const std::shared_ptr<EndpointEvents> events_;
+  const SessionRoute* session_;
 };
 
 }  // namespace media_engine

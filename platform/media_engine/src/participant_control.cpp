@@ -9,6 +9,7 @@ bool Participant::TakePorts(std::unique_ptr<PortPair>& offered, bool renew) {
   if (offered && (!ports_ || renew)) {
     ports_ = std::move(offered);
     ports_->MarkUsed();
+    CheckSoon();
     ApplyIpHeader({});  // what was said of the former sockets
   }
   return ports_ != nullptr;
@@ -24,6 +25,7 @@ Outcome CheckEventType(const std::optional<uint8_t>& type) {
 }  // namespace
 
 Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_ptr<PortPair>& offered, TimePoint now) {
+  CheckSoon();
   if (settings.udp_pass_through) return DescribeLocalImage(settings, offered, now);
   if (std::string fault = PayloadTypes::FaultIn(settings.codecs); !fault.empty()) return Outcome::Refused(fault);
   if (Outcome outcome = CheckEventType(settings.telephone_event_payload_type); !outcome) return outcome;
@@ -48,7 +50,8 @@ Outcome Participant::DescribeLocal(const LocalSettings& settings, std::unique_pt
 
 void Participant::ApplyIpHeader(const IpHeaderSettings& settings) {
   ip_header_.TakeOver(settings);
-  for (const UdpSocket* socket : {&ports_->rtp(), &ports_->rtcp()}) {
+  for (const UdpSocket* socket : {&ports_->rtp(), &ports_->rtcp(), &ports_->express()}) {
+    if (!socket->is_open()) continue;
     const std::string refused = socket->ApplyIpHeader(server_->address().family(), ip_header_);
     if (!refused.empty()) server_->Log(LogLevel::kWarning, route_->name() + ": the system refused " + refused);
   }
@@ -66,6 +69,7 @@ Outcome Participant::ParseFarEnd(const std::string& address, uint16_t port, Sock
 }
 
 Outcome Participant::DescribeRemote(const RemoteDescription& description, TimePoint now) {
+  CheckSoon();
   if (description.udp_pass_through) return DescribeRemoteImage(description, now);
   if (std::string fault = PayloadTypes::FaultIn(description.codecs); !fault.empty()) return Outcome::Refused(fault);
   if (Outcome outcome = CheckEventType(description.telephone_event_payload_type); !outcome) return outcome;
@@ -150,7 +154,11 @@ void Participant::Separate(TimePoint now) {
 }
 
 void Participant::UpdateRoutes() {
+  const Codec* const agreed = payload_types_.agreed();
+  outgoing_clock_rate_ = agreed != nullptr ? static_cast<uint32_t>(agreed->clock_rate) : kUsualClockRate;
+  meaning_ = PayloadMeaning();
   if (peer_ == nullptr) return;
+  peer_->meaning_ = PayloadMeaning();
   const bool could = payload_types_.CanCarry(peer_->payload_types_);
   routes_ = payload_types_.RoutesTo(peer_->payload_types_);
   peer_->routes_ = peer_->payload_types_.RoutesTo(payload_types_);

@@ -40,6 +40,7 @@ Outcome Participant::DescribeRemoteImage(const RemoteDescription& description, T
 
 void Participant::FollowImageStream(bool was_in_use, TimePoint now) {
   if (image_.in_use() == was_in_use) return;
+  CheckSoon();
   silence_.Restart(now);
   DiscardHeld();
   if (image_.in_use()) {

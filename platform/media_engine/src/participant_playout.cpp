@@ -22,11 +22,17 @@ void Participant::SetJitterBuffer(const JitterBufferSettings& settings) {
   playout_ = plan.mode == JitterMode::kNone ? nullptr : std::make_unique<Playout>(plan, this);
 }
 
-void Participant::AttachPlayout(PlayoutTimers& timers) {
+void Participant::AttachPlayout(EndpointTimers& timers) {
   if (playout_) timers.Attach(playout_->timer);
 }
 
-void Participant::DetachPlayout() {
+void Participant::AttachTimers(EndpointTimers& checks, EndpointTimers& playouts) {
+  checks.Attach(check_);
+  AttachPlayout(playouts);
+}
+
+void Participant::DetachTimers() {
+  check_.Detach();
   if (playout_) playout_->timer.Detach();
 }
 

@@ -15,10 +15,6 @@ struct Participant::RtcpRoom {
   static_assert(RtcpWriter::kLongest + kSrtpTrailerRoom <= 1024);
 };
 
-uint32_t Participant::OutgoingClockRate() const {
-  return static_cast<uint32_t>(payload_types_.agreed() != nullptr ? payload_types_.agreed()->clock_rate : 8000);
-}
-
 void Participant::ApplySource(const SourceSettings& settings) {
   if (settings.rtcp) sends_rtcp_ = *settings.rtcp;
   if (!settings.cname.empty()) rtcp_.SetCname(settings.cname);
@@ -39,14 +35,15 @@ void Participant::NoteSource(uint32_t ssrc, TimePoint now) {
   }
 }
 
-/// Once between two turns of the timers at most: a far end that changes its SSRC with every packet must not keep the
+/// Once between two checks at most: a far end that changes its SSRC with every packet must not keep the
 /// other busy with goodbyes.
 void Participant::RenewOutgoing(TimePoint now) {
   if (!rtcp_.MayRenew()) return;
   const bool known = outgoing_.started() || rtcp_.IsKnown();
-  const uint32_t timestamp = outgoing_.TimestampAt(now, OutgoingClockRate());
+  const uint32_t timestamp = outgoing_.TimestampAt(now, outgoing_clock_rate_);
   outgoing_ = OutgoingStream::MakeRandom();
   rtcp_.Renew(outgoing_.ssrc(), known, timestamp, now);
+  check_.Advance(now + kCheckInterval);
 }
 
 void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddress& from, TimePoint now) {
@@ -69,17 +66,18 @@ void Participant::TakeRtcp(uint8_t* packet, std::size_t length, const SocketAddr
   if (of_heard_source) remote_.LearnRtcp(from);
   ++counters_.rtcp_packets_received;
   rtcp_.Take(*compound, reception_, now);
+  check_.Advance(rtcp_.NextDue(now));
 }
 
 void Participant::RunRtcp(TimePoint now) {
-  if (image_.in_use() || ports_ == nullptr || !remote_.described()) return;
+  if (!HasRtcp()) return;
   RtcpRoom room;
   SendFarewell(room);
   if (rtcp_.IsDue(reception_, now)) Report(room, false, now);
 }
 
 void Participant::Report(RtcpRoom& room, bool last, TimePoint now) {
-  const uint32_t timestamp = outgoing_.TimestampAt(now, OutgoingClockRate());
+  const uint32_t timestamp = outgoing_.TimestampAt(now, outgoing_clock_rate_);
   const RtcpSession::Report report = rtcp_.WriteReport(reception_, timestamp, last, now, room.octets.data());
   rtcp_.Reported(report, SendRtcp(room, report.length), reception_, now);
 }

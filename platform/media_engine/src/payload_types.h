@@ -28,6 +28,15 @@ struct PayloadRoute {
   uint8_t payload_type = 0;  // on the other side
 };
 
+/// What a received payload type means to an endpoint that is joined. Found in tables, and worth remembering: the next
+/// packet's is the same nearly always.
+struct PayloadMeaning {
+  static constexpr uint8_t kNone = 0xff;  // no payload type
+  uint32_t clock_rate = 0;
+  PayloadRoute route;
+  uint8_t payload_type = kNone;
+};
+
 /// By what PayloadTypes::MeaningOf says of the received payload type.
 using PayloadRoutes = std::vector<PayloadRoute>;
 

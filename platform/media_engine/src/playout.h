@@ -1,8 +1,8 @@
 /// An endpoint's jitter buffer, and when it has something to play.
 #pragma once
 
+#include "endpoint_timers.h"
 #include "jitter_buffer.h"
-#include "playout_timers.h"
 
 namespace media_engine {
 
@@ -16,7 +16,7 @@ struct Playout {
   }
 
   JitterBuffer buffer;
-  PlayoutTimer timer;
+  EndpointTimer timer;
 };
 
 }  // namespace media_engine

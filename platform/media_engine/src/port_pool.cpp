@@ -1,5 +1,7 @@
 #include "port_pool.h"
 
+#include <sys/resource.h>
+
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -8,16 +10,28 @@ namespace media_engine {
 
 PortPair::PortPair(std::shared_ptr<PortPool> pool, std::size_t index, UdpSocket rtp, UdpSocket rtcp,
                    SocketAddress address)
-    : pool_(std::move(pool)), index_(index), rtp_(std::move(rtp)), rtcp_(std::move(rtcp)), address_(address) {}
+    : rtp_(std::move(rtp)), rtcp_(std::move(rtcp)), address_(address), pool_(std::move(pool)), index_(index) {}
 
 PortPair::~PortPair() {
   // Closed before the pool may hand the ports out again.
+  express_.Close();
   rtp_.Close();
   rtcp_.Close();
   pool_->Release(index_, used_);
 }
 
 namespace {
+
+/// Whether the process has so many files open that this one is beyond that share of what it may have. The system gives
+/// out the lowest number that is free, so a new file's number tells how many there are.
+bool IsBeyond(int fd, unsigned sixteenths) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return false;
+  return static_cast<rlim_t>(fd) >= limit.rlim_cur / 16 * sixteenths;
+}
+
+// Sockets without which a call goes on are opened up to the first, and given up from the second on.
+constexpr unsigned kRoomForExpress = 14, kFewLeft = 15;
 
 uint16_t EvenFrom(uint16_t port) {
   return port % 2 == 0 ? port : static_cast<uint16_t>(port + 1);
@@ -29,6 +43,14 @@ std::size_t PairsIn(uint16_t first, uint16_t last) {
 }
 
 }  // namespace
+
+bool PortPair::OpenExpress(const SocketAddress& peer) {
+  if (pool_->FewDescriptorsLeft()) return false;
+  if (express_.ConnectBeside(rtp_, address_, peer) != 0) return false;
+  if (IsBeyond(express_.fd(), kRoomForExpress)) express_.Close();
+  express_peer_ = peer;
+  return express_.is_open();
+}
 
 PortPool::PortPool(SocketAddress address, uint16_t first, uint16_t last, milliseconds quarantine,
                    std::shared_ptr<const Clock> clock)
@@ -49,6 +71,10 @@ std::unique_ptr<PortPair> PortPool::Acquire(std::string& reason) {
   while (!pair && Reserve(index)) {
     UdpSocket rtp, rtcp;
     const Attempt attempt = BindPair(index, rtp, rtcp, reason);
+    if (attempt != Attempt::kTaken) {
+      const bool few = attempt == Attempt::kFailed || IsBeyond(rtcp.fd(), kFewLeft);
+      few_descriptors_left_.store(few, std::memory_order_relaxed);
+    }
     if (attempt == Attempt::kBound) {
       pair = std::make_unique<PortPair>(shared_from_this(), index, std::move(rtp), std::move(rtcp),
                                         address_.WithPort(PortOf(index)));

@@ -6,6 +6,7 @@
 /// The range is shared with other programs; ports that they hold are passed over.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -31,6 +32,17 @@ class PortPair {
 
   const UdpSocket& rtp() const { return rtp_; }
   const UdpSocket& rtcp() const { return rtcp_; }
+
+  /// A second socket on the RTP port, connected to one far end. The system spares itself the look-up of the route for
+  /// each packet to it, and of the socket for each packet from it; everybody else's packets still come to rtp(). Not
+  /// open when the system refuses, or when so many files are open that it would be missed elsewhere.
+  bool OpenExpress(const SocketAddress& peer);
+  void CloseExpress() { express_.Close(); }
+  const UdpSocket& express() const { return express_; }
+  /// Of the express socket, while it is open.
+  const SocketAddress& express_peer() const { return express_peer_; }
+  /// What a packet to that far end is best sent through.
+  bool HasExpressTo(const SocketAddress& far_end) const { return express_.is_open() && express_peer_ == far_end; }
   /// What the RTP socket is bound to.
   const SocketAddress& address() const { return address_; }
   uint16_t rtp_port() const { return address_.port(); }
@@ -39,11 +51,12 @@ class PortPair {
   void MarkUsed() { used_ = true; }
 
  private:
+  UdpSocket rtp_, express_, rtcp_;
+  SocketAddress express_peer_;
+  bool used_ = false;
+  const SocketAddress address_;
   const std::shared_ptr<PortPool> pool_;
   const std::size_t index_;
-  UdpSocket rtp_, rtcp_;
-  const SocketAddress address_;
-  bool used_ = false;
 };
 
 /// Threads: all operations from any thread. Acquire makes system calls, so it belongs on the threads that make
@@ -59,6 +72,8 @@ class PortPool : public std::enable_shared_from_this<PortPool> {
   std::size_t capacity() const { return size_; }
   /// Without those that rest.
   std::size_t in_use() const;
+  /// Nearly as many files are open as may be: sockets that only make things faster should go.
+  bool FewDescriptorsLeft() const { return few_descriptors_left_.load(std::memory_order_relaxed); }
 
  private:
   friend class PortPair;
@@ -85,6 +100,7 @@ class PortPool : public std::enable_shared_from_this<PortPool> {
   const std::size_t size_;  // in pairs
   const milliseconds quarantine_;
   const std::shared_ptr<const Clock> clock_;
+  std::atomic<bool> few_descriptors_left_{false};
 
   mutable std::mutex mutex_;
   std::vector<bool> taken_;      // guarded by mutex_; in use or resting

@@ -47,13 +47,13 @@ class RemoteAddress {
  private:
   void OpenLearning(TimePoint now);
 
-  SocketAddress described_rtp_, described_rtcp_;
-  SocketAddress rtp_, rtcp_;  // the described ones, or the learned
-  TimePoint learning_since_{};
-  TimePoint learning_rtcp_since_{};
+  SocketAddress rtp_, described_rtp_;  // rtp_, rtcp_: the described ones, or the learned
   bool allowed_ = false;
   bool learning_ = false;
   bool learning_rtcp_ = false;
+  SocketAddress rtcp_, described_rtcp_;
+  TimePoint learning_since_{};
+  TimePoint learning_rtcp_since_{};
 };
 
 }  // namespace media_engine

@@ -41,6 +41,8 @@ class RtcpSchedule {
   explicit RtcpSchedule(RandomSource random) : random_(random) {}
 
   bool started() const { return started_; }
+  /// When it expires, once it is started.
+  TimePoint next() const { return next_; }
   /// Whether Expire has anything to decide.
   bool HasExpired(TimePoint now) const { return started_ && now >= next_; }
   /// first_size: about how long our first packet will be.

@@ -57,6 +57,8 @@ class RtcpSession {
     std::optional<NtpTime> sender_report;
   };
   bool IsDue(const Reception& reception, TimePoint now);
+  /// When to ask again.
+  TimePoint NextDue(TimePoint now) const { return schedule_.started() ? schedule_.next() : now; }
   /// timestamp: of our media, now. last: with BYE.
   Report WriteReport(Reception& reception, uint32_t timestamp, bool last, TimePoint now, uint8_t* to);
   /// After every report that was due.
@@ -110,16 +112,19 @@ class RtcpSession {
   void FarEndLeft(const Reception& reception, TimePoint now);
   StreamRecord Current(const Reception& reception) const;
 
+  // What every packet touches.
+  std::optional<Abandoned> abandoned_;
+  Sender sender_;
+  StreamRecord stream_;  // the present one, as far as it is not in the reception
+
   NtpTimeline timeline_;
   RtcpSchedule schedule_;
   std::string cname_;
   double bandwidth_;
   std::size_t headers_;  // of IP and UDP
 
-  Sender sender_;
   std::array<uint64_t, 2> packets_at_reports_{};  // the last one, and the one before it
   std::array<uint32_t, 4> our_reports_{};         // ShortNtp of sender reports that went out; 0: none
-  std::optional<Abandoned> abandoned_;
 
   RemoteSender remote_sender_;
   unsigned quiet_reports_;            // reports of ours in a row during which the far end was not heard
@@ -128,7 +133,6 @@ class RtcpSession {
   uint64_t received_at_goodbye_ = 0;  // media received when the far end left, 0 when it did not
   uint64_t remote_lost_before_ = 0;   // of this stream, under former SSRCs of ours
 
-  StreamRecord stream_;  // the present one, as far as it is not in the reception
   std::array<StreamRecord, kFormerSources> former_;
   std::size_t former_count_ = 0;
 };

@@ -30,7 +30,7 @@ Server::~Server() {
 Outcome Server::Start(const ServerConfig& config) {
   const milliseconds longest_wait = HeartbeatMonitor::IntervalFor(config.heartbeat);
   for (unsigned i = 0; i < config.threads; ++i) {
-    workers_.push_back(std::make_unique<WorkerThread>(context_, longest_wait));
+    workers_.push_back(std::make_unique<WorkerThread>(context_, longest_wait, Coalescing(config.coalescing)));
     if (Outcome outcome = workers_.back()->Start(); !outcome) return outcome;
   }
   const auto read_beats = [this] {

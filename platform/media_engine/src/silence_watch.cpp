@@ -1,5 +1,7 @@
 #include "silence_watch.h"
 
+#include <algorithm>
+
 namespace media_engine {
 
 void SilenceWatch::Described(TimePoint now) {
@@ -24,6 +26,16 @@ SilenceWatch::Verdict SilenceWatch::Check(TimePoint now, bool expected) {
   }
   reported_ = true;
   return received_ ? Verdict::kInactive : Verdict::kPending;
+}
+
+TimePoint SilenceWatch::NextVerdict(TimePoint now) const {
+  if (!described_) return TimePoint::max();
+  TimePoint next = TimePoint::max();
+  const seconds timeout = received_ ? inactive_ : pending_;
+  // A silence that has been reported, or that nobody minds, ends before another begins.
+  if (timeout != seconds{0}) next = (reported_ || since_ + timeout <= now ? now : since_) + timeout;
+  if (!received_ && inactive_ != seconds{0}) next = std::min(next, now + inactive_);
+  return next;
 }
 
 }  // namespace media_engine

@@ -24,6 +24,8 @@ class SilenceWatch {
   /// A verdict other than kQuiet once per silence. expected: the far end's media is wanted now.
   Verdict Check(TimePoint now, bool expected);
   bool received() const { return received_; }
+  /// Before that there will be no verdict, whatever happens; max: none without another timeout or description.
+  TimePoint NextVerdict(TimePoint now) const;
 
  private:
   seconds inactive_{0}, pending_{0};

@@ -2,8 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <cstring>
-
 namespace media_engine {
 
 std::optional<SocketAddress> SocketAddress::Parse(const std::string& text, uint16_t port) {
@@ -34,10 +32,6 @@ std::optional<SocketAddress> SocketAddress::OfSocket(int fd) {
   return address;
 }
 
-uint16_t SocketAddress::port() const {
-  return ntohs(family() == AF_INET6 ? native_.v6.sin6_port : native_.v4.sin_port);
-}
-
 SocketAddress SocketAddress::WithPort(uint16_t port) const {
   SocketAddress address = *this;
   (family() == AF_INET6 ? address.native_.v6.sin6_port : address.native_.v4.sin_port) = htons(port);
@@ -62,14 +56,6 @@ std::string SocketAddress::Host() const {
 std::string SocketAddress::Text() const {
   const std::string host = family() == AF_INET6 ? "[" + Host() + "]" : Host();
   return host + ":" + std::to_string(port());
-}
-
-bool SocketAddress::SameHost(const SocketAddress& other) const {
-  if (family() != other.family()) return false;
-  if (family() == AF_INET6) {
-    return std::memcmp(&native_.v6.sin6_addr, &other.native_.v6.sin6_addr, sizeof native_.v6.sin6_addr) == 0;
-  }
-  return native_.v4.sin_addr.s_addr == other.native_.v4.sin_addr.s_addr;
 }
 
 }  // namespace media_engine

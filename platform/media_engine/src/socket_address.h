@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -21,7 +22,7 @@ class SocketAddress {
 
   int family() const { return native_.base.sa_family; }
   bool empty() const { return family() == AF_UNSPEC; }
-  uint16_t port() const;
+  uint16_t port() const { return ntohs(family() == AF_INET6 ? native_.v6.sin6_port : native_.v4.sin_port); }
   SocketAddress WithPort(uint16_t port) const;
   /// All zero: no particular address.
   bool IsWildcard() const;
@@ -29,7 +30,11 @@ class SocketAddress {
   std::string Host() const;
   /// "192.0.2.1:5004" or "[2001:db8::1]:5004"
   std::string Text() const;
-  bool SameHost(const SocketAddress& other) const;
+  bool SameHost(const SocketAddress& other) const {
+    if (family() != other.family()) return false;
+    if (family() != AF_INET6) return native_.v4.sin_addr.s_addr == other.native_.v4.sin_addr.s_addr;
+    return std::memcmp(&native_.v6.sin6_addr, &other.native_.v6.sin6_addr, sizeof native_.v6.sin6_addr) == 0;
+  }
   bool operator==(const SocketAddress& other) const { return SameHost(other) && port() == other.port(); }
   bool operator!=(const SocketAddress& other) const { return !(*this == other); }
 

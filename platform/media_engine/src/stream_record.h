@@ -10,6 +10,8 @@ namespace media_engine {
 
 struct StreamRecord {
   uint32_t remote_ssrc = 0;
+  uint8_t fraction_lost_maximum = 0;
+  uint8_t remote_fraction_lost_maximum = 0;
 
   uint64_t packets_sent = 0;
   uint64_t octets_sent = 0;
@@ -17,7 +19,6 @@ struct StreamRecord {
 
   uint64_t packets_received = 0;
   uint64_t packets_lost = 0;
-  uint8_t fraction_lost_maximum = 0;
   Measure jitter;
 
   uint64_t remote_packets_sent = 0;
@@ -25,7 +26,6 @@ struct StreamRecord {
   uint64_t sender_reports_received = 0;
 
   uint64_t remote_packets_lost = 0;
-  uint8_t remote_fraction_lost_maximum = 0;
   Measure remote_jitter;
 
   Measure round_trip;  // in 1/65536 s

@@ -18,16 +18,34 @@ UdpSocket& UdpSocket::operator=(UdpSocket&& other) noexcept {
   return *this;
 }
 
-int UdpSocket::Bind(const SocketAddress& address) {
+int UdpSocket::Open(int family) {
   Close();
-  fd_ = socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  fd_ = socket(family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (fd_ < 0) return errno;
   const int on = 1;
   // IPv4 peers must not appear as mapped IPv6 addresses: they would not compare equal to what the SDP said.
-  if (address.family() == AF_INET6) setsockopt(fd_, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+  if (family == AF_INET6) setsockopt(fd_, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+  return 0;
+}
+
+int UdpSocket::Bind(const SocketAddress& address) {
+  if (const int error = Open(address.family()); error != 0) return error;
   if (bind(fd_, address.native(), address.length()) == 0) return 0;
   const int error = errno;
   Close();
+  return error;
+}
+
+int UdpSocket::ConnectBeside(const UdpSocket& first, const SocketAddress& local, const SocketAddress& peer) {
+  if (const int error = Open(local.family()); error != 0) return error;
+  const int on = 1, off = 0;
+  // Of all ways to share a port this one is open to programs of the same user only, and only for this moment.
+  for (const int fd : {first.fd_, fd_}) setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
+  const bool connected =
+      bind(fd_, local.native(), local.length()) == 0 && connect(fd_, peer.native(), peer.length()) == 0;
+  const int error = connected ? 0 : errno;
+  for (const int fd : {first.fd_, fd_}) setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &off, sizeof off);
+  if (!connected) Close();
   return error;
 }
 

@@ -15,6 +15,9 @@ class UdpSocket {
 
   /// 0, or the errno with which it failed; nothing is open then.
   int Bind(const SocketAddress& address);
+  /// A second socket on a port that `first` is bound to: the system gives it what comes from the peer and `first` the
+  /// rest. Nobody else can come between, before or afterwards. 0, or the errno; nothing is open then.
+  int ConnectBeside(const UdpSocket& first, const SocketAddress& local, const SocketAddress& peer);
   void Close();
   int fd() const { return fd_; }
   bool is_open() const { return fd_ >= 0; }
@@ -23,6 +26,8 @@ class UdpSocket {
   std::string ApplyIpHeader(int family, const IpHeaderSettings& settings) const;
 
  private:
+  int Open(int family);
+
   int fd_ = -1;
 };
 

@@ -16,27 +16,30 @@
 namespace media_engine {
 namespace {
 
-// Timeouts are whole seconds; being late by this does not matter.
-constexpr milliseconds kTimerInterval{100};
 constexpr int kEventsPerTurn = 64;
+// Packets do not wait for more than these.
+constexpr int kChecksPerTurn = 64;
 
-bool AddToEpoll(int epoll_fd, int fd, void* tag) {
-  epoll_event event{};
-  event.events = EPOLLIN;
-  event.data.ptr = tag;
-  return epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &event) == 0;
+// What epoll gives back for a socket is its participant's address, in whose lowest bits stands which socket it is.
+constexpr uint64_t kMailTag = 0;
+constexpr uint64_t kKindBits = 3;
+static_assert(alignof(Participant) > kKindBits);
+
+template <typename Kind>
+uint64_t TagOf(Participant& participant, Kind kind) {
+  return reinterpret_cast<uint64_t>(&participant) | static_cast<uint64_t>(kind);
 }
 
 }  // namespace
 
-Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox)
+Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox, Coalescing coalescing)
     : server_(std::move(server)),
       mailbox_(std::move(mailbox)),
       epoll_fd_(epoll_create1(EPOLL_CLOEXEC)),
       now_(server_->Now()),
-      next_timers_(now_) {
+      coalescing_(coalescing) {
   mailbox_->set_worker(this);
-  if (epoll_fd_ >= 0 && mailbox_->event_fd() >= 0) AddToEpoll(epoll_fd_, mailbox_->event_fd(), nullptr);
+  if (epoll_fd_ >= 0 && mailbox_->event_fd() >= 0) AddToEpoll(mailbox_->event_fd(), kMailTag);
 }
 
 Worker::~Worker() {
@@ -52,6 +55,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
   rest_ = RestWithin(longest_wait);
   std::array<epoll_event, kEventsPerTurn> events;
   mailbox_->helm().Leave();
+  Pause(longest_wait);
   const int wait = mailbox_->HasMail() ? 0 : static_cast<int>(rest_.count());
   int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, wait);
   if (mailbox_->helm().Return()) {
@@ -59,32 +63,56 @@ void Worker::RunOnce(milliseconds longest_wait) {
     count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, 0);
   }
   now_ = server_->Now();
-  bool mail = false;
-  for (int i = 0; i < count; ++i) {
-    if (events[static_cast<std::size_t>(i)].data.ptr == nullptr) {
-      mail = true;
-    } else {
-      Serve(*static_cast<const SocketTag*>(events[static_cast<std::size_t>(i)].data.ptr));
-    }
+  ++turn_;
+  const auto end = events.begin() + std::max(count, 0);
+  // What comes in from now on waits for the next turn, behind the packets that came before it.
+  const bool mail = mailbox_->HasMail() || std::any_of(events.begin(), end, [](const epoll_event& event) {
+                      return event.data.u64 == kMailTag;
+                    });
+  std::size_t packets = 0;
+  for (auto event = events.begin(); event != end; ++event) {
+    // What was there before a request is taken before it.
+    if (event->data.u64 != kMailTag) packets += Serve(event->data.u64, mail);
   }
+  mover_.MoveGathered(now_);
+  pause_ = coalescing_.RestAfter(packets, residents_.size());
   PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
-  if (mail || mailbox_->HasMail()) RunTasks(mailbox_->Take());
-  if (now_ >= next_timers_) RunTimers();
+  if (mail) RunTasks(mailbox_->Take());
+  RunChecks();
   gauges_.beats.fetch_add(1, std::memory_order_relaxed);
 }
 
 milliseconds Worker::RestWithin(milliseconds longest) const {
-  const milliseconds rest = residents_.empty() ? longest : std::min(longest, kTimerInterval);
+  if (check_timers_.NextDue(now_) != nullptr) return milliseconds{0};
+  const milliseconds rest = residents_.empty() ? longest : std::min(longest, Participant::kCheckInterval);
   return playout_timers_.empty() ? rest : playout_timers_.RestAfter(server_->Now(), rest);
 }
 
-void Worker::Serve(const SocketTag& tag) {
-  if (tag.rtcp) {
-    mover_.TakeRtcp(*tag.participant, now_);
-  } else {
-    mover_.MoveRtp(*tag.participant, now_);
+/// Requests are not kept waiting.
+void Worker::Pause(milliseconds longest_wait) {
+  const std::chrono::nanoseconds pause = std::min<std::chrono::nanoseconds>(pause_, longest_wait);
+  if (pause <= std::chrono::nanoseconds{0} || mailbox_->HasMail()) return;
+  pollfd mail{mailbox_->event_fd(), POLLIN, 0};
+  const timespec limit{0, static_cast<long>(pause.count())};
+  ppoll(&mail, 1, &limit, nullptr);
+}
+
+std::size_t Worker::Serve(uint64_t tag, bool all) {
+  Participant& participant = *reinterpret_cast<Participant*>(tag & ~kKindBits);
+  const PortPair& ports = *participant.ports();
+  const auto kind = static_cast<SocketKind>(tag & kKindBits);
+  const bool rtcp = kind == SocketKind::kRtcp;
+  const UdpSocket& socket = kind == SocketKind::kExpress ? ports.express() : rtcp ? ports.rtcp() : ports.rtp();
+  const auto protocol = rtcp ? PacketMover::Protocol::kRtcp : PacketMover::Protocol::kRtp;
+  // Served in the last turn and ready again: packets are piling up.
+  if (all || (!rtcp && participant.ServedAgainIn(turn_))) {
+    mover_.MoveGathered(now_);
+    return mover_.MoveBatch(participant, socket, protocol, now_);
   }
+  const bool came = mover_.Gather(participant, socket, protocol);
+  if (mover_.full()) mover_.MoveGathered(now_);
+  return came ? 1 : 0;
 }
 
 Worker::Help Worker::HelpOut() {
@@ -97,7 +125,7 @@ Worker::Help Worker::HelpOut() {
 }
 
 bool Worker::IsDue() const {
-  if (now_ >= next_timers_ || playout_timers_.NextDue(now_) != nullptr) return true;
+  if (check_timers_.NextDue(now_) != nullptr || playout_timers_.NextDue(now_) != nullptr) return true;
   pollfd ready{epoll_fd_, POLLIN, 0};
   return poll(&ready, 1, 0) != 0;
 }
@@ -113,16 +141,20 @@ void Worker::RunTasks(Mailbox::Tasks tasks) {
   }
 }
 
-void Worker::RunTimers() {
-  next_timers_ = now_ + kTimerInterval;
-  for (auto& [route, resident] : residents_) {
-    resident.participant->CheckSilence(now_);
-    resident.participant->RunRtcp(now_);
+void Worker::RunChecks() {
+  for (int i = 0; i < kChecksPerTurn; ++i) {
+    const EndpointTimer* const timer = check_timers_.NextDue(now_);
+    if (timer == nullptr) return;
+    Participant& participant = *timer->owner();
+    participant.Check(now_);
+    if (!participant.ReviewExpress()) continue;
+    const bool watched = AddToEpoll(participant.ports()->express().fd(), TagOf(participant, SocketKind::kExpress));
+    if (!watched) participant.CloseExpress();
   }
 }
 
 void Worker::PlayDue() {
-  while (const PlayoutTimer* timer = playout_timers_.NextDue(now_)) mover_.PlayOut(*timer->owner(), now_);
+  while (const EndpointTimer* timer = playout_timers_.NextDue(now_)) mover_.PlayOut(*timer->owner(), now_);
 }
 
 void Worker::Finish() {
@@ -152,35 +184,41 @@ bool Worker::Admit(std::unique_ptr<Participant> participant) {
   const auto session = sessions_.find(participant->session());
   if (session == sessions_.end()) return false;
   Participant* one = participant.get();
-  Resident& resident = residents_[one->route().get()];
-  resident.participant = std::move(participant);
-  resident.rtp = {one, false};
-  resident.rtcp = {one, true};
+  residents_[one->route().get()] = std::move(participant);
   session->second.members.push_back(one);
-  one->AttachPlayout(playout_timers_);
+  one->AttachTimers(check_timers_, playout_timers_);
   ++gauges_.endpoints;
-  if (one->ports() == nullptr || Watch(resident)) return true;
+  if (one->ports() == nullptr || Watch(*one)) return true;
   server_->Log(LogLevel::kError,
                one->route()->name() + " ends: its sockets cannot be watched: " + std::strerror(errno));
   Close(*one->route());
   return false;
 }
 
-bool Worker::Watch(Resident& resident) {
-  const PortPair& ports = *resident.participant->ports();
-  return AddToEpoll(epoll_fd_, ports.rtp().fd(), &resident.rtp) &&
-         AddToEpoll(epoll_fd_, ports.rtcp().fd(), &resident.rtcp);
+bool Worker::AddToEpoll(int fd, uint64_t tag) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = tag;
+  return epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+bool Worker::Watch(Participant& participant) {
+  const PortPair& ports = *participant.ports();
+  return AddToEpoll(ports.rtp().fd(), TagOf(participant, SocketKind::kRtp)) &&
+         AddToEpoll(ports.rtcp().fd(), TagOf(participant, SocketKind::kRtcp));
 }
 
 void Worker::Unwatch(const Participant& participant) {
   if (participant.ports() == nullptr) return;
-  epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, participant.ports()->rtp().fd(), nullptr);
-  epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, participant.ports()->rtcp().fd(), nullptr);
+  const PortPair& ports = *participant.ports();
+  for (const UdpSocket* socket : {&ports.rtp(), &ports.rtcp(), &ports.express()}) {
+    if (socket->is_open()) epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, socket->fd(), nullptr);
+  }
 }
 
 Participant* Worker::Find(const EndpointRoute& endpoint) {
   const auto found = residents_.find(&endpoint);
-  return found == residents_.end() ? nullptr : found->second.participant.get();
+  return found == residents_.end() ? nullptr : found->second.get();
 }
 
 Participant* Worker::FindByPort(const SessionRoute& session, const SocketAddress& rtp) const {
@@ -207,10 +245,10 @@ std::unique_ptr<Participant> Worker::Detach(const EndpointRoute& endpoint) {
   const auto found = residents_.find(&endpoint);
   if (found == residents_.end()) return nullptr;
   // Out of the map first: what the participant holds, its route included, goes with it.
-  std::unique_ptr<Participant> participant = std::move(found->second.participant);
+  std::unique_ptr<Participant> participant = std::move(found->second);
   residents_.erase(found);
   participant->Separate(now_);
-  participant->DetachPlayout();
+  participant->DetachTimers();
   LeaveSession(*participant);
   Unwatch(*participant);
   participant->route()->MarkClosed();
@@ -234,7 +272,7 @@ Outcome Worker::GivePorts(Participant& participant, std::unique_ptr<PortPair>& o
 
 Outcome Worker::WatchNewPorts(Participant& participant, const PortPair* former) {
   if (participant.ports() == former) return Outcome::Done();
-  const bool watched = Watch(residents_.at(participant.route().get()));
+  const bool watched = Watch(participant);
   participant.route()->set_has_ports(watched);
   if (watched) return Outcome::Done();
   participant.DropPorts();
@@ -265,11 +303,12 @@ void Worker::MoveWithin(Participant& participant, const SessionRoute& home) {
 
 void Worker::MoveAway(const std::shared_ptr<EndpointRoute>& route) {
   const auto found = residents_.find(route.get());
-  std::unique_ptr<Participant> leaving = std::move(found->second.participant);
+  std::unique_ptr<Participant> leaving = std::move(found->second);
   residents_.erase(found);
   --gauges_.endpoints;
   leaving->Separate(now_);
-  leaving->DetachPlayout();
+  leaving->DetachTimers();
+  leaving->CloseExpress();  // which is watched here, and is soon made anew there
   LeaveSession(*leaving);
   Unwatch(*leaving);
   leaving->server().AddEmigrant(route);

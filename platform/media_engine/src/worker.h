@@ -1,7 +1,7 @@
 /// The loop that serves a share of a server's sessions: packets, requests, timers.
 ///
-/// Threads: everything here runs on one thread, except what says otherwise. Nothing waits but the epoll in RunOnce.
-/// While that waits, another thread may take the helm and do requests in the worker's place.
+/// Threads: everything here runs on one thread, except what says otherwise. Nothing waits but RunOnce. While that
+/// waits, another thread may take the helm and do requests in the worker's place.
 #pragma once
 
 #include <atomic>
@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "coalescing.h"
 #include "endpoint_route.h"
 #include "packet_mover.h"
 #include "participant.h"
@@ -25,7 +26,8 @@ struct WorkerGauges {
 
 class Worker {
  public:
-  Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox);
+  Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox,
+         Coalescing coalescing = Coalescing(std::chrono::microseconds{0}));
   ~Worker();
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
@@ -68,29 +70,26 @@ class Worker {
   void BringHome(const EndpointRoute& endpoint);
 
  private:
-  /// What epoll gives back for a socket.
-  struct SocketTag {
-    Participant* participant = nullptr;
-    bool rtcp = false;
-  };
-  struct Resident {
-    std::unique_ptr<Participant> participant;
-    SocketTag rtp, rtcp;
-  };
+  /// Which of a participant's sockets is ready.
+  enum class SocketKind : uint64_t { kRtp, kRtcp, kExpress };
   struct SessionRecord {
     std::shared_ptr<SessionRoute> route;
     std::vector<Participant*> members;
   };
 
-  void Serve(const SocketTag& tag);
+  /// How many packets were taken.
+  std::size_t Serve(uint64_t tag, bool all);
   /// How long there is nothing to do by the clock, at most that.
   milliseconds RestWithin(milliseconds longest) const;
+  /// Lets packets gather.
+  void Pause(milliseconds longest_wait);
   /// Whether there is something to do besides tasks.
   bool IsDue() const;
   void RunTasks(Mailbox::Tasks tasks);
-  void RunTimers();
+  void RunChecks();
   void PlayDue();
-  bool Watch(Resident& resident);
+  bool AddToEpoll(int fd, uint64_t tag);
+  bool Watch(Participant& participant);
   /// Watches the endpoint's sockets, unless its ports are still those.
   Outcome WatchNewPorts(Participant& participant, const PortPair* former);
   void Unwatch(const Participant& participant);
@@ -104,11 +103,14 @@ class Worker {
   WorkerGauges gauges_;
   PacketMover mover_;
   TimePoint now_;
-  TimePoint next_timers_;
-  milliseconds rest_{0};          // the present one, or the last
-  PlayoutTimers playout_timers_;  // of residents with a jitter buffer
+  uint64_t turn_ = 1;
+  const Coalescing coalescing_;
+  std::chrono::microseconds pause_{0};  // before the next turn
+  milliseconds rest_{0};                // the present one, or the last
+  EndpointTimers playout_timers_;       // of residents with a jitter buffer
+  EndpointTimers check_timers_;         // of all residents
   // Keys stay valid: the records hold what they point to.
-  std::unordered_map<const EndpointRoute*, Resident> residents_;
+  std::unordered_map<const EndpointRoute*, std::unique_ptr<Participant>> residents_;
   std::unordered_map<const SessionRoute*, SessionRecord> sessions_;
 };
 

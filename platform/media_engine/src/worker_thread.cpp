@@ -1,16 +1,21 @@
 #include "worker_thread.h"
 
 #include <pthread.h>
+#include <sys/prctl.h>
 
 #include <system_error>
 
 namespace media_engine {
 
-WorkerThread::Loop::Loop(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait)
-    : mailbox(std::make_shared<Mailbox>()), longest_wait(longest_wait), worker(server, mailbox) {}
+WorkerThread::Loop::Loop(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait, Coalescing coalescing)
+    : mailbox(std::make_shared<Mailbox>()),
+      longest_wait(longest_wait),
+      coalescing(coalescing),
+      worker(server, mailbox, coalescing) {}
 
-WorkerThread::WorkerThread(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait)
-    : loop_(std::make_shared<Loop>(server, longest_wait)) {}
+WorkerThread::WorkerThread(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait,
+                           Coalescing coalescing)
+    : loop_(std::make_shared<Loop>(server, longest_wait, coalescing)) {}
 
 WorkerThread::~WorkerThread() {
   AskToStop();
@@ -30,6 +35,8 @@ Outcome WorkerThread::Start() {
 }
 
 void WorkerThread::Loop::Run() {
+  // By default the system lets a thread oversleep by 50 us.
+  if (coalescing.enabled()) prctl(PR_SET_TIMERSLACK, 1ul);
   while (!stopping.load()) {
     worker.RunOnce(longest_wait);
   }

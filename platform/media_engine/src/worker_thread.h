@@ -15,7 +15,7 @@ namespace media_engine {
 class WorkerThread {
  public:
   /// longest_wait: how long the worker may rest when there is nothing to do.
-  WorkerThread(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait);
+  WorkerThread(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait, Coalescing coalescing);
   ~WorkerThread();
   WorkerThread(const WorkerThread&) = delete;
   WorkerThread& operator=(const WorkerThread&) = delete;
@@ -36,12 +36,13 @@ class WorkerThread {
  private:
   /// What the thread needs; it holds it itself, for it may outlive us.
   struct Loop {
-    Loop(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait);
+    Loop(const std::shared_ptr<ServerContext>& server, milliseconds longest_wait, Coalescing coalescing);
     void Run();
     void WaitWhileStalled();
 
     const std::shared_ptr<Mailbox> mailbox;
     const milliseconds longest_wait;
+    const Coalescing coalescing;
     Worker worker;  // the thread's own while that runs
     std::atomic<bool> stopping{false};
     std::mutex mutex;

@@ -1,6 +1,7 @@
 #include "counted_calls.h"
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,7 +23,7 @@ void __libc_free(void*);
 namespace {
 
 thread_local bool counted = false;
-std::atomic<uint64_t> allocations{0}, locks{0}, waits{0}, receives{0}, sends{0};
+std::atomic<uint64_t> allocations{0}, locks{0}, waits{0}, receives{0}, sends{0}, rests{0};
 
 void Count(std::atomic<uint64_t>& counter) {
   if (counted) counter.fetch_add(1, std::memory_order_relaxed);
@@ -111,6 +112,11 @@ int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
   return KVX_ORIGINAL(pthread_cond_broadcast)(condition);
 }
 
+int ppoll(pollfd* files, nfds_t count, const timespec* limit, const sigset_t* mask) {
+  Count(rests);
+  return KVX_ORIGINAL(ppoll)(files, count, limit, mask);
+}
+
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
   Count(receives);
   return KVX_ORIGINAL(recvmsg)(fd, message, flags);
@@ -157,7 +163,7 @@ void CountThisThread() {
 }
 
 CountedCalls CallsSoFar() {
-  return {allocations.load(), locks.load(), waits.load(), receives.load(), sends.load()};
+  return {allocations.load(), locks.load(), waits.load(), receives.load(), sends.load(), rests.load()};
 }
 
 }  // namespace media_engine_test

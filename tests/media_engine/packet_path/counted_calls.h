@@ -14,6 +14,7 @@ struct CountedCalls {
   uint64_t waits = 0;        // condition variables waited for or told
   uint64_t receives = 0;     // system calls that receive
   uint64_t sends = 0;        // system calls that send
+  uint64_t rests = 0;        // system calls that wait for a fraction of a millisecond, or for anything else (ppoll)
 };
 
 /// The calling thread is counted from now on.

@@ -25,9 +25,14 @@ class PacketPath : public EngineTest {
  protected:
   static constexpr uint16_t kWarmUp = 100, kCounted = 1000;
 
-  PacketPath() {
+  PacketPath() { OpenServer(std::chrono::microseconds{0}); }
+
+  void OpenServer(std::chrono::microseconds coalescing) {
+    session_ = nullptr;
+    server_ = nullptr;
     ServerConfig config = Config();
     config.threads = 1;
+    config.coalescing = coalescing;
     Outcome outcome;
     server_ = watched_.OpenServer(config, nullptr, outcome);
     if (!server_) throw std::runtime_error(outcome.reason);
@@ -64,7 +69,7 @@ class PacketPath : public EngineTest {
     run(kCounted);
     const CountedCalls after = CallsSoFar();
     return {after.allocations - before.allocations, after.locks - before.locks, after.waits - before.waits,
-            after.receives - before.receives, after.sends - before.sends};
+            after.receives - before.receives,       after.sends - before.sends, after.rests - before.rests};
   }
   static void ExpectNone(const CountedCalls& counted) {
     EXPECT_EQ(counted.allocations, 0u);

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "coalescing.h"
 #include "packet_path_fixture.h"
 
 namespace media_engine_test {
@@ -74,7 +75,8 @@ TEST_F(PacketPath, HoldsAndPlaysOutOfJitterBuffersWithoutLocksAndAllocations) {
   adaptive.jitter_buffer = JitterBufferSettings{JitterMode::kAdaptive, 40, 20, 100};
   const Leg a = MakeLeg(Pcmu(), buffered), b = MakeLeg(Pcmu(), adaptive);
   JoinThem(a, b);
-  // What they carry has passed the worker behind all that was sent before.
+  // What they carry has passed the worker behind all that was sent before: of what waits in a socket the first is taken
+  // in one turn and the others in the next.
   const Leg c = MakeLeg(Pcmu()), d = MakeLeg(Pcmu());
   JoinThem(c, d);
   const CountedCalls counted = Count([&](uint16_t number) {
@@ -84,7 +86,7 @@ TEST_F(PacketPath, HoldsAndPlaysOutOfJitterBuffersWithoutLocksAndAllocations) {
       if (number % 10 == 6) leg->Send(Speech(static_cast<uint16_t>(number - 1)));
       if (number % 10 == 0) leg->Send(Speech(number));
     }
-    Carry(c, d, Speech(number));
+    for (const int turn : {0, 1}) Carry(c, d, Speech(static_cast<uint16_t>(2 * number + turn)));
     if (number <= 10) return;  // in step: each far end gets what was sent some packets ago
     ASSERT_TRUE(a.far_end->ReceiveRtp());
     ASSERT_TRUE(b.far_end->ReceiveRtp());
@@ -149,7 +151,45 @@ TEST_F(PacketPath, DropsWhatIsNotWantedWithoutLocksAndAllocations) {
   EXPECT_EQ(a.Statistics().strangers, 0u + kWarmUp + kCounted);
 }
 
-TEST_F(PacketPath, ABatchCostsOneReceiveAndOneSend) {
+TEST_F(PacketPath, ALonePacketCostsOneReceiveAndOneSend) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  const CountedCalls counted = Count([&](uint16_t number) {
+    Carry(a, b, Speech(number));
+    Carry(b, a, Speech(number));
+  });
+  ExpectNone(counted);
+  // Reports, one every few seconds from each of the two, and the look into a socket that is found empty for once.
+  const uint64_t packets = 2u * kCounted, others = packets / 50;
+  EXPECT_GE(counted.receives, packets);
+  EXPECT_LE(counted.receives, packets + others);
+  EXPECT_GE(counted.sends, packets);
+  EXPECT_LE(counted.sends, packets + others);
+}
+
+TEST_F(PacketPath, AWorkerWithManyEndpointsRestsBehindAFewPacketsAndOneWithFewerDoesNot) {
+  OpenServer(std::chrono::microseconds{100});
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  std::vector<Leg> others;
+  while (others.size() + 2 < media_engine::Coalescing::kLeastEndpoints - 1) others.push_back(NewLeg(*session_));
+  const auto carry = [&](uint16_t number) { Carry(a, b, Speech(number)); };
+  EXPECT_EQ(Count(carry).rests, 0u);
+  others.push_back(NewLeg(*session_));
+  const CountedCalls counted = Count(carry);
+  ExpectNone(counted);
+  EXPECT_GE(counted.rests, kCounted / 2u);  // each packet comes alone, but for those that the test was slow with
+}
+
+TEST_F(PacketPath, WithoutCoalescingItNeverRests) {
+  const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
+  JoinThem(a, b);
+  std::vector<Leg> others;
+  while (others.size() < media_engine::Coalescing::kLeastEndpoints) others.push_back(NewLeg(*session_));
+  EXPECT_EQ(Count([&](uint16_t number) { Carry(a, b, Speech(number)); }).rests, 0u);
+}
+
+TEST_F(PacketPath, WhatPilesUpBehindAPacketCostsOneReceiveAndOneSend) {
   const Leg a = MakeLeg(Pcmu()), b = MakeLeg(Pcmu());
   JoinThem(a, b);
   Carry(a, b, Speech(1));
@@ -161,8 +201,9 @@ TEST_F(PacketPath, ABatchCostsOneReceiveAndOneSend) {
   server_->StallWorker(0, false);
   for (uint16_t number = 2; number < 22; ++number) ASSERT_TRUE(b.far_end->ReceiveRtp());
   const CountedCalls after = CallsSoFar();
-  EXPECT_EQ(after.receives - before.receives, 1u);
-  EXPECT_EQ(after.sends - before.sends, 1u);
+  // The first alone, for all that is known; then the others.
+  EXPECT_EQ(after.receives - before.receives, 2u);
+  EXPECT_EQ(after.sends - before.sends, 2u);
 }
 
 }  // namespace

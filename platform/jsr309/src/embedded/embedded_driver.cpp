@@ -9,22 +9,27 @@
 namespace kelvaro::jsr309 {
 namespace {
 
-/// A setting that is a number of milliseconds.
-struct MillisecondSetting {
+/// A setting that is a length of time.
+struct TimeSetting {
   const char* element;
+  const char* unit;
   unsigned shortest, longest;
-  std::chrono::milliseconds EmbeddedSettings::*value;
+  void (*take)(EmbeddedSettings&, unsigned);
 };
 
-constexpr MillisecondSetting kMillisecondSettings[] = {
-    {"heartbeat_ms", 20, 600000, &EmbeddedSettings::heartbeat},
-    {"port_quarantine_ms", 0, 600000, &EmbeddedSettings::port_quarantine},
+constexpr TimeSetting kTimeSettings[] = {
+    {"heartbeat_ms", "milliseconds", 20, 600000,
+     [](EmbeddedSettings& to, unsigned value) { to.heartbeat = std::chrono::milliseconds(value); }},
+    {"port_quarantine_ms", "milliseconds", 0, 600000,
+     [](EmbeddedSettings& to, unsigned value) { to.port_quarantine = std::chrono::milliseconds(value); }},
+    {"coalescing_us", "microseconds", 0, 5000,
+     [](EmbeddedSettings& to, unsigned value) { to.coalescing = std::chrono::microseconds(value); }},
 };
 
-bool Parse(const std::string& text, const MillisecondSetting& setting, std::chrono::milliseconds& value) {
+bool Parse(const std::string& text, const TimeSetting& setting, EmbeddedSettings& settings) {
   if (text.empty() || text.size() > 6 || text.find_first_not_of("0123456789") != std::string::npos) return false;
   const unsigned number = static_cast<unsigned>(std::stoul(text));
-  value = std::chrono::milliseconds(number);
+  setting.take(settings, number);
   return number >= setting.shortest && number <= setting.longest;
 }
 
@@ -32,14 +37,14 @@ std::vector<SettingError> ReadDriverSettings(const MediaServerSettings& settings
   std::vector<SettingError> errors;
   for (const auto& [element, value] : settings.driver_settings) {
     const auto* const found =
-        std::find_if(std::begin(kMillisecondSettings), std::end(kMillisecondSettings),
-                     [&name = element](const MillisecondSetting& setting) { return name == setting.element; });
-    if (found == std::end(kMillisecondSettings)) {
+        std::find_if(std::begin(kTimeSettings), std::end(kTimeSettings),
+                     [&name = element](const TimeSetting& setting) { return name == setting.element; });
+    if (found == std::end(kTimeSettings)) {
       errors.push_back({element, value, "not known to the embedded media server"});
-    } else if (!Parse(value, *found, embedded.*found->value)) {
+    } else if (!Parse(value, *found, embedded)) {
       errors.push_back({element, value,
-                        "not a number of milliseconds from " + std::to_string(found->shortest) + " to " +
-                            std::to_string(found->longest)});
+                        std::string("not a number of ") + found->unit + " from " + std::to_string(found->shortest) +
+                            " to " + std::to_string(found->longest)});
     }
   }
   return errors;

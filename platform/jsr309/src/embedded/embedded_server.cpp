@@ -54,6 +54,7 @@ bool EmbeddedServer::Start(media_engine::Engine& engine, const EmbeddedSettings&
   config.threads = ThreadsFor(settings_.threads);
   config.heartbeat = embedded.heartbeat;
   config.port_quarantine = embedded.port_quarantine;
+  config.coalescing = embedded.coalescing;
   config.log = [context = context_](media_engine::LogLevel level, const std::string& text) {
     context->Log(level, text);
   };

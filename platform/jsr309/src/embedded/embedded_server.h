@@ -17,6 +17,8 @@ struct EmbeddedSettings {
   std::chrono::milliseconds heartbeat{2000};
   /// Longer than packets are under way, and than a far end takes to hear of the end.
   std::chrono::milliseconds port_quarantine{2000};
+  /// A dozen packets at a thousand legs, and far less than any jitter buffer holds.
+  std::chrono::microseconds coalescing{300};
 };
 
 class EmbeddedServer : public MediaServer, private media_engine::ServerEvents {

@@ -18,6 +18,7 @@
 /// Operations with a time limit wait for the worker that long at most; the others do not wait.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -64,6 +65,10 @@ struct ServerConfig {
   /// other time of the engine. When all that are free rest so, a new endpoint is refused. 0: not at all.
   milliseconds port_quarantine{0};
   unsigned threads = 1;
+  /// A worker with at least 200 endpoints that found few packets rests for that long, so that the next ones can be
+  /// served together: a fraction of the CPU for as much delay at most. Less than a second. 0: packets are served as
+  /// they come.
+  std::chrono::microseconds coalescing{0};
   milliseconds heartbeat{2000};  ///< a worker that has not served for that long counts as lost
   LogSink log;                   ///< may be empty
 };

@@ -1,21 +1,21 @@
-#include "playout_timers.h"
+#include "endpoint_timers.h"
 
 #include <algorithm>
 
 namespace media_engine {
 
-void PlayoutTimer::Set(TimePoint due) {
+void EndpointTimer::Set(TimePoint due) {
   due_ = due;
   if (timers_ != nullptr) timers_->Settle(place_);
 }
 
-void PlayoutTimer::Detach() {
+void EndpointTimer::Detach() {
   if (timers_ == nullptr) return;
   timers_->Remove(*this);
   timers_ = nullptr;
 }
 
-void PlayoutTimers::Attach(PlayoutTimer& timer) {
+void EndpointTimers::Attach(EndpointTimer& timer) {
   if (timer.timers_ != nullptr) return;
   heap_.push_back(&timer);
   timer.timers_ = this;
@@ -23,24 +23,24 @@ void PlayoutTimers::Attach(PlayoutTimer& timer) {
   Settle(timer.place_);
 }
 
-PlayoutTimer* PlayoutTimers::NextDue(TimePoint now) const {
+EndpointTimer* EndpointTimers::NextDue(TimePoint now) const {
   return heap_.empty() || heap_.front()->due_ > now ? nullptr : heap_.front();
 }
 
-milliseconds PlayoutTimers::RestAfter(TimePoint now, milliseconds longest) const {
+milliseconds EndpointTimers::RestAfter(TimePoint now, milliseconds longest) const {
   if (heap_.empty() || heap_.front()->due_ >= now + longest) return longest;
   // Not rounded down: the worker would turn without a rest until the time has come.
   return std::max(std::chrono::ceil<milliseconds>(heap_.front()->due_ - now), milliseconds{0});
 }
 
-void PlayoutTimers::PutAt(std::size_t place, PlayoutTimer* timer) {
+void EndpointTimers::PutAt(std::size_t place, EndpointTimer* timer) {
   heap_[place] = timer;
   timer->place_ = place;
 }
 
-void PlayoutTimers::Remove(const PlayoutTimer& timer) {
+void EndpointTimers::Remove(const EndpointTimer& timer) {
   const std::size_t place = timer.place_;
-  PlayoutTimer* const last = heap_.back();
+  EndpointTimer* const last = heap_.back();
   heap_.pop_back();
   if (last == &timer) return;
   PutAt(place, last);
@@ -48,8 +48,8 @@ void PlayoutTimers::Remove(const PlayoutTimer& timer) {
 }
 
 /// Brings the timer at a place to where it belongs.
-void PlayoutTimers::Settle(std::size_t place) {
-  PlayoutTimer* const timer = heap_[place];
+void EndpointTimers::Settle(std::size_t place) {
+  EndpointTimer* const timer = heap_[place];
   while (place > 0 && timer->due_ < heap_[(place - 1) / 2]->due_) {
     PutAt(place, heap_[(place - 1) / 2]);
     place = (place - 1) / 2;
