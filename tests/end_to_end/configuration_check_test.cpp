@@ -188,6 +188,16 @@ TEST_F(ConfigurationCheck, AFailedStartNamesEveryMistakeOfSipInTheSameWords) {
   EXPECT_THAT(start.output, HasSubstr(check.output.substr(0, check.output.rfind(conf_.Path().string() + ": 3"))));
 }
 
+TEST_F(ConfigurationCheck, AFailedStartTellsWhyOnceInThePlaceOfLogAndErrors) {
+  conf_.Replace("sip_profiles/internal.xml", "name=\"sid\" value=\"false\"", "name=\"sid\" value=\"fals\"");
+  const std::string mistake = "\"sid\" is \"fals\"";
+  const Run start = Switch({"--set", "event_socket_port=0"});
+  EXPECT_EQ(start.output.find(mistake), start.output.rfind(mistake)) << start.output;
+  EXPECT_THAT(start.output, HasSubstr("[ERR]"));
+  const Run quiet = Switch({"--set", "event_socket_port=0", "--log-level", "crit"});
+  EXPECT_THAT(quiet.output, HasSubstr("kvx-switch: " + Place("sip_profiles/internal.xml", "fals\"") + mistake));
+}
+
 TEST_F(ConfigurationCheck, NamesRatesThatNoCodecHas) {
   Expect("jsr309.xml", "<AMR-WB>", "<AMR-WB><!-- -->",
          "no codec \"AMR-WB\" of sampling_rate \"16000\" and bit_rate \"9999\", ignored");

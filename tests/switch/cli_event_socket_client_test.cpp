@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "support/free_ports.h"
+#include "support/process_child.h"
 
 namespace kvx_cli {
 namespace {
@@ -121,6 +122,19 @@ TEST_F(EventSocketClientTest, LogsInAndRunsACommand) {
   EXPECT_EQ(login, "auth secret\n\n");
   EXPECT_EQ(command, "api show calls\n\n");
   EXPECT_EQ(output_, "a\n\nb");
+}
+
+TEST_F(EventSocketClientTest, HandsOnTheLogThatCameAlongWithAnAnswer) {
+  std::string log;
+  client_.OnLog([&log](const EventSocketMessage& line) { log += line.body; });
+  ScriptedSwitch peer(answering(
+      "Content-Type: api/response\nContent-Length: 1\n\nx"
+      "Content-Type: log/data\nContent-Length: 4\n\none\nContent-Type: log/data\nContent-Length: 4\n\ntwo\n"));
+  ASSERT_EQ(Connect(peer), Outcome::kDone) << client_.error();
+  ASSERT_EQ(client_.Api("status", kLimit, output_), Outcome::kDone) << client_.error();
+  EXPECT_EQ(log, "") << "the answer comes first";
+  EXPECT_TRUE(test_support::wait_until(kLimit, [&] { return client_.Connected() && log == "one\ntwo\n"; })) << log;
+  client_.Close();
 }
 
 TEST_F(EventSocketClientTest, ReadsAnswersThatComeByteByByte) {

@@ -1,5 +1,6 @@
 #include <getopt.h>
 #include <switch.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -215,6 +216,7 @@ bool Announce(const Options& options) {
   const std::string event_socket = EventSocketAddress();
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Ready: sip=%s event_socket=%s conf=%s\n", sip.c_str(),
                     event_socket.c_str(), SWITCH_GLOBAL_dirs.conf_dir);
+  FlushLog();  // whoever waited for the file may look into the log next
   return options.ready_file.empty() ||
          WriteFile(options.ready_file, "sip=" + sip + "\nevent_socket=" + event_socket + "\n");
 }
@@ -251,6 +253,14 @@ void AwaitEnd(Signals& signals, ServiceManager& manager) {
   }
 }
 
+/// Whether what is logged at ERROR is to be read where errors are written: on one terminal, in one journal or file.
+bool ErrorsAreSeenInTheLog() {
+  struct stat log {};
+  struct stat errors {};
+  return switch_core_session_ctl(SCSC_LOGLEVEL, nullptr) >= SWITCH_LOG_ERROR && fstat(STDOUT_FILENO, &log) == 0 &&
+         fstat(STDERR_FILENO, &errors) == 0 && log.st_dev == errors.st_dev && log.st_ino == errors.st_ino;
+}
+
 bool StartFronts(std::string& error) {
   if (!StartConsole(error)) return false;
   if (StartSip(error)) return true;
@@ -265,8 +275,9 @@ int Serve(const Options& options, Signals& signals) {
   if (!StartFronts(error)) {
     WarnOfLowLimits();  // they may be why
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
+    const bool told = ErrorsAreSeenInTheLog();
     switch_core_destroy();
-    Complain(error);
+    if (!told) Complain(error);
     return EXIT_FAILURE;
   }
   WarnOfLowLimits();

@@ -70,7 +70,7 @@ class Console {
       if (!options_.log_level.empty()) TellOfLog();
     }
     std::string line;
-    while (lines_->Next(line)) {
+    while (NextLine(line)) {
       line = without_outer_blanks(line);
       if (line.empty() || line.front() == '#') continue;  // a comment in a script
       // The console's own; "/status" is a command like any other.
@@ -84,6 +84,12 @@ class Console {
   }
 
  private:
+  /// What came behind the last answer is shown before anybody waits for a key.
+  bool NextLine(std::string& line) {
+    client_.Connected();
+    return lines_->Next(line);
+  }
+
   ExitCode RunLine(const std::string& line) {
     if (line.front() == '/') options_.log_level = LogLevelOf(line);
     // The switch may have been restarted while nobody typed; a new connection is told of the log anyway.

@@ -258,6 +258,7 @@ Outcome EventSocketClient::TakeMessage(EventSocketMessage& message, bool& comple
 }
 
 bool EventSocketClient::Connected() {
+  HandReceived();  // what came along with the last answer
   while (socket_ >= 0) {
     char bytes[kReadBytes];
     const ssize_t count = recv(socket_, bytes, sizeof(bytes), 0);
@@ -268,15 +269,19 @@ bool EventSocketClient::Connected() {
       break;
     }
     received_.append(bytes, static_cast<size_t>(count));
-    EventSocketMessage unasked;
-    bool complete = true;
-    while (complete && socket_ >= 0) {
-      complete = false;
-      TakeMessage(unasked, complete);
-      if (complete) HandLog(unasked);
-    }
+    HandReceived();
   }
   return false;
+}
+
+void EventSocketClient::HandReceived() {
+  bool complete = true;
+  while (complete && socket_ >= 0) {
+    EventSocketMessage unasked;
+    complete = false;
+    TakeMessage(unasked, complete);
+    if (complete) HandLog(unasked);
+  }
 }
 
 }  // namespace kvx_cli

@@ -75,6 +75,7 @@ class EventSocketClient {
   Outcome Await(short events, Deadline deadline);
   Outcome Fail(Outcome outcome, const std::string& error);
   void HandLog(const EventSocketMessage& message);
+  void HandReceived();
 
   int socket_ = -1;
   std::string received_;  ///< bytes that no message has used yet

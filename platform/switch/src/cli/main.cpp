@@ -36,5 +36,6 @@ int main(int argc, char** argv) {
     result = run_command(client, options, command);
     if (result != kExitDone) break;
   }
+  client.Connected();  // shows what of the log came behind the last answer
   return result;
 }
