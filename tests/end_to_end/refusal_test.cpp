@@ -101,6 +101,14 @@ TEST_F(Refusal, OfAnUnknownNumberIs404AndNamesIt) {
   ExpectStillServing();
 }
 
+TEST_F(Refusal, OfMediaAtAnAddressOfAnotherFamilyIs488AndNamesIt) {
+  StartSwitch();
+  EXPECT_EQ(RefusedWith("caller_with_ipv6_media", "2000"), 488);
+  ExpectLogLine({"remote address ::1 and local address", "are of different families"});
+  ExpectLogLine({"Call refused with 488: the media server takes no media at ::1"});
+  ExpectStillServing();
+}
+
 TEST_F(Refusal, OfAMalformedDescriptionIs400AndNamesTheLine) {
   StartSwitch();
   EXPECT_EQ(RefusedWith("caller_with_malformed_sdp", "2000"), 400);

@@ -35,6 +35,13 @@ bool ReadWriteLock::TryLockWriteFor(std::chrono::steady_clock::duration patience
   return true;
 }
 
+bool ReadWriteLock::RunUnlocked(std::chrono::steady_clock::duration patience, const std::function<void()>& change) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (!changed_.wait_for(lock, patience, [this] { return !writer_ && readers_ == 0; })) return false;
+  change();
+  return true;
+}
+
 bool ReadWriteLock::Unlock() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (writer_) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 
 namespace kvx_switch {
@@ -21,6 +22,9 @@ class ReadWriteLock {
   bool TryLockWrite();
   /// False when readers are still there after `patience`.
   bool TryLockWriteFor(std::chrono::steady_clock::duration patience);
+  /// Runs `change` while nobody has the lock; who comes meanwhile waits instead of being turned away. Short, and
+  /// without a look at this lock. False, and nothing done, when somebody still has it after `patience`.
+  bool RunUnlocked(std::chrono::steady_clock::duration patience, const std::function<void()>& change);
   /// Gives back the writer's lock, else one of the readers'. False when nothing is locked.
   bool Unlock();
 

@@ -218,6 +218,13 @@ void DrainTasks(switch_core_session_t* session) {
   session->tasks.Drain();
 }
 
+void ForgetMediaServersInfo(switch_core_session_t* session) {
+  // A reader asks the media server for something at most, which takes its request timeout.
+  constexpr std::chrono::seconds kReaderPatience{5};
+  const auto forget = [session] { session->media_connection.private_info = nullptr; };
+  if (!session->lock.RunUnlocked(kReaderPatience, forget)) forget();
+}
+
 std::vector<SessionInfo> ListSessions() {
   return SessionManager::Get().List();
 }

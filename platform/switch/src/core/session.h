@@ -61,6 +61,10 @@ bool ServeAfterHangup(switch_core_session_t* session, std::chrono::steady_clock:
 /// On the leg's thread: runs the tasks that are queued, does not wait.
 void DrainTasks(switch_core_session_t* session);
 
+/// On the leg's thread: the media server has nothing of the leg any more. Who located the leg may be looking whether it
+/// has, and finishes first; one that keeps the leg for seconds is not waited for.
+void ForgetMediaServersInfo(switch_core_session_t* session);
+
 /// One leg as `show channels` and `show calls` print it.
 struct SessionInfo {
   std::string uuid;

@@ -320,7 +320,9 @@ bool CalledLeg::TakeAnswer(const DialogEvent& event, CalledLegReport& report) {
       media_->SetRemote(SWITCH_SDP_ANSWER_RECEIVED, answer_.media.front(), answer_.session_name, report.agreed)) {
     return true;
   }
-  switch_channel_hangup(channel_, SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
+  const bool other_family = IsOfOtherFamily(answer_.media.front(), local_.address);
+  switch_channel_hangup(channel_,
+                        other_family ? SWITCH_CAUSE_INCOMPATIBLE_DESTINATION : SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE);
   return false;
 }
 

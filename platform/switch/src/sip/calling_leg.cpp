@@ -165,8 +165,19 @@ bool CallingLeg::EnsureMedia() {
   }
   if (we_offer_) return true;
   if (media_->SetRemote(SWITCH_SDP_OFFER_RECEIVED, offer_.media[stream_], offer_.session_name, agreed_)) return true;
-  Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The offer could not be given to the media server");
+  OfferNotTaken();
   return false;
+}
+
+/// Media servers have addresses of one family, as a rule that of the profile (RFC 3261, 21.4.26).
+void CallingLeg::OfferNotTaken() {
+  const SdpMedia& stream = offer_.media[stream_];
+  if (!IsOfOtherFamily(stream, profile_.sip_address)) {
+    return Fail(SWITCH_CAUSE_NORMAL_TEMPORARY_FAILURE, 503, "", "The offer could not be given to the media server");
+  }
+  const std::string why = "the media server takes no media at " + stream.address;
+  Fail(SWITCH_CAUSE_INCOMPATIBLE_DESTINATION, 488, why,
+       "Call refused with 488: " + why + " (call-id " + invite_.call_id + ")");
 }
 
 /// What the caller is told of its stream: once, since a provisional response and the answer have to say the same.

@@ -93,6 +93,7 @@ class CallingLeg : public CallLeg, public std::enable_shared_from_this<CallingLe
   std::string TakeCallersAnswer(const std::string& sdp);
 
   bool EnsureMedia();
+  void OfferNotTaken();
   enum class Attempt { kAnswered, kFailed, kOver };
   Attempt Call(const BridgeTarget& target, std::chrono::seconds timeout);
   bool StartCalledLeg(const BridgeTarget& target, std::chrono::seconds timeout);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/media_server.h"
+#include "core/session.h"
 
 namespace kvx_switch {
 
@@ -57,7 +58,7 @@ LegMedia::Start LegMedia::Create(NewCall new_call) {
     Failed("creating the leg");
     result = Start::kFailed;
   }
-  connection_->private_info = nullptr;
+  ForgetMediaServersInfo(session_);
   connection_->media_server_interface = nullptr;
   ReleaseMediaServer(std::exchange(server_, nullptr));
   return result;
@@ -206,7 +207,7 @@ void LegMedia::Destroy() {
     switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session_), SWITCH_LOG_DEBUG,
                       "The media server had nothing left of the leg to destroy\n");
   }
-  connection_->private_info = nullptr;
+  ForgetMediaServersInfo(session_);
   DestroyCodec();
   connection_->media_server_interface = nullptr;
   ReleaseMediaServer(std::exchange(server_, nullptr));

@@ -82,6 +82,9 @@ std::string BuildOffer(const LocalDescription& local);
 /// Also an offer that follows the far end's last description: streams keep their places (RFC 3264, 8).
 std::string BuildAnswer(const LocalDescription& local, const SessionDescription& offer, size_t accepted);
 
+/// Its media is at a numeric address, but one of another family, IPv4 or IPv6, than `local`.
+bool IsOfOtherFamily(const SdpMedia& stream, const std::string& local);
+
 /// The encoding that RFC 3551 assigns to a static payload type; false when it assigns none for audio.
 bool StaticPayload(uint8_t type, SdpPayload& payload);
 

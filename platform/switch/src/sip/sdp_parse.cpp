@@ -305,6 +305,12 @@ MediaDirection WithoutReceiving(MediaDirection direction) {
   return sends ? MediaDirection::kSendOnly : MediaDirection::kInactive;
 }
 
+bool IsOfOtherFamily(const SdpMedia& stream, const std::string& local) {
+  const bool numeric = stream.address.find_first_not_of("0123456789abcdefABCDEF.:") == std::string::npos;
+  const auto is_ipv6 = [](const std::string& address) { return address.find(':') != std::string::npos; };
+  return numeric && stream.HasDestination() && is_ipv6(stream.address) != is_ipv6(local);
+}
+
 std::optional<SessionDescription> ParseSdp(std::string_view text, std::string& error) {
   error.clear();
   return Parser(text).Run(error);
