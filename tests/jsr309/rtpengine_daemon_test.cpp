@@ -2,8 +2,6 @@
 // happens to them.
 #include "rtpengine_fixture.h"
 
-#include <signal.h>
-
 #include <atomic>
 #include <thread>
 
@@ -99,9 +97,9 @@ TEST_F(RtpengineDaemons, ThatWereOutOfReachAreRidOfWhatWasLostMeanwhile) {
   ASSERT_TRUE(session->AddListener(listener));
   const Leg a = NewLeg(session), b = NewLeg(session);
   EXPECT_EQ(CallsOn(daemon), 2u);
-  ASSERT_EQ(kill(daemon.Pid(), SIGSTOP), 0);
+  Suspend(daemon);
   ASSERT_TRUE(listener->WaitForEvents(1, seconds(30)));
-  ASSERT_EQ(kill(daemon.Pid(), SIGCONT), 0);
+  Resume(daemon);
   EXPECT_TRUE(Eventually([&] { return CallsOn(daemon) == 0; }));
   EXPECT_TRUE(Eventually([&] { return factory().IsMediaServerAvailable(); }));
 }
@@ -118,7 +116,7 @@ TEST_F(RtpengineDaemons, ThatHangHoldUpNoCallForLongerThanARequestMayTakeAndNoDe
   const auto there = NewSession();
   Leg a = NewLeg(here), b = NewLeg(here);
   ASSERT_EQ(a.local.GetIPAddress(), daemon.Address());
-  ASSERT_EQ(kill(daemon.Pid(), SIGSTOP), 0);
+  Suspend(daemon);
   const auto took = [](auto action) {
     const auto begun = std::chrono::steady_clock::now();
     action();
@@ -134,7 +132,7 @@ TEST_F(RtpengineDaemons, ThatHangHoldUpNoCallForLongerThanARequestMayTakeAndNoDe
   ConnectionPtr imported;
   EXPECT_LT(took([&] { imported.reset(there->ImportNetworkConnection(a.connection)); }), kAtOnce);
   EXPECT_LT(took([&] { a.connection.reset(), imported.reset(), b.connection.reset(), here.reset(); }), kAtOnce);
-  ASSERT_EQ(kill(daemon.Pid(), SIGCONT), 0);
+  Resume(daemon);
   EXPECT_TRUE(Eventually([&] { return CallsOn(daemon) == 0; }));
 }
 

@@ -7,6 +7,10 @@
 #include "support/ng_server.h"
 #include "support/rtpengine_daemon.h"
 
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -31,6 +35,13 @@ class RtpengineTest : public EmbeddedTest {
     return options;
   }
 
+  /// Stops it as it stands, all of its threads.
+  static void Suspend(const RtpengineDaemon& daemon) {
+    ASSERT_EQ(kill(daemon.Pid(), SIGSTOP), 0);
+    ASSERT_TRUE(Eventually([&] { return IsSuspended(daemon.Pid()); }));
+  }
+  static void Resume(const RtpengineDaemon& daemon) { ASSERT_EQ(kill(daemon.Pid(), SIGCONT), 0); }
+
   /// How many calls the daemon has.
   static std::size_t CallsOn(const RtpengineDaemon& daemon) {
     using namespace kelvaro::jsr309::rtpengine;
@@ -48,6 +59,18 @@ class RtpengineTest : public EmbeddedTest {
     while (!condition()) {
       if (std::chrono::steady_clock::now() > deadline) return false;
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+  }
+
+ private:
+  static bool IsSuspended(pid_t process) {
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+      std::ifstream file(thread.path() / "stat");
+      std::string stat;
+      std::getline(file, stat);
+      const auto name_end = stat.rfind(')');  // of the program's name, before the state
+      if (name_end == std::string::npos || stat.substr(name_end + 2, 1) != "T") return false;
     }
     return true;
   }
