@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <shared_mutex>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -26,7 +27,8 @@ struct State {
   mutable std::mutex mutex;
   std::condition_variable ended;                                    // a leg is gone
   std::condition_variable to_trim;                                  // memory has come into use, or no legs will come
-  std::unordered_map<std::string, switch_core_session_t*> by_uuid;  // guarded by mutex
+  mutable std::shared_mutex uuids_mutex;                            // after mutex; looked up far more than changed
+  std::unordered_map<std::string, switch_core_session_t*> by_uuid;  // guarded by uuids_mutex
   std::chrono::steady_clock::time_point last_end;                   // guarded by mutex; of a leg
   std::thread trimmer;                                              // Start and Stop only
   bool running = false;                                             // guarded by mutex
@@ -41,7 +43,6 @@ struct State {
   uint64_t last_id = 0;                                             // guarded by mutex
 };
 
-/// Lives as long as the process, like the state.
 LegThreads& leg_threads() {
   static LegThreads* const threads = new LegThreads;
   return *threads;
@@ -86,7 +87,7 @@ SessionInfo info_of(switch_core_session_t* session) {
   return info;
 }
 
-/// Runs what the leg does; however that ends, the leg is hung up afterwards.
+/// However the program ends, the leg is hung up afterwards.
 void run_program(switch_core_session_t* session, LegProgram& program) {
   switch_channel_t* channel = &session->channel;
   switch_call_cause_t cause = SWITCH_CAUSE_NORMAL_CLEARING;
@@ -174,6 +175,7 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
   }
   State& all = state();
   std::lock_guard<std::mutex> lock(all.mutex);
+  std::lock_guard<std::shared_mutex> uuids_lock(all.uuids_mutex);
   if (uuid.size() > SWITCH_UUID_FORMATTED_LENGTH) {
     reason = "the uuid is too long";
   } else if (!all.running) {
@@ -185,9 +187,7 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
   } else if (direction == SWITCH_CALL_DIRECTION_INBOUND) {  // others count as well, but half a call is of no use
     reason = SessionRate::Get().Refusal(std::chrono::steady_clock::now());
   }
-  if (all.by_uuid.count(uuid)) {
-    reason = "the uuid " + uuid + " is in use";
-  }
+  if (all.by_uuid.count(uuid)) reason = "the uuid " + uuid + " is in use";
   if (!reason.empty()) {
     if (!pool || !*pool) switch_core_destroy_memory_pool(&own_pool);
     return nullptr;
@@ -248,7 +248,7 @@ void SessionManager::Destroy(switch_core_session_t* session) {
 
 void SessionManager::Free(switch_core_session_t* session) {
   {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    std::lock_guard<std::shared_mutex> lock(state().uuids_mutex);
     state().by_uuid.erase(session->uuid.load());
   }
   // Nobody finds the leg any more; those who have found it finish first.
@@ -285,7 +285,7 @@ void SessionManager::GiveMemoryBack() {
 void SessionManager::DestroyUnlaunched() {
   std::vector<switch_core_session_t*> unlaunched;
   {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    std::shared_lock<std::shared_mutex> lock(state().uuids_mutex);
     for (const auto& item : state().by_uuid) {
       if (!item.second->started) unlaunched.push_back(item.second);
     }
@@ -299,7 +299,7 @@ void SessionManager::DestroyUnlaunched() {
 }
 
 switch_core_session_t* SessionManager::Locate(const std::string& uuid, bool also_hung_up) {
-  std::lock_guard<std::mutex> lock(state().mutex);
+  std::shared_lock<std::shared_mutex> lock(state().uuids_mutex);
   const auto found = state().by_uuid.find(uuid);
   if (found == state().by_uuid.end()) return nullptr;
   switch_core_session_t* session = found->second;
@@ -310,7 +310,7 @@ switch_core_session_t* SessionManager::Locate(const std::string& uuid, bool also
 bool SessionManager::Rename(switch_core_session_t* session, const std::string& uuid) {
   if (uuid.empty() || uuid.size() > SWITCH_UUID_FORMATTED_LENGTH) return false;
   char* text = switch_core_strdup(session->pool, uuid.c_str());
-  std::lock_guard<std::mutex> lock(state().mutex);
+  std::lock_guard<std::shared_mutex> lock(state().uuids_mutex);
   if (session->uuid.load() == uuid) return true;
   if (!state().by_uuid.emplace(uuid, session).second) return false;
   state().by_uuid.erase(session->uuid.load());
@@ -320,7 +320,7 @@ bool SessionManager::Rename(switch_core_session_t* session, const std::string& u
 
 std::vector<switch_core_session_t*> SessionManager::LockAll() {
   std::vector<switch_core_session_t*> locked;
-  std::lock_guard<std::mutex> lock(state().mutex);
+  std::shared_lock<std::shared_mutex> lock(state().uuids_mutex);
   for (const auto& item : state().by_uuid) {
     if (item.second->lock.TryLockRead()) locked.push_back(item.second);
   }

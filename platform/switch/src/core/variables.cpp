@@ -4,6 +4,8 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <shared_mutex>
+#include <string_view>
 
 #include <switch.h>
 
@@ -11,10 +13,11 @@ namespace kvx_switch {
 namespace {
 
 struct Variables {
-  std::mutex mutex;
-  std::map<std::string, char*> values;  // guarded by mutex; points into texts
-  std::deque<std::string> texts;        // guarded by mutex; keeps what was handed out, also when it is replaced
-  std::set<std::string> overridden;     // guarded by mutex
+  /// Every look-up of a leg's variable that the leg does not have ends here, and hardly anything is ever set.
+  std::shared_mutex mutex;
+  std::map<std::string, char*, std::less<>> values;  // guarded by mutex; points into texts
+  std::deque<std::string> texts;     // guarded by mutex; keeps what was handed out, also when it is replaced
+  std::set<std::string> overridden;  // guarded by mutex
 
   void Set(const std::string& name, const char* value) {
     const auto found = values.find(name);
@@ -37,20 +40,20 @@ Variables& the_variables() {
 
 void OverrideVariable(const std::string& name, const std::string& value) {
   Variables& variables = the_variables();
-  std::lock_guard<std::mutex> lock(variables.mutex);
+  std::lock_guard<std::shared_mutex> lock(variables.mutex);
   variables.Set(name, value.c_str());
   variables.overridden.insert(name);
 }
 
 void SetConfiguredVariable(const std::string& name, const std::string& value) {
   Variables& variables = the_variables();
-  std::lock_guard<std::mutex> lock(variables.mutex);
+  std::lock_guard<std::shared_mutex> lock(variables.mutex);
   if (!variables.overridden.count(name)) variables.Set(name, value.c_str());
 }
 
 void ClearVariables() {
   Variables& variables = the_variables();
-  std::lock_guard<std::mutex> lock(variables.mutex);
+  std::lock_guard<std::shared_mutex> lock(variables.mutex);
   variables.values.clear();
   variables.texts.clear();
   variables.overridden.clear();
@@ -80,14 +83,14 @@ std::string ExpandVariables(const std::string& text, const std::function<void(co
 char* switch_core_get_variable(const char* varname) {
   if (!varname) return nullptr;
   auto& variables = kvx_switch::the_variables();
-  std::lock_guard<std::mutex> lock(variables.mutex);
-  const auto found = variables.values.find(varname);
+  std::shared_lock<std::shared_mutex> lock(variables.mutex);
+  const auto found = variables.values.find(std::string_view(varname));
   return found == variables.values.end() ? nullptr : found->second;
 }
 
 void switch_core_set_variable(const char* varname, const char* value) {
   if (!varname) return;
   auto& variables = kvx_switch::the_variables();
-  std::lock_guard<std::mutex> lock(variables.mutex);
+  std::lock_guard<std::shared_mutex> lock(variables.mutex);
   variables.Set(varname, value);
 }

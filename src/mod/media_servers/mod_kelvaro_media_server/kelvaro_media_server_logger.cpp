@@ -39,7 +39,9 @@ switch_log_level_t KvrMediaServerLogger::KvrToFSLogLevel(kelvaro::LogLevel level
 }
 
 uint32_t get_thread_id() {
-  return static_cast<uint32_t>(syscall(SYS_gettid));
+  // It stays the thread's for its life, and asking for it costs more than the rest of a record that nobody wants.
+  thread_local const auto id = static_cast<uint32_t>(syscall(SYS_gettid));
+  return id;
 }
 
 }  // namespace kvx_media_server

@@ -7,6 +7,7 @@
 
 #include "kelvaro/logger.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -28,10 +29,13 @@ class GuardedLogger {
   void Detach();
 
  private:
-  std::mutex mutex_;
+  static void Write(const LoggingIdLogger& logger, LogLevel level, const std::string& id, const std::string& message,
+                    const char* file, uint32_t line);
+
+  std::atomic<const LoggingIdLogger*> logger_;  // null once detached
+  std::atomic<unsigned> writing_{0};            // records that look at logger_ or are on their way into it
+  std::mutex mutex_;                            // for the wait only
   std::condition_variable idle_;
-  const LoggingIdLogger* logger_;  // guarded by mutex_
-  unsigned writing_ = 0;           // guarded by mutex_; records on their way into logger_
 };
 
 }  // namespace kelvaro::jsr309
