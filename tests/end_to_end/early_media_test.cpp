@@ -17,24 +17,42 @@ TEST_F(EarlyMedia, IsHeardByTheCallerBeforeTheAnswerAndTheCallGoesOnFromThere) {
   settings.callee_scenario = "callee_plays_early";
   StartPhones(settings);
   Dial();
-  ASSERT_TRUE(test_support::wait_until(seconds(20), [this] {
-    const auto calls = CallerAgent().Dialogues();
-    return !calls.empty() && calls[0].Answer(183, "INVITE", false) != nullptr;
-  })) << trial_->Account();
-  const auto ringing = CallerAgent().Dialogues().at(0);
-  const auto offered = CalleeAgent().Dialogues().at(0).FarAudio();
-  ASSERT_TRUE(ringing.FarAudio() && offered) << trial_->Account();
-  test_support::RtpPhone& caller_media = trial_->CallerMedia(0);
-  test_support::RtpPhone& callee_media = trial_->CalleeMedia(0);
-  ExpectHeard({&callee_media, *offered}, {&caller_media, *ringing.FarAudio()}, seconds(1));
+  const Party caller{&trial_->CallerMedia(0), AwaitEarlyMedia()};
+  const Party callee{&trial_->CalleeMedia(0), CalleeAgent().Dialogues().at(0).FarAudio().value()};
+  ExpectHeard(callee, caller, seconds(1));
   EXPECT_EQ(CallerAgent().Dialogues().at(0).FinalAnswer(), nullptr) << "nobody has answered yet";
   EXPECT_NE(switch_->Api("show channels").find(",EARLY"), std::string::npos) << switch_->Api("show channels");
 
   Tell(CalleeAgent(), "ANSWER");
   trial_->WaitEstablished(seconds(20));
-  EXPECT_EQ(trial_->Calls().at(0).caller.Answer(200, "INVITE", false)->body, ringing.Answer(183, "INVITE", false)->body)
-      << "the caller is told the same";
+  const auto& told = trial_->Calls().at(0).caller;
+  EXPECT_EQ(told.Answer(200, "INVITE", false)->body, told.Answer(183, "INVITE", false)->body);
   ExpectTheyTalk(Caller(), Callee());
+  HangUp();
+  ExpectEndedWell();
+}
+
+// Two phones behind one number: who began last is heard, until one of them answers.
+TEST_F(EarlyMedia, OfTwoPhonesIsThatOfTheLastAndTheCallThatOfTheOneThatAnswers) {
+  CallTrialSettings settings;
+  settings.callee_scenario = "callee_forks_early";
+  StartPhones(settings);
+  Dial();
+  const Party caller{&trial_->CallerMedia(0), AwaitEarlyMedia()};
+  const auto offered = CalleeAgent().Dialogues().at(0).FarAudio().value();
+  const Party first{&trial_->CalleeMedia(0), offered};
+  ExpectHeard(first, caller);
+
+  test_support::RtpPhone second_media;
+  const Party second{&second_media, offered};
+  Tell(CalleeAgent(), "SECOND", second_media.Port());
+  ExpectHeard(second, caller);
+  ExpectUnheard(first, caller);
+
+  Tell(CalleeAgent(), "ANSWER");
+  trial_->WaitEstablished(seconds(20));
+  ExpectTheyTalk(Caller(), first, std::chrono::milliseconds(800));
+  ExpectUnheard(second, Caller());
   HangUp();
   ExpectEndedWell();
 }

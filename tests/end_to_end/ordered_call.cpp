@@ -65,8 +65,18 @@ SipMessage OrderedCall::Order(SippAgent& phone, const SippOrder& order) {
   return *answer;
 }
 
-void OrderedCall::Tell(SippAgent& phone, const std::string& what) {
-  phone.Order(phone.Dialogues().at(0).CallId(), {what, {"127.0.0.1", 9}}, orders_++);
+void OrderedCall::Tell(SippAgent& phone, const std::string& what, std::uint16_t media_port) {
+  phone.Order(phone.Dialogues().at(0).CallId(), {what, {"127.0.0.1", media_port}}, orders_++);
+}
+
+test_support::SdpAudio OrderedCall::AwaitEarlyMedia() {
+  const bool told = test_support::wait_until(kPatience, [this] {
+    const auto calls = CallerAgent().Dialogues();
+    return !calls.empty() && calls[0].Answer(183, "INVITE", false) != nullptr;
+  });
+  const auto audio = told ? CallerAgent().Dialogues().at(0).FarAudio() : std::nullopt;
+  if (!audio) throw std::runtime_error("no early media\n" + trial_->Account());
+  return *audio;
 }
 
 void OrderedCall::HangUp() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,7 +25,9 @@ class OrderedCall : public SentOn {
   /// The phone does it, and has acknowledged what it got for it: that final answer.
   test_support::SipMessage Order(test_support::SippAgent& phone, const test_support::SippOrder& order);
   /// An order that no request of the phone follows.
-  void Tell(test_support::SippAgent& phone, const std::string& what);
+  void Tell(test_support::SippAgent& phone, const std::string& what, std::uint16_t media_port = 9);
+  /// Until the caller has been told where the media of the call is that nobody has answered yet; told what.
+  test_support::SdpAudio AwaitEarlyMedia();
   /// The caller hangs up; both phones' scenarios end as they are written.
   void HangUp();
   /// What holds after every call: nothing left, no error.
