@@ -55,6 +55,7 @@ function(kvx_test name)
   add_executable(${name} ${TEST_SOURCES})
   target_link_libraries(${name} PRIVATE ${TEST_LIBRARIES} test_support GTest::gmock_main GTest::gmock GTest::gtest
     Threads::Threads)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+  # Named as the suites name them: a value's bytes are as long as a screen is wide, and others in every run.
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
     PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "${TEST_LABELS}")
 endfunction()

@@ -40,6 +40,8 @@ std::filesystem::path SwitchConfiguration(const Settings& settings) {
                         std::filesystem::copy_options::overwrite_existing);
   Replace(conf / "autoload_configs/switch.conf.xml", "name=\"max-sessions\" value=\"1000\"",
           "name=\"max-sessions\" value=\"40000\"");
+  Replace(conf / "autoload_configs/switch.conf.xml", "name=\"sessions-per-second\" value=\"1000\"",
+          "name=\"sessions-per-second\" value=\"100000\"");
   return conf;
 }
 

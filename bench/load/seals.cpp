@@ -1,7 +1,5 @@
 #include "seals.h"
 
-#include <srtp2/srtp.h>
-
 #include <cstring>
 #include <random>
 #include <stdexcept>
@@ -9,22 +7,18 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t kKeyLength = 30;  // key and salt of both suites
+using media_engine::SrtpKeys;
+using media_engine::SrtpTransform;
 
-srtp_t OpenContext(std::vector<uint8_t>& key, bool short_tag) {
-  srtp_policy_t policy;
-  std::memset(&policy, 0, sizeof policy);
-  if (short_tag) {
-    srtp_crypto_policy_set_aes_cm_128_hmac_sha1_32(&policy.rtp);
-  } else {
-    srtp_crypto_policy_set_aes_cm_128_hmac_sha1_80(&policy.rtp);
-  }
-  srtp_crypto_policy_set_aes_cm_128_hmac_sha1_80(&policy.rtcp);
-  policy.ssrc.type = ssrc_any_outbound;
-  policy.key = key.data();
-  srtp_t context = nullptr;
-  if (srtp_create(&context, &policy) != srtp_err_status_ok) throw std::runtime_error("no SRTP context");
-  return context;
+std::unique_ptr<SrtpTransform> OpenTransform(const std::vector<uint8_t>& key, bool short_tag) {
+  SrtpKeys keys;
+  if (short_tag) keys.suite = media_engine::SrtpSuite::kAesCm128HmacSha1_32;
+  keys.master.assign(key.begin(), key.end());
+  keys.rtp_lifetime = uint64_t{1} << 48;
+  std::string reason;
+  auto transform = SrtpTransform::Make(SrtpTransform::Direction::kOutgoing, keys, reason);
+  if (!transform) throw std::runtime_error(reason);
+  return transform;
 }
 
 }  // namespace
@@ -45,18 +39,13 @@ std::string Base64(const std::vector<uint8_t>& octets) {
 
 Seals::Seals(std::size_t count, bool wanted) {
   if (!wanted) return;
-  if (srtp_init() != srtp_err_status_ok) throw std::runtime_error("libsrtp does not start");
   std::random_device random;
   ends_.resize(count);
   for (std::size_t at = 0; at < count; ++at) {
     End& end = ends_[at];
-    for (std::size_t i = 0; i < kKeyLength; ++i) end.key.push_back(static_cast<uint8_t>(random()));
-    end.context = OpenContext(end.key, at % 2 != 0);
+    for (std::size_t i = 0; i < SrtpKeys::kLength; ++i) end.key.push_back(static_cast<uint8_t>(random()));
+    end.transform = OpenTransform(end.key, at % 2 != 0);
   }
-}
-
-Seals::~Seals() {
-  for (End& end : ends_) srtp_dealloc(end.context);
 }
 
 std::vector<std::string> Seals::Keys() const {
@@ -80,10 +69,10 @@ void Seals::BeginRun(std::size_t packets_each, std::size_t packet_length) {
 void Seals::Add(std::size_t end, const uint8_t* packet, std::size_t length) {
   uint8_t room[2048];
   std::memcpy(room, packet, length);
-  int sealed = static_cast<int>(length);
+  std::size_t sealed = length;
   End& one = ends_[end];
-  if (srtp_protect(one.context, room, &sealed) != srtp_err_status_ok ||
-      static_cast<std::size_t>(sealed) != length + TagLength(end)) {
+  if (one.transform->Apply(SrtpTransform::Protocol::kRtp, room, sealed) != media_engine::SrtpVerdict::kDone ||
+      sealed != length + TagLength(end)) {
     throw std::runtime_error("a packet cannot be protected");
   }
   one.packets.insert(one.packets.end(), room, room + sealed);

@@ -30,7 +30,8 @@ namespace {
 
 // Calls under way in one thread at a time are one; the pairs of legs are taken in turns, as calls come on many legs.
 constexpr int kPairs = 64;
-constexpr std::size_t kRoom = 1000;  // of the switch and the media server, beyond the sessions in the tables
+constexpr std::size_t kMostPerSecond = 100000;  // legs, which is the most that the switch can be told to make
+constexpr std::size_t kRoom = 1000;             // of the switch and the media server, beyond the sessions in the tables
 
 void Write(const std::filesystem::path& path, const std::string& text) {
   std::filesystem::create_directories(path.parent_path());
@@ -46,7 +47,8 @@ class LoadedModule {
     Write(conf / "autoload_configs/switch.conf.xml",
           "<configuration name=\"switch.conf\"><settings><param name=\"loglevel\" value=\"info\"/>"
           "<param name=\"max-sessions\" value=\"" +
-              std::to_string(sessions + kRoom) + "\"/></settings></configuration>\n");
+              std::to_string(sessions + kRoom) + "\"/><param name=\"sessions-per-second\" value=\"" +
+              std::to_string(kMostPerSecond) + "\"/></settings></configuration>\n");
     Write(conf / "jsr309.xml", InstantConfiguration(sessions + kRoom));
     Write(conf / "autoload_configs/kelvaro_media_server.conf.xml",
           "<configuration name=\"kelvaro_media_server.conf\"><settings><param name=\"config\" value=\"" +
@@ -78,6 +80,7 @@ class Residents {
  public:
   explicit Residents(std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
+      if (i % (kMostPerSecond / 2) == kMostPerSecond / 2 - 1) std::this_thread::sleep_for(std::chrono::seconds(1));
       legs_.push_back(std::make_unique<ModuleLeg>(SWITCH_CALL_DIRECTION_INBOUND));
       legs_.back()->Create();
     }

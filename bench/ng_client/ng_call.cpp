@@ -65,13 +65,13 @@ bool NgCall::Answer(const NgLeg& callee, NgLeg& towards_caller, std::string& err
 }
 
 bool NgCall::Describe(const char* command, const NgLeg& far_end, NgLeg& ours, std::string& error) {
-  Bencode::Dictionary request{{"command", command},
-                              {"from-tag", "caller"},
-                              {"sdp", SdpOf(far_end)},
-                              {"ICE", "remove"},
-                              {"replace", Bencode::List{"origin"}}};
+  Dictionary request{{"command", command},
+                     {"from-tag", "caller"},
+                     {"sdp", SdpOf(far_end)},
+                     {"ICE", "remove"},
+                     {"replace", Bencode::List{"origin"}}};
   if (std::string(command) == "answer") request.emplace("to-tag", "callee");
-  Bencode::Dictionary reply;
+  Dictionary reply;
   if (!Do(std::move(request), reply, error)) return false;
   ours = {};
   const std::string sdp = TextOf(reply, "sdp");
@@ -81,14 +81,14 @@ bool NgCall::Describe(const char* command, const NgLeg& far_end, NgLeg& ours, st
 }
 
 bool NgCall::Delete(std::string& error) {
-  Bencode::Dictionary reply;
+  Dictionary reply;
   return Do({{"command", "delete"}, {"from-tag", "caller"}}, reply, error);
 }
 
-bool NgCall::Do(Bencode::Dictionary request, Bencode::Dictionary& reply, std::string& error) {
+bool NgCall::Do(Dictionary request, Dictionary& reply, std::string& error) {
   const std::string command = TextOf(request, "command");
   request.emplace("call-id", call_id_);
-  std::optional<Bencode::Dictionary> answer = client_.Ask(request, error);
+  std::optional<Dictionary> answer = client_.Ask(request, error);
   if (!answer) {
     error = command + " of " + call_id_ + ": " + error;
     return false;

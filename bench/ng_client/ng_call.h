@@ -41,7 +41,7 @@ class NgCall {
 
  private:
   bool Describe(const char* command, const NgLeg& far_end, NgLeg& ours, std::string& error);
-  bool Do(Bencode::Dictionary request, Bencode::Dictionary& reply, std::string& error);
+  bool Do(Dictionary request, Dictionary& reply, std::string& error);
 
   NgClient& client_;
   const std::string call_id_;

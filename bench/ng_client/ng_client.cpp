@@ -16,8 +16,6 @@
 namespace rtpengine_ng {
 namespace {
 
-constexpr std::size_t kLongestDatagram = 65535;
-
 /// Two clients of one daemon, or two runs of one program, must not share cookies.
 std::string DrawPrefix() {
   static const char digits[] = "0123456789abcdef";
@@ -28,25 +26,6 @@ std::string DrawPrefix() {
 }
 
 }  // namespace
-
-std::string FrameNg(const std::string& cookie, const Bencode::Dictionary& message) {
-  return cookie + " " + EncodeBencode(message);
-}
-
-std::optional<NgFrame> ParseNg(std::string_view datagram, std::string& error) {
-  const std::size_t space = datagram.find(' ');
-  if (space == std::string_view::npos || space == 0) {
-    error = "no cookie";
-    return std::nullopt;
-  }
-  const std::optional<Bencode> value = DecodeBencode(datagram.substr(space + 1), error);
-  if (!value) return std::nullopt;
-  if (value->Entries() == nullptr) {
-    error = "the message is no dictionary";
-    return std::nullopt;
-  }
-  return NgFrame{std::string(datagram.substr(0, space)), *value->Entries()};
-}
 
 NgClient::NgClient(const NgSettings& settings) : settings_(settings), cookie_prefix_(DrawPrefix()) {
   sockaddr_in to{};
@@ -70,7 +49,7 @@ std::string NgClient::Where() const {
   return "ng server " + settings_.address + ":" + std::to_string(settings_.port);
 }
 
-std::optional<Bencode::Dictionary> NgClient::Ask(const Bencode::Dictionary& request, std::string& error) {
+std::optional<Dictionary> NgClient::Ask(const Dictionary& request, std::string& error) {
   const std::string cookie = cookie_prefix_ + std::to_string(++last_cookie_);
   const std::string datagram = FrameNg(cookie, request);
   const Clock::time_point end = Clock::now() + settings_.limit;
@@ -80,7 +59,7 @@ std::optional<Bencode::Dictionary> NgClient::Ask(const Bencode::Dictionary& requ
     if (again) ++retransmissions_;
     if (!Send(datagram, error)) break;
     const Clock::time_point until = std::min(end, Clock::now() + wait);
-    if (std::optional<Bencode::Dictionary> reply = AwaitReply(cookie, until, error)) return reply;
+    if (std::optional<Dictionary> reply = AwaitReply(cookie, until, error)) return reply;
   }
   error = Where() + ": " + error;
   return std::nullopt;
@@ -97,9 +76,8 @@ bool NgClient::Send(const std::string& datagram, std::string& error) {
   return true;
 }
 
-std::optional<Bencode::Dictionary> NgClient::AwaitReply(const std::string& cookie, Clock::time_point until,
-                                                        std::string& error) {
-  std::array<char, kLongestDatagram> room;
+std::optional<Dictionary> NgClient::AwaitReply(const std::string& cookie, Clock::time_point until, std::string& error) {
+  std::array<char, kLongestNgDatagram> room;
   for (Clock::time_point now = Clock::now(); now < until; now = Clock::now()) {
     pollfd waiting{socket_, POLLIN, 0};
     const auto rest = std::chrono::ceil<std::chrono::milliseconds>(until - now);

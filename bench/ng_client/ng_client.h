@@ -13,9 +13,18 @@
 #include <optional>
 #include <string>
 
-#include "bencode.h"
+#include "rtpengine/bencode.h"
+#include "rtpengine/ng_frame.h"
 
 namespace rtpengine_ng {
+
+using kelvaro::jsr309::rtpengine::Bencode;
+using kelvaro::jsr309::rtpengine::Dictionary;
+using kelvaro::jsr309::rtpengine::FrameNg;
+using kelvaro::jsr309::rtpengine::kLongestNgDatagram;
+using kelvaro::jsr309::rtpengine::NgFrame;
+using kelvaro::jsr309::rtpengine::ParseNg;
+using kelvaro::jsr309::rtpengine::TextOf;
 
 struct NgSettings {
   std::string address = "127.0.0.1";  ///< numeric IPv4
@@ -34,7 +43,7 @@ class NgClient {
 
   /// The reply, whose "result" may say "error": what the daemon refuses is an answer, too. None when there was no
   /// answer in time, or nothing but malformed ones; error then says so.
-  std::optional<Bencode::Dictionary> Ask(const Bencode::Dictionary& request, std::string& error);
+  std::optional<Dictionary> Ask(const Dictionary& request, std::string& error);
 
   uint64_t retransmissions() const { return retransmissions_; }
 
@@ -43,7 +52,7 @@ class NgClient {
 
   bool Send(const std::string& datagram, std::string& error);
   /// The reply to that cookie, if it comes before then.
-  std::optional<Bencode::Dictionary> AwaitReply(const std::string& cookie, Clock::time_point until, std::string& error);
+  std::optional<Dictionary> AwaitReply(const std::string& cookie, Clock::time_point until, std::string& error);
   /// Refused by the operating system on behalf of the server: nothing listens there, or no longer.
   std::string Where() const;
 
@@ -53,14 +62,5 @@ class NgClient {
   uint64_t last_cookie_ = 0;
   uint64_t retransmissions_ = 0;
 };
-
-/// A datagram is the cookie, a space and a bencoded dictionary.
-std::string FrameNg(const std::string& cookie, const Bencode::Dictionary& message);
-struct NgFrame {
-  std::string cookie;
-  Bencode::Dictionary message;
-};
-/// None when the datagram is malformed; error then says why.
-std::optional<NgFrame> ParseNg(std::string_view datagram, std::string& error);
 
 }  // namespace rtpengine_ng

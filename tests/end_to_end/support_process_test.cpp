@@ -6,6 +6,7 @@
 #include "support/free_ports.h"
 #include "support/process_child.h"
 #include "support/process_inspection.h"
+#include "support/process_threads.h"
 #include "support/switch_process.h"
 #include "support/switch_process_configuration.h"
 #include "support/udp_socket.h"
@@ -112,6 +113,21 @@ TEST_F(SupportProcess, ReadsErrorLinesOnlyFromALogItUnderstands) {
   const std::vector<std::string> wanted = {"x [ERR] b", "x [CRIT] d"};
   EXPECT_EQ(error_lines(log), wanted);
   EXPECT_THROW(error_lines("ERROR: everything is broken\n"), std::runtime_error);
+}
+
+TEST_F(SupportProcess, ThreadThatIsStoppedStandsStillUntilItContinues) {
+  ChildProcess child(Shell("while :; do echo x; sleep 0.01; done"));
+  const auto grows = [&child] {
+    const std::size_t before = child.Output().size();
+    return wait_until(milliseconds(500), [&] { return child.Output().size() > before; });
+  };
+  ASSERT_TRUE(grows());
+  EXPECT_THROW(StoppedThreads(child.Pid(), "sh", 0, 2), std::runtime_error) << "it has one thread";
+  EXPECT_THROW(StoppedThreads(child.Pid(), "no such", 0, 1), std::runtime_error);
+  StoppedThreads stopped(child.Pid(), "sh", 0, 1);
+  EXPECT_FALSE(grows());
+  stopped.Continue();
+  EXPECT_TRUE(wait_until(seconds(10), grows));
 }
 
 }  // namespace

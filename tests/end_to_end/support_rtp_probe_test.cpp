@@ -73,6 +73,16 @@ TEST(SupportProbe, PassesAPathThatDoesNothingWrong) {
   EXPECT_EQ(result.to_callee.priming_missed, 0u);
 }
 
+TEST(SupportProbe, HearsOneWhoSpeaksAlone) {
+  Path path(RelayFault::kNone);
+  const RtpComparison heard = say_rtp(path.caller, path.callee, path.Settings().to_callee, Path::Limits());
+  EXPECT_TRUE(heard.Passed()) << heard.Reasons();
+  EXPECT_EQ(heard.received, heard.sent);
+  EXPECT_FALSE(path.caller.Rtp().Receive()) << "the other one spoke, too";
+  Path faulty(RelayFault::kDrop);
+  EXPECT_FALSE(say_rtp(faulty.caller, faulty.callee, faulty.Settings().to_callee, Path::Limits()).Passed());
+}
+
 TEST(SupportProbe, CountsWhatWasSaidBeforeThePathOpenedApart) {
   const RtpCallResult result = Path(RelayFault::kNone, 5).Run();
   EXPECT_TRUE(result.Passed()) << result.to_callee.Reasons();

@@ -35,6 +35,7 @@ TEST(SupportSipp, ReadsItsMessageLogWhileItIsWritten) {
   EXPECT_FALSE(messages[1].sent);
   EXPECT_EQ(messages[1].Status(), 486);
   EXPECT_EQ(messages[1].Title(), "486 Busy Here (INVITE)");
+  EXPECT_EQ(messages[1].at - messages[0].at, std::chrono::microseconds(1));
   const auto dialogues = group_dialogues(messages);
   ASSERT_EQ(dialogues.size(), 1u);
   EXPECT_EQ(dialogues[0].Flow(), "> INVITE  < 486");
@@ -147,6 +148,18 @@ TEST_F(SupportSippCall, ItsScenariosFitTogether) {
     EXPECT_NO_THROW(trial.WaitHungUp(seconds(15)));
     EXPECT_NO_THROW(trial.WaitCalleeDone(seconds(15)));
   }
+}
+
+TEST_F(SupportSippCall, DoesInTheMiddleOfACallWhatItIsOrdered) {
+  CallTrialSettings settings = Settings(1);
+  settings.caller_scenario = "caller_on_order";
+  CallTrial trial(settings);
+  trial.Dial(trial.CalleeAddress(), 1);
+  trial.WaitEstablished(seconds(10));
+  trial.Caller().Order(trial.Caller().Dialogues().at(0).CallId(), {"BYE", {"127.0.0.1", 9}}, 17);
+  trial.WaitHungUp(seconds(15));
+  trial.WaitCalleeDone(seconds(5));
+  EXPECT_EQ(trial.Callee().Dialogues().at(0).Request("BYE", false)->Header("CSeq"), "17 BYE");
 }
 
 TEST_F(SupportSippCall, SaysWhenSippCannotStart) {

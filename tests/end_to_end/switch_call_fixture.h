@@ -28,6 +28,9 @@ class SwitchCall : public testing::Test {
 
   /// Dials all calls of the trial at once, has both ends talk, expects what arrives to be what was sent.
   void ExpectCallsToCarrySpeech(std::size_t calls);
+  /// So many calls in the switch, the two legs of each in one media session. The phones know of the answer a little
+  /// before that is so.
+  void ExpectCallsUp(std::size_t calls);
   /// The calls end as both sides' scenarios say.
   void ExpectHungUp();
   /// No leg, media session, port, descriptor or thread left.

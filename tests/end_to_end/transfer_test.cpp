@@ -125,9 +125,7 @@ TEST_F(Transfer, TheCallerTalksToWhomTheCalledPhoneNamed) {
   ASSERT_TRUE(Reached(*target_)) << target_->Account() << trial_->Account();
   ASSERT_NO_THROW(trial_->WaitCalleeDone(seconds(10))) << "told of the target's answer, and sent away";
   ExpectToTalk(caller, PartyOf(*target_, target_phone_));
-  const auto counts = test_support::ask_counts(*switch_);
-  EXPECT_EQ(counts.sessions, 2);
-  EXPECT_EQ(counts.media_sessions, 1);
+  ExpectCallsUp(1);
   EXPECT_NE(target_->Dialogues().at(0).Request("INVITE", false)->Header("Referred-By"), "");
   ASSERT_NO_THROW(trial_->WaitHungUp(seconds(20)));
   ExpectDone(*target_);
@@ -147,7 +145,7 @@ TEST_F(Transfer, TwoCallsOfOnePhoneAreJoined) {
   ASSERT_TRUE(Reached(*target_)) << target_->Account() << asker->Account();
   ExpectDone(*asker);
   ASSERT_NO_THROW(trial_->WaitCalleeDone(seconds(10))) << "both calls of who asked have ended";
-  EXPECT_EQ(test_support::ask_counts(*switch_).media_sessions, 1) << "one leg has moved to the other's session";
+  ExpectCallsUp(1);  // one leg has moved to the other's media session
   ExpectToTalk(caller, PartyOf(*target_, target_phone_));
   ASSERT_NO_THROW(trial_->WaitHungUp(seconds(20)));
   ExpectDone(*target_);

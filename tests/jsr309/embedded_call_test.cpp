@@ -1,12 +1,9 @@
-// Calls through the whole control library on embedded media servers, with real packets.
+// What calls on embedded media servers have beyond the contract (contract_call_test.cpp).
 #include "embedded_fixture.h"
 
 namespace {
 
 using namespace kelvaro::jsr309;
-using test_support::EmbeddedOptions;
-using test_support::RecordingRtpTimeoutListener;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class EmbeddedCall : public test_support::EmbeddedTest {
@@ -16,105 +13,7 @@ class EmbeddedCall : public test_support::EmbeddedTest {
     EXPECT_TRUE(leg.connection->GetRtcpStatsReport(reports));
     return reports;
   }
-  static std::vector<std::uint8_t> Arrived(const Leg& leg) {
-    const auto packet = leg.Receive(0);
-    return packet ? packet->payload : std::vector<std::uint8_t>();
-  }
 };
-
-TEST_F(EmbeddedCall, CarriesBothDirectionsOfAnOfferedAndAnAnsweredLeg) {
-  Start();
-  const auto session = NewSession();
-  ASSERT_TRUE(session);
-  Leg a;
-  a.connection = NewConnection(session);
-  ASSERT_TRUE(a.connection->SetRemoteOffer(RemoteOf(a)));
-  AddCodec(a.local);
-  ASSERT_TRUE(a.connection->GetLocalAnswer(a.local));
-  const Leg b = NewLeg(session);
-  ASSERT_TRUE(Join(a, b));
-  for (std::uint16_t number = 1; number <= 50; ++number) {
-    EXPECT_TRUE(Flows(a, b, number)) << number;
-    EXPECT_TRUE(Flows(b, a, static_cast<std::uint16_t>(1000 + number))) << number;
-  }
-  EXPECT_THAT(logger().Messages(kelvaro::ERROR_LOG_LEVEL), ElementsAre());
-}
-
-TEST_F(EmbeddedCall, TheAnswerMayComeBeforeTheRemoteOffer) {
-  Start();
-  const auto session = NewSession();
-  Leg a;
-  a.connection = NewConnection(session);
-  AddCodec(a.local);
-  ASSERT_TRUE(a.connection->GetLocalAnswer(a.local));
-  ASSERT_TRUE(a.connection->SetRemoteOffer(RemoteOf(a)));
-  const Leg b = NewLeg(session);
-  ASSERT_TRUE(Join(b, a));
-  EXPECT_TRUE(Flows(a, b, 1));
-  EXPECT_TRUE(Flows(b, a, 2));
-}
-
-TEST_F(EmbeddedCall, LocalDescriptionsTellAddressesAndPorts) {
-  EmbeddedOptions options;
-  options.public_address = "203.0.113.7";
-  Start(options);
-  const auto session = NewSession();
-  const Leg leg = NewLeg(session);
-  EXPECT_STREQ(leg.local.GetIPAddress(), "127.0.0.1");
-  EXPECT_STREQ(leg.local.GetPublicIPAddress(), "203.0.113.7");
-  EXPECT_GE(leg.local.GetRtpPort(), port_min());
-  EXPECT_LT(leg.local.GetRtpPort(), port_min() + 16);
-  EXPECT_EQ(leg.local.GetRtpPort() % 2, 0);
-  EXPECT_EQ(leg.local.GetRtcpPort(), leg.local.GetRtpPort() + 1);
-}
-
-TEST_F(EmbeddedCall, WithoutAPublicAddressThereIsNone) {
-  Start();
-  const Leg leg = NewLeg(NewSession());
-  EXPECT_EQ(leg.local.GetPublicIPAddress(), nullptr);
-}
-
-TEST_F(EmbeddedCall, RepeatedDescriptionsKeepThePortUnlessAnAnswerRenewsIt) {
-  Start();
-  const auto session = NewSession();
-  const Leg leg = NewLeg(session);
-  const auto port = leg.local.GetRtpPort();
-  MediaConfig again;
-  AddCodec(again);
-  ASSERT_TRUE(leg.connection->GetLocalOffer(again));
-  EXPECT_EQ(again.GetRtpPort(), port);
-  ASSERT_TRUE(leg.connection->GetLocalAnswer(again));
-  EXPECT_EQ(again.GetRtpPort(), port);
-  again.SetAutoLocalPortRenew(true);
-  ASSERT_TRUE(leg.connection->GetLocalOffer(again));
-  EXPECT_EQ(again.GetRtpPort(), port);
-  ASSERT_TRUE(leg.connection->GetLocalAnswer(again));
-  EXPECT_NE(again.GetRtpPort(), port);
-  EXPECT_TRUE(test_support::udp_port_is_free(port));
-}
-
-TEST_F(EmbeddedCall, EachDirectionIsSeenFromTheNetworkSideOfTheCaller) {
-  Start();
-  const auto session = NewSession();
-  const Leg a = NewLeg(session), b = NewLeg(session);
-  struct Case {
-    Direction direction;
-    bool forward, backward;
-  };
-  const Case cases[] = {{kDuplex, true, true},       {kReceive, true, false},       {kSend, false, true},
-                        {kAudioNoVideo, true, true}, {kVideoNoAudio, false, false}, {kDisable, false, false}};
-  std::uint16_t number = 0;
-  const std::vector<std::uint8_t> kNothing;
-  for (const Case& one : cases) {
-    ASSERT_TRUE(Join(a, b, one.direction)) << one.direction;
-    a.Send(++number);
-    b.Send(number);
-    // A request is served after the packets that were sent before it: what has not arrived then never will.
-    Reports(a);
-    EXPECT_EQ(Arrived(b), one.forward ? Payload(number) : kNothing) << one.direction;
-    EXPECT_EQ(Arrived(a), one.backward ? Payload(number) : kNothing) << one.direction;
-  }
-}
 
 TEST_F(EmbeddedCall, PayloadTypesOfEventsAndCodecsAreEachLegsOwn) {
   Start();
@@ -147,19 +46,6 @@ TEST_F(EmbeddedCall, PayloadTypesOfEventsAndCodecsAreEachLegsOwn) {
   EXPECT_EQ(a.Receive().value().payload_type, 101);
 }
 
-TEST_F(EmbeddedCall, UnlikeCodecsAreRefusedAtTheJoinAndNamed) {
-  Start();
-  const auto session = NewSession();
-  const Leg a = NewLeg(session), b = NewLeg(session, "GSM", 3);
-  EXPECT_FALSE(Join(a, b));
-  EXPECT_TRUE(
-      logger().Has(kelvaro::ERROR_LOG_LEVEL, "codecs PCMU/8000 and GSM/8000 cannot be carried into each other"));
-  const Leg c = NewLeg(session, "PCMA", 8);
-  EXPECT_TRUE(Join(a, c));
-  a.Send(1);
-  EXPECT_EQ(c.Receive().value().payload_type, 8);
-}
-
 TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
   Start();
   const auto session = NewSession();
@@ -189,7 +75,7 @@ TEST_F(EmbeddedCall, WhatIsNotSupportedIsNamedOncePerServer) {
                                                    "AllowInbandTo2833Conversion", "SilenceSuppressionFlag", "SidFlag"));
 }
 
-TEST_F(EmbeddedCall, DefaultsAreNotNamed) {
+TEST_F(EmbeddedCall, WhatHasNoOtherEffectThanItAsksForIsNotNamed) {
   Start();
   const auto session = NewSession();
   Leg leg;
@@ -205,21 +91,6 @@ TEST_F(EmbeddedCall, DefaultsAreNotNamed) {
   for (const std::string& message : logger().Messages(kelvaro::INFO_LOG_LEVEL)) {
     EXPECT_THAT(message, testing::Not(HasSubstr("does not support")));
   }
-}
-
-TEST_F(EmbeddedCall, TheRemoteAddressIsLearnedOnlyWhenAskedFor) {
-  Start();
-  const auto session = NewSession();
-  const Leg a = NewLeg(session), b = NewLeg(session);
-  ASSERT_TRUE(Join(a, b));
-  const Leg moved{a.connection, std::make_shared<test_support::UdpSocket>(), a.local};
-  moved.Send(1);
-  Reports(a);
-  EXPECT_FALSE(b.Receive(0));
-  EXPECT_TRUE(Flows(a, b, 2));
-  ASSERT_TRUE(a.connection->SetRemoteAddressDetection());
-  EXPECT_TRUE(Flows(moved, b, 3));
-  EXPECT_TRUE(Flows(b, moved, 4));
 }
 
 TEST_F(EmbeddedCall, StatisticsCountWhatWasSentAndLost) {
@@ -240,25 +111,6 @@ TEST_F(EmbeddedCall, StatisticsCountWhatWasSentAndLost) {
   std::vector<RtcpStatsReport> reports(3);
   EXPECT_FALSE(a.connection->GetRtcpStatsReport(reports));
   EXPECT_EQ(reports.size(), 3u);
-}
-
-TEST_F(EmbeddedCall, SilencesReachTheListener) {
-  Start();
-  const auto session = NewSession();
-  Leg leg;
-  leg.connection = NewConnection(session);
-  const auto listener = boost::make_shared<RecordingRtpTimeoutListener>();
-  ASSERT_TRUE(leg.connection->AddListener(listener));
-  AddCodec(leg.local);
-  leg.local.SetRtpTimeoutSec(MediaConfig::RTP_TIMEOUT_PENDING, 1);
-  leg.local.SetRtpTimeoutSec(MediaConfig::RTP_TIMEOUT_INACTIVE, 1);
-  ASSERT_TRUE(leg.connection->GetLocalOffer(leg.local));
-  ASSERT_TRUE(leg.connection->SetRemoteAnswer(RemoteOf(leg)));
-  ASSERT_TRUE(listener->WaitForEvents(1));
-  EXPECT_FALSE(listener->Events()[0].active_);
-  leg.Send(1);
-  ASSERT_TRUE(listener->WaitForEvents(2));
-  EXPECT_TRUE(listener->Events()[1].active_);
 }
 
 }  // namespace

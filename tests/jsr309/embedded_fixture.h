@@ -41,7 +41,8 @@ struct EmbeddedOptions {
   std::string port_quarantine_ms = "0";  // empty: the default
   std::string driver = "embedded";
   unsigned request_timeout_ms = 5000;
-  std::string extra;  // XML inside every media_server
+  std::string extra;                // XML inside every media_server
+  std::vector<std::string> extras;  // and inside the first ones
 };
 
 class EmbeddedTest : public ::testing::Test {
@@ -176,6 +177,7 @@ class EmbeddedTest : public ::testing::Test {
       if (number <= static_cast<int>(options.capacities.size())) {
         WriteElement(file, "capacity", std::to_string(options.capacities[static_cast<size_t>(number - 1)]));
       }
+      if (number <= static_cast<int>(options.extras.size())) file << options.extras[static_cast<size_t>(number - 1)];
       file << options.extra << "</media_server>\n";
     }
     file << "</media_servers></jsr309>\n";

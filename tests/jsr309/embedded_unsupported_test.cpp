@@ -30,6 +30,8 @@ const Setting kSettings[] = {
      [](MediaConfig& config) { config.SetSilenceSuppressionFlag(true); }},
     {"SidFlag", "no silence descriptors are made, those of the far ends are passed on", In::kRemote,
      [](MediaConfig& config) { config.SetSidFlag(true); }},
+    {"SidFlag false", "silence descriptors of the far ends are passed on unless annex A or B is declined", In::kLocal,
+     [](MediaConfig& config) { config.SetSidFlag(false); }},
     {"AllowInbandTo2833Conversion", "tones stay in the audio", In::kLocal,
      [](MediaConfig& config) { config.SetAllowInbandTo2833Conversion(true); }},
     {"FaxModeAutoSwitchMask", "fax signals do not switch the stream", In::kLocal,
@@ -40,6 +42,11 @@ const Setting kSettings[] = {
      [](MediaConfig& config) { config.SetJitterMaxPdvMs(100); }},
     {"JitterMode 3", kBufferStays, In::kLocal,
      [](MediaConfig& config) { config.SetJitterMode(MediaConfig::JITTER_MODE_INVALID); }},
+    {"jitter buffer delays of JitterMode none", "packets pass at once", In::kLocal,
+     [](MediaConfig& config) {
+       config.SetJitterMode(MediaConfig::JITTER_MODE_NONE);
+       config.SetJitterInitialDelayMs(40);
+     }},
     {"JitterMinDelayMs of a static jitter buffer", "it counts in adaptive mode only", In::kLocal,
      [](MediaConfig& config) {
        config.SetJitterMode(MediaConfig::JITTER_MODE_STATIC);

@@ -1,4 +1,6 @@
 // What the library sees to in joins before a media server is asked, and what it passes on.
+#include <string>
+
 #include "library_fixture.h"
 
 using namespace kelvaro::jsr309;
@@ -29,8 +31,14 @@ TEST_P(JoinDirection, IsPassedOnAsSeenFromTheCaller) {
   EXPECT_EQ(servers().JoinOf(kA, kB), GetParam());
 }
 
+std::string NameOfDirection(const ::testing::TestParamInfo<Direction>& info) {
+  static const char* const kNames[] = {"Duplex", "Receive", "Send", "AudioNoVideo", "VideoNoAudio", "Disable"};
+  return kNames[info.param];
+}
+
 INSTANTIATE_TEST_SUITE_P(All, JoinDirection,
-                         ::testing::Values(kDuplex, kReceive, kSend, kAudioNoVideo, kVideoNoAudio, kDisable));
+                         ::testing::Values(kDuplex, kReceive, kSend, kAudioNoVideo, kVideoNoAudio, kDisable),
+                         NameOfDirection);
 
 TEST_F(Join, RefusesADirectionThatIsNone) {
   EXPECT_FALSE(a_->Join(static_cast<Direction>(6), b_));

@@ -21,8 +21,6 @@ inline Bytes NumberedPacket(uint16_t number) {
 
 class CryptoTest : public testing::Test {
  protected:
-  void SetUp() override { StartSrtp(); }
-
   Outcome Local(const CryptoSettings& settings, bool answer_follows = false, bool new_port = false) {
     LocalSettings local;
     local.crypto = settings;

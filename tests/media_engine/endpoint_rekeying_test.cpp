@@ -103,6 +103,21 @@ TEST_F(Rekeying, AFarEndMayCountRolloversOnUnderNewKeys) {
   EXPECT_EQ(Counted().srtp_unauthentic, 0u);
 }
 
+TEST_F(Rekeying, AFarEndMayCountOnThoughItsNumbersWrapWithTheChangeOfKeys) {
+  SrtpPeer first(SrtpPeer::Way::kSends, PeerKeysOf(2)), second(SrtpPeer::Way::kSends, PeerKeysOf(3)),
+      third(SrtpPeer::Way::kSends, PeerKeysOf(4));
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  EXPECT_TRUE(Comes(first, 65534));
+  ASSERT_TRUE(Remote(KeysOf(3)).ok);
+  second.ContinueAt(0x11111111, 1);
+  for (const uint16_t number : {1, 2, 30000, 60000, 65535}) EXPECT_TRUE(Comes(second, number)) << number;
+  ASSERT_TRUE(Remote(KeysOf(4)).ok);
+  third.ContinueAt(0x11111111, 2);
+  for (const uint16_t number : {1, 2}) EXPECT_TRUE(Comes(third, number)) << number;
+  EXPECT_EQ(Counted().srtp_unauthentic, 0u);
+}
+
 TEST_F(Rekeying, AFarEndMayCountRolloversAnewUnderNewKeys) {
   SrtpPeer before(SrtpPeer::Way::kSends, PeerKeysOf(2)), after(SrtpPeer::Way::kSends, PeerKeysOf(3));
   ASSERT_TRUE(Local(KeysOf(1)).ok);
@@ -211,6 +226,20 @@ TEST_F(Rekeying, OurRolloversGoOnThoughNothingWentOutUnderTheKeysInBetween) {
   SrtpPeer third(SrtpPeer::Way::kReceives, PeerKeysOf(4));
   third.ContinueAt(0x11111111, 1);
   for (const uint16_t number : {2, 3}) EXPECT_TRUE(Arrives(third, number));
+}
+
+TEST_F(Rekeying, OurRolloversGoOnThoughOurNumbersWrapWithTheChangeOfKeys) {
+  ASSERT_TRUE(Local(KeysOf(1)).ok);
+  ASSERT_TRUE(Remote(KeysOf(2)).ok);
+  SrtpPeer first(SrtpPeer::Way::kReceives, PeerKeysOf(1)), second(SrtpPeer::Way::kReceives, PeerKeysOf(3)),
+      third(SrtpPeer::Way::kReceives, PeerKeysOf(4));
+  EXPECT_TRUE(Arrives(first, 65535));
+  ASSERT_TRUE(Local(KeysOf(3)).ok);
+  second.ContinueAt(0x11111111, 1);
+  for (const uint16_t number : {0, 30000, 60000, 65535}) EXPECT_TRUE(Arrives(second, number)) << number;
+  ASSERT_TRUE(Local(KeysOf(4)).ok);
+  third.ContinueAt(0x11111111, 2);
+  for (const uint16_t number : {0, 1}) EXPECT_TRUE(Arrives(third, number)) << number;
 }
 
 TEST_F(Rekeying, APortThatWasRenewedWithoutAWordOfKeysIsNewToTheNextOnes) {

@@ -8,7 +8,6 @@ namespace {
 class FaxOfProtectedLegs : public PassThrough {
  protected:
   void SetUp() override {
-    StartSrtp();
     PassThrough::SetUp();
     Protect(a_, 1, 2);
     Protect(b_, 3, 4);

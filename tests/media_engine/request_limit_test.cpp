@@ -12,7 +12,10 @@ namespace {
 class RelapsingClock : public Clock {
  public:
   TimePoint Now() const noexcept override {
-    if (armed_ && std::this_thread::get_id() == test_) workers_->SetStuck(true);
+    if (armed_ && std::this_thread::get_id() == test_) {
+      workers_->SetStuck(true);
+      workers_->WaitForStuck(1);
+    }
     return workers_->Now();
   }
   void Arm() { armed_ = true; }

@@ -54,8 +54,10 @@ TEST_F(ShutdownLimit, IsOneForAllWorkersTogether) {
   const std::size_t threads = RunningThreads();
   auto server = OpenStickable(4);
   time_->SetStuck(true);
-  std::vector<std::shared_ptr<Session>> sessions;
-  for (int i = 0; i < 4; ++i) sessions.push_back(NewSession(*server));  // each worker has something to do
+  for (unsigned worker = 0; worker < 4; ++worker) {  // each has something to do
+    server->StallWorker(worker, true);
+    server->StallWorker(worker, false);
+  }
   ASSERT_TRUE(time_->WaitForStuck(4));
   const auto begun = std::chrono::steady_clock::now();
   server->Shutdown(milliseconds{300});

@@ -3,8 +3,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "srtp_library.h"
-
 namespace media_engine_test {
 
 CryptoSettings KeysOf(uint8_t number, const char* suite, const std::string& mki) {
@@ -25,11 +23,6 @@ CryptoSettings NoKeys(bool mandatory) {
 
 SrtpPeerKeys PeerKeysOf(uint8_t number, const char* suite, const Bytes& mki) {
   return {SrtpPeerKey(number), std::strcmp(suite, kShortTagSuite) == 0, mki};
-}
-
-void StartSrtp() {
-  std::string reason;
-  if (!media_engine::SrtpLibraryReady(reason)) throw std::runtime_error(reason);
 }
 
 std::optional<Rtp> ParsePacket(const Bytes& data) {

@@ -17,9 +17,6 @@ CryptoSettings KeysOf(uint8_t number, const char* suite = kLongTagSuite, const s
 CryptoSettings NoKeys(bool mandatory = false);
 SrtpPeerKeys PeerKeysOf(uint8_t number, const char* suite = kLongTagSuite, const Bytes& mki = {});
 
-/// Starts the library for the peers, as the first keys would.
-void StartSrtp();
-
 /// A leg and its far end's two directions: the far end sends under the one set of keys and receives under the other.
 struct SecureLeg {
   Leg leg;
@@ -34,7 +31,6 @@ struct SecureLeg {
 class SrtpTest : public EngineTest {
  protected:
   void SetUp() override {
-    StartSrtp();
     server_ = Open(Config());
     session_ = NewSession(*server_);
   }

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -15,6 +16,16 @@ using testing::IsEmpty;
 
 /// How the media server fails in the middle of a request.
 enum class Trouble { kRefuses, kKeepsSilent, kDies };
+
+/// Stands before the name of the request in a test's name.
+const char* name_of(Trouble trouble) {
+  static const char* const kNames[] = {"Refused", "Unanswered", "DeathIn"};
+  return kNames[static_cast<int>(trouble)];
+}
+
+void PrintTo(Trouble trouble, std::ostream* out) {
+  *out << name_of(trouble);
+}
 
 /// How the two legs stand before the callback, which is always A's.
 enum class Before { kNoLeg, kOnlyB, kOneSession, kTwoSessions, kBridged };
@@ -45,6 +56,8 @@ struct Step {
   Outcome outcome;
   /// When the server died of it: requests that come after it fail as well.
   Outcome outcome_of_death;
+
+  friend void PrintTo(const Step& step, std::ostream* out) { *out << step.name; }
 };
 
 test_support::ScriptedOptions impatient() {
@@ -177,7 +190,7 @@ class MediaServerFailure : public MediaCallbacks, public testing::WithParamInter
   }
 };
 
-TEST_P(MediaServerFailure, LeavesTablesSessionsConnectionsAndListenersAsTheyShallBe) {
+TEST_P(MediaServerFailure, LeavesEverythingInItsPlace) {
   const auto& [step, trouble] = GetParam();
   const bool dies = trouble == Trouble::kDies;
   const Outcome& expected = dies ? step.outcome_of_death : step.outcome;
@@ -296,21 +309,21 @@ std::vector<Step> destruction_steps() {
           {"CloseInACleanUp", ScriptedOperation::kClose, Before::kOneSession, clean_up, both_gone, both_gone}};
 }
 
-std::string name_of(const testing::TestParamInfo<std::tuple<Step, Trouble>>& info) {
-  static const char* const kTroubles[] = {"Refused", "Unanswered", "DeathIn"};
-  return kTroubles[static_cast<int>(std::get<1>(info.param))] + std::get<0>(info.param).name;
+std::string test_name(const testing::TestParamInfo<std::tuple<Step, Trouble>>& info) {
+  return name_of(std::get<1>(info.param)) + std::get<0>(info.param).name;
 }
 
 const auto kTroubles = testing::Values(Trouble::kRefuses, Trouble::kKeepsSilent, Trouble::kDies);
 INSTANTIATE_TEST_SUITE_P(Creation, MediaServerFailure, testing::Combine(testing::ValuesIn(creation_steps()), kTroubles),
-                         name_of);
+                         test_name);
 INSTANTIATE_TEST_SUITE_P(Description, MediaServerFailure,
-                         testing::Combine(testing::ValuesIn(description_steps()), kTroubles), name_of);
-INSTANTIATE_TEST_SUITE_P(Fax, MediaServerFailure, testing::Combine(testing::ValuesIn(fax_steps()), kTroubles), name_of);
+                         testing::Combine(testing::ValuesIn(description_steps()), kTroubles), test_name);
+INSTANTIATE_TEST_SUITE_P(Fax, MediaServerFailure, testing::Combine(testing::ValuesIn(fax_steps()), kTroubles),
+                         test_name);
 INSTANTIATE_TEST_SUITE_P(Bridge, MediaServerFailure, testing::Combine(testing::ValuesIn(bridge_steps()), kTroubles),
-                         name_of);
+                         test_name);
 INSTANTIATE_TEST_SUITE_P(Destruction, MediaServerFailure,
-                         testing::Combine(testing::ValuesIn(destruction_steps()), kTroubles), name_of);
+                         testing::Combine(testing::ValuesIn(destruction_steps()), kTroubles), test_name);
 
 }  // namespace
 }  // namespace module_test

@@ -34,6 +34,8 @@ struct RtpExpectation {
   std::uint8_t event_payload_type = 101;
   std::string from;    // the media server's address:port in the description that the receiver got
   std::string digits;  // what was dialled at the other end
+  /// The media server passes on packets under the sender's SSRC instead of sending under one of its own.
+  bool relays_source = false;
 };
 
 /// The verdict on one direction. Passed only when something was heard and nothing is wrong: no data is no pass.

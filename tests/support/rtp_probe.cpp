@@ -229,12 +229,12 @@ void wait_for_packets(const std::vector<std::unique_ptr<Call>>& calls, Clock::ti
 
 }  // namespace
 
-RtpPhone::RtpPhone(bool ipv6) {
+RtpPhone::RtpPhone(const std::string& address) {
   for (int attempt = 0; attempt < 200; ++attempt) {
-    UdpSocket rtp(0, ipv6);
+    UdpSocket rtp(UdpAddress{address, 0});
     if (rtp.Port() % 2 != 0) continue;
     try {
-      rtcp_ = UdpSocket(static_cast<std::uint16_t>(rtp.Port() + 1), ipv6);
+      rtcp_ = UdpSocket(UdpAddress{address, static_cast<std::uint16_t>(rtp.Port() + 1)});
       rtp_ = std::move(rtp);
       return;
     } catch (const std::exception&) {  // the port after it is somebody else's: try another pair
@@ -276,6 +276,21 @@ std::vector<RtpCallResult> exchange_rtp(const std::vector<RtpCallSettings>& sett
     results.push_back(std::move(result));
   }
   return results;
+}
+
+RtpComparison say_rtp(RtpPhone& from, RtpPhone& to, const RtpDirectionSettings& settings,
+                      const RtpExchangeLimits& limits) {
+  Direction direction(settings, from, limits);
+  direction.Start(Clock::now());
+  while (!direction.Done(Clock::now())) {
+    listen(to.Rtp(), direction);
+    const auto wake = direction.Speak(Clock::now());
+    const auto rest = std::chrono::duration_cast<milliseconds>(wake - Clock::now()).count();
+    pollfd polled{to.Rtp().Descriptor(), POLLIN, 0};
+    poll(&polled, 1, static_cast<int>(std::clamp<long>(rest, 0, 20)));
+  }
+  listen(to.Rtp(), direction);
+  return direction.Compare();
 }
 
 }  // namespace test_support

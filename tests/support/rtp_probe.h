@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "support/rtp_comparison.h"
@@ -17,13 +18,17 @@ namespace test_support {
 /// reports for this phone never reach another one's RTP port.
 class RtpPhone {
  public:
-  explicit RtpPhone(bool ipv6 = false);
+  explicit RtpPhone(bool ipv6 = false) : RtpPhone(std::string(ipv6 ? "::1" : "127.0.0.1")) {}
+  /// On that address of loopback.
+  static RtpPhone At(const std::string& address) { return RtpPhone(address); }
 
   std::uint16_t Port() const { return rtp_.Port(); }
   UdpSocket& Rtp() { return rtp_; }
   UdpSocket& Rtcp() { return rtcp_; }
 
  private:
+  explicit RtpPhone(const std::string& address);
+
   UdpSocket rtp_;
   UdpSocket rtcp_;
 };
@@ -71,5 +76,9 @@ struct RtpExchangeLimits {
 /// script plus the limits.
 std::vector<RtpCallResult> exchange_rtp(const std::vector<RtpCallSettings>& calls,
                                         const RtpExchangeLimits& limits = {});
+
+/// The same in one direction while the other phone says nothing: `from` speaks, `to` listens.
+RtpComparison say_rtp(RtpPhone& from, RtpPhone& to, const RtpDirectionSettings& settings,
+                      const RtpExchangeLimits& limits = {});
 
 }  // namespace test_support

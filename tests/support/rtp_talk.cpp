@@ -51,6 +51,7 @@ std::vector<std::uint8_t> RtpTalk::Encode(SpeechSegmentKind kind) {
     for (std::size_t i = 0; i < settings_.codec.opaque_bytes; ++i) {
       payload.push_back(static_cast<std::uint8_t>(random_() & 0xff));
     }
+    if (settings_.codec.opaque_first) payload[0] = *settings_.codec.opaque_first;
     return payload;
   }
   for (std::int16_t sample : voice_.Speak(kind, static_cast<int>(settings_.codec.TimestampStep()))) {

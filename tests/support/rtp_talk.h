@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,8 @@ struct RtpCodec {
   RtpContent content = RtpContent::kMulaw;
   std::uint32_t clock_rate = 8000;  // timestamp units per second
   std::chrono::milliseconds ptime{20};
-  std::size_t opaque_bytes = 0;  // payload length of an opaque codec
+  std::size_t opaque_bytes = 0;              // payload length of an opaque codec
+  std::optional<std::uint8_t> opaque_first;  // byte of it, where the path reads the kind of frame from it
 
   std::uint32_t TimestampStep() const { return clock_rate * static_cast<std::uint32_t>(ptime.count()) / 1000; }
 };

@@ -25,7 +25,7 @@ void write_fields(const std::filesystem::path& file, const std::vector<SippCallF
   for (const SippCallFields& call : calls) {
     out << call.number << ';' << call.media_port << ';' << call.payload_type << ';' << call.codec << ';'
         << call.event_payload_type << ';' << call.attribute << ';' << call.transport << ';' << call.other_call << ';'
-        << call.other_to_tag << ';' << call.other_from_tag << '\n';
+        << call.other_to_tag << ';' << call.other_from_tag << ';' << call.header << '\n';
   }
   if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
 }
@@ -124,6 +124,19 @@ std::optional<SipDialogue> SippAgent::Dialogue(const std::string& from_user) con
     if (dialogue.FromUser() == from_user) return dialogue;
   }
   return std::nullopt;
+}
+
+void SippAgent::Order(const std::string& call_id, const SippOrder& order, int cseq) {
+  UdpSocket socket;
+  const std::string via = UdpAddress{"127.0.0.1", socket.Port()}.ToString();
+  const std::string text =
+      "DO-" + order.what + " sip:phone@" + Address().ToString() + " SIP/2.0\r\nVia: SIP/2.0/UDP " + via +
+      ";branch=z9hG4bK-order-" + std::to_string(cseq) +
+      "\r\nFrom: <sip:test@127.0.0.1>;tag=order\r\nTo: <sip:phone@127.0.0.1>\r\nCall-ID: " + call_id +
+      "\r\nCSeq: " + std::to_string(cseq) + " DO-" + order.what + "\r\nX-Address: " + order.media.address +
+      "\r\nX-Port: " + std::to_string(order.media.port) + "\r\nX-Direction: " + order.direction +
+      "\r\nX-Header: " + order.header + "\r\nContent-Length: 0\r\n\r\n";
+  socket.SendTo(Address(), {text.begin(), text.end()});
 }
 
 std::optional<ChildExit> SippAgent::WaitForExit(std::chrono::milliseconds limit) {

@@ -15,18 +15,27 @@
 namespace test_support {
 
 /// What one call of a phone says about itself: a line of the file that sipp takes its fields from. The scenarios use
-/// them as [field0] to [field9].
+/// them as [field0] to [field10].
 struct SippCallFields {
-  std::string number;                      // [field0] the phone's own number, user part of its From
-  std::uint16_t media_port = 0;            // [field1] where it wants RTP
-  std::string payload_type = "0";          // [field2] of its audio codec
-  std::string codec = "PCMU/8000";         // [field3] the codec as in rtpmap
-  std::string event_payload_type = "101";  // [field4] of telephone-event
-  std::string attribute = "ptime:20";      // [field5] one attribute more of the audio stream
-  std::string transport = "RTP/AVP";       // [field6] of the audio stream
-  std::string other_call;                  // [field7] Call-ID of the call that this one is about (Replaces), and its
-  std::string other_to_tag;                // [field8] tag at the switch
-  std::string other_from_tag;              // [field9] tag at the phone
+  std::string number;                       // [field0] the phone's own number, user part of its From
+  std::uint16_t media_port = 0;             // [field1] where it wants RTP
+  std::string payload_type = "0";           // [field2] of its audio codec
+  std::string codec = "PCMU/8000";          // [field3] the codec as in rtpmap
+  std::string event_payload_type = "101";   // [field4] of telephone-event
+  std::string attribute = "ptime:20";       // [field5] one attribute more of the audio stream
+  std::string transport = "RTP/AVP";        // [field6] of the audio stream
+  std::string other_call;                   // [field7] Call-ID of the call that this one is about (Replaces), and its
+  std::string other_to_tag;                 // [field8] tag at the switch
+  std::string other_from_tag;               // [field9] tag at the phone
+  std::string header = "User-Agent: sipp";  // [field10] one header more, in scenarios that have room for one
+};
+
+/// What a phone of the scenarios "..._on_order" is told to do in the middle of its call.
+struct SippOrder {
+  std::string what;  // "INVITE", "UPDATE", "REFRESH" (an UPDATE without a description), "BYE", "ANSWER"
+  UdpAddress media;  // where it wants RTP from now on
+  std::string direction = "sendrecv";
+  std::string header = "User-Agent: sipp";  // one header more
 };
 
 /// What a phone speaks over, for signalling and media alike.
@@ -64,6 +73,10 @@ class SippAgent {
   std::vector<SipDialogue> Dialogues() const;
   /// The dialogue of the call with that number in its From header, as far as it has come.
   std::optional<SipDialogue> Dialogue(const std::string& from_user) const;
+
+  /// Orders the phone to do something in that call, under that number of its CSeq. Over UDP alone; the phone must be up
+  /// to its orders, which its messages tell.
+  void Order(const std::string& call_id, const SippOrder& order, int cseq);
 
   /// The exit code when all calls went as the scenario says (0) or did not; empty when it still runs.
   std::optional<ChildExit> WaitForExit(std::chrono::milliseconds limit);

@@ -131,6 +131,7 @@ RtpDirectionSettings CallTrial::DirectionOf(const SdpAudio& talker_far, const Sd
   direction.expected.audio_payload_type = static_cast<std::uint8_t>(heard->payload_type);
   direction.expected.from = UdpAddress{listener_far.address, listener_far.port}.ToString();
   direction.expected.digits = digits;
+  direction.expected.relays_source = settings_.relays_source;
   direction.lose_one_of = settings_.lose_one_of;
   if (!digits.empty()) {
     const SdpCodec* sent_events = talker_far.Find("telephone-event");

@@ -28,6 +28,7 @@ struct CallTrialSettings {
   std::string caller_digits;
   std::string callee_digits;
   bool reports = false;         // the phones send RTCP
+  bool relays_source = false;   // the media server has no SSRCs of its own
   std::size_t lose_one_of = 0;  // packets, each way, on the way from a phone to the media server; 0: none
   int calls_per_second = 20;
   /// How much longer than the talk a call lasts: for signalling, and for media to open.
@@ -68,6 +69,10 @@ class CallTrial {
   const std::vector<CallView>& Calls() const { return views_; }
   /// Both parties of every call talk and listen. Passes nothing by itself: look at the results.
   std::vector<RtpCallResult> Talk();
+  /// The phones by the order in which they were made, for calls that are not up yet: the caller's of that call, and the
+  /// one that the callee uses for the call that it takes as that one.
+  RtpPhone& CallerMedia(std::size_t call) { return caller_phones_.at(call); }
+  RtpPhone& CalleeMedia(std::size_t call) { return callee_phones_.at(call); }
   /// The phones of a call of the batch.
   RtpPhone& CallerPhone(std::size_t call);
   RtpPhone& CalleePhone(std::size_t call);

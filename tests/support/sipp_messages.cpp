@@ -1,6 +1,7 @@
 #include "support/sipp_messages.h"
 
 #include <strings.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -88,6 +89,16 @@ SipMessage parse_message(const std::string& text, bool sent) {
 std::size_t announced_size(const std::string& line) {
   const std::size_t bracket = line.find_first_of("([");
   return bracket == std::string::npos ? 0 : std::strtoul(line.c_str() + bracket + 1, nullptr, 10);
+}
+
+// Of "------ 2026-01-31 12:00:00.123456"; zero when it is no such line.
+std::chrono::microseconds logged_at(const std::string& line) {
+  const std::size_t digits = line.find_first_of("0123456789");
+  tm broken{};
+  const char* fraction =
+      digits == std::string::npos ? nullptr : strptime(line.c_str() + digits, "%Y-%m-%d %H:%M:%S", &broken);
+  if (fraction == nullptr || *fraction != '.') return std::chrono::microseconds(0);
+  return std::chrono::seconds(timegm(&broken)) + std::chrono::microseconds(std::strtol(fraction + 1, nullptr, 10));
 }
 
 }  // namespace
@@ -183,6 +194,7 @@ std::vector<SipMessage> parse_sipp_messages(const std::string& log) {
     const std::size_t end = log.find('\n', announcement + 1);
     if (end == std::string::npos) break;
     const std::string line = log.substr(announcement + 1, end - announcement - 1);
+    const auto time = logged_at(log.substr(at, announcement - at));
     at = end;
     const bool sent = line.find("message sent") != std::string::npos;
     if (!sent && line.find("message received") == std::string::npos) continue;
@@ -190,6 +202,7 @@ std::vector<SipMessage> parse_sipp_messages(const std::string& log) {
     const std::size_t start = end + 2;
     if (size == 0 || start + size > log.size()) continue;
     messages.push_back(parse_message(log.substr(start, size), sent));
+    messages.back().at = time;
     at = start + size;
   }
   return messages;

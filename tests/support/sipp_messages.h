@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -39,7 +40,8 @@ std::optional<UdpAddress> parse_sdp_image(const std::string& sdp);
 
 /// A SIP message as a phone sent or received it.
 struct SipMessage {
-  bool sent = false;  // by the phone whose log this is
+  bool sent = false;                // by the phone whose log this is
+  std::chrono::microseconds at{0};  // local time of the log's line, from some fixed day; for differences
   std::string start_line;
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;

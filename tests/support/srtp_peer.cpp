@@ -35,6 +35,28 @@ void Check(srtp_err_status_t status, const char* what) {
   if (status != srtp_err_status_ok) throw std::runtime_error(std::string(what) + ": " + std::to_string(status));
 }
 
+/// Started with the first peer, stopped at the end of the process.
+class Library {
+ public:
+  Library() {
+    Check(srtp_init(), "srtp_init");
+    // Debian's starts its provider of ciphers with its first context and stops it with its last, which takes a hundred
+    // times as long as a context: this one stays.
+    Check(WithPolicy({SrtpPeerKey(0), false, {}}, {ssrc_any_inbound, 0},
+                     [this](const srtp_policy_t& policy) { return srtp_create(&kept_, &policy); }),
+          "srtp_create");
+  }
+  ~Library() {
+    srtp_dealloc(kept_);
+    srtp_shutdown();
+  }
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+
+ private:
+  srtp_t kept_ = nullptr;
+};
+
 }  // namespace
 
 std::vector<std::uint8_t> SrtpPeerKey(std::uint8_t number) {
@@ -44,6 +66,7 @@ std::vector<std::uint8_t> SrtpPeerKey(std::uint8_t number) {
 }
 
 SrtpPeer::SrtpPeer(Way way, const SrtpPeerKeys& keys) : way_(way), keys_(keys) {
+  static const Library library;
   const srtp_ssrc_t any{way == Way::kSends ? ssrc_any_outbound : ssrc_any_inbound, 0};
   Check(WithPolicy(keys, any, [this](const srtp_policy_t& policy) { return srtp_create(&context_, &policy); }),
         "srtp_create");

@@ -19,7 +19,7 @@ struct SrtpPeerKeys {
 /// A key that no other number has.
 std::vector<std::uint8_t> SrtpPeerKey(std::uint8_t number);
 
-/// One direction under one set of keys. The library must have been started, by whatever is under test.
+/// One direction under one set of keys.
 class SrtpPeer {
  public:
   enum class Way { kSends, kReceives };

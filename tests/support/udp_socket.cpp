@@ -76,9 +76,10 @@ std::optional<UdpAddress> parse_udp_address(const std::string& text) {
   return parsed;
 }
 
-UdpSocket::UdpSocket(std::uint16_t port, bool ipv6) {
-  const UdpAddress wanted{ipv6 ? "::1" : "127.0.0.1", port};
-  descriptor_ = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+UdpSocket::UdpSocket(std::uint16_t port, bool ipv6) : UdpSocket(UdpAddress{ipv6 ? "::1" : "127.0.0.1", port}) {}
+
+UdpSocket::UdpSocket(const UdpAddress& wanted) {
+  descriptor_ = socket(wanted.IsIpv6() ? AF_INET6 : AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "no UDP socket");
   SocketAddress address = socket_address(wanted);
   if (bind(descriptor_, address.Raw(), address.length) != 0 ||

@@ -29,6 +29,8 @@ class UdpSocket {
  public:
   /// Binds 127.0.0.1, or ::1; port 0 lets the system choose. Throws std::system_error naming the port.
   explicit UdpSocket(std::uint16_t port = 0, bool ipv6 = false);
+  /// Binds another address of loopback.
+  explicit UdpSocket(const UdpAddress& at);
   ~UdpSocket();
   UdpSocket(UdpSocket&& other) noexcept;
   UdpSocket& operator=(UdpSocket&& other) noexcept;

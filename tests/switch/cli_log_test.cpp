@@ -28,12 +28,14 @@ class CliLog : public core_test::RunningCore {
     settings.source = "event_socket.conf.xml";
     settings.listen_port = 0;
     settings.password = "secret";
-    server_ = std::make_unique<EventSocketServer>(settings, [](const std::string&, const std::string& arguments) {
-      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "warned of %s\n", arguments.c_str());
-      switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "noticed %s\n", arguments.c_str());
-      kvx_switch::FlushLog();
-      return "said\n";
-    });
+    server_ =
+        std::make_unique<EventSocketServer>(settings, [](const std::string& command, const std::string& arguments) {
+          if (command == "loglevel") return "+OK log level: INFO\n";
+          switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "warned of %s\n", arguments.c_str());
+          switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "noticed %s\n", arguments.c_str());
+          kvx_switch::FlushLog();
+          return "said\n";
+        });
     std::string error;
     ASSERT_TRUE(server_->Start(error)) << error;
     port_ = server_->address().substr(server_->address().rfind(':') + 1);
@@ -78,6 +80,22 @@ TEST_F(CliLog, RefusesALevelThatIsNone) {
   EXPECT_EQ(result.err,
             "kvx-cli: \"loud\" is no log level: console, alert, crit, err, warning, notice, info or debug\n");
   EXPECT_EQ(result.out, "");
+}
+
+TEST_F(CliLog, ThatIsNotWrittenIsToldOf) {
+  CliOnTerminal cli({"-P", port_, "-p", "secret", "-l", "err"}, {{"TERM", "xterm"}});
+  EXPECT_THAT(cli.ReadUntil("ends that.\r\n"), HasSubstr("The log is shown down to err; \"/nolog\" ends that.\r\n"));
+  cli.ReadUntil("kvx@127.0.0.1> ");
+  cli.Type("/log\n");
+  EXPECT_THAT(
+      cli.ReadUntil("changes that.\r\n"),
+      HasSubstr("The log is shown down to info; \"/nolog\" ends that. The switch writes no more: \"loglevel debug\" "
+                "changes that.\r\n"));
+  cli.ReadUntil("kvx@127.0.0.1> ");
+  cli.Type("/nolog\n");
+  EXPECT_THAT(cli.ReadUntil("no longer shown.\r\n"), HasSubstr("The log is no longer shown.\r\n"));
+  cli.Type("exit\n");
+  EXPECT_EQ(cli.WaitForEnd(), 0);
 }
 
 TEST_F(CliLog, AppearsWhileALineIsBeingTyped) {

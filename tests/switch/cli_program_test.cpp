@@ -13,6 +13,7 @@
 #include "cli/options.h"
 #include "cli_run.h"
 #include "console/event_socket_server.h"
+#include "console/version.h"
 #include "support/free_ports.h"
 #include "support/process_child.h"
 
@@ -193,6 +194,12 @@ TEST_F(CliProgram, ExplainsItself) {
   }
 }
 
+TEST_F(CliProgram, SaysWhichVersionItIs) {
+  const CliResult result = run_cli({"--version"});
+  EXPECT_EQ(result.out, std::string("kvx-cli ") + kvx_switch::kSwitchVersion + "\n");
+  EXPECT_EQ(result.exit_code, 0);
+}
+
 TEST_F(CliProgram, RefusesWrongUseAndNamesIt) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"-z"}, "unknown option -z"},
@@ -212,7 +219,7 @@ TEST_F(CliProgram, RefusesWrongUseAndNamesIt) {
     const CliResult result = run_cli(arguments);
     EXPECT_EQ(result.exit_code, 64) << message;
     EXPECT_EQ(result.out, "");
-    EXPECT_THAT(result.err, StartsWith("kvx-cli: " + message + "\nusage: kvx-cli "));
+    EXPECT_THAT(result.err, StartsWith("kvx-cli: " + message + "\nkvx-cli --help shows the options\n"));
   }
 }
 
@@ -240,7 +247,7 @@ TEST_F(CliProgram, EndsWithAPipeThatIsEmpty) {
 }
 
 TEST_F(CliProgram, EndsABatchAtTheFirstFailure) {
-  const CliResult result = Run({"-b"}, "echo 1\nfail\necho 2\n");
+  const CliResult result = Run({"-b"}, "# a script\necho 1\n  # and more\nfail\necho 2\n");
   EXPECT_EQ(result.out, "1\n-ERR no such thing\n");
   EXPECT_EQ(result.exit_code, 4);
   EXPECT_EQ(Run({"--batch"}, "echo 1\necho 2").exit_code, 0);
@@ -262,7 +269,9 @@ class CliConsole : public CliProgram {
 
 TEST_F(CliConsole, PromptsRunsAndEnds) {
   CliOnTerminal cli(Arguments(), Environment());
-  EXPECT_THAT(cli.ReadUntil("kvx@127.0.0.1> "), HasSubstr("kvx@127.0.0.1> "));
+  EXPECT_THAT(cli.ReadUntil("kvx@127.0.0.1> "),
+              HasSubstr("Connected to " + address_ +
+                        ". \"help\" lists the commands, Tab completes, \"/log\" shows the log, \"exit\" leaves.\r\n"));
   cli.Type("echo typed\n");
   EXPECT_THAT(cli.ReadUntil("\ntyped\r\n"), HasSubstr("\ntyped\r\n"));
   EXPECT_THAT(cli.ReadUntil("kvx@127.0.0.1> "), HasSubstr("kvx@127.0.0.1> "));

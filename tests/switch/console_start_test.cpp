@@ -150,32 +150,33 @@ TEST_F(ConsoleStart, NamesTheFileWhenThePortIsTaken) {
 
 TEST_F(ConsoleStart, RefusesTheSamplePasswordBeyondLoopback) {
   WriteEventSocketConfiguration({{"listen-ip", "0.0.0.0"}, {"listen-port", "0"}, {"password", "kelvaro"}});
-  EXPECT_EQ(StartError(),
-            ":5: the password \"kelvaro\" is one that everybody knows, which is accepted on loopback addresses only\n" +
-                ConfigurationPath("event_socket.conf") +
-                ":3: \"listen-ip\" is 0.0.0.0, which is not one: set a password of your own or listen on 127.0.0.1");
+  EXPECT_EQ(
+      StartError(),
+      ":3: \"listen-ip\" is 0.0.0.0, which is not loopback, and the password \"kelvaro\" is one that everybody knows: "
+      "set one of your own or listen on 127.0.0.1");
 }
 
 TEST_F(ConsoleStart, NamesEveryMistakeOfItsFile) {
   WriteEventSocketConfiguration({{"listen-ip", "here"}, {"listen-port", "x"}, {"password", ""}});
   const std::string file = ConfigurationPath("event_socket.conf");
-  EXPECT_EQ(StartError(), ":3: \"here\" is no value for \"listen-ip\"\n" + file +
-                              ":4: \"x\" is no value for \"listen-port\"\n" + file +
+  EXPECT_EQ(StartError(), ":3: \"listen-ip\" is \"here\", not a numeric address or \"localhost\"\n" + file +
+                              ":4: \"listen-port\" is \"x\", not a number from 0 to 65535\n" + file +
                               ":5: \"password\" must not be empty or begin with a blank");
 }
 
 TEST_F(ConsoleStart, RefusesValuesThatMakeNoSense) {
   const std::vector<std::pair<std::map<std::string, std::string>, std::string>> cases = {
-      {{{"listen-port", "65536"}, {"password", "x"}}, ":3: \"65536\" is no value for \"listen-port\""},
-      {{{"listen-port", "-1"}, {"password", "x"}}, ":3: \"-1\" is no value for \"listen-port\""},
-      {{{"listen-port", "80a"}, {"password", "x"}}, ":3: \"80a\" is no value for \"listen-port\""},
-      {{{"listen-port", ""}, {"password", "x"}}, ":3: \"\" is no value for \"listen-port\""},
-      {{{"listen-ip", ""}, {"password", "x"}}, ":3: \"\" is no value for \"listen-ip\""},
-      {{{"max-connections", "0"}, {"password", "x"}}, ":3: \"0\" is no value for \"max-connections\""},
-      {{{"max-connections", "1001"}, {"password", "x"}}, ":3: \"1001\" is no value for \"max-connections\""},
+      {{{"listen-port", "65536"}, {"password", "x"}}, ":3: \"listen-port\" is \"65536\", not a number from 0 to 65535"},
+      {{{"listen-port", "-1"}, {"password", "x"}}, ":3: \"listen-port\" is \"-1\", not a number from 0 to 65535"},
+      {{{"listen-port", "80a"}, {"password", "x"}}, ":3: \"listen-port\" is \"80a\", not a number from 0 to 65535"},
+      {{{"listen-port", ""}, {"password", "x"}}, ":3: \"listen-port\" is \"\", not a number from 0 to 65535"},
+      {{{"listen-ip", ""}, {"password", "x"}}, ":3: \"listen-ip\" is \"\", not a numeric address or \"localhost\""},
+      {{{"max-connections", "0"}, {"password", "x"}}, ":3: \"max-connections\" is \"0\", not a number from 1 to 1000"},
+      {{{"max-connections", "1001"}, {"password", "x"}},
+       ":3: \"max-connections\" is \"1001\", not a number from 1 to 1000"},
       {{{"password", ""}}, ":3: \"password\" must not be empty or begin with a blank"},
       {{{"password", " x"}}, ":3: \"password\" must not be empty or begin with a blank"},
-      {{{"listen-port", "0"}}, ": no \"password\" given"},
+      {{{"listen-port", "0"}}, ":2: no \"password\" given"},
   };
   for (const auto& [parameters, message] : cases) {
     WriteEventSocketConfiguration(parameters);
@@ -184,12 +185,14 @@ TEST_F(ConsoleStart, RefusesValuesThatMakeNoSense) {
 }
 
 TEST_F(ConsoleStart, RefusesAFileThatItCannotReadAndSaysWhy) {
+  const test_support::LogCapture log;
   WriteConfiguration("event_socket.conf", "<configuration name=\"event_socket.conf\">\n<settings>\n</configuration>\n");
   EXPECT_THAT(StartError(), StartsWith(":3: "));
   WriteConfiguration("event_socket.conf", "<configuration name=\"other.conf\"/>\n");
-  EXPECT_EQ(StartError(), ": no <configuration name=\"event_socket.conf\">");
+  EXPECT_EQ(StartError(), ":1: no <configuration name=\"event_socket.conf\"> in it");
   std::filesystem::remove(ConfigurationPath("event_socket.conf"));
-  EXPECT_EQ(StartError(), ": no such file");
+  EXPECT_EQ(StartError(), ": No such file or directory");
+  EXPECT_TRUE(log.Lines().empty()) << "whoever starts the console tells it, once";
 }
 
 TEST_F(ConsoleStart, LimitsConnectionsAsConfigured) {
@@ -205,7 +208,7 @@ TEST_F(ConsoleStart, PassesOverParametersThatItDoesNotKnowAndSaysSo) {
   WriteEventSocketConfiguration({{"listen-port", "0"}, {"password", "x"}, {"nat-map", "false"}});
   Start();
   EXPECT_TRUE(log.Has(test_support::warning_line(ConfigurationPath("event_socket.conf") +
-                                                 ":4: unknown parameter \"nat-map\" passed over\n")));
+                                                 ":4: unknown parameter \"nat-map\", ignored\n")));
 }
 
 TEST_F(ConsoleStart, LogsWrongPasswordsWithTheirSource) {

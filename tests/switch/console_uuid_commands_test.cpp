@@ -66,7 +66,7 @@ TEST_F(ConsoleUuidCommands, WrongUseIsExplained) {
     EXPECT_EQ(Run("uuid_transfer", arguments), transfer) << arguments;
   }
   EXPECT_EQ(Run("uuid_transfer", "x 2000 enum"), "-ERR there is no dialplan \"enum\", only \"XML\"\n");
-  for (const char* arguments : {"", "on x", "off x y"}) {
+  for (const char* arguments : {"", "on x", "off", "toggle", "off x y"}) {
     EXPECT_EQ(Run("uuid_hold", arguments), "-USAGE: uuid_hold [off|toggle] <uuid>\n") << arguments;
   }
   const std::string originate =

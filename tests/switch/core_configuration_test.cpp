@@ -168,7 +168,7 @@ TEST_F(Configuration, AFileWithoutTheElementIsLogged) {
   switch_xml_t node = nullptr;
   EXPECT_EQ(switch_xml_open_cfg("sample.conf", &node, nullptr), nullptr);
   EXPECT_TRUE(log().Has(
-      error_line(PathOf("autoload_configs/sample.conf.xml") + ": no <configuration name=\"sample.conf\"> in it\n")));
+      error_line(PathOf("autoload_configs/sample.conf.xml") + ":1: no <configuration name=\"sample.conf\"> in it\n")));
 }
 
 TEST_F(Configuration, NamesDoNotLeaveTheDirectory) {
@@ -262,6 +262,16 @@ TEST_F(Configuration, ReloadNamesTheFileThatDoesNotParse) {
   EXPECT_EQ(error, PathOf("dialplan/default.xml") + ":3: no element found");
 }
 
+TEST_F(Configuration, ReloadNamesEveryFileThatDoesNotParse) {
+  Start();
+  Write("dialplan/default.xml", "<include>");
+  Write("sip_profiles/internal.xml", "<profile>\n</profil>");
+  const char* error = nullptr;
+  EXPECT_EQ(switch_xml_reload(&error), SWITCH_STATUS_GENERR);
+  EXPECT_EQ(error, PathOf("dialplan/default.xml") + ":1: no element found\n" + PathOf("sip_profiles/internal.xml") +
+                       ":2: mismatched tag");
+}
+
 TEST_F(Configuration, ReloadTakesNewValues) {
   Write("vars.xml", "<include><X-PRE-PROCESS cmd='set' data='v=1'/></include>");
   Start();
@@ -280,10 +290,10 @@ TEST_F(Configuration, SettingsOfTheSwitchAreApplied) {
   Start();
   EXPECT_EQ(switch_core_session_ctl(SCSC_MAX_SESSIONS, nullptr), 12);
   EXPECT_EQ(switch_core_session_ctl(SCSC_LOGLEVEL, nullptr), SWITCH_LOG_NOTICE);
-  EXPECT_TRUE(
-      log().Has(warning_line(PathOf("autoload_configs/switch.conf.xml") + ":1: no setting \"nonsense\", ignored\n")));
   EXPECT_TRUE(log().Has(
-      warning_line(PathOf("autoload_configs/switch.conf.xml") + ":1: \"high\" is no value of debug-level, ignored\n")));
+      warning_line(PathOf("autoload_configs/switch.conf.xml") + ":1: unknown parameter \"nonsense\", ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(PathOf("autoload_configs/switch.conf.xml") +
+                                     ":1: \"debug-level\" is \"high\", not a number from 0 to 10; ignored\n")));
 }
 
 TEST_F(Configuration, ElementsAndAttributesThatNobodyReadsAreNamed) {
@@ -301,13 +311,33 @@ TEST_F(Configuration, ElementsAndAttributesThatNobodyReadsAreNamed) {
       log().Has(warning_line(PathOf("vars.xml") + ":2: expected <X-PRE-PROCESS>, not <PRE-PROCESS>; ignored\n")));
 }
 
+TEST_F(Configuration, AParameterThatStandsTwiceIsNamed) {
+  Write("autoload_configs/switch.conf.xml",
+        "<configuration name='switch.conf' version='2'>\n<settings>\n<param name='debug-level' value='1'/>\n"
+        "<param name='debug-level' value='2'/>\n</settings>\n</configuration>");
+  Start();
+  const std::string path = PathOf("autoload_configs/switch.conf.xml");
+  EXPECT_TRUE(
+      log().Has(warning_line(path + ":1: a <configuration> has no attribute \"version\", which is \"2\"; ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(path + ":4: \"debug-level\" stands here again; the last counts\n")));
+}
+
+TEST_F(Configuration, AFileOfAnotherNameIsRefusedWithItsLine) {
+  Write("autoload_configs/switch.conf.xml", "\n<configuration name='swich.conf'/>");
+  const std::string conf = PathOf("");
+  SWITCH_GLOBAL_dirs.conf_dir = strdup(conf.substr(0, conf.size() - 1).c_str());
+  const char* error = "";
+  EXPECT_NE(switch_core_init(0, SWITCH_FALSE, &error), SWITCH_STATUS_SUCCESS);
+  EXPECT_EQ(error, PathOf("autoload_configs/switch.conf.xml") + ":2: no <configuration name=\"switch.conf\"> in it");
+}
+
 TEST_F(Configuration, MistakesAreNamedWhateverTheLogLevel) {
   Write("autoload_configs/switch.conf.xml",
         "<configuration name='switch.conf'><settings><param name='loglevel' value='crit'/>\n"
         "<param name='debug-level' value='12x'/></settings></configuration>");
   Start();
-  EXPECT_TRUE(log().Has(
-      warning_line(PathOf("autoload_configs/switch.conf.xml") + ":2: \"12x\" is no value of debug-level, ignored\n")));
+  EXPECT_TRUE(log().Has(warning_line(PathOf("autoload_configs/switch.conf.xml") +
+                                     ":2: \"debug-level\" is \"12x\", not a number from 0 to 10; ignored\n")));
   EXPECT_EQ(switch_core_session_ctl(SCSC_LOGLEVEL, nullptr), SWITCH_LOG_CRIT);
 }
 

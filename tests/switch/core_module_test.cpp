@@ -274,6 +274,19 @@ TEST_F(Autoload, StopsAtACriticalModuleThatFails) {
       log().Has({SWITCH_LOG_CRIT, "The switch does not start without module mod_core_throws\n", "", "", 0, {}}));
 }
 
+TEST_F(Autoload, NamesWhatMakesNoSenseInItsFile) {
+  WriteModules("\n<load module='mod_core_good' critical='very'/>\n<load module='mod_core_good'/>\n<load modul='x'/>");
+  Start();
+  EXPECT_EQ(switch_loadable_module_init(SWITCH_TRUE), SWITCH_STATUS_SUCCESS);
+  const std::string path = PathOf("autoload_configs/modules.conf.xml");
+  for (const char* line :
+       {":2: \"critical\" is \"very\", not \"true\" or \"false\"; taken as false\n",
+        ":3: \"mod_core_good\" stands here again; ignored\n",
+        ":4: a <load> has no attribute \"modul\", which is \"x\"; ignored\n", ":4: a <load> needs \"module\"\n"}) {
+    EXPECT_TRUE(log().Has(test_support::warning_line(path + line))) << line;
+  }
+}
+
 TEST_F(Autoload, LoadsNothingWhenNotAsked) {
   Start();
   EXPECT_EQ(switch_loadable_module_init(SWITCH_FALSE), SWITCH_STATUS_SUCCESS);

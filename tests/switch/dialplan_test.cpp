@@ -24,7 +24,7 @@ class DialplanFiles : public testing::Test {
 
   /// The mistake, without the file's path before it.
   std::string ErrorOf(const std::string& text) {
-    EXPECT_EQ(Load(text), nullptr);
+    EXPECT_EQ(Load(text), nullptr) << text;
     EXPECT_EQ(error_.compare(0, path_.size() + 1, path_ + ":"), 0) << error_;
     return error_.substr(path_.size() + 1);
   }
@@ -119,7 +119,7 @@ TEST_F(DialplanFiles, MistakesNameFileAndLine) {
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition field=\"x\"/></extension></context>"),
             "2: a condition needs both \"field\" and \"expression\", or neither");
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition wday=\"1\"/></extension></context>"),
-            "2: a condition has no attribute \"wday\"");
+            "2: a <condition> has no attribute \"wday\"");
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\">\n<condition break=\"maybe\"/></extension></context>"),
             "2: \"break\" is \"maybe\", not on-false, on-true, always or never");
   EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\"><condition>\n\n<action application=\"fly\"/>"
@@ -140,8 +140,10 @@ TEST_F(DialplanFiles, EveryMistakeIsNamed) {
       "<action application=\"fly\"/>\n<action application=\"answer\" dta=\"\"/></condition></extension>\n"
       "</context></include>");
   EXPECT_EQ(all, "2: expected <context>, not <contxt>\n" + path_ + ":4: an <extension> has no attribute \"contine\"\n" +
-                     path_ + ":6: \"continue\" is \"yes\", not \"true\" or \"false\"\n" + path_ +
-                     ":9: there is no application \"fly\"\n" + path_ + ":10: an <action> has no attribute \"dta\"");
+                     path_ + ":4: extension \"e\" has no condition\n" + path_ +
+                     ":6: \"continue\" is \"yes\", not \"true\" or \"false\"\n" + path_ +
+                     ":6: extension \"f\" has no condition\n" + path_ + ":9: there is no application \"fly\"\n" +
+                     path_ + ":10: an <action> has no attribute \"dta\"");
 }
 
 TEST_F(DialplanFiles, DataThatMakesNoSenseIsNamedWithFileAndLine) {
@@ -158,6 +160,11 @@ TEST_F(DialplanFiles, DataThatMakesNoSenseIsNamedWithFileAndLine) {
       {"application='transfer'", "transfer: \"extension [dialplan [context]]\" is needed"},
       {"application='transfer' data='1 inline'", "transfer: there is no dialplan \"inline\", only \"XML\""},
       {"application='park' data='5'", "park: it takes no data, not \"5\""},
+      {"application='answer' data='5'", "answer: it takes no data, not \"5\""},
+      {"application='set' data='leg_timeout=1m'", "set: leg_timeout is \"1m\", not a number from 1 to 3600"},
+      {"application='set' data='a b=c'", "set: \"a b\" is no name of a variable"},
+      {"application='export' data='nolocal:rtp_secure_media=maybe'",
+       "export: rtp_secure_media is \"maybe\", not \"off\", \"optional\" or \"mandatory\""},
       {"application='set' data='a=b' inline='true'", "an <action> has no attribute \"inline\""},
       {"data='a=b'", "an action needs an \"application\""},
   };
@@ -175,6 +182,107 @@ TEST_F(DialplanFiles, DataWithReferencesIsLeftToTheCall) {
            <action application="hangup" data="${cause}"/></condition></extension>)");
   ASSERT_TRUE(dialplan) << error_;
   EXPECT_EQ(Find(*dialplan, "20").actions[1].data, "20");
+}
+
+TEST_F(DialplanFiles, VariablesOfDialStringsAreJudged) {
+  const struct {
+    const char* data;
+    const char* error;
+  } kMistakes[] = {
+      {"{leg_timeout=soon}sip:a@h", "leg_timeout is \"soon\", not a number from 1 to 3600"},
+      {"{x=1, y=2}sip:a@h", "\" y\" is no name of a variable"},
+      {"[rtp_secure_media=yes please]sip:a@h",
+       "rtp_secure_media is \"yes please\", not \"off\", \"optional\" or \"mandatory\""},
+      {"sip:a@h|[originate_timeout=5]sip:b@h",
+       "originate_timeout is the time of all targets together: it belongs into the braces"},
+      {"{leg_timeout=0}[jitterbuffer_mode=elastic]sip:$1@h",
+       "leg_timeout is \"0\", not a number from 1 to 3600; jitterbuffer_mode is \"elastic\", not \"none\", \"static\" "
+       "or "
+       "\"adaptive\""},
+      {"sip:a@h:65536", "\"sip:a@h:65536\": \"65536\" is not a port from 1 to 65535"},
+      {"sip:a@[::1]:", "\"sip:a@[::1]:\": \"\" is not a port from 1 to 65535"},
+      {"sip:a@h;transport=tls", "\"sip:a@h;transport=tls\": there is no transport \"tls\", only udp and tcp"},
+  };
+  for (const auto& mistake : kMistakes) {
+    EXPECT_EQ(ErrorOf(std::string("<context name=\"c\"><extension name=\"e\"><condition>\n\n"
+                                  "<action application='bridge' data='") +
+                      mistake.data + "'/></condition></extension></context>"),
+              std::string("3: bridge: ") + mistake.error);
+  }
+}
+
+TEST_F(DialplanFiles, WhatACallDecidesInADialStringPasses) {
+  EXPECT_TRUE(LoadExtensions(
+      R"(<extension name="x"><condition field="destination_number" expression="^(.*)$">
+           <action application="bridge" data="{leg_timeout=${time},${more},originate_timeout=5}sip:$1@${host}:$1"/>
+           <action application="bridge" data="[${vars}]sip:a@[::1]:5080;transport=TCP|${next}|sip:b@h:${port}"/>
+           <action application="bridge" data="{${vars}"/>
+           <action application="set" data="${assignment}"/><action application="set" data="leg_timeout=$1"/>
+         </condition></extension>)"))
+      << error_;
+}
+
+TEST_F(DialplanFiles, TransfersThatLeadNowhereAreNamed) {
+  const std::string text =
+      "<include><context name=\"default\"><extension name=\"a\">\n"
+      "<condition field=\"destination_number\" expression=\"^1...$\">\n"
+      "<action application=\"transfer\" data=\"1000\"/>\n<action application=\"transfer\" data=\"2000\"/>\n"
+      "<action application=\"transfer\" data=\"1000 XML public\"/>\n"
+      "<action application=\"transfer\" data=\"1000 XML other\"/>\n"
+      "<action application=\"transfer\" data=\"5 XML other\"/></condition></extension></context>\n"
+      "<context name=\"other\"><extension name=\"b\"><condition field=\"destination_number\" expression=\"^5$\"/>"
+      "<condition field=\"caller_id_number\" expression=\"^3\"><action application=\"transfer\" data=\"$1 XML "
+      "nowhere\"/>"
+      "</condition></extension></context></include>";
+  const std::string all = ErrorOf(text);
+  EXPECT_EQ(all, "4: transfer: nothing in context \"default\" matches \"2000\"\n" + path_ +
+                     ":5: transfer: there is no context \"public\"\n" + path_ +
+                     ":6: transfer: nothing in context \"other\" matches \"1000\"\n" + path_ +
+                     ":8: transfer: there is no context \"nowhere\"");
+}
+
+TEST_F(DialplanFiles, TransfersAreNotJudgedByWhatCouldNotBeRead) {
+  const std::string transfer = "<action application=\"transfer\" data=\"7\"/>";
+  EXPECT_EQ(ErrorOf("<context name=\"c\"><extension name=\"e\"><condition field=\"destination_number\"\n"
+                    "expression=\"^1$\">" +
+                    transfer + "</condition></extension>\n<extnsion/></context>"),
+            "3: expected <extension>, not <extnsion>");
+  EXPECT_EQ(ErrorOf("<include><context name=\"c\"><extension name=\"e\"><condition>\n"
+                    "<action application=\"transfer\" data=\"7 XML d\"/></condition></extension></context>\n"
+                    "<contxt name=\"d\"/></include>"),
+            "3: expected <context>, not <contxt>");
+}
+
+TEST_F(DialplanFiles, AMistakeDoesNotHideThoseBelowIt) {
+  const std::string all = ErrorOf(
+      "<context>\n<extension name=\"e\">\n<condition field=\"x\" expression=\"(\" wday=\"1\" break=\"no\">\n"
+      "<action application=\"fly\" dta=\"\"/>\n</condition></extension></context>");
+  EXPECT_EQ(all, "1: a context needs a name\n" + path_ + ":3: a <condition> has no attribute \"wday\"\n" + path_ +
+                     ":3: expression \"(\": missing closing parenthesis at character 2\n" + path_ +
+                     ":3: \"break\" is \"no\", not on-false, on-true, always or never\n" + path_ +
+                     ":4: an <action> has no attribute \"dta\"\n" + path_ + ":4: there is no application \"fly\"");
+}
+
+TEST_F(DialplanFiles, TellsWhetherANumberMayBeRouted) {
+  const auto may_route = [this](const std::string& conditions, const std::string& number) {
+    auto dialplan = LoadExtensions("<extension name='x'>" + conditions + "</extension>");
+    EXPECT_TRUE(dialplan) << error_;
+    return dialplan && dialplan->MayRoute("default", number);
+  };
+  const std::string number_is_1 = "<condition field='destination_number' expression='^1$'";
+  const std::string unknown = "<condition field='caller_id_number' expression='^9$'";
+  const std::string anti = "><anti-action application='answer'/></condition>";
+  EXPECT_TRUE(may_route(number_is_1 + "/>", "1"));
+  EXPECT_FALSE(may_route(number_is_1 + "/>", "2"));
+  EXPECT_TRUE(may_route("<condition field='${destination_number}' expression='^2$'/>", "2"));
+  EXPECT_TRUE(may_route("<condition/>", "2"));
+  EXPECT_TRUE(may_route(unknown + "/>" + number_is_1 + "/>", "1"));
+  EXPECT_FALSE(may_route(unknown + "/>" + number_is_1 + "/>", "2"));
+  EXPECT_TRUE(may_route(unknown + " break='on-true'/>" + number_is_1 + "/>", "2"));
+  EXPECT_TRUE(may_route(number_is_1 + " break='never'/><condition/>", "2"));
+  EXPECT_FALSE(may_route(number_is_1 + "/><condition/>", "2"));
+  EXPECT_TRUE(may_route(number_is_1 + anti, "2"));
+  EXPECT_FALSE(may_route(number_is_1 + " break='never'/>", "2"));
 }
 
 /// What runs when two conditions hold or not: the first on the called number, "1..", the second on "..1".

@@ -133,9 +133,27 @@ TEST_F(AccessListFile, MistakesAreNamedWithTheirLines) {
   EXPECT_EQ(error_, ":4: a second list \"a\"");
   EXPECT_FALSE(Load(start + "<lst name=\"a\"/>" + end));
   EXPECT_EQ(error_, ":3: expected <list>, not <lst>");
-  EXPECT_FALSE(Load("<configuration>\n<list/></configuration>"));
+  EXPECT_FALSE(Load("<configuration name=\"acl.conf\">\n<list/></configuration>"));
   EXPECT_EQ(error_, ":2: expected <network-lists>, not <list>");
+  EXPECT_FALSE(Load("\n<configuration name=\"acl\"/>"));
+  EXPECT_EQ(error_, ":2: expected <configuration name=\"acl.conf\">, not <configuration>");
   EXPECT_FALSE(Load(start));
+}
+
+TEST_F(AccessListFile, EveryMistakeIsNamed) {
+  EXPECT_FALSE(
+      Load("<configuration name=\"acl.conf\">\n<network-lists>\n<list default=\"yes\">\n"
+           "<node type=\"alow\" cidr=\"10\"/>\n<node type=\"deny\" cidr=\"10.0.0.0/8\" port=\"5\"/></list>\n"
+           "<list name=\"good\" default=\"deny\"/>\n</network-lists></configuration>"));
+  for (const char* line :
+       {":3: \"default\" of \"list\" is \"yes\", not \"allow\" or \"deny\"", ":3: a \"list\" needs a \"name\"",
+        ":4: \"type\" of \"node\" is \"alow\", not \"allow\" or \"deny\"",
+        ":4: \"cidr\" of \"node\" is \"10\", not a network such as 10.0.0.0/8 or 2001:db8::/32",
+        ":5: a <node> has no attribute \"port\""}) {
+    EXPECT_THAT(error_, HasSubstr(line));
+  }
+  EXPECT_EQ(std::count(error_.begin(), error_.end(), '\n'), 4) << error_;
+  EXPECT_EQ(lists_.count("good"), 1u) << "what names it is not wrong";
 }
 
 }  // namespace

@@ -61,20 +61,18 @@ class SipSentOn : public SipApplications {
 };
 
 TEST_F(SipSentOn, RunsAnotherExtensionInsteadOfWhatFollows) {
-  Start(Action("transfer", "4711 XML other") + Action("hangup", "USER_BUSY"));
-  StopSipSide();
   directory_.Write("dialplan/other.xml", "<context name=\"other\">" +
                                              Extension("4711", Action("log", "INFO ${destination_number} ${context}") +
                                                                    Action("hangup", "UNALLOCATED_NUMBER")) +
                                              "</context>");
-  StartSipSide();
+  Start(Action("transfer", "4711 XML other") + Action("hangup", "USER_BUSY"));
   Dial();
   EXPECT_EQ(AliceHears(), 404);
   EXPECT_TRUE(Logged(SWITCH_LOG_INFO, "4711 other"));
 }
 
 TEST_F(SipSentOn, ToNowhereEndsTheCall) {
-  Start(Action("transfer", "nowhere"));
+  Start(Action("set", "target=nowhere") + Action("transfer", "${target}"));
   Dial();
   EXPECT_EQ(AliceHears(), 404);
   EXPECT_TRUE(Logged(SWITCH_LOG_ERROR, "the dialplan has nothing for \"nowhere\" in context \"default\""));

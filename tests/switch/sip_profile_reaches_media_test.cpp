@@ -27,6 +27,8 @@ struct Parameter {
   int in_local;   ///< its place in get_media's settings; -1: none
   int in_remote;  ///< in set_media's
   int number;     ///< what arrives there
+
+  friend void PrintTo(const Parameter& one, std::ostream* out) { *out << one.name << "=" << one.value; }
 };
 
 class SipProfileReachesMedia : public SipCall, public testing::WithParamInterface<Parameter> {};
@@ -114,29 +116,34 @@ class SipVariablesReachMedia : public SipApplications {
   std::map<std::string, std::string> seen_;  // guarded by mutex_
 };
 
-const std::vector<std::string> kReadAtEachDescription = {"jitterbuffer_mode",
-                                                         "jitterbuffer_msec",
-                                                         "video_jitterbuffer_mode",
-                                                         "video_jitterbuffer_msec",
-                                                         "bridge_answer_timeout",
-                                                         "rtp_allow_inband_to_2833_dtmf_conversion",
-                                                         "rtp_fax_mode_auto_switch_mask",
-                                                         "reset_rtp_on_remote_ssrc_change"};
+/// A variable that is read at each description, and a value for each leg.
+struct LegVariables {
+  const char* name;
+  const char* a;
+  const char* b;
+};
+constexpr LegVariables kReadAtEachDescription[] = {
+    {"jitterbuffer_mode", "static", "adaptive"},     {"jitterbuffer_msec", "100:60", "150:40:20"},
+    {"video_jitterbuffer_mode", "adaptive", "none"}, {"video_jitterbuffer_msec", "70:30", "80"},
+    {"bridge_answer_timeout", "10", "11"},           {"rtp_allow_inband_to_2833_dtmf_conversion", "false", "true"},
+    {"rtp_fax_mode_auto_switch_mask", "CED", "CNG"}, {"reset_rtp_on_remote_ssrc_change", "true", "no"}};
 
 TEST_F(SipVariablesReachMedia, WhenTheDialplanSetsThemBeforeTheMediaIsMade) {
   std::string set;
   std::string braces;
   std::string expected_a;
   std::string expected_b;
-  for (const std::string& name : kReadAtEachDescription) {
-    set += Action("set", name + "=a_" + name);
-    braces += (braces.empty() ? "" : ",") + name + "=b_" + name;
-    expected_a += "a_" + name + " ";
-    expected_b += "b_" + name + " ";
+  std::vector<std::string> names;
+  for (const auto& [name, a, b] : kReadAtEachDescription) {
+    names.push_back(name);
+    set += Action("set", name + std::string("=") + a);
+    braces += (braces.empty() ? "" : ",") + (name + std::string("=")) + b;
+    expected_a += a + std::string(" ");
+    expected_b += b + std::string(" ");
   }
   Start(set + Action("bridge", "{" + braces + "}" + Bob()));
-  Watch("A", "get_media", kReadAtEachDescription);
-  Watch("B", "get_media", kReadAtEachDescription);
+  Watch("A", "get_media", names);
+  Watch("B", "get_media", names);
   TalkToBob();
   EXPECT_EQ(Seen("A"), expected_a);
   EXPECT_EQ(Seen("B"), expected_b);

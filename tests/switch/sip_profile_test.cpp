@@ -44,7 +44,7 @@ TEST_F(SipProfileFile, HasDefaultsForWhatItDoesNotSay) {
 }
 
 TEST_F(SipProfileFile, SaysWhatEveryLegIsTold) {
-  ASSERT_TRUE(Load(Param("sip-port", "0") + Param("codec-prefs", "PCMA, G729@30i,,PCMU") + Param("dtmf-type", "none") +
+  ASSERT_TRUE(Load(Param("sip-port", "0") + Param("codec-prefs", "PCMA, G729@30i,PCMU") + Param("dtmf-type", "none") +
                    Param("rfc2833-pt", "96") + Param("rtp-ipv4-tos", "184") + Param("rtp-hop-limit", "1") +
                    Param("rtp-timeout-sec", "0") + Param("remote-address-detection", "on") +
                    Param("g729-annexb", "no") + Param("rtp-secure-media", "Optional") +
@@ -78,6 +78,10 @@ TEST_F(SipProfileFile, ValuesOutOfRangeAreNamedWithFileAndLine) {
       {"codec-prefs", "PCMU@20q", "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b"},
       {"codec-prefs", "PCMU,G729@", "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b"},
       {"codec-prefs", "@20i", "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b"},
+      {"codec-prefs", "PCMA,,PCMU", "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b without an empty place in it"},
+      {"codec-prefs", "PCMA,", "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b without an empty place in it"},
+      {"rtp-secure-media-suites", "AES_CM_128_HMAC_SHA1_80,",
+       "a list of AES_CM_128_HMAC_SHA1_80 and AES_CM_128_HMAC_SHA1_32"},
       {"sip-port", "65536", "a number from 0 to 65535"},
       {"sip-port", "5060x", "a number from 0 to 65535"},
       {"sip-port", "", "a number from 0 to 65535"},
@@ -101,6 +105,18 @@ TEST_F(SipProfileFile, EveryMistakeIsNamed) {
   EXPECT_EQ(error_, path_ + ":4: \"sip-port\" is \"x\", not a number from 0 to 65535\n" + path_ +
                         ":6: \"sid\" is \"y\", not \"true\" or \"false\"\n" + path_ +
                         ":8: a \"param\" needs \"name\" and \"value\"");
+}
+
+TEST_F(SipProfileFile, AMistakeLeavesTheRestToBeLookedAt) {
+  EXPECT_FALSE(Load(Param("sip-port", "x") + Param("context", "public") + Param("apply-inbound-acl", "")));
+  EXPECT_EQ(profile_.sip_port, 0) << "no port is told apart from the usual one";
+  EXPECT_EQ(profile_.context, "public");
+  EXPECT_EQ(profile_.access_list, "");
+  EXPECT_FALSE(Load(Param("context", "")));
+  EXPECT_EQ(profile_.context, "");
+  EXPECT_EQ(profile_.file, path_);
+  EXPECT_FALSE(LoadSipProfile(directory_.Path() + "/none.xml", profile_, error_));
+  EXPECT_EQ(profile_.file, "");
 }
 
 TEST_F(SipProfileFile, MalformedFilesAreNamedWithTheirLine) {
@@ -143,7 +159,7 @@ TEST_F(SipProfileFile, NamesItsTransports) {
   EXPECT_TRUE(profile_.transports.tcp);
   ASSERT_TRUE(Load(Param("bind-params", "transport=tcp,udp"))) << error_;
   EXPECT_EQ(profile_.transports.Names(), "udp and tcp");
-  for (const char* value : {"", "udp", "transport=", "transport=sctp", "transport=udp,tls"}) {
+  for (const char* value : {"", "udp", "transport=", "transport=sctp", "transport=udp,tls", "transport=udp,"}) {
     EXPECT_FALSE(Load(Param("bind-params", value))) << value;
     EXPECT_EQ(error_, path_ + ":3: \"bind-params\" is \"" + value +
                           "\", not \"transport=udp\", \"transport=tcp\" or \"transport=udp,tcp\"");

@@ -4,6 +4,8 @@
 
 #include <chrono>
 
+#include "sip/call_leg.h"
+#include "sip/leg_control.h"
 #include "sip_call_fixture.h"
 #include "support/event_capture.h"
 
@@ -48,6 +50,16 @@ class SipReinvite : public SipCall {
     std::optional<SipMessage> invite = bob_.AwaitRequest("INVITE");
     EXPECT_TRUE(invite) << "no re-INVITE reached bob";
     return invite.value_or(SipMessage{});
+  }
+
+  static std::string MovedSdp() {
+    std::string moved = SipPeer::Sdp("0");
+    return moved.replace(moved.find("40000"), 5, "45678");
+  }
+
+  /// The second number of the origin line.
+  static unsigned long long VersionOf(const std::string& sdp) {
+    return std::stoull(sdp.substr(sdp.find(' ', sdp.find("o=- ") + 4)));
   }
 
   RTPDirection Direction() { return static_cast<RTPDirection>(media_->Of("A bridge").direction); }
@@ -287,6 +299,30 @@ TEST_F(SipReinvite, ABusyCallAnswersPendingAndGlareIsTriedAgain) {
   EXPECT_EQ(again.body, invite.body);
   bob_.Reply(again, 200, "", SipPeer::FaxSdp(42000));
   EXPECT_EQ(Settle().Status(), 200);
+  EndCall();
+}
+
+// The time after a 491 is there so that the other one may come first.
+TEST_F(SipReinvite, WhatTheyWantIsTakenWhileOurHoldWaitsAfterAGlare) {
+  ConnectToBob(SipPeer::Sdp("0"));
+  EXPECT_EQ(AskLeg(LegUuid(SWITCH_CALL_DIRECTION_OUTBOUND), [](CallLeg& leg) { return leg.Hold(HoldChange::kHold); }),
+            "");
+  SipMessage hold = AwaitAtBob();
+  EXPECT_EQ(ReinviteAsBob(MovedSdp()).Status(), 491) << "ours is under way";
+  bob_.Reply(hold, 491);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(ReinviteAsBob(SipPeer::Sdp("8")).Status(), 488) << "the call has no such codec";
+  SipMessage taken = ReinviteAsBob(MovedSdp());
+  EXPECT_EQ(taken.Status(), 200);
+  EXPECT_THAT(taken.body, HasSubstr("a=sendrecv\r\n"));
+  EXPECT_EQ(media_->Of("B set_media").address, "127.0.0.1:45678/0");
+  SipMessage again = AwaitAtBob();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(2000));
+  EXPECT_THAT(again.body, HasSubstr("a=sendonly\r\n"));
+  EXPECT_GT(VersionOf(again.body), VersionOf(taken.body));
+  bob_.Reply(again, 200, "", SipPeer::Sdp("0", "a=recvonly\n"));
+  EXPECT_TRUE(media_->WaitFor("A bridge", 2));
+  EXPECT_EQ(Direction(), RTPDIR_RECEIVE);
   EndCall();
 }
 

@@ -29,6 +29,13 @@ class SipSessionTimer : public SipCall {
     StartSipSide();
   }
 
+  /// The first refresh of ours comes after three of them, and the call ends after six without.
+  void WithEightSeconds() {
+    Profile("<param name=\"session-timeout\" value=\"8\"/><param name=\"minimum-session-expires\" value=\"1\"/>");
+    StopSipSide();
+    StartSipSide();
+  }
+
   /// A call with these headers in alice's INVITE and in bob's 200; her 200.
   SipMessage Connect(const std::string& alices, const std::string& bobs) {
     const size_t bridges = media_->Count("A bridge");
@@ -273,9 +280,7 @@ TEST_F(SipSessionTimer, BeforeTheAnswerADescriptionIsTooEarly) {
 }
 
 TEST_F(SipSessionTimer, ARefreshThatIsRefusedIsFollowedByAnother) {
-  Profile("<param name=\"session-timeout\" value=\"8\"/><param name=\"minimum-session-expires\" value=\"1\"/>");
-  StopSipSide();
-  StartSipSide();
+  WithEightSeconds();
   Connect("Supported: timer\nSession-Expires: 8;refresher=uas\n", "Allow: INVITE, ACK, BYE, UPDATE\n");
   for (int refused = 1; refused >= 0; --refused) {
     std::optional<SipMessage> update = bob_.AwaitRequest("UPDATE");
@@ -286,6 +291,28 @@ TEST_F(SipSessionTimer, ARefreshThatIsRefusedIsFollowedByAnother) {
   }
   EXPECT_TRUE(alice_.StaysSilent("BYE", milliseconds(1700))) << "it would have ended 1.4 s after the second refresh";
   EXPECT_FALSE(Logged(SWITCH_LOG_NOTICE, "was not refreshed in time"));
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, ARefreshThatMeetsTheirInviteWaitsAsAnyOfOurInvitesDoes) {
+  WithEightSeconds();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "");
+  std::optional<SipMessage> refresh = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(refresh);
+  bob_.Reply(*refresh, 491);
+  EXPECT_TRUE(bob_.StaysSilent("INVITE", milliseconds(1900))) << "who made the Call-ID waits 2.1 s at the least";
+  EndCall();
+}
+
+TEST_F(SipSessionTimer, SoDoesTheHoldThatCameWhileTheRefreshWasOut) {
+  WithEightSeconds();
+  Connect("Supported: timer\nSession-Expires: 600;refresher=uac\n", "");
+  std::optional<SipMessage> refresh = bob_.AwaitRequest("INVITE");
+  ASSERT_TRUE(refresh);
+  EXPECT_EQ(AskLeg(LegUuid(SWITCH_CALL_DIRECTION_OUTBOUND), [](CallLeg& leg) { return leg.Hold(HoldChange::kHold); }),
+            "");
+  bob_.Reply(*refresh, 491);
+  EXPECT_TRUE(bob_.StaysSilent("INVITE", milliseconds(1900)));
   EndCall();
 }
 

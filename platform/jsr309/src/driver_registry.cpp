@@ -1,6 +1,7 @@
 #include "driver_registry.h"
 
 #include "embedded/embedded_driver.h"
+#include "rtpengine/rtpengine_driver.h"
 
 #include <map>
 #include <mutex>
@@ -22,7 +23,7 @@ class DriverRegistry {
 
   bool Remove(const std::string& name) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return name != kEmbeddedDriver && makers_.erase(name) == 1;
+    return name != kEmbeddedDriver && name != kRtpengineDriver && makers_.erase(name) == 1;
   }
 
   MediaServerDriverMaker Find(const std::string& name) {
@@ -34,6 +35,7 @@ class DriverRegistry {
  private:
   DriverRegistry() {
     makers_.emplace(kEmbeddedDriver, [] { return MakeEmbeddedDriver(); });
+    makers_.emplace(kRtpengineDriver, [] { return MakeRtpengineDriver(); });
   }
 
   std::mutex mutex_;

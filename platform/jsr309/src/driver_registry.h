@@ -9,6 +9,7 @@
 namespace kelvaro::jsr309 {
 
 constexpr char kEmbeddedDriver[] = "embedded";
+constexpr char kRtpengineDriver[] = "rtpengine";
 
 bool IsKnownMediaServerDriver(const std::string& name);
 /// Null for a name that is not known.

@@ -49,7 +49,7 @@ bool Endpoint::Unjoin(const std::shared_ptr<Endpoint>& other) {
 
 bool Endpoint::Ask(const char* what, const std::function<bool(ServerEndpoint&)>& request) {
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (!Usable()) return false;
   }
   if (request(*peer)) return true;
@@ -60,7 +60,7 @@ bool Endpoint::Ask(const char* what, const std::function<bool(ServerEndpoint&)>&
 bool Endpoint::AskPair(const char* what, const std::shared_ptr<Endpoint>& other, const std::function<bool()>& request) {
   if (other.get() == this) return false;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (!Usable() || session != other->session || !other->Usable()) return false;
   }
   if (request()) return true;
@@ -71,7 +71,7 @@ bool Endpoint::AskPair(const char* what, const std::shared_ptr<Endpoint>& other,
 bool Endpoint::AddListener(const RtpTimeoutListenerSharedPtr& listener_in) {
   if (listener_in == nullptr) return false;
   RtpTimeoutListenerSharedPtr former;  // goes after the lock
-  const std::lock_guard<std::mutex> lock(library->mutex());
+  const std::lock_guard<BriefMutex> lock(library->mutex());
   if (!Usable() || session->lost) return false;
   former.swap(listener);
   listener = listener_in;
@@ -80,7 +80,7 @@ bool Endpoint::AddListener(const RtpTimeoutListenerSharedPtr& listener_in) {
 
 bool Endpoint::RemoveListener() {
   RtpTimeoutListenerSharedPtr former;  // goes after the lock
-  const std::lock_guard<std::mutex> lock(library->mutex());
+  const std::lock_guard<BriefMutex> lock(library->mutex());
   former.swap(listener);
   return former != nullptr;
 }
@@ -94,20 +94,20 @@ void Endpoint::OnRtpTimeout(bool had_media) {
 void Endpoint::DeliverTimeout(bool had_media) {
   RtpTimeoutListenerSharedPtr called;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     called = listener;
   }
   if (called == nullptr || !called->IsListenerEnabled()) return;
   {
     // It may have been removed while it was asked.
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (called != listener) return;
   }
   called->OnEvent(RtpTimeoutEvent(number, had_media));
 }
 
 bool Endpoint::AddHandle() {
-  const std::lock_guard<std::mutex> lock(library->mutex());
+  const std::lock_guard<BriefMutex> lock(library->mutex());
   if (session == nullptr) return false;
   ++handles;
   return true;
@@ -115,7 +115,7 @@ bool Endpoint::AddHandle() {
 
 void Endpoint::DropHandle() {
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (--handles > 0) return;
   }
   End(false);
@@ -128,7 +128,7 @@ void Endpoint::End(bool wait) {
   RtpTimeoutListenerSharedPtr former_listener;
   bool lost = false;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (session == nullptr) return;
     former_session.swap(session);
     former_listener.swap(listener);

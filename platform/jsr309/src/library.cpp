@@ -39,7 +39,7 @@ bool Library::Open(const Configuration& configuration, SettingError& refusal) {
     return false;
   }
   events_.Start();
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<BriefMutex> lock(mutex_);
   state_ = State::kRunning;
   return true;
 }
@@ -59,7 +59,7 @@ bool Library::OpenServer(const ServerConfiguration& configuration, SettingError&
   }
   server->addresses = server->media_server->Addresses();
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<BriefMutex> lock(mutex_);
     server->stats = MediaSessionStats(server->media_server->Capacity());
   }
   KELVARO_LOG(*logger_, INFO_LOG_LEVEL, server->settings.mac, "Media server opened by driver " + configuration.driver);
@@ -71,13 +71,13 @@ void Library::Stop() {
   const auto deadline = std::chrono::steady_clock::now() + LongestRequestTimeout() + std::chrono::seconds(1);
   std::vector<std::shared_ptr<Session>> sessions;
   {
-    std::unique_lock<std::mutex> lock(mutex_);
+    std::unique_lock<BriefMutex> lock(mutex_);
     if (state_ == State::kStopping && !events_.IsOwnThread()) {
       stopped_condition_.wait(lock, [this] { return state_ == State::kStopped; });
     }
     if (state_ != State::kRunning) return;
     state_ = State::kStopping;
-    for (const auto& [number, session] : sessions_) sessions.push_back(session->shared_from_this());
+    for (Session* session : sessions_) sessions.push_back(session->shared_from_this());
   }
   for (const auto& session : sessions) session->End();
   ShutDownServers();
@@ -86,7 +86,7 @@ void Library::Stop() {
   }
   KELVARO_LOG(*logger_, INFO_LOG_LEVEL, "", "Stopped");
   logger_->Detach();
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<BriefMutex> lock(mutex_);
   state_ = State::kStopped;
   stopped_condition_.notify_all();
 }
@@ -113,7 +113,7 @@ bool Library::SetServerStatus(const std::string& ip, bool in_service) {
     const auto names = [&](const std::string& address) { return SameIp(address, ip); };
     if (std::none_of(server->addresses.begin(), server->addresses.end(), names)) continue;
     {
-      const std::lock_guard<std::mutex> lock(mutex_);
+      const std::lock_guard<BriefMutex> lock(mutex_);
       if (state_ != State::kRunning) return false;
       in_service ? server->stats.PutInService() : server->stats.PutOutOfService();
     }
@@ -125,7 +125,7 @@ bool Library::SetServerStatus(const std::string& ip, bool in_service) {
 
 bool Library::GetStats(JSR309Stats& stats) {
   MediaSessionStatsMap per_server;
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<BriefMutex> lock(mutex_);
   if (state_ != State::kRunning) return false;
   MediaSessionStats summary = summary_;
   uint64_t capacity = 0;
@@ -147,11 +147,11 @@ bool Library::GetStats(JSR309Stats& stats) {
 void Library::ServerLost(Server& server) {
   std::vector<EventLoop::PacedTask> events;
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<BriefMutex> lock(mutex_);
     if (server.lost) return;
     server.lost = true;
     ++server.epoch;
-    for (const auto& [number, session] : sessions_) {
+    for (Session* session : sessions_) {
       if (session->lost || !session->UsesServer(server)) continue;
       session->lost = true;
       events.push_back([weak = session->weak_from_this()] {
@@ -167,7 +167,7 @@ void Library::ServerLost(Server& server) {
 
 void Library::ServerBack(Server& server) {
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<BriefMutex> lock(mutex_);
     if (!server.lost) return;
     server.lost = false;
   }

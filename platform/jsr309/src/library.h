@@ -8,6 +8,7 @@
 ///            a few instructions, never during a call of a driver, a listener, the logger or a destructor of theirs.
 #pragma once
 
+#include "brief_mutex.h"
 #include "configuration.h"
 #include "event_loop.h"
 #include "kelvaro/jsr309/clock.h"
@@ -19,6 +20,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -53,7 +55,7 @@ class Library : public std::enable_shared_from_this<Library> {
   /// Takes a session out of the books. Guard: mutex_ held by the caller.
   void ForgetSession(Session& session);
 
-  std::mutex& mutex() { return mutex_; }
+  BriefMutex& mutex() { return mutex_; }
   EventLoop& events() { return events_; }
   GuardedLogger& logger() { return *logger_; }
   uint32_t NextNumber() { return ++last_number_; }
@@ -75,11 +77,11 @@ class Library : public std::enable_shared_from_this<Library> {
   std::map<std::string, std::shared_ptr<MediaServerDriver>> drivers_;  // set by Open, then constant
   std::vector<std::unique_ptr<Server>> servers_;                       // set by Open, then constant
 
-  std::mutex mutex_;
-  std::condition_variable stopped_condition_;
-  State state_ = State::kOpening;          // guarded by mutex_
-  std::map<uint32_t, Session*> sessions_;  // guarded by mutex_; those that have not ended, by number
-  MediaSessionStats summary_;              // guarded by mutex_; capacity and service are filled in by GetStats
+  BriefMutex mutex_;
+  std::condition_variable_any stopped_condition_;
+  State state_ = State::kOpening;  // guarded by mutex_
+  std::list<Session*> sessions_;   // guarded by mutex_; those that have not ended, as they came
+  MediaSessionStats summary_;      // guarded by mutex_; capacity and service are filled in by GetStats
   std::atomic<uint32_t> last_number_{0};
 
   EventLoop events_;  // last: its thread uses all of the above

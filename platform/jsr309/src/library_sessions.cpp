@@ -2,6 +2,8 @@
 #include "library.h"
 #include "session.h"
 
+#include <utility>
+
 namespace kelvaro::jsr309 {
 
 std::vector<bool> Library::AliveServers() const {
@@ -30,7 +32,7 @@ Server* Library::PlaceSession(const std::vector<bool>& usable) {
 
 bool Library::IsServerAvailable() {
   const std::vector<bool> alive = AliveServers();
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<BriefMutex> lock(mutex_);
   return PlaceSession(alive) != nullptr;
 }
 
@@ -41,7 +43,7 @@ std::shared_ptr<Session> Library::CreateSession() {
     Server* server = nullptr;
     uint64_t epoch = 0;
     {
-      const std::lock_guard<std::mutex> lock(mutex_);
+      const std::lock_guard<BriefMutex> lock(mutex_);
       server = PlaceSession(usable);
       if (server != nullptr) {
         ++server->reserved;
@@ -67,10 +69,10 @@ std::shared_ptr<Session> Library::CreateSessionOn(Server& server, uint64_t epoch
   bool entered = false;
   if (peer != nullptr) session = std::make_shared<Session>(shared_from_this(), server, peer, clock_->Now());
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<BriefMutex> lock(mutex_);
     --server.reserved;
     if (session != nullptr && state_ == State::kRunning && !server.lost && server.epoch == epoch) {
-      sessions_.emplace(session->number, session.get());
+      session->place = sessions_.insert(sessions_.end(), session.get());
       server.stats.IncreaseMediaSessionCount();
       summary_.IncreaseMediaSessionCount();
       entered = true;
@@ -89,7 +91,8 @@ std::shared_ptr<Session> Library::CreateSessionOn(Server& server, uint64_t epoch
 }
 
 void Library::ForgetSession(Session& session) {
-  if (sessions_.erase(session.number) == 0) return;
+  if (!session.place) return;
+  sessions_.erase(*std::exchange(session.place, std::nullopt));
   const auto lasted = std::chrono::duration_cast<std::chrono::microseconds>(clock_->Now() - session.started);
   const MediaSessionStats::Duration duration = boost::posix_time::microseconds(lasted.count());
   for (MediaSessionStats* stats : {&session.server.stats, &summary_}) {

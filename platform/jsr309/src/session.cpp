@@ -18,7 +18,7 @@ Session::Session(std::shared_ptr<Library> library_in, Server& server_in, std::sh
 std::shared_ptr<Endpoint> Session::CreateEndpoint(const char* endpoint_log_id) {
   uint64_t epoch = 0;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (ended || lost) return nullptr;
     epoch = server.epoch;
   }
@@ -31,7 +31,7 @@ std::shared_ptr<Endpoint> Session::CreateEndpoint(const char* endpoint_log_id) {
   }
   bool entered = false;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (!ended && !lost) {
       endpoint->session = shared_from_this();
       endpoints.push_back(endpoint);
@@ -49,7 +49,7 @@ std::shared_ptr<Endpoint> Session::CreateEndpoint(const char* endpoint_log_id) {
 bool Session::ImportEndpoint(const std::shared_ptr<Endpoint>& endpoint) {
   if (endpoint->library != library || endpoint->server.driver != server.driver) return false;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (ended || lost || endpoint->importing) return false;
     if (endpoint->session == nullptr || endpoint->session->lost) return false;
     if (endpoint->session.get() == this) return true;
@@ -60,7 +60,7 @@ bool Session::ImportEndpoint(const std::shared_ptr<Endpoint>& endpoint) {
   std::shared_ptr<Session> former = shared_from_this();  // becomes the session it leaves; goes after the lock
   bool moved = false;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     endpoint->importing = false;
     if (adopted && !ended && !lost && endpoint->session != nullptr && !endpoint->IsLost()) {
       former.swap(endpoint->session);
@@ -77,7 +77,7 @@ bool Session::ImportEndpoint(const std::shared_ptr<Endpoint>& endpoint) {
 
 bool Session::AddListener(const MediaServerLostListenerSharedPtr& listener) {
   if (listener == nullptr) return false;
-  const std::lock_guard<std::mutex> lock(library->mutex());
+  const std::lock_guard<BriefMutex> lock(library->mutex());
   if (ended || lost) return false;
   if (std::find(listeners.begin(), listeners.end(), listener) == listeners.end()) listeners.push_back(listener);
   return true;
@@ -85,7 +85,7 @@ bool Session::AddListener(const MediaServerLostListenerSharedPtr& listener) {
 
 bool Session::RemoveListener(const MediaServerLostListenerSharedPtr& listener) {
   MediaServerLostListenerSharedPtr removed;  // goes after the lock
-  const std::lock_guard<std::mutex> lock(library->mutex());
+  const std::lock_guard<BriefMutex> lock(library->mutex());
   return TakeListener(listener, removed);
 }
 
@@ -101,7 +101,7 @@ bool Session::TakeListener(const MediaServerLostListenerSharedPtr& listener,
 bool Session::DeliverLost() {
   std::vector<MediaServerLostListenerSharedPtr> called;
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     called = listeners;
   }
   bool told = false;
@@ -109,7 +109,7 @@ bool Session::DeliverLost() {
     if (!listener->IsListenerEnabled()) continue;
     {
       // It may have been removed while another was called or while it was asked.
-      const std::lock_guard<std::mutex> lock(library->mutex());
+      const std::lock_guard<BriefMutex> lock(library->mutex());
       if (std::find(listeners.begin(), listeners.end(), listener) == listeners.end()) continue;
     }
     told = true;
@@ -131,7 +131,7 @@ void Session::End() {
   std::vector<MediaServerLostListenerSharedPtr> former_listeners;
   const std::shared_ptr<Session> self = shared_from_this();
   {
-    const std::lock_guard<std::mutex> lock(library->mutex());
+    const std::lock_guard<BriefMutex> lock(library->mutex());
     if (ended) return;
     ended = true;
     former_endpoints.swap(endpoints);

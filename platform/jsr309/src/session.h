@@ -6,7 +6,9 @@
 #include "library.h"
 
 #include <cstdint>
+#include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,7 +47,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
   // All guarded by Library::mutex_.
   bool ended = false;
-  bool lost = false;  ///< for good
+  bool lost = false;                                   ///< for good
+  std::optional<std::list<Session*>::iterator> place;  ///< in the library's list, while it is in it
   std::vector<std::shared_ptr<Endpoint>> endpoints;
   std::vector<MediaServerLostListenerSharedPtr> listeners;
 

@@ -67,7 +67,7 @@ Outcome Endpoint::Join(Direction direction, Endpoint& other, milliseconds limit)
   }
   const auto reply = std::make_shared<Reply<int>>();
   std::unique_ptr<Task> task = std::make_unique<JoinTask>(route_, other.route_, direction, Responder<int>(reply));
-  if (!route_->Post(task)) task.reset();
+  if (!route_->Ask(task)) task.reset();
   return reply->Wait(limit);
 }
 
@@ -90,11 +90,14 @@ Outcome Endpoint::ReadStatistics(EndpointStatistics& statistics, milliseconds li
 }
 
 Outcome Endpoint::Close(milliseconds limit) {
-  int none = 0;
-  Outcome outcome = AskEndpoint(route_, limit, none, [](Worker& worker, Participant& participant, int&) {
-    worker.Close(*participant.route());
-    return Outcome::Done();
-  });
+  // Its sockets are closed here: that takes system calls that the packets need not wait for.
+  std::unique_ptr<Participant> ended;
+  Outcome outcome = AskEndpoint(route_, limit, ended,
+                                [](Worker& worker, Participant& participant, std::unique_ptr<Participant>& result) {
+                                  result = worker.Detach(*participant.route());
+                                  return Outcome::Done();
+                                });
+  ended.reset();
   if (!outcome && route_->closed()) return Outcome::Done();
   // A worker that did not answer in time must not skip this as abandoned.
   if (!outcome) Release();
@@ -106,7 +109,7 @@ void Endpoint::Release() {
   std::unique_ptr<Task> task = MakeEndpointTask(route_, [](Worker& worker, Participant* participant) {
     if (participant != nullptr) worker.Close(*participant->route());
   });
-  route_->Post(task);
+  route_->Ask(task);
 }
 
 }  // namespace media_engine

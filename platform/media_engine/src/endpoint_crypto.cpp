@@ -1,7 +1,5 @@
 #include "endpoint_crypto.h"
 
-#include <array>
-#include <cstring>
 #include <utility>
 
 namespace media_engine {
@@ -39,33 +37,22 @@ bool EndpointCrypto::Unprotect(Protocol protocol, uint8_t* packet, std::size_t& 
   return false;
 }
 
-/// The verdict that counts is that of the keys that stand.
+/// The verdict that counts is that of the keys that stand. A packet that some refuse is left as it was for the others.
 SrtpVerdict EndpointCrypto::TryAll(Protocol protocol, uint8_t* packet, std::size_t& length, TimePoint now) {
   DropFormerKeys(now);
   if (length > kLongestPacket) return SrtpVerdict::kUnauthentic;
-  if (!continued_ && !former_) return incoming_->Apply(protocol, packet, length);
-
-  // A failed attempt leaves nothing that one could rely on.
-  std::array<uint8_t, kLongestPacket> original;
-  std::memcpy(original.data(), packet, length);
   const SrtpVerdict verdict = incoming_->Apply(protocol, packet, length);
   if (verdict == SrtpVerdict::kDone) {
     if (protocol == Protocol::kRtp) continued_.reset();
     NewKeysAreInUse(now);
     return verdict;
   }
-  if (continued_) {
-    std::memcpy(packet, original.data(), length);
-    if (continued_->Apply(protocol, packet, length) == SrtpVerdict::kDone) {
-      incoming_ = std::move(continued_);
-      NewKeysAreInUse(now);
-      return SrtpVerdict::kDone;
-    }
+  if (continued_ && continued_->Apply(protocol, packet, length) == SrtpVerdict::kDone) {
+    incoming_ = std::move(continued_);
+    NewKeysAreInUse(now);
+    return SrtpVerdict::kDone;
   }
-  if (former_) {
-    std::memcpy(packet, original.data(), length);
-    if (former_->Apply(protocol, packet, length) == SrtpVerdict::kDone) return SrtpVerdict::kDone;
-  }
+  if (former_ && former_->Apply(protocol, packet, length) == SrtpVerdict::kDone) return SrtpVerdict::kDone;
   return verdict;
 }
 

@@ -53,8 +53,8 @@ class EndpointCrypto {
   bool blocked() const { return mandatory_ && !Protects(); }
   uint64_t& missing() { return counters_.missing; }
 
-  // Packets, in place. False: drop it; it has been counted. In the clear, true and nothing done. A packet begins at a
-  // multiple of four octets and has kSrtpTrailerRoom behind it when it is to be protected.
+  // Packets, in place. False: drop it; it has been counted. In the clear, true and nothing done. A packet that
+  // is to be protected has kSrtpTrailerRoom behind it.
   bool ProtectRtp(uint8_t* packet, std::size_t& length) { return Protect(Protocol::kRtp, packet, length); }
   bool ProtectRtcp(uint8_t* packet, std::size_t& length) { return Protect(Protocol::kRtcp, packet, length); }
   bool UnprotectRtp(uint8_t* packet, std::size_t& length, TimePoint now) {

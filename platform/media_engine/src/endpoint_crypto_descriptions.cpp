@@ -85,8 +85,7 @@ void EndpointCrypto::Install(LocalSide side) {
   if (!side.outgoing) return;
   if (local_.outgoing && !side.starts_anew) {
     const SrtpTransform::Position position = local_.outgoing->LatestPosition();
-    // If the library cannot, they start from 0, as many a far end expects anyway.
-    if (position.rollovers > 0) side.outgoing->ContinueAt(position);
+    if (position.matters()) side.outgoing->ContinueAt(position);
   }
   local_.outgoing = std::move(side.outgoing);
   told_expired_locally_ = false;
@@ -141,9 +140,10 @@ Outcome EndpointCrypto::PrepareRemote(const SrtpKeys& keys, Transform& fresh, Tr
   fresh = SrtpTransform::Make(SrtpTransform::Direction::kIncoming, keys, reason);
   if (!fresh) return Outcome::Refused(reason);
   const SrtpTransform::Position position = LatestIncoming();
-  if (position.rollovers == 0) return Outcome::Done();
+  if (!position.matters()) return Outcome::Done();
   continued = SrtpTransform::Make(SrtpTransform::Direction::kIncoming, keys, reason);
-  if (!continued || !continued->ContinueAt(position)) return Outcome::Refused("libsrtp2 cannot continue: " + reason);
+  if (!continued) return Outcome::Refused(reason);
+  continued->ContinueAt(position);
   return Outcome::Done();
 }
 

@@ -57,6 +57,18 @@ class EndpointRoute {
     return owner_->Post(task);
   }
 
+  /// The same, for a thread that is free to do the task itself when the worker sleeps.
+  bool Ask(std::unique_ptr<Task>& task) {
+    std::shared_ptr<Mailbox> owner;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (!owner_->Put(task)) return false;
+      owner = owner_;
+    }
+    owner->Serve();
+    return true;
+  }
+
   /// An import: the endpoint shall be in that session, and the task tells its owner so.
   bool SetHome(std::shared_ptr<SessionRoute> home, std::unique_ptr<Task> task) {
     std::lock_guard<std::mutex> lock(mutex_);

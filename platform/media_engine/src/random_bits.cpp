@@ -2,15 +2,22 @@
 
 #include <sys/random.h>
 
+#include <array>
 #include <cerrno>
 #include <random>
+#include <utility>
 
 namespace media_engine {
 
 uint32_t RandomBits() {
-  uint32_t bits = 0;
-  if (getrandom(&bits, sizeof bits, 0) == static_cast<ssize_t>(sizeof bits)) return bits;
-  return std::random_device{}();
+  // An endpoint draws half a dozen, and a system call gives many as fast as one.
+  thread_local std::array<uint32_t, 32> drawn;
+  thread_local std::size_t left = 0;
+  if (left == 0) {
+    if (getrandom(drawn.data(), sizeof drawn, 0) != static_cast<ssize_t>(sizeof drawn)) return std::random_device{}();
+    left = drawn.size();
+  }
+  return std::exchange(drawn[--left], 0);
 }
 
 bool FillRandomly(uint8_t* octets, std::size_t length) {

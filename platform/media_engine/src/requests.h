@@ -1,15 +1,18 @@
 /// Requests to workers, from the side of the threads that make them.
 ///
-/// A request is a task that carries everything it needs and answers through a promise; its maker waits as long as it
-/// has time. Whatever the request produces travels in the answer, never through references to the maker's variables:
-/// the maker may have left when the worker gets to it.
+/// A request is a task that carries everything it needs and answers through a reply; its maker waits as long as it has
+/// time. When the worker sleeps the maker does the request itself, and finds the answer there. Whatever the request
+/// produces travels in the answer, never through references to the maker's variables: the maker may have left when the
+/// worker gets to it.
 #pragma once
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
-#include <future>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <utility>
 
 #include "endpoint_route.h"
@@ -27,23 +30,29 @@ class Reply {
  public:
   /// The worker's: nobody waits any more, the request need not be done.
   bool abandoned() const { return abandoned_.load(); }
-  void Answer(Outcome outcome) { promise_.set_value(std::move(outcome)); }
+  void Answer(Outcome outcome) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    outcome_ = std::move(outcome);
+    answered_.notify_one();
+  }
   Result& result() { return result_; }
 
   /// The maker's. The result may be read after a success, and only then.
   Outcome Wait(milliseconds limit) { return Wait(limit, RequestClock::now() + limit); }
   /// For one of several requests that have a limit in common; the deadline is that of all of them.
   Outcome Wait(milliseconds limit, RequestClock::time_point deadline) {
-    if (future_.wait_until(deadline) != std::future_status::ready) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!answered_.wait_until(lock, deadline, [this] { return outcome_.has_value(); })) {
       abandoned_.store(true);
       return Outcome::Refused("the media server did not answer within " + std::to_string(limit.count()) + " ms");
     }
-    return future_.get();
+    return std::move(*outcome_);
   }
 
  private:
-  std::promise<Outcome> promise_;
-  std::future<Outcome> future_ = promise_.get_future();
+  std::mutex mutex_;
+  std::condition_variable answered_;
+  std::optional<Outcome> outcome_;  // guarded by mutex_
   std::atomic<bool> abandoned_{false};
   Result result_{};
 };
@@ -126,7 +135,7 @@ Outcome AskEndpoint(const std::shared_ptr<EndpointRoute>& route, milliseconds li
         responder.Answer(act(worker, *participant, responder.result()));
       });
   // A task that is not taken answers when it goes.
-  if (!route->Post(task)) task.reset();
+  if (!route->Ask(task)) task.reset();
   Outcome outcome = reply->Wait(limit, deadline);
   if (outcome) result = std::move(reply->result());
   return outcome;

@@ -75,11 +75,13 @@ std::shared_ptr<Session> Server::CreateSession(Outcome& outcome) {
   WorkerThread& worker = **least;
   const auto route = std::make_shared<SessionRoute>(context_, worker.mailbox(), NextSessionName());
   ++worker.gauges().sessions;
-  if (!worker.mailbox()->Post(MakeTask([route](Worker& at) { at.OpenSession(route); }))) {
+  std::unique_ptr<Task> opening = MakeTask([route](Worker& at) { at.OpenSession(route); });
+  if (!worker.mailbox()->Put(opening)) {
     --worker.gauges().sessions;
     outcome = Outcome::Refused("media server " + context_->address().Host() + " has been shut down");
     return nullptr;
   }
+  worker.mailbox()->Serve();
   outcome = Outcome::Done();
   return std::make_shared<Session>(context_, route);
 }

@@ -34,7 +34,11 @@ std::shared_ptr<Endpoint> Session::CreateEndpoint(std::shared_ptr<EndpointEvents
     const bool admitted = worker.Admit(std::move(participant));
     responder.Answer(admitted ? Outcome::Done() : Outcome::Refused(session->name() + " has ended"));
   });
-  if (!route_->mailbox()->Post(task)) task.reset();
+  if (route_->mailbox()->Put(task)) {
+    route_->mailbox()->Serve();
+  } else {
+    task.reset();
+  }
   outcome = reply->Wait(limit);
   // One that comes into being after all is released behind its making.
   auto endpoint = std::make_shared<Endpoint>(server_, endpoint_route);
@@ -55,7 +59,8 @@ Outcome Session::Import(Endpoint& endpoint) {
 
 void Session::Release() {
   if (route_->closed()) return;
-  route_->mailbox()->Post(MakeTask([route = route_](Worker& worker) { worker.CloseSession(*route); }));
+  std::unique_ptr<Task> task = MakeTask([route = route_](Worker& worker) { worker.CloseSession(*route); });
+  if (route_->mailbox()->Put(task)) route_->mailbox()->Serve();
 }
 
 }  // namespace media_engine

@@ -1,89 +1,63 @@
 #include "srtp_transform.h"
 
-#include <arpa/inet.h>
-#include <srtp2/srtp.h>
+#include <openssl/crypto.h>
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
-#include "srtp_library.h"
+#include "network_order.h"
 
 namespace media_engine {
 namespace {
 
-static_assert(kSrtpTrailerRoom >= SRTP_MAX_TRAILER_LEN + 4, "what the library may write behind an RTCP packet");
-static_assert(SrtpKeys::kLength == SRTP_AES_ICM_128_KEY_LEN_WSALT && SrtpKeys::kLongestMki == SRTP_MAX_MKI_LEN);
-
-constexpr std::size_t kRtpFixedHeader = 12, kRtpSsrcAt = 8;
+constexpr std::size_t kRtpFixedHeader = 12, kRtpNumberAt = 2, kRtpSsrcAt = 8;
 constexpr std::size_t kRtcpFixedHeader = 8, kRtcpSsrcAt = 4;
 constexpr std::size_t kSrtcpIndex = 4;
 constexpr std::size_t kLongTag = 10, kShortTag = 4;  // the short one for RTP only (RFC 4568, section 6.2.2)
-/// As far as packets may be out of order, in packets. No less than the numbers that we ourselves give out of order.
-constexpr unsigned long kReplayWindow = 128;
+constexpr uint32_t kEncrypted = 0x80000000;
+static_assert(kSrtpTrailerRoom >= kLongTag + SrtpKeys::kLongestMki + kSrtcpIndex);
 
-uint32_t SsrcAt(const uint8_t* octets) {
-  return uint32_t{octets[0]} << 24 | uint32_t{octets[1]} << 16 | uint32_t{octets[2]} << 8 | octets[3];
+/// What is sent in the clear of an RTP packet: the contributing sources and the extension are in it. None when they do
+/// not fit.
+std::optional<std::size_t> RtpHeaderLength(const uint8_t* packet, std::size_t length) {
+  constexpr uint8_t kExtension = 0x10, kSources = 0x0f;
+  std::size_t header = kRtpFixedHeader + 4u * (packet[0] & kSources);
+  if ((packet[0] & kExtension) != 0) {
+    if (length < header + 4) return std::nullopt;
+    header += 4 + 4u * Read16(packet + header + 2);
+  }
+  if (length < header) return std::nullopt;
+  return header;
 }
 
-/// The library wants pointers to what it only reads.
-class Policy {
- public:
-  Policy(const SrtpKeys& keys, srtp_ssrc_t ssrc) : master_(keys.master), mki_(keys.mki) {
-    srtp_crypto_policy_set_rtp_default(&policy_.rtp);
-    srtp_crypto_policy_set_rtcp_default(&policy_.rtcp);
-    if (keys.suite == SrtpSuite::kAesCm128HmacSha1_32) srtp_crypto_policy_set_aes_cm_128_hmac_sha1_32(&policy_.rtp);
-    policy_.ssrc = ssrc;
-    policy_.window_size = kReplayWindow;
-    if (mki_.empty()) {
-      policy_.key = master_.data();
-      return;
-    }
-    key_.key = master_.data();
-    key_.mki_id = mki_.data();
-    key_.mki_size = static_cast<unsigned>(mki_.size());
-    policy_.keys = &only_key_;
-    policy_.num_master_keys = 1;
-  }
-  const srtp_policy_t* get() const { return &policy_; }
+std::array<uint8_t, 4> RolloversOf(uint64_t index) {
+  std::array<uint8_t, 4> rollovers;
+  Write32(static_cast<uint32_t>(index >> 16), rollovers.data());
+  return rollovers;
+}
 
- private:
-  SecretBytes master_;
-  std::vector<uint8_t> mki_;
-  srtp_master_key_t key_{};
-  srtp_master_key_t* only_key_ = &key_;
-  srtp_policy_t policy_{};
-};
+bool Same(const uint8_t* a, const uint8_t* b, std::size_t length) {
+  return CRYPTO_memcmp(a, b, length) == 0;  // in the same time wherever they differ
+}
 
 }  // namespace
 
-SrtpTransform::SrtpTransform(Direction direction, const SrtpKeys& keys) : direction_(direction), keys_(keys) {}
+SrtpTransform::SrtpTransform(Direction direction, const SrtpKeys& keys, std::unique_ptr<SrtpCipher> cipher)
+    : direction_(direction), keys_(keys), cipher_(std::move(cipher)) {
+  sources_.reserve(kSourcesAtOnce);
+}
 
 std::unique_ptr<SrtpTransform> SrtpTransform::Make(Direction direction, const SrtpKeys& keys, std::string& reason) {
-  if (!SrtpLibraryReady(reason)) return nullptr;
-  std::unique_ptr<SrtpTransform> transform(new SrtpTransform(direction, keys));
-  const Outcome outcome = transform->Open();
-  reason = outcome.reason;
-  return outcome ? std::move(transform) : nullptr;
-}
-
-Outcome SrtpTransform::Open() {
-  const srtp_ssrc_t any{direction_ == Direction::kOutgoing ? ssrc_any_outbound : ssrc_any_inbound, 0};
-  srtp_err_status_t status = srtp_create(&context_, Policy(keys_, any).get());
-  // To find the identifier in an RTCP packet, libsrtp2 before 2.7 counts back from the end by the length of RTP's tag.
-  // Where the two tags differ, RTCP is given a context in which they do not.
-  const bool tags_differ = keys_.suite == SrtpSuite::kAesCm128HmacSha1_32;
-  if (status == srtp_err_status_ok && direction_ == Direction::kIncoming && tags_differ && !keys_.mki.empty()) {
-    SrtpKeys rtcp_keys = keys_;
-    rtcp_keys.suite = SrtpSuite::kAesCm128HmacSha1_80;
-    status = srtp_create(&rtcp_context_, Policy(rtcp_keys, any).get());
+  std::unique_ptr<SrtpCipher> cipher = SrtpCipher::Make(reason);
+  if (!cipher) return nullptr;
+  std::unique_ptr<SrtpTransform> transform(new SrtpTransform(direction, keys, std::move(cipher)));
+  if (DeriveSrtpKeys(keys.master, *transform->cipher_, transform->rtp_keys_, transform->rtcp_keys_) &&
+      transform->GiveKey(Protocol::kRtp)) {
+    return transform;
   }
-  if (status == srtp_err_status_ok) return Outcome::Done();
-  return Outcome::Refused("libsrtp2 makes no context, status " + std::to_string(status));
-}
-
-SrtpTransform::~SrtpTransform() {
-  for (srtp_t context : {context_, rtcp_context_}) {
-    if (context != nullptr) srtp_dealloc(context);
-  }
+  reason = "OpenSSL derives no keys with AES-128";
+  return nullptr;
 }
 
 void SrtpTransform::SetLifetime(const SrtpKeys& keys) {
@@ -91,89 +65,178 @@ void SrtpTransform::SetLifetime(const SrtpKeys& keys) {
   keys_.rtcp_lifetime = keys.rtcp_lifetime;
 }
 
-bool SrtpTransform::Knows(uint32_t ssrc) const {
+std::size_t SrtpTransform::Find(uint32_t ssrc) const {
   // The latest source is the likeliest.
-  return std::find(sources_.rbegin(), sources_.rend(), ssrc) != sources_.rend();
+  for (std::size_t i = sources_.size(); i > 0; --i) {
+    if (sources_[i - 1].ssrc == ssrc) return i - 1;
+  }
+  return sources_.size();
 }
 
-void SrtpTransform::Remember(uint32_t ssrc) {
-  sources_.push_back(ssrc);
+std::size_t SrtpTransform::TagLength(Protocol protocol) const {
+  return protocol == Protocol::kRtp && keys_.suite == SrtpSuite::kAesCm128HmacSha1_32 ? kShortTag : kLongTag;
 }
 
 std::size_t SrtpTransform::ShortestPacket(Protocol protocol) const {
-  const bool rtp = protocol == Protocol::kRtp;
-  const std::size_t header = rtp ? kRtpFixedHeader : kRtcpFixedHeader;
+  const std::size_t header = protocol == Protocol::kRtp ? kRtpFixedHeader : kRtcpFixedHeader;
   if (direction_ == Direction::kOutgoing) return header;
-  const std::size_t tag = rtp && keys_.suite == SrtpSuite::kAesCm128HmacSha1_32 ? kShortTag : kLongTag;
-  return header + keys_.mki.size() + tag + (rtp ? 0 : kSrtcpIndex);
+  return header + keys_.mki.size() + TagLength(protocol) + (protocol == Protocol::kRtp ? 0 : kSrtcpIndex);
 }
 
-srtp_ctx_t_* SrtpTransform::ContextOf(Protocol protocol) const {
-  return protocol == Protocol::kRtcp && rtcp_context_ != nullptr ? rtcp_context_ : context_;
-}
-
-int SrtpTransform::Call(Protocol protocol, uint8_t* packet, int* length) const {
-  const srtp_t context = ContextOf(protocol);
-  const unsigned with_mki = keys_.mki.empty() ? 0 : 1;
-  if (protocol == Protocol::kRtp) {
-    return direction_ == Direction::kOutgoing ? srtp_protect_mki(context, packet, length, with_mki, 0)
-                                              : srtp_unprotect_mki(context, packet, length, with_mki);
-  }
-  return direction_ == Direction::kOutgoing ? srtp_protect_rtcp_mki(context, packet, length, with_mki, 0)
-                                            : srtp_unprotect_rtcp_mki(context, packet, length, with_mki);
-}
-
-SrtpVerdict SrtpTransform::VerdictOf(int status) const {
-  if (status == srtp_err_status_ok) return SrtpVerdict::kDone;
-  if (status == srtp_err_status_key_expired) return SrtpVerdict::kExpired;
-  if (status == srtp_err_status_replay_fail || status == srtp_err_status_replay_old) return SrtpVerdict::kReplayed;
+SrtpVerdict SrtpTransform::Invalid() const {
   return direction_ == Direction::kOutgoing ? SrtpVerdict::kFailed : SrtpVerdict::kUnauthentic;
 }
 
 SrtpVerdict SrtpTransform::Apply(Protocol protocol, uint8_t* packet, std::size_t& length) {
-  if (length < ShortestPacket(protocol)) {
-    return direction_ == Direction::kOutgoing ? SrtpVerdict::kFailed : SrtpVerdict::kUnauthentic;
-  }
+  if (length < ShortestPacket(protocol)) return Invalid();
   const bool rtp = protocol == Protocol::kRtp;
   uint64_t& packets = rtp ? rtp_packets_ : rtcp_packets_;
   if (packets >= (rtp ? keys_.rtp_lifetime : keys_.rtcp_lifetime)) return SrtpVerdict::kExpired;
-  const uint32_t ssrc = SsrcAt(packet + (rtp ? kRtpSsrcAt : kRtcpSsrcAt));
-  const bool known = Knows(ssrc);
-  const bool incoming = direction_ == Direction::kIncoming;
-  if (incoming && !known && sources_.size() == kMostSources) return SrtpVerdict::kSourcesExceeded;
-  int new_length = static_cast<int>(length);
-  const SrtpVerdict verdict = VerdictOf(Call(protocol, packet, &new_length));
+  const uint32_t ssrc = Read32(packet + (rtp ? kRtpSsrcAt : kRtcpSsrcAt));
+  const std::size_t place = Find(ssrc);
+  const bool known = place < sources_.size();
+  if (direction_ == Direction::kIncoming && !known && sources_.size() == kMostSources) {
+    return SrtpVerdict::kSourcesExceeded;
+  }
+  SrtpSource fresh;
+  fresh.ssrc = ssrc;
+  const SrtpVerdict verdict = ApplyTo(known ? sources_[place] : fresh, protocol, packet, length);
   if (verdict != SrtpVerdict::kDone) return verdict;
-  length = static_cast<std::size_t>(new_length);
   ++packets;
-  if (!known) Remember(ssrc);
+  if (!known) sources_.push_back(fresh);
   if (rtp) latest_rtp_ssrc_ = ssrc;
   return verdict;
 }
 
+SrtpVerdict SrtpTransform::ApplyTo(SrtpSource& source, Protocol protocol, uint8_t* packet, std::size_t& length) {
+  if (direction_ == Direction::kOutgoing) {
+    return protocol == Protocol::kRtp ? ProtectRtp(source, packet, length) : ProtectRtcp(source, packet, length);
+  }
+  return protocol == Protocol::kRtp ? UnprotectRtp(source, packet, length) : UnprotectRtcp(source, packet, length);
+}
+
+bool SrtpTransform::GiveKey(Protocol protocol) {
+  if (cipher_has_key_of_ == protocol) return true;
+  cipher_has_key_of_.reset();
+  const SrtpSessionKeys& keys = protocol == Protocol::kRtp ? rtp_keys_ : rtcp_keys_;
+  if (!cipher_->SetKey(keys.cipher_key.data())) return false;
+  cipher_has_key_of_ = protocol;
+  return true;
+}
+
+/// Section 4.1.1: the salt, the source and the packet's index make the first counter.
+bool SrtpTransform::Encrypt(Protocol protocol, uint32_t ssrc, uint64_t index, uint8_t* data, std::size_t length) {
+  if (!GiveKey(protocol)) return false;
+  const SrtpSessionKeys& keys = protocol == Protocol::kRtp ? rtp_keys_ : rtcp_keys_;
+  SrtpCipher::Block first{};
+  std::copy(keys.salt.begin(), keys.salt.end(), first.begin());
+  Write32(Read32(first.data() + 4) ^ ssrc, first.data() + 4);
+  Write64(Read64(first.data() + 8) ^ index << 16, first.data() + 8);
+  return cipher_->Apply(first, data, length);
+}
+
+bool SrtpTransform::HasMki(const uint8_t* at) const {
+  return Same(at, keys_.mki.data(), keys_.mki.size());
+}
+
+/// Key identifier and tag; the packet's new length.
+std::size_t SrtpTransform::Append(const uint8_t* tag, std::size_t tag_length, uint8_t* packet,
+                                  std::size_t length) const {
+  uint8_t* const end = std::copy(keys_.mki.begin(), keys_.mki.end(), packet + length);
+  std::copy(tag, tag + tag_length, end);
+  return length + keys_.mki.size() + tag_length;
+}
+
+SrtpVerdict SrtpTransform::ProtectRtp(SrtpSource& source, uint8_t* packet, std::size_t& length) {
+  const auto header = RtpHeaderLength(packet, length);
+  if (!header) return SrtpVerdict::kFailed;
+  const auto index = SrtpIndexOf(source.rtp, Read16(packet + kRtpNumberAt));
+  if (!index) return SrtpVerdict::kExpired;
+  if (source.rtp.Holds(*index)) return SrtpVerdict::kReplayed;
+  if (!Encrypt(Protocol::kRtp, source.ssrc, *index, packet + *header, length - *header)) return SrtpVerdict::kFailed;
+  const auto rollovers = RolloversOf(*index);
+  const auto digest = rtp_keys_.authenticator.Compute(packet, length, rollovers.data(), rollovers.size());
+  length = Append(digest.data(), TagLength(Protocol::kRtp), packet, length);
+  source.rtp.Add(*index);
+  return SrtpVerdict::kDone;
+}
+
+SrtpVerdict SrtpTransform::UnprotectRtp(SrtpSource& source, uint8_t* packet, std::size_t& length) {
+  const std::size_t tag_length = TagLength(Protocol::kRtp);
+  const std::size_t clear_length = length - tag_length - keys_.mki.size();
+  const auto header = RtpHeaderLength(packet, clear_length);
+  if (!header || !HasMki(packet + clear_length)) return SrtpVerdict::kUnauthentic;
+  const auto index = SrtpIndexOf(source.rtp, Read16(packet + kRtpNumberAt));
+  if (!index) return SrtpVerdict::kExpired;
+  if (source.rtp.Holds(*index)) return SrtpVerdict::kReplayed;
+  const auto rollovers = RolloversOf(*index);
+  const auto digest = rtp_keys_.authenticator.Compute(packet, clear_length, rollovers.data(), rollovers.size());
+  if (!Same(digest.data(), packet + length - tag_length, tag_length)) return SrtpVerdict::kUnauthentic;
+  if (!Encrypt(Protocol::kRtp, source.ssrc, *index, packet + *header, clear_length - *header)) {
+    return SrtpVerdict::kUnauthentic;
+  }
+  length = clear_length;
+  source.rtp.Add(*index);
+  return SrtpVerdict::kDone;
+}
+
+SrtpVerdict SrtpTransform::ProtectRtcp(SrtpSource& source, uint8_t* packet, std::size_t& length) {
+  const auto index = NextSrtcpIndex(source.rtcp);
+  if (!index) return SrtpVerdict::kExpired;
+  if (!Encrypt(Protocol::kRtcp, source.ssrc, *index, packet + kRtcpFixedHeader, length - kRtcpFixedHeader)) {
+    return SrtpVerdict::kFailed;
+  }
+  Write32(*index | kEncrypted, packet + length);
+  const std::size_t signed_length = length + kSrtcpIndex;
+  const auto digest = rtcp_keys_.authenticator.Compute(packet, signed_length, nullptr, 0);
+  length = Append(digest.data(), TagLength(Protocol::kRtcp), packet, signed_length);
+  source.rtcp.Add(*index);
+  return SrtpVerdict::kDone;
+}
+
+SrtpVerdict SrtpTransform::UnprotectRtcp(SrtpSource& source, uint8_t* packet, std::size_t& length) {
+  const std::size_t tag_length = TagLength(Protocol::kRtcp);
+  const std::size_t signed_length = length - tag_length - keys_.mki.size();
+  const std::size_t clear_length = signed_length - kSrtcpIndex;
+  const uint32_t trailer = Read32(packet + clear_length);
+  // Unencrypted SRTCP is for those who have agreed on it (RFC 4568, section 6.3.2).
+  if ((trailer & kEncrypted) == 0 || !HasMki(packet + signed_length)) return SrtpVerdict::kUnauthentic;
+  const uint32_t index = trailer & ~kEncrypted;
+  if (source.rtcp.Holds(index)) return SrtpVerdict::kReplayed;
+  const auto digest = rtcp_keys_.authenticator.Compute(packet, signed_length, nullptr, 0);
+  if (!Same(digest.data(), packet + length - tag_length, tag_length)) return SrtpVerdict::kUnauthentic;
+  if (!Encrypt(Protocol::kRtcp, source.ssrc, index, packet + kRtcpFixedHeader, clear_length - kRtcpFixedHeader)) {
+    return SrtpVerdict::kUnauthentic;
+  }
+  length = clear_length;
+  source.rtcp.Add(index);
+  return SrtpVerdict::kDone;
+}
+
 void SrtpTransform::Forget(uint32_t ssrc) {
-  const auto source = std::find(sources_.begin(), sources_.end(), ssrc);
-  if (source == sources_.end()) return;
-  sources_.erase(source);
-  srtp_remove_stream(context_, htonl(ssrc));
+  sources_.erase(std::remove_if(sources_.begin(), sources_.end(),
+                                [ssrc](const SrtpSource& source) { return source.ssrc == ssrc; }),
+                 sources_.end());
 }
 
 SrtpTransform::Position SrtpTransform::LatestPosition() const {
-  Position position{latest_rtp_ssrc_, continued_rollovers_};
-  if (!in_use()) return position;
-  position.rollovers = 0;
-  srtp_get_stream_roc(context_, position.ssrc, &position.rollovers);
+  Position position;
+  position.ssrc = latest_rtp_ssrc_;
+  const std::size_t place = Find(latest_rtp_ssrc_);
+  if (place == sources_.size()) return position;
+  const SrtpReplayList& list = sources_[place].rtp;
+  position.rollovers = static_cast<uint32_t>(list.highest() >> 16);
+  if (list.has_neighbour()) position.number = static_cast<uint16_t>(list.highest());
   return position;
 }
 
-bool SrtpTransform::ContinueAt(const Position& position) {
-  if (srtp_add_stream(context_, Policy(keys_, {ssrc_specific, position.ssrc}).get()) != srtp_err_status_ok)
-    return false;
-  Remember(position.ssrc);
+void SrtpTransform::ContinueAt(const Position& position) {
+  SrtpSource source;
+  source.ssrc = position.ssrc;
+  source.rtp = position.number ? SrtpReplayList::After(uint64_t{position.rollovers} << 16 | *position.number)
+                               : SrtpReplayList::WithRollovers(position.rollovers);
+  sources_.push_back(source);
   latest_rtp_ssrc_ = position.ssrc;
-  if (srtp_set_stream_roc(context_, position.ssrc, position.rollovers) != srtp_err_status_ok) return false;
-  continued_rollovers_ = position.rollovers;
-  return true;
 }
 
 }  // namespace media_engine

@@ -1,5 +1,6 @@
 #include "worker.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -34,6 +35,7 @@ Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> m
       epoll_fd_(epoll_create1(EPOLL_CLOEXEC)),
       now_(server_->Now()),
       next_timers_(now_) {
+  mailbox_->set_worker(this);
   if (epoll_fd_ >= 0 && mailbox_->event_fd() >= 0) AddToEpoll(epoll_fd_, mailbox_->event_fd(), nullptr);
 }
 
@@ -47,10 +49,15 @@ Outcome Worker::Ready() const {
 }
 
 void Worker::RunOnce(milliseconds longest_wait) {
-  milliseconds wait = residents_.empty() ? longest_wait : std::min(longest_wait, kTimerInterval);
-  if (!playout_timers_.empty()) wait = playout_timers_.RestAfter(server_->Now(), wait);
+  rest_ = RestWithin(longest_wait);
   std::array<epoll_event, kEventsPerTurn> events;
-  const int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, static_cast<int>(wait.count()));
+  mailbox_->helm().Leave();
+  const int wait = mailbox_->HasMail() ? 0 : static_cast<int>(rest_.count());
+  int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, wait);
+  if (mailbox_->helm().Return()) {
+    // Somebody may have closed what these events are about; what is still there is reported again.
+    count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, 0);
+  }
   now_ = server_->Now();
   bool mail = false;
   for (int i = 0; i < count; ++i) {
@@ -62,9 +69,14 @@ void Worker::RunOnce(milliseconds longest_wait) {
   }
   PlayDue();
   // Tasks close sockets, so they come after every event that may name one.
-  if (mail) RunTasks();
+  if (mail || mailbox_->HasMail()) RunTasks(mailbox_->Take());
   if (now_ >= next_timers_) RunTimers();
   gauges_.beats.fetch_add(1, std::memory_order_relaxed);
+}
+
+milliseconds Worker::RestWithin(milliseconds longest) const {
+  const milliseconds rest = residents_.empty() ? longest : std::min(longest, kTimerInterval);
+  return playout_timers_.empty() ? rest : playout_timers_.RestAfter(server_->Now(), rest);
 }
 
 void Worker::Serve(const SocketTag& tag) {
@@ -75,8 +87,23 @@ void Worker::Serve(const SocketTag& tag) {
   }
 }
 
-void Worker::RunTasks() {
-  for (std::unique_ptr<Task>& task : mailbox_->Take()) {
+Worker::Help Worker::HelpOut() {
+  now_ = server_->Now();
+  if (IsDue()) return {};
+  Mailbox::Tasks tasks = mailbox_->TakeAsHelper();
+  if (tasks.empty()) return {};
+  RunTasks(std::move(tasks));
+  return {true, RestWithin(rest_) < rest_};
+}
+
+bool Worker::IsDue() const {
+  if (now_ >= next_timers_ || playout_timers_.NextDue(now_) != nullptr) return true;
+  pollfd ready{epoll_fd_, POLLIN, 0};
+  return poll(&ready, 1, 0) != 0;
+}
+
+void Worker::RunTasks(Mailbox::Tasks tasks) {
+  for (std::unique_ptr<Task>& task : tasks) {
     try {
       task->Run(*this);
     } catch (const std::exception& error) {
@@ -173,14 +200,22 @@ void Worker::LeaveSession(const Participant& participant) {
 }
 
 void Worker::Close(const EndpointRoute& endpoint) {
+  Detach(endpoint);
+}
+
+std::unique_ptr<Participant> Worker::Detach(const EndpointRoute& endpoint) {
   const auto found = residents_.find(&endpoint);
-  if (found == residents_.end()) return;
+  if (found == residents_.end()) return nullptr;
   // Out of the map first: what the participant holds, its route included, goes with it.
-  const std::unique_ptr<Participant> participant = std::move(found->second.participant);
+  std::unique_ptr<Participant> participant = std::move(found->second.participant);
   residents_.erase(found);
   participant->Separate(now_);
+  participant->DetachPlayout();
   LeaveSession(*participant);
+  Unwatch(*participant);
+  participant->route()->MarkClosed();
   --gauges_.endpoints;
+  return participant;
 }
 
 Outcome Worker::DescribeLocal(Participant& participant, const LocalSettings& settings,

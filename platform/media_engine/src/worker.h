@@ -1,6 +1,7 @@
 /// The loop that serves a share of a server's sessions: packets, requests, timers.
 ///
 /// Threads: everything here runs on one thread, except what says otherwise. Nothing waits but the epoll in RunOnce.
+/// While that waits, another thread may take the helm and do requests in the worker's place.
 #pragma once
 
 #include <atomic>
@@ -37,6 +38,15 @@ class Worker {
   void Finish();
   WorkerGauges& gauges() { return gauges_; }  ///< any thread
 
+  /// What came of help: whether there was anything to do, and whether the worker is to wake earlier than it meant to.
+  struct Help {
+    bool done = false;
+    bool wake = false;
+  };
+  /// For a thread that has the helm: runs the tasks that are there, unless packets or timers come before them, which
+  /// are the worker's own.
+  Help HelpOut();
+
   // What tasks do.
   TimePoint now() const { return now_; }
   void OpenSession(const std::shared_ptr<SessionRoute>& session);
@@ -46,6 +56,9 @@ class Worker {
   /// Null when the endpoint is not here.
   Participant* Find(const EndpointRoute& endpoint);
   void Close(const EndpointRoute& endpoint);
+  /// Takes the endpoint out, to be destroyed by somebody who has time for that, on any thread; null when it is not
+  /// here.
+  std::unique_ptr<Participant> Detach(const EndpointRoute& endpoint);
   /// The endpoint of that session whose RTP port this is; null when there is none.
   Participant* FindByPort(const SessionRoute& session, const SocketAddress& rtp) const;
   Outcome DescribeLocal(Participant& participant, const LocalSettings& settings, std::unique_ptr<PortPair>& offered);
@@ -70,7 +83,11 @@ class Worker {
   };
 
   void Serve(const SocketTag& tag);
-  void RunTasks();
+  /// How long there is nothing to do by the clock, at most that.
+  milliseconds RestWithin(milliseconds longest) const;
+  /// Whether there is something to do besides tasks.
+  bool IsDue() const;
+  void RunTasks(Mailbox::Tasks tasks);
   void RunTimers();
   void PlayDue();
   bool Watch(Resident& resident);
@@ -88,6 +105,7 @@ class Worker {
   PacketMover mover_;
   TimePoint now_;
   TimePoint next_timers_;
+  milliseconds rest_{0};          // the present one, or the last
   PlayoutTimers playout_timers_;  // of residents with a jitter buffer
   // Keys stay valid: the records hold what they point to.
   std::unordered_map<const EndpointRoute*, Resident> residents_;

@@ -50,7 +50,7 @@ void WorkerThread::Stall(bool stalled) {
     loop_->stalled = stalled;
   }
   loop_->changed.notify_all();
-  if (stalled) mailbox()->Post(MakeTask([loop = loop_.get()](Worker&) { loop->WaitWhileStalled(); }));
+  if (stalled) mailbox()->PostToThread(MakeTask([loop = loop_.get()](Worker&) { loop->WaitWhileStalled(); }));
 }
 
 void WorkerThread::AskToStop() {
@@ -59,7 +59,7 @@ void WorkerThread::AskToStop() {
     loop_->stopping.store(true);
   }
   loop_->changed.notify_all();
-  mailbox()->Post(MakeTask([](Worker&) {}));
+  mailbox()->PostToThread(MakeTask([](Worker&) {}));
 }
 
 bool WorkerThread::Join(TimePoint deadline) {

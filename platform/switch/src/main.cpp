@@ -219,10 +219,16 @@ bool Announce(const Options& options) {
          WriteFile(options.ready_file, "sip=" + sip + "\nevent_socket=" + event_socket + "\n");
 }
 
-void WarnOfLowLimits() {
+/// What the configuration allows, with the connections of the profiles that are served already.
+ConfiguredLoad LoadNow() {
   ConfiguredLoad load;
   load.sessions = static_cast<uint64_t>(switch_core_session_ctl(SCSC_MAX_SESSIONS, nullptr));
   load.sip_connections = SipConnectionLimit();
+  return load;
+}
+
+void WarnOfLowLimits() {
+  const ConfiguredLoad load = LoadNow();
   for (const std::string& low : FindLowLimits(RaiseProcessLimits(load), load)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\n", low.c_str());
   }
@@ -255,7 +261,9 @@ bool StartFronts(std::string& error) {
 int Serve(const Options& options, Signals& signals) {
   ServiceManager manager;
   std::string error;
+  RaiseProcessLimits(LoadNow());  // what listens needs some of it
   if (!StartFronts(error)) {
+    WarnOfLowLimits();  // they may be why
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
     switch_core_destroy();
     Complain(error);

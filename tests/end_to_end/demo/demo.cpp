@@ -3,12 +3,14 @@
 #include <chrono>
 #include <exception>
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "account.h"
+#include "fleet_demo.h"
 #include "support/process_child.h"
 #include "support/rtp_fax.h"
 #include "support/sipp_call_trial.h"
@@ -276,6 +278,10 @@ class Demo {
 }  // namespace
 }  // namespace kvx_demo
 
-int main() {
-  return kvx_demo::Demo().Run();
+int main(int count, char** words) {
+  const std::vector<std::string> arguments(words + 1, words + count);
+  if (arguments.empty() || arguments == std::vector<std::string>{"--media", "embedded"}) return kvx_demo::Demo().Run();
+  if (arguments == std::vector<std::string>{"--media", "rtpengine"}) return kvx_demo::RunFleetDemo();
+  std::cerr << "usage: kvx-demo [--media embedded|rtpengine]\n";
+  return 2;
 }

@@ -8,8 +8,13 @@ void NameStreamSettings(const MediaConfig& config, EmbeddedContext& context) {
   if (config.GetSilenceSuppressionFlag().value_or(false)) {
     context.NameUnsupported("SilenceSuppressionFlag", "silence is not looked for, packets are passed on as they come");
   }
-  if (config.GetSidFlag().value_or(false)) {
-    context.NameUnsupported("SidFlag", "no silence descriptors are made, those of the far ends are passed on");
+  if (config.GetSidFlag()) {
+    if (*config.GetSidFlag()) {
+      context.NameUnsupported("SidFlag", "no silence descriptors are made, those of the far ends are passed on");
+    } else {
+      context.NameUnsupported("SidFlag false",
+                              "silence descriptors of the far ends are passed on unless annex A or B is declined");
+    }
   }
   if (config.GetAllowInbandTo2833Conversion().value_or(false)) {
     context.NameUnsupported("AllowInbandTo2833Conversion", "tones stay in the audio");
@@ -31,6 +36,8 @@ void NameJitterBuffer(const MediaConfig& config, Side side, EmbeddedContext& con
     if (delays) context.NameUnsupported("jitter buffer delays without JitterMode", unchanged);
   } else if (*mode < MediaConfig::JITTER_MODE_NONE || *mode > MediaConfig::JITTER_MODE_ADAPTIVE) {
     context.NameUnsupported("JitterMode " + std::to_string(*mode), unchanged);
+  } else if (*mode == MediaConfig::JITTER_MODE_NONE && delays) {
+    context.NameUnsupported("jitter buffer delays of JitterMode none", "packets pass at once");
   } else if (*mode == MediaConfig::JITTER_MODE_STATIC && config.GetJitterMinDelayMs()) {
     context.NameUnsupported("JitterMinDelayMs of a static jitter buffer", "it counts in adaptive mode only");
   }

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "command_run.h"
+#include "console/version.h"
 #include "console_loop.h"
 #include "log_view.h"
 #include "options.h"
@@ -10,11 +11,16 @@ int main(int argc, char** argv) {
   Options options;
   std::string error;
   if (!read_options(argc, argv, options, error)) {
-    std::fprintf(stderr, "kvx-cli: %s\n%s", error.c_str(), usage().c_str());
+    std::fprintf(stderr, "kvx-cli: %s\nkvx-cli --help shows the options\n", error.c_str());
     return kExitWrongUse;
   }
   if (options.help) {
     std::fputs(usage().c_str(), stdout);
+    return kExitDone;
+  }
+
+  if (options.version) {
+    std::printf("kvx-cli %s\n", kvx_switch::kSwitchVersion);
     return kExitDone;
   }
 

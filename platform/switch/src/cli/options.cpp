@@ -114,6 +114,9 @@ bool read_option(int option, const std::string& value, Options& options, std::st
       return true;
     case 'x':
       return read_command(value, options, error);
+    case 'v':
+      options.version = true;
+      return true;
     default:
       options.help = true;
       return true;
@@ -134,12 +137,17 @@ std::chrono::milliseconds patience_for(const std::string& command, const Options
 
 bool read_options(int argc, char** argv, Options& options, std::string& error) {
   if (!read_environment(options, error)) return false;
-  static const option kLongOptions[] = {
-      {"host", required_argument, nullptr, 'H'},     {"port", required_argument, nullptr, 'P'},
-      {"password", required_argument, nullptr, 'p'}, {"execute", required_argument, nullptr, 'x'},
-      {"loglevel", required_argument, nullptr, 'l'}, {"color", required_argument, nullptr, 'c'},
-      {"batch", no_argument, nullptr, 'b'},          {"timeout", required_argument, nullptr, 't'},
-      {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0}};
+  static const option kLongOptions[] = {{"host", required_argument, nullptr, 'H'},
+                                        {"port", required_argument, nullptr, 'P'},
+                                        {"password", required_argument, nullptr, 'p'},
+                                        {"execute", required_argument, nullptr, 'x'},
+                                        {"loglevel", required_argument, nullptr, 'l'},
+                                        {"color", required_argument, nullptr, 'c'},
+                                        {"batch", no_argument, nullptr, 'b'},
+                                        {"timeout", required_argument, nullptr, 't'},
+                                        {"help", no_argument, nullptr, 'h'},
+                                        {"version", no_argument, nullptr, 'v'},
+                                        {nullptr, 0, nullptr, 0}};
   options.coloured = takes_colour(STDOUT_FILENO);
   opterr = 0;
   for (;;) {
@@ -174,11 +182,12 @@ std::string usage() {
          "                           in the console\n"
          "      --color WHEN         on, off or auto (default: auto, colours on a terminal)\n"
          "  -b, --batch              for scripts: commands from standard input without prompt, colours or history;\n"
-         "                           the first that fails ends the run\n"
+         "                           lines that begin with # are passed over, and the first that fails ends the run\n"
          "  -t, --timeout SECONDS    how long to wait for the switch and for each answer (default 10; 3600 for that "
          "to\n"
          "                           originate, which comes when the phone answers)\n"
          "  -h, --help               this text\n"
+         "      --version            shows the version\n"
          "\n"
          "Environment: KVX_EVENT_SOCKET=host:port and KVX_EVENT_SOCKET_PASSWORD stand in for -H, -P and -p.\n"
          "\n"

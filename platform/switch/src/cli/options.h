@@ -19,6 +19,7 @@ struct Options {
   bool batch = false;                 ///< no prompt and no colours, the first failure ends it
   bool coloured = false;              ///< from --color, or what the terminal takes
   bool help = false;
+  bool version = false;
 };
 
 /// The address as messages and prompts show it, an IPv6 address in brackets.

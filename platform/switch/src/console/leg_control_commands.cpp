@@ -45,16 +45,10 @@ switch_status_t uuid_transfer_command(const char* cmd, switch_core_session_t*, s
 
 switch_status_t uuid_hold_command(const char* cmd, switch_core_session_t*, switch_stream_handle_t* stream) {
   const auto words = words_of(cmd);
-  HoldChange change = HoldChange::kHold;
-  bool known = words.size() == 1;
-  if (words.size() == 2 && equal_without_case(words[0], "off")) {
-    change = HoldChange::kResume;
-    known = true;
-  } else if (words.size() == 2 && equal_without_case(words[0], "toggle")) {
-    change = HoldChange::kToggle;
-    known = true;
-  }
-  if (!known) return answer_usage(stream, "uuid_hold", kUuidHoldSyntax);
+  const bool off = !words.empty() && equal_without_case(words[0], "off");
+  const bool toggle = !words.empty() && equal_without_case(words[0], "toggle");
+  const HoldChange change = off ? HoldChange::kResume : toggle ? HoldChange::kToggle : HoldChange::kHold;
+  if (words.size() != (off || toggle ? 2 : 1)) return answer_usage(stream, "uuid_hold", kUuidHoldSyntax);
   const std::string error = AskLeg(words.back(), [change](CallLeg& leg) { return leg.Hold(change); });
   return error.empty() ? answer_ok(stream, "Success") : answer_error(stream, error);
 }

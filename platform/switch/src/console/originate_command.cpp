@@ -7,6 +7,7 @@
 #include "console/builtin_commands.h"
 #include "console/command_answer.h"
 #include "console/command_arguments.h"
+#include "sip/bridge_target.h"
 #include "sip/dialplan.h"
 #include "sip/dialplan_applications.h"
 #include "sip/originate.h"
@@ -57,9 +58,9 @@ bool parse_destination(const std::vector<std::string>& words, Destination& desti
 }
 
 bool parse_request(const std::vector<std::string>& words, OriginateRequest& request, std::string& error) {
-  if (!ParseBridgePlan(words[0], request.plan, error) || !parse_destination(words, request.answered, error)) {
-    return false;
-  }
+  if (!ParseBridgePlan(words[0], request.plan, error)) return false;
+  error = FaultsOfDialString(words[0]);
+  if (!error.empty() || !parse_destination(words, request.answered, error)) return false;
   if (words.size() > 4) request.caller_name = words[4];
   if (words.size() > 5) request.caller_number = words[5];
   if (words.size() > 6) {

@@ -1,3 +1,4 @@
+#include "core/event.h"
 #include "core/session_record.h"
 
 namespace {
@@ -95,6 +96,7 @@ namespace kvx_switch {
 
 void FireChannelEvent(switch_channel_t* channel, switch_event_types_t id, const char* file, const char* func, int line,
                       std::optional<switch_channel_state_t> announced) {
+  if (!IsEventWanted(id)) return;
   switch_event_t* event = nullptr;
   if (switch_event_create_subclass_detailed(file, func, line, &event, id, nullptr) != SWITCH_STATUS_SUCCESS) return;
   AddData(channel, event, announced);

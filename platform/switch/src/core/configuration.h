@@ -37,15 +37,21 @@ std::string At(const std::string& path, switch_xml_t element);
 /// Appends a line to a text of lines that has no line end behind the last one.
 void AddLine(std::string& lines, const std::string& line);
 
-/// Elements and attributes that nobody reads are mistyped ones. What `list` may hold: elements `item` with the
-/// attributes named, of which the first must be there. Logs, as warnings, what else is there.
+/// Elements and attributes that nobody reads are mistyped ones. What a list may hold: elements `item` with the
+/// attributes named, of which the first must be there, and must be another each time unless `again` is null, which else
+/// says what becomes of the second. Logs, as warnings, what else is there.
 struct ItemOutline {
   const char* item;
   std::vector<std::string> attributes;
+  const char* again = nullptr;
 };
+extern const ItemOutline kParamOutline;  ///< <param name=".." value=".."/>
 void WarnOfUnread(const std::string& path, switch_xml_t list, const ItemOutline& outline);
 /// The same for a <configuration> whose only child is the list `section`.
 void WarnOfUnread(const std::string& path, switch_xml_t configuration, const char* section, const ItemOutline& outline);
+
+/// The file's tree and the <configuration name="NAME"> in it; null and `error`, "file:line: what", otherwise.
+switch_xml_t OpenConfiguration(const std::string& name, switch_xml_t& configuration, std::string& error);
 
 /// A file's tree with its variables expanded; null and `error`, "file:line: what", otherwise. Unknown variables are
 /// logged with file and line.

@@ -16,16 +16,21 @@ void warn(const std::string& path, switch_xml_t element, const std::string& what
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s%s\n", At(path, element).c_str(), what.c_str());
 }
 
-void warn_of_attributes(const std::string& path, switch_xml_t element, const ItemOutline& outline) {
-  const std::string name = outline.item;
+void warn_of_attributes(const std::string& path, switch_xml_t element, const std::vector<std::string>& known) {
+  const std::string name = element->name;
   for (char** at = element->attr; at && at[0]; at += 2) {
-    const auto& known = outline.attributes;
     if (std::find(known.begin(), known.end(), at[0]) != known.end()) continue;
     warn(path, element, "a <" + name + "> has no attribute \"" + at[0] + "\", which is \"" + at[1] + "\"; ignored");
   }
+}
+
+void warn_of_key(const std::string& path, switch_xml_t element, const ItemOutline& outline,
+                 std::set<std::string>& keys) {
   const std::string& required = outline.attributes.front();
-  if (zstr(switch_xml_attr(element, required.c_str())))
-    warn(path, element, "a <" + name + "> needs \"" + required + "\"");
+  const std::string key = switch_xml_attr_soft(element, required.c_str());
+  if (key.empty()) return warn(path, element, std::string("a <") + outline.item + "> needs \"" + required + "\"");
+  const bool fresh = keys.insert(key).second;
+  if (!fresh && outline.again) warn(path, element, "\"" + key + "\" stands here again; " + outline.again);
 }
 
 std::string file_without_comments(const std::string& path) {
@@ -49,6 +54,8 @@ void add_references(const std::string& text, std::set<std::string>& names) {
 
 }  // namespace
 
+const ItemOutline kParamOutline = {"param", {"name", "value"}, "the last counts"};
+
 std::string At(const std::string& path, switch_xml_t element) {
   return path + ":" + std::to_string(switch_xml_line(element)) + ": ";
 }
@@ -58,9 +65,11 @@ void AddLine(std::string& lines, const std::string& line) {
 }
 
 void WarnOfUnread(const std::string& path, switch_xml_t list, const ItemOutline& outline) {
+  std::set<std::string> keys;
   for (switch_xml_t at = list ? list->child : nullptr; at; at = at->ordered) {
     if (strcmp(at->name, outline.item) == 0) {
-      warn_of_attributes(path, at, outline);
+      warn_of_attributes(path, at, outline.attributes);
+      warn_of_key(path, at, outline, keys);
     } else {
       warn(path, at, std::string("expected <") + outline.item + ">, not <" + at->name + ">; ignored");
     }
@@ -69,6 +78,7 @@ void WarnOfUnread(const std::string& path, switch_xml_t list, const ItemOutline&
 
 void WarnOfUnread(const std::string& path, switch_xml_t configuration, const char* section,
                   const ItemOutline& outline) {
+  warn_of_attributes(path, configuration, {"name", "description"});
   switch_xml_t first = switch_xml_child(configuration, section);
   if (!first) warn(path, configuration, std::string("no <") + section + "> in <" + configuration->name + ">");
   for (switch_xml_t at = configuration->child; at; at = at->ordered) {
@@ -78,6 +88,7 @@ void WarnOfUnread(const std::string& path, switch_xml_t configuration, const cha
          again ? std::string("a second <") + section + ">; ignored"
                : std::string("expected <") + section + ">, not <" + at->name + ">; ignored");
   }
+  if (first) warn_of_attributes(path, first, {});
   WarnOfUnread(path, first, outline);
 }
 

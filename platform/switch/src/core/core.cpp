@@ -46,46 +46,43 @@ bool is_whole_number(const std::string& text) {
   return !text.empty() && text.size() <= 9 && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+void warn(const std::string& line) {
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\n", line.c_str());
+}
+
 /// One <param> of switch.conf.xml.
-void apply_setting(const std::string& place, const std::string& name, const char* value, std::string& error) {
+void apply_setting(const std::string& place, const std::string& name, const std::string& value, std::string& error) {
+  const std::string given = place + "\"" + name + "\" is \"" + value + "\", not ";
   if (IsCallLimit(name)) {
     std::string mistake;
     if (!SetCallLimit(name, value, mistake)) AddLine(error, place + mistake);
-    return;
-  }
-  if (name == "loglevel") {
-    const switch_log_level_t level = switch_log_str2level(value);
-    if (level != SWITCH_LOG_INVALID) {
-      SetLogLevel(level);
-      return;
-    }
+  } else if (name == "loglevel") {
+    const switch_log_level_t level = switch_log_str2level(value.c_str());
+    if (level == SWITCH_LOG_INVALID) return warn(given + "a log level; ignored");
+    SetLogLevel(level);
   } else if (name == "debug-level") {
-    if (is_whole_number(value) && atoi(value) <= 10) {
-      SetDebugLevel(atoi(value));
-      return;
-    }
-  } else {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sno setting \"%s\", ignored\n", place.c_str(),
-                      name.c_str());
-    return;
+    if (!is_whole_number(value) || std::stoi(value) > 10) return warn(given + "a number from 0 to 10; ignored");
+    SetDebugLevel(std::stoi(value));
+  } else if (!name.empty()) {
+    warn(place + "unknown parameter \"" + name + "\", ignored");
   }
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\" is no value of %s, ignored\n", place.c_str(),
-                    value, name.c_str());
 }
 
 }  // namespace
 
 /// The file may be missing; then everything is as usual.
 bool ReadSwitchSettings(std::string& error) {
+  error.clear();
   const std::string path = ConfigurationPath("switch.conf");
   if (!FileExists(path)) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "No %s: usual settings\n", path.c_str());
     return true;
   }
-  switch_xml_t root = ParseXmlFile(path, error);
+  switch_xml_t configuration = nullptr;
+  switch_xml_t root = OpenConfiguration("switch.conf", configuration, error);
   if (!root) return false;
-  WarnOfUnread(path, root, "settings", {"param", {"name", "value"}});
-  switch_xml_t settings = switch_xml_child(root, "settings");
+  WarnOfUnread(path, configuration, "settings", kParamOutline);
+  switch_xml_t settings = switch_xml_child(configuration, "settings");
   // The level last: what is wrong with the others is to be seen whatever it is.
   for (const bool level : {false, true}) {
     for (switch_xml_t at = switch_xml_child(settings, "param"); at; at = at->next) {

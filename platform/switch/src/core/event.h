@@ -13,6 +13,10 @@ void StopEvents();
 /// Returns when every event fired before the call has been delivered. Not from inside a callback.
 void FlushEvents();
 
+/// Whether anybody is bound for events of that kind. One that nobody wants need not be made: it costs a hundred
+/// allocations, and a call has dozens.
+bool IsEventWanted(switch_event_types_t id);
+
 /// What every event begins with: its name, the core's identity, the time, where it was made, and its number.
 void AddCoreHeaders(switch_event_t* event, const char* file, const char* func, int line);
 

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -39,7 +41,11 @@ class Dispatcher {
   void Start();
   void Stop();
   void Flush();
+  /// Takes the event; false, and it stays the caller's, when the dispatcher does not run.
   bool Queue(switch_event_t* event);
+  bool IsWanted(switch_event_types_t id) const {
+    return wanted_[id].load() != 0 || wanted_[SWITCH_EVENT_ALL].load() != 0;
+  }
   void Deliver(switch_event_t* event);
 
   switch_event_node_t* Bind(Binding binding);
@@ -59,14 +65,16 @@ class Dispatcher {
   std::condition_variable delivered_;
   bool running_ = false;                // guarded by mutex_
   bool stopping_ = false;               // guarded by mutex_
+  bool asleep_ = false;                 // guarded by mutex_
   std::deque<switch_event_t*> events_;  // guarded by mutex_
   size_t warn_at_ = kFirstWarning;      // guarded by mutex_
   uint64_t events_in_ = 0;              // guarded by mutex_
   uint64_t events_out_ = 0;             // guarded by mutex_
 
   std::mutex bindings_mutex_;
-  std::vector<Binding> bindings_;              // guarded by bindings_mutex_
-  std::map<std::string, std::string> owners_;  // guarded by bindings_mutex_; by subclass
+  std::vector<Binding> bindings_;                                     // guarded by bindings_mutex_
+  std::array<std::atomic<unsigned>, SWITCH_EVENT_ALL + 1> wanted_{};  // bindings by kind; written under bindings_mutex_
+  std::map<std::string, std::string> owners_;                         // guarded by bindings_mutex_; by subclass
 
   /// A backlog that says a receiver does not keep up; told again at every doubling.
   static constexpr size_t kFirstWarning = 10000;
@@ -112,17 +120,23 @@ void Dispatcher::Flush() {
 
 bool Dispatcher::Queue(switch_event_t* event) {
   size_t backlog = 0;
+  bool wake = false;
+  const bool wanted = IsWanted(event->event_id);
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!running_) return false;
-    events_.push_back(event);
-    ++events_in_;
-    queued_.notify_one();
+    if (wanted) {
+      events_.push_back(event);
+      ++events_in_;
+      wake = asleep_;
+    }
     if (events_.size() >= warn_at_) {
       backlog = events_.size();
       warn_at_ *= 2;
     }
   }
+  if (wake) queued_.notify_one();
+  if (!wanted) switch_event_destroy(&event);
   if (backlog) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%zu events wait: a receiver does not keep up\n",
                       backlog);
@@ -133,7 +147,9 @@ bool Dispatcher::Queue(switch_event_t* event) {
 void Dispatcher::Run() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
+    asleep_ = true;
     queued_.wait(lock, [this] { return stopping_ || !events_.empty(); });
+    asleep_ = false;
     if (events_.empty()) break;
     switch_event_t* event = events_.front();
     events_.pop_front();
@@ -169,6 +185,7 @@ void Dispatcher::Deliver(switch_event_t* event) {
 
 switch_event_node_t* Dispatcher::Bind(Binding binding) {
   std::lock_guard<std::mutex> lock(bindings_mutex_);
+  ++wanted_[binding->event_id];
   bindings_.push_back(std::move(binding));
   return bindings_.back().get();
 }
@@ -181,6 +198,7 @@ int Dispatcher::RemoveIf(const std::function<bool(const switch_event_node_t&)>& 
                                             [&](const Binding& binding) { return !is_doomed(*binding); });
     removed.assign(kept, bindings_.end());
     bindings_.erase(kept, bindings_.end());
+    for (const Binding& binding : removed) --wanted_[binding->event_id];
   }
   for (const Binding& binding : removed) binding->receiver.Remove();
   return static_cast<int>(removed.size());
@@ -209,6 +227,10 @@ void StopEvents() {
 }
 void FlushEvents() {
   the_dispatcher().Flush();
+}
+
+bool IsEventWanted(switch_event_types_t id) {
+  return id >= 0 && id <= SWITCH_EVENT_ALL && the_dispatcher().IsWanted(id);
 }
 
 int RemoveEventBindingsIf(const std::function<bool(void*)>& is_doomed) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -22,6 +23,12 @@ namespace {
 
 /// Lines that wait for the sinks; more than that are counted instead of kept, so that a stuck sink costs no memory.
 constexpr size_t kMostQueuedLines = 65536;
+
+// A busy switch writes thousands of lines a second, and to wake a thread for each would cost more than the line. So the
+// first line after a pause wakes the log's thread, which then rests so long after each batch before it looks again. Who
+// is in a hurry wakes it: an error, a flush, and a batch that has grown long.
+constexpr std::chrono::milliseconds kRest{5};
+constexpr size_t kLongBatch = 1024;
 
 struct Line {
   switch_log_node_t node{};
@@ -81,6 +88,8 @@ class Log {
 
  private:
   void Run();
+  /// Hands over what waits until nothing does; `lock` on mutex_ is given back meanwhile.
+  void DeliverAll(std::unique_lock<std::mutex>& lock);
   void Deliver(Line& line);
 
   std::mutex start_mutex_;
@@ -91,6 +100,8 @@ class Log {
   std::condition_variable delivered_;
   bool running_ = false;        // guarded by mutex_
   bool stopping_ = false;       // guarded by mutex_
+  bool asleep_ = false;         // guarded by mutex_; the thread waits for the first line
+  bool hurry_ = false;          // guarded by mutex_; it is not to rest
   std::deque<Line> lines_;      // guarded by mutex_
   uint64_t lines_in_ = 0;       // guarded by mutex_
   uint64_t lines_out_ = 0;      // guarded by mutex_
@@ -135,47 +146,64 @@ void Log::Stop() {
 void Log::Flush() {
   std::unique_lock<std::mutex> lock(mutex_);
   const uint64_t last = lines_in_;
+  hurry_ = true;
+  queued_.notify_all();
   delivered_.wait(lock, [&] { return !running_ || lines_out_ >= last; });
 }
 
 void Log::Write(Line line) {
+  bool wake = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (running_) {
-      if (lines_.size() >= kMostQueuedLines) {
-        ++lines_dropped_;
-        return;
-      }
-      line.node.sequence = ++sequence_;
-      lines_.push_back(std::move(line));
-      ++lines_in_;
-      queued_.notify_one();
+    if (!running_) {
+      fputs(line.data.c_str(), stderr);
       return;
     }
+    if (lines_.size() >= kMostQueuedLines) {
+      ++lines_dropped_;
+      return;
+    }
+    const bool urgent = line.node.level <= SWITCH_LOG_ERROR || lines_.size() + 1 == kLongBatch;
+    hurry_ = hurry_ || urgent;
+    wake = asleep_ || urgent;
+    line.node.sequence = ++sequence_;
+    lines_.push_back(std::move(line));
+    ++lines_in_;
   }
-  fputs(line.data.c_str(), stderr);
+  if (wake) queued_.notify_one();
 }
 
 void Log::Run() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
+    asleep_ = true;
     queued_.wait(lock, [this] { return stopping_ || !lines_.empty(); });
+    asleep_ = false;
     if (lines_.empty()) break;
-    Line line = std::move(lines_.front());
-    lines_.pop_front();
-    const uint64_t dropped = lines_.empty() ? std::exchange(lines_dropped_, 0) : 0;
+    DeliverAll(lock);
+  }
+  running_ = false;
+  delivered_.notify_all();
+}
+
+void Log::DeliverAll(std::unique_lock<std::mutex>& lock) {
+  while (!lines_.empty()) {
+    std::deque<Line> batch;
+    batch.swap(lines_);
+    const uint64_t dropped = std::exchange(lines_dropped_, 0);
+    hurry_ = false;
     lock.unlock();
-    Deliver(line);
+    for (Line& line : batch) Deliver(line);
+    fflush(stdout);
     if (dropped) {
       switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%llu log lines were dropped: the sinks are too slow\n",
                         static_cast<unsigned long long>(dropped));
     }
     lock.lock();
-    ++lines_out_;
+    lines_out_ += batch.size();
     delivered_.notify_all();
+    queued_.wait_for(lock, kRest, [this] { return stopping_ || hurry_; });
   }
-  running_ = false;
-  delivered_.notify_all();
 }
 
 void Log::Deliver(Line& line) {
@@ -257,7 +285,6 @@ switch_status_t LogToConsole(const switch_log_node_t* node, switch_log_level_t l
   if (level > the_log().console_level) return SWITCH_STATUS_SUCCESS;
   if (kJournal) {
     fputs(JournalText(*node).c_str(), stdout);
-    fflush(stdout);
     return SWITCH_STATUS_SUCCESS;
   }
   const bool coloured = kTerminal && level > SWITCH_LOG_CONSOLE && level <= SWITCH_LOG_DEBUG;
@@ -269,7 +296,6 @@ switch_status_t LogToConsole(const switch_log_node_t* node, switch_log_level_t l
   if (coloured) text += "\033[0m";
   text += '\n';
   fwrite(text.data(), 1, text.size(), stdout);
-  fflush(stdout);
   return SWITCH_STATUS_SUCCESS;
 }
 

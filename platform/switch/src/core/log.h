@@ -23,8 +23,8 @@ int DebugLevel();
 
 /// The least urgent level that the console prints.
 void SetConsoleLogLevel(switch_log_level_t level);
-/// The console's sink: standard output, levels coloured on a terminal, as the journal wants it where that reads, a line
-/// end added where the text has none.
+/// The console's sink: standard output, which the log flushes after each batch of lines; levels coloured on a terminal,
+/// as the journal wants it where that reads, a line end added where the text has none.
 switch_status_t LogToConsole(const switch_log_node_t* node, switch_log_level_t level);
 
 /// Removes the sinks whose function `is_doomed` names; returns how many there were.

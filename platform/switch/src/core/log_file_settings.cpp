@@ -55,13 +55,15 @@ bool ReadLogFileSettings(LogFileSettings& settings, std::string& error) {
   error.clear();
   const std::string path = ConfigurationPath("logfile.conf");
   if (!FileExists(path)) return true;
-  switch_xml_t root = ParseXmlFile(path, error);
+  switch_xml_t configuration = nullptr;
+  switch_xml_t root = OpenConfiguration("logfile.conf", configuration, error);
   if (!root) return false;
-  WarnOfUnread(path, root, "settings", {"param", {"name", "value"}});
-  for (switch_xml_t at = switch_xml_child(switch_xml_child(root, "settings"), "param"); at; at = at->next) {
+  WarnOfUnread(path, configuration, "settings", kParamOutline);
+  for (switch_xml_t at = switch_xml_child(switch_xml_child(configuration, "settings"), "param"); at; at = at->next) {
     const std::string name = switch_xml_attr_soft(at, "name");
     const std::string value = switch_xml_attr_soft(at, "value");
     std::string expected;
+    if (name.empty()) continue;  // told as missing
     if (!is_known(name)) {
       switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sunknown parameter \"%s\", ignored\n",
                         At(path, at).c_str(), name.c_str());

@@ -69,7 +69,19 @@ void warn_of_names_in_use(const Module& module) {
   }
 }
 
-const ItemOutline kLoadOutline = {"load", {"module", "path", "critical"}};
+const ItemOutline kLoadOutline = {"load", {"module", "path", "critical"}, "ignored"};
+
+void warn_of_modules_file(switch_xml_t configuration) {
+  const std::string path = ConfigurationPath("modules.conf");
+  WarnOfUnread(path, configuration, "modules", kLoadOutline);
+  for (switch_xml_t at = switch_xml_child(switch_xml_child(configuration, "modules"), "load"); at; at = at->next) {
+    const char* critical = switch_xml_attr(at, "critical");
+    if (!critical || switch_true(critical) || switch_false(critical)) continue;
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
+                      "%s\"critical\" is \"%s\", not \"true\" or \"false\"; taken as false\n", At(path, at).c_str(),
+                      critical);
+  }
+}
 
 void check_module(const std::string& place, switch_xml_t load) {
   const char* file = switch_xml_attr_soft(load, "module");
@@ -128,7 +140,7 @@ void CheckModules() {
   switch_xml_t root = switch_xml_open_cfg("modules.conf", &node, nullptr);
   if (!root) return;  // logged there
   const std::string path = ConfigurationPath("modules.conf");
-  WarnOfUnread(path, node, "modules", kLoadOutline);
+  warn_of_modules_file(node);
   for (switch_xml_t at = switch_xml_child(switch_xml_child(node, "modules"), "load"); at; at = at->next) {
     check_module(At(path, at), at);
   }
@@ -200,7 +212,7 @@ switch_status_t switch_loadable_module_init(switch_bool_t autoload) {
   switch_xml_t root = switch_xml_open_cfg("modules.conf", &node, nullptr);
   if (!root) return SWITCH_STATUS_FALSE;
   switch_status_t status = SWITCH_STATUS_SUCCESS;
-  WarnOfUnread(ConfigurationPath("modules.conf"), node, "modules", kLoadOutline);
+  warn_of_modules_file(node);
   for (switch_xml_t at = switch_xml_child(switch_xml_child(node, "modules"), "load"); at; at = at->next) {
     const std::string name = switch_xml_attr_soft(at, "module");
     const char* err = nullptr;

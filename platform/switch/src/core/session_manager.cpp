@@ -4,12 +4,13 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <map>
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 
 #include "core/guard.h"
+#include "core/leg_threads.h"
 #include "core/session_rate.h"
 #include "core/session_record.h"
 
@@ -24,14 +25,13 @@ constexpr std::chrono::seconds kQuiet{34};
 struct State {
   mutable std::mutex mutex;
   std::condition_variable ended;                                    // a leg is gone
-  std::condition_variable to_reap;                                  // a thread is over, or the reaper shall end
+  std::condition_variable to_trim;                                  // memory has come into use, or no legs will come
   std::unordered_map<std::string, switch_core_session_t*> by_uuid;  // guarded by mutex
-  std::map<uint64_t, std::thread> threads;                          // guarded by mutex; by leg
-  std::vector<uint64_t> over;                                       // guarded by mutex; threads to be joined
-  std::thread reaper;                                               // Start and Stop only
+  std::chrono::steady_clock::time_point last_end;                   // guarded by mutex; of a leg
+  std::thread trimmer;                                              // Start and Stop only
   bool running = false;                                             // guarded by mutex
   bool paused = false;                                              // guarded by mutex
-  bool reaper_may_end = false;                                      // guarded by mutex
+  bool trimmer_may_end = false;                                     // guarded by mutex
   bool memory_used = false;                                         // guarded by mutex; by legs, not given back yet
   std::chrono::milliseconds quiet = kQuiet;                         // guarded by mutex
   uint32_t maximum = kUsualMaximum;                                 // guarded by mutex
@@ -40,6 +40,12 @@ struct State {
   uint64_t total = 0;                                               // guarded by mutex
   uint64_t last_id = 0;                                             // guarded by mutex
 };
+
+/// Lives as long as the process, like the state.
+LegThreads& leg_threads() {
+  static LegThreads* const threads = new LegThreads;
+  return *threads;
+}
 
 State& state() {
   static State* const all = new State;
@@ -122,13 +128,14 @@ void SessionManager::Start() {
     std::lock_guard<std::mutex> lock(all.mutex);
     all.running = true;
     all.paused = false;
-    all.reaper_may_end = false;
+    all.trimmer_may_end = false;
+    all.memory_used = false;
     all.maximum = kUsualMaximum;
     all.quiet = kQuiet;
     all.peak = 0;
     all.total = 0;
   }
-  all.reaper = std::thread([this] { Reap(); });
+  all.trimmer = std::thread([this] { GiveMemoryBack(); });
 }
 
 void SessionManager::BeginShutdown() {
@@ -150,10 +157,11 @@ void SessionManager::Stop() {
   State& all = state();
   {
     std::lock_guard<std::mutex> lock(all.mutex);
-    all.reaper_may_end = true;
-    all.to_reap.notify_all();
+    all.trimmer_may_end = true;
+    all.to_trim.notify_all();
   }
-  if (all.reaper.joinable()) all.reaper.join();
+  if (all.trimmer.joinable()) all.trimmer.join();
+  leg_threads().Stop();
 }
 
 switch_core_session_t* SessionManager::Create(switch_call_direction_t direction, switch_memory_pool_t** pool,
@@ -196,16 +204,11 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
 }
 
 bool SessionManager::Launch(switch_core_session_t* session, std::shared_ptr<LegProgram> program) {
-  State& all = state();
   if (session->started.exchange(true)) return false;
   session->running = true;
   FireChannelEvent(&session->channel, SWITCH_EVENT_CHANNEL_CREATE, __FILE__, __func__, __LINE__);
-  std::lock_guard<std::mutex> lock(all.mutex);
-  const uint64_t id = session->id;
   try {
-    all.threads.emplace(id, std::thread([this, session, program = std::move(program), id]() mutable {
-                          RunLeg(session, std::move(program), id);
-                        }));
+    leg_threads().Run([this, session, program = std::move(program)]() mutable { RunLeg(session, std::move(program)); });
   } catch (const std::system_error& error) {
     switch_log_printf(SWITCH_CHANNEL_SESSION_LOG(session), SWITCH_LOG_CRIT, "Cannot start a leg's thread: %s\n",
                       error.what());
@@ -216,7 +219,7 @@ bool SessionManager::Launch(switch_core_session_t* session, std::shared_ptr<LegP
   return true;
 }
 
-void SessionManager::RunLeg(switch_core_session_t* session, std::shared_ptr<LegProgram> program, uint64_t id) {
+void SessionManager::RunLeg(switch_core_session_t* session, std::shared_ptr<LegProgram> program) {
   if (switch_channel_get_state(&session->channel) == CS_NEW) switch_channel_set_state(&session->channel, CS_INIT);
   run_program(session, *program);
   session->tasks.Close();
@@ -227,9 +230,9 @@ void SessionManager::RunLeg(switch_core_session_t* session, std::shared_ptr<LegP
   State& all = state();
   std::lock_guard<std::mutex> lock(all.mutex);
   --all.alive;
-  all.over.push_back(id);
+  all.last_end = std::chrono::steady_clock::now();
   all.ended.notify_all();
-  all.to_reap.notify_all();
+  if (!std::exchange(all.memory_used, true)) all.to_trim.notify_all();
 }
 
 void SessionManager::Destroy(switch_core_session_t* session) {
@@ -257,29 +260,24 @@ void SessionManager::Free(switch_core_session_t* session) {
   delete session;
 }
 
-/// Joins the threads of legs that are over, and gives memory back when there has been no leg for a while.
-void SessionManager::Reap() {
+/// When there has been no leg for a while.
+void SessionManager::GiveMemoryBack() {
   State& all = state();
-  const auto called = [&all] { return !all.over.empty() || (all.reaper_may_end && all.threads.empty()); };
   std::unique_lock<std::mutex> lock(all.mutex);
-  for (;;) {
+  while (!all.trimmer_may_end) {
     if (!all.memory_used) {
-      all.to_reap.wait(lock, called);
-    } else if (!all.to_reap.wait_for(lock, all.quiet, called)) {
-      if (all.alive != 0) continue;
-      all.memory_used = false;
-      lock.unlock();
-      give_memory_back();
-      lock.lock();
+      all.to_trim.wait(lock);
       continue;
     }
-    if (all.over.empty()) return;
-    all.memory_used = true;
-    std::vector<std::thread> threads;
-    for (const uint64_t id : all.over) threads.push_back(std::move(all.threads.extract(id).mapped()));
-    all.over.clear();
+    const auto now = std::chrono::steady_clock::now();
+    const auto due = all.alive == 0 ? all.last_end + all.quiet : now + all.quiet;
+    if (now < due) {
+      all.to_trim.wait_until(lock, due);
+      continue;
+    }
+    all.memory_used = false;
     lock.unlock();
-    for (std::thread& thread : threads) thread.join();
+    give_memory_back();
     lock.lock();
   }
 }
@@ -377,6 +375,7 @@ bool SessionManager::Paused() const {
 void SessionManager::SetQuiet(std::chrono::milliseconds quiet) {
   std::lock_guard<std::mutex> lock(state().mutex);
   state().quiet = quiet;
+  state().to_trim.notify_all();
 }
 
 void SessionManager::SetMaximum(uint32_t maximum) {

@@ -12,7 +12,7 @@
 
 namespace kvx_switch {
 
-/// All legs: made, found, and ended here. Each launched leg has a thread; a reaper joins those that are over.
+/// All legs: made, found, and ended here. Each launched leg has a thread (LegThreads).
 class SessionManager {
  public:
   static SessionManager& Get();
@@ -52,9 +52,9 @@ class SessionManager {
   uint32_t Maximum() const;
 
  private:
-  void RunLeg(switch_core_session_t* session, std::shared_ptr<LegProgram> program, uint64_t id);
+  void RunLeg(switch_core_session_t* session, std::shared_ptr<LegProgram> program);
   void Free(switch_core_session_t* session);
-  void Reap();
+  void GiveMemoryBack();
   void DestroyUnlaunched();
 };
 

@@ -1,6 +1,7 @@
 #include "core/task_queue.h"
 
 #include <string>
+#include <utility>
 
 #include <switch.h>
 
@@ -8,18 +9,29 @@
 
 namespace kvx_switch {
 
+// A worker that is woken while the lock is held would run into it and sleep again. Who posts or wakes keeps the queue
+// alive until he has.
+
 bool TaskQueue::Post(Task task) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (closed_) return false;
-  tasks_.push_back(std::move(task));
-  changed_.notify_all();
+  bool asleep = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (closed_) return false;
+    tasks_.push_back(std::move(task));
+    asleep = std::exchange(asleep_, false);
+  }
+  if (asleep) changed_.notify_one();
   return true;
 }
 
 void TaskQueue::Wake() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  woken_ = true;
-  changed_.notify_all();
+  bool asleep = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    woken_ = true;
+    asleep = std::exchange(asleep_, false);
+  }
+  if (asleep) changed_.notify_one();
 }
 
 bool TaskQueue::ServeUntil(Clock::time_point deadline, const std::function<bool()>& done,
@@ -30,11 +42,17 @@ bool TaskQueue::ServeUntil(Clock::time_point deadline, const std::function<bool(
     if (stopped()) return false;
     if (RunOne()) continue;
     std::unique_lock<std::mutex> lock(mutex_);
-    if (deadline == Clock::time_point::max()) {
-      changed_.wait(lock, has_news);
-    } else if (!changed_.wait_until(lock, deadline, has_news)) {
-      return false;
+    bool in_time = true;
+    while (in_time && !has_news()) {
+      asleep_ = true;
+      if (deadline == Clock::time_point::max()) {
+        changed_.wait(lock);
+      } else {
+        in_time = changed_.wait_until(lock, deadline) == std::cv_status::no_timeout;
+      }
+      asleep_ = false;
     }
+    if (!has_news()) return false;
     woken_ = false;
   }
 }

@@ -38,6 +38,7 @@ class TaskQueue {
   std::condition_variable changed_;
   std::deque<Task> tasks_;  // guarded by mutex_
   bool woken_ = false;      // guarded by mutex_
+  bool asleep_ = false;     // guarded by mutex_; the worker waits and nobody has woken it yet
   bool closed_ = false;     // guarded by mutex_
 };
 

@@ -55,16 +55,28 @@ switch_xml_t parse_or_log(const std::string& path) {
   return tree;
 }
 
-bool check_section(const std::string& section, std::string& error) {
+void check_section(const std::string& section, std::string& error) {
   for (const std::string& path : SectionFiles(section)) {
-    switch_xml_t tree = ParseXmlFile(path, error);
-    if (!tree) return false;
+    std::string mistake;
+    switch_xml_t tree = ParseXmlFile(path, mistake);
+    if (!tree) AddLine(error, mistake);
     switch_xml_free(tree);
   }
-  return true;
 }
 
 }  // namespace
+
+switch_xml_t kvx_switch::OpenConfiguration(const std::string& name, switch_xml_t& configuration, std::string& error) {
+  const std::string path = ConfigurationPath(name);
+  configuration = nullptr;
+  switch_xml_t root = ParseXmlFile(path, error);
+  if (!root) return nullptr;
+  configuration = find(root, "configuration", "name", name.c_str());
+  if (configuration) return root;
+  error = At(path, root) + "no <configuration name=\"" + name + "\"> in it";
+  switch_xml_free(root);
+  return nullptr;
+}
 
 switch_xml_t switch_xml_open_cfg(const char* file_path, switch_xml_t* node, switch_event_t*) {
   *node = nullptr;
@@ -73,16 +85,9 @@ switch_xml_t switch_xml_open_cfg(const char* file_path, switch_xml_t* node, swit
                       switch_str_nil(file_path));
     return nullptr;
   }
-  const std::string path = ConfigurationPath(file_path);
-  switch_xml_t root = parse_or_log(path);
-  if (!root) return nullptr;
-  *node = find(root, "configuration", "name", file_path);
-  if (!*node) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s: no <configuration name=\"%s\"> in it\n", path.c_str(),
-                      file_path);
-    switch_xml_free(root);
-    return nullptr;
-  }
+  std::string error;
+  switch_xml_t root = OpenConfiguration(file_path, *node, error);
+  if (!root) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
   return root;
 }
 
@@ -111,8 +116,10 @@ void kvx_switch::SetReloadStep(std::function<bool(std::string& error)> step) {
 
 switch_status_t switch_xml_reload(const char** err) {
   std::string error;
-  const bool good = ReadVariables(error) && check_section("configuration", error) && check_section("dialplan", error) &&
-                    check_section("sip_profiles", error) && run_reload_step(error);
+  if (ReadVariables(error)) {
+    for (const char* section : {"configuration", "dialplan", "sip_profiles"}) check_section(section, error);
+  }
+  const bool good = error.empty() && run_reload_step(error);
   if (err) *err = handed_out(good ? "Success" : error);
   if (!good) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());

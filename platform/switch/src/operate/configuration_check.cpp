@@ -57,7 +57,9 @@ void ReadEverything() {
   LogUnless(ReadLogFileSettings(log_file, error), error);
   EventSocketSettings settings;
   LogUnless(ReadEventSocketSettings(settings, error), error);
-  CheckSip();
+  SipConfiguration sip;
+  AccessControl access;
+  LogUnless(ReadSipConfiguration(sip, access, error), error);
   CheckModules();
 }
 

@@ -4,23 +4,23 @@
 
 #include <utility>
 
+#include "core/configuration.h"
 #include "sip/located_xml.h"
 
 namespace kvx_switch {
 
 bool AccessControl::Load(const std::string& path, const std::vector<const SipProfile*>& profiles, std::string& error) {
   AccessLists lists;
-  if (access(path.c_str(), F_OK) == 0 && !LoadAccessLists(path, lists, error)) return false;
-  // Every mistake, not only the first.
   error.clear();
+  const bool readable = access(path.c_str(), F_OK) != 0 || LoadAccessLists(path, lists, error) || !lists.empty();
+  // Every mistake, not only the first.
   for (const SipProfile* profile : profiles) {
     std::string mistake;
-    if (!Check(*profile, lists, path, mistake)) error += (error.empty() ? "" : "\n") + mistake;
+    if (readable && !Check(*profile, lists, path, mistake)) AddLine(error, mistake);
   }
   if (!error.empty()) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   lists_ = std::move(lists);
-  path_ = path;
   return true;
 }
 
@@ -30,11 +30,6 @@ bool AccessControl::Check(const SipProfile& profile, const AccessLists& lists, c
   error = PlaceOfParameter(profile.file, "apply-inbound-acl") + "\"apply-inbound-acl\" is \"" + profile.access_list +
           "\", a list that is not in " + path;
   return false;
-}
-
-bool AccessControl::Check(const SipProfile& profile, std::string& error) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return Check(profile, lists_, path_, error);
 }
 
 bool AccessControl::Allows(const SipProfile& profile, const std::string& address) {

@@ -16,8 +16,6 @@ class AccessControl {
   /// of `profiles` names a list that it has not; the lists stay as they were then.
   bool Load(const std::string& path, const std::vector<const SipProfile*>& profiles, std::string& error);
 
-  /// False and `error` when the profile names a list that there is not.
-  bool Check(const SipProfile& profile, std::string& error);
   /// Whether calls from that address may come in through the profile.
   bool Allows(const SipProfile& profile, const std::string& address);
 
@@ -26,7 +24,6 @@ class AccessControl {
 
   std::mutex mutex_;
   AccessLists lists_;  // guarded by mutex_
-  std::string path_;   // guarded by mutex_
 };
 
 }  // namespace kvx_switch

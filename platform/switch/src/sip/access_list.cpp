@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
+#include "core/configuration.h"
 #include "sip/located_xml.h"
 
 namespace kvx_switch {
@@ -17,49 +19,77 @@ bool BitAt(const std::array<uint8_t, 16>& bits, unsigned position) {
   return (bits[position / 8] >> (7 - position % 8)) & 1;
 }
 
-/// "allow" or "deny".
-bool ReadVerdict(const std::string& path, const LocatedElement& element, const char* attribute, bool& allow,
-                 std::string& error) {
-  const std::string* verdict = element.Attribute(attribute);
-  if (verdict && (*verdict == "allow" || *verdict == "deny")) {
-    allow = *verdict == "allow";
-    return true;
+/// Turns elements into lists and gathers every mistake in them.
+class ListsReader {
+ public:
+  ListsReader(std::string path, AccessLists& lists) : path_(std::move(path)), lists_(lists) {}
+
+  std::string Read(const LocatedElement& root) {
+    const std::string* name = root.Attribute("name");
+    if (root.name != "configuration" || !name || *name != "acl.conf") {
+      Add(root, "expected <configuration name=\"acl.conf\">, not <" + root.name + ">");
+      return mistakes_;
+    }
+    Attributes(root, {"name", "description"});
+    for (const LocatedElement& section : root.children) {
+      if (!Expect(section, "network-lists")) continue;
+      Attributes(section, {});
+      for (const LocatedElement& list : section.children) {
+        if (Expect(list, "list")) ReadList(list);
+      }
+    }
+    return mistakes_;
   }
-  error = At(path, element) + "\"" + attribute + "\" of \"" + element.name + "\" is \"" + (verdict ? *verdict : "") +
-          "\", not \"allow\" or \"deny\"";
-  return false;
-}
 
-bool ReadNode(const std::string& path, const LocatedElement& node, AccessList& list, std::string& error) {
-  bool allow = false;
-  if (!ReadVerdict(path, node, "type", allow, error)) return false;
-  const std::string* cidr = node.Attribute("cidr");
-  if (cidr && list.Add(*cidr, allow)) return true;
-  error = At(path, node) + "\"cidr\" of \"node\" is \"" + (cidr ? *cidr : "") +
-          "\", not a network such as 10.0.0.0/8 or 2001:db8::/32";
-  return false;
-}
+ private:
+  void Add(const LocatedElement& element, const std::string& what) { AddLine(mistakes_, At(path_, element) + what); }
 
-bool ReadList(const std::string& path, const LocatedElement& element, AccessLists& lists, std::string& error) {
-  const std::string* name = element.Attribute("name");
-  if (!name || name->empty()) {
-    error = At(path, element) + "a \"list\" needs a \"name\"";
+  bool Expect(const LocatedElement& element, const std::string& name) {
+    if (element.name != name) Add(element, "expected <" + name + ">, not <" + element.name + ">");
+    return element.name == name;
+  }
+
+  void Attributes(const LocatedElement& element, std::initializer_list<const char*> known) {
+    const std::string unknown = UnknownAttributes(path_, element, known);
+    if (!unknown.empty()) AddLine(mistakes_, unknown);
+  }
+
+  /// "allow" or "deny".
+  bool Verdict(const LocatedElement& element, const char* attribute) {
+    const std::string* verdict = element.Attribute(attribute);
+    if (verdict && (*verdict == "allow" || *verdict == "deny")) return *verdict == "allow";
+    Add(element, "\"" + std::string(attribute) + "\" of \"" + element.name + "\" is \"" + (verdict ? *verdict : "") +
+                     "\", not \"allow\" or \"deny\"");
     return false;
   }
-  bool allows_others = false;
-  if (!ReadVerdict(path, element, "default", allows_others, error)) return false;
-  AccessList list(allows_others);
-  for (const LocatedElement& node : element.children) {
-    if (node.name != "node") {
-      error = At(path, node) + "expected <node>, not <" + node.name + ">";
-      return false;
+
+  void ReadList(const LocatedElement& element) {
+    Attributes(element, {"name", "default"});
+    AccessList list(Verdict(element, "default"));
+    for (const LocatedElement& node : element.children) {
+      if (Expect(node, "node")) ReadNode(node, list);
     }
-    if (!ReadNode(path, node, list, error)) return false;
+    const std::string* name = element.Attribute("name");
+    if (!name || name->empty()) {
+      Add(element, "a \"list\" needs a \"name\"");
+    } else if (!lists_.emplace(*name, std::move(list)).second) {
+      Add(element, "a second list \"" + *name + "\"");
+    }
   }
-  if (lists.emplace(*name, std::move(list)).second) return true;
-  error = At(path, element) + "a second list \"" + *name + "\"";
-  return false;
-}
+
+  void ReadNode(const LocatedElement& node, AccessList& list) {
+    Attributes(node, {"type", "cidr"});
+    const bool allow = Verdict(node, "type");
+    const std::string* cidr = node.Attribute("cidr");
+    if (cidr && list.Add(*cidr, allow)) return;
+    Add(node,
+        "\"cidr\" of \"node\" is \"" + (cidr ? *cidr : "") + "\", not a network such as 10.0.0.0/8 or 2001:db8::/32");
+  }
+
+  const std::string path_;
+  AccessLists& lists_;
+  std::string mistakes_;
+};
 
 }  // namespace
 
@@ -102,23 +132,11 @@ bool AccessList::Allows(const std::string& address) const {
 }
 
 bool LoadAccessLists(const std::string& path, AccessLists& lists, std::string& error) {
+  lists.clear();
   LocatedElement root;
   if (!ReadLocatedXml(path, root, error)) return false;
-  lists.clear();
-  for (const LocatedElement& section : root.children) {
-    if (section.name != "network-lists") {
-      error = At(path, section) + "expected <network-lists>, not <" + section.name + ">";
-      return false;
-    }
-    for (const LocatedElement& list : section.children) {
-      if (list.name != "list") {
-        error = At(path, list) + "expected <list>, not <" + list.name + ">";
-        return false;
-      }
-      if (!ReadList(path, list, lists, error)) return false;
-    }
-  }
-  return true;
+  error = ListsReader(path, lists).Read(root);
+  return error.empty();
 }
 
 }  // namespace kvx_switch

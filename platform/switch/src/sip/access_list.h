@@ -40,8 +40,9 @@ class AccessList {
 
 using AccessLists = std::map<std::string, AccessList>;
 
-/// The lists of an acl.conf.xml, by their names. False and `error`, as "file:line: what", when it cannot be read or
-/// something in it makes no sense: a list that is not what was meant lets in whom it should keep out.
+/// The lists of an acl.conf.xml, by their names. False and `error`, as lines "file:line: what", when it cannot be read
+/// or something in it makes no sense: a list that is not what was meant lets in whom it should keep out. `lists` are
+/// then good for their names alone; none when the file is no XML.
 bool LoadAccessLists(const std::string& path, AccessLists& lists, std::string& error);
 
 }  // namespace kvx_switch

@@ -24,6 +24,10 @@ struct BridgePlan {
 /// False and `error` when `data` is nothing of that form.
 bool ParseBridgePlan(const std::string& data, BridgePlan& plan, std::string& error);
 
+/// What is wrong with a text of that form as it stands in the dialplan, values of variables included; "" when nothing
+/// is. Parts with references in them are only known when a call runs them, and pass.
+std::string FaultsOfDialString(const std::string& data);
+
 /// The last value given to `name`, in any case; null when it has none.
 const std::string* FindInList(const VariableList& variables, const std::string& name);
 

@@ -51,6 +51,7 @@ class ConnectionLimit {
   Address address_;
   std::unique_ptr<DIR, int (*)(DIR*)> descriptors_;  // kept open: when it is needed most, there is none left to open it
   int free_at_last_look_ = 0;
+  Clock::time_point next_glance_{};
   Clock::time_point next_look_{};
   Clock::time_point next_warning_{};
   size_t closed_ = 0;  // since the last warning

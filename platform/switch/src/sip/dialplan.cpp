@@ -1,11 +1,15 @@
 #include "sip/dialplan.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <optional>
+#include <set>
 #include <utility>
 
+#include "core/configuration.h"
 #include "sip/dialplan_applications.h"
 #include "sip/located_xml.h"
+#include "sip/reference.h"
 
 namespace kvx_switch {
 
@@ -34,106 +38,116 @@ std::string ExpandGroups(const std::string& text, const std::vector<std::string>
 /// Turns elements into a dialplan and gathers every mistake in them.
 class DialplanReader {
  public:
-  DialplanReader(Dialplan& dialplan, std::string& error) : dialplan_(dialplan), error_(error) {}
+  explicit DialplanReader(DialplanDraft& draft) : draft_(draft) { draft.contexts_known = true; }
 
-  bool ReadFile(const std::string& path) {
+  void ReadFile(const std::string& path) {
     path_ = path;
     LocatedElement root;
     std::string problem;
-    if (!ReadLocatedXml(path, root, problem)) return Add(problem);
+    if (!ReadLocatedXml(path, root, problem)) return AddOutsideContexts(problem);
     if (root.name == "context") return ReadContext(root);
-    if (root.name != "include") return Fail(root, "expected <include> or <context>, not <" + root.name + ">");
-    return AllGood(root, [this](const LocatedElement& child) {
-      return child.name == "context" ? ReadContext(child) : Unexpected(child, "context");
-    });
+    if (root.name != "include")
+      return AddOutsideContexts(At(path, root) + "expected <include> or <context>, not <" + root.name + ">");
+    ExpectAttributes(root, {});
+    for (const LocatedElement& child : root.children) {
+      if (child.name == "context")
+        ReadContext(child);
+      else
+        AddOutsideContexts(At(path, child) + "expected <context>, not <" + child.name + ">");
+    }
+  }
+
+  /// What only the whole can tell: whether transfers lead anywhere.
+  void Finish() {
+    for (const Transfer& transfer : transfers_) {
+      const bool found = draft_.dialplan.HasContext(transfer.context);
+      if (!found && draft_.contexts_known)
+        Add(transfer.place + "transfer: there is no context \"" + transfer.context + "\"");
+      if (!found || numbers_change_ || unclear_contexts_.count(transfer.context) || transfer.number.empty()) continue;
+      if (draft_.dialplan.MayRoute(transfer.context, transfer.number)) continue;
+      Add(transfer.place + "transfer: nothing in context \"" + transfer.context + "\" matches \"" + transfer.number +
+          "\"");
+    }
   }
 
  private:
-  bool Fail(const LocatedElement& element, const std::string& what) { return Add(At(path_, element) + what); }
+  struct Transfer {
+    std::string place, context, number;
+  };
 
-  bool Add(const std::string& mistake) {
-    error_ += (error_.empty() ? "" : "\n") + mistake;
+  void Add(const std::string& mistake) { AddLine(draft_.mistakes, mistake); }
+  void Add(const LocatedElement& element, const std::string& what) { Add(At(path_, element) + what); }
+
+  void AddOutsideContexts(const std::string& mistake) {
+    draft_.contexts_known = false;
+    Add(mistake);
+  }
+
+  /// In what decides which calls an extension takes.
+  void AddToConditions(const LocatedElement& element, const std::string& what) {
+    unclear_contexts_.insert(context_);
+    Add(element, what);
+  }
+
+  void ExpectAttributes(const LocatedElement& element, std::initializer_list<const char*> known) {
+    const std::string unknown = UnknownAttributes(path_, element, known);
+    if (unknown.empty()) return;
+    unclear_contexts_.insert(context_);
+    Add(unknown);
+  }
+
+  bool Expect(const char* name, const LocatedElement& element) {
+    if (element.name == name) return true;
+    AddToConditions(element, std::string("expected <") + name + ">, not <" + element.name + ">");
     return false;
   }
 
-  /// Reads every child, whatever is wrong with those before it.
-  template <typename Reader>
-  static bool AllGood(const LocatedElement& element, Reader read) {
-    bool good = true;
-    for (const LocatedElement& child : element.children) good = read(child) && good;
-    return good;
-  }
-
-  bool Unexpected(const LocatedElement& element, const std::string& expected) {
-    return Fail(element, "expected <" + expected + ">, not <" + element.name + ">");
-  }
-
-  bool OnlyAttributes(const LocatedElement& element, std::initializer_list<const char*> known) {
-    for (const auto& [attribute, value] : element.attributes) {
-      if (std::find(known.begin(), known.end(), attribute) == known.end())
-        return Fail(element, "an <" + element.name + "> has no attribute \"" + attribute + "\"");
-    }
-    return true;
-  }
-
-  bool ReadContext(const LocatedElement& element) {
+  void ReadContext(const LocatedElement& element) {
     const std::string* name = element.Attribute("name");
-    if (!name || name->empty()) return Fail(element, "a context needs a name");
-    auto same = std::find_if(dialplan_.contexts_.begin(), dialplan_.contexts_.end(),
-                             [name](const Dialplan::Context& context) { return context.name == *name; });
-    if (same == dialplan_.contexts_.end()) {
-      dialplan_.contexts_.push_back({*name, {}});
-      same = std::prev(dialplan_.contexts_.end());
+    context_ = name ? *name : "";
+    // One without a name is read all the same, for the mistakes in it.
+    if (context_.empty()) AddOutsideContexts(At(path_, element) + "a context needs a name");
+    ExpectAttributes(element, {"name"});
+    std::vector<Dialplan::Context>& contexts = draft_.dialplan.contexts_;
+    auto same = std::find_if(contexts.begin(), contexts.end(),
+                             [this](const Dialplan::Context& context) { return context.name == context_; });
+    if (same == contexts.end()) same = contexts.insert(contexts.end(), {context_, {}});
+    for (const LocatedElement& child : element.children) {
+      if (Expect("extension", child)) ReadExtension(child, same->extensions.emplace_back());
     }
-    return AllGood(element, [&](const LocatedElement& child) {
-      if (child.name != "extension") return Unexpected(child, "extension");
-      Dialplan::Extension extension;
-      const bool good = ReadExtension(child, extension);
-      same->extensions.push_back(std::move(extension));
-      return good;
-    });
   }
 
-  bool ReadExtension(const LocatedElement& element, Dialplan::Extension& extension) {
+  void ReadExtension(const LocatedElement& element, Dialplan::Extension& extension) {
     const std::string* name = element.Attribute("name");
     extension.name = name ? *name : "(no name)";
-    if (!OnlyAttributes(element, {"name", "continue"})) return false;
+    ExpectAttributes(element, {"name", "continue"});
     const std::string* continues = element.Attribute("continue");
     if (continues && *continues != "true" && *continues != "false")
-      return Fail(element, "\"continue\" is \"" + *continues + "\", not \"true\" or \"false\"");
+      Add(element, "\"continue\" is \"" + *continues + "\", not \"true\" or \"false\"");
     extension.continues = continues && *continues == "true";
-    if (element.children.empty()) return Fail(element, "extension \"" + extension.name + "\" has no condition");
-    return AllGood(element, [&](const LocatedElement& child) {
-      if (child.name != "condition") return Unexpected(child, "condition");
-      Dialplan::Condition condition;
-      const bool good = ReadCondition(child, condition);
-      extension.conditions.push_back(std::move(condition));
-      return good;
-    });
+    if (element.children.empty()) AddToConditions(element, "extension \"" + extension.name + "\" has no condition");
+    for (const LocatedElement& child : element.children) {
+      if (Expect("condition", child)) ReadCondition(child, extension.conditions.emplace_back());
+    }
   }
 
-  bool ReadCondition(const LocatedElement& element, Dialplan::Condition& condition) {
-    for (const auto& [attribute, value] : element.attributes) {
-      if (attribute != "field" && attribute != "expression" && attribute != "break") {
-        return Fail(element, "a condition has no attribute \"" + attribute + "\"");
-      }
-    }
+  void ReadCondition(const LocatedElement& element, Dialplan::Condition& condition) {
+    ExpectAttributes(element, {"field", "expression", "break"});
     const std::string* field = element.Attribute("field");
     const std::string* expression = element.Attribute("expression");
-    if (!field != !expression) return Fail(element, "a condition needs both \"field\" and \"expression\", or neither");
-    if (field) {
-      condition.field = *field;
-      std::string problem;
-      condition.expression = Pattern::Compile(*expression, problem);
-      if (!condition.expression) return Fail(element, "expression \"" + *expression + "\": " + problem);
-    }
-    if (!ReadBreak(element, condition)) return false;
-    return AllGood(element, [&](const LocatedElement& child) { return ReadAction(child, condition); });
+    if (!field != !expression)
+      AddToConditions(element, "a condition needs both \"field\" and \"expression\", or neither");
+    std::string problem;
+    if (expression) condition.expression = Pattern::Compile(*expression, problem);
+    if (expression && !condition.expression) AddToConditions(element, "expression \"" + *expression + "\": " + problem);
+    if (field && condition.expression) condition.field = *field;
+    ReadBreak(element, condition);
+    for (const LocatedElement& child : element.children) ReadAction(child, condition);
   }
 
-  bool ReadBreak(const LocatedElement& element, Dialplan::Condition& condition) {
+  void ReadBreak(const LocatedElement& element, Dialplan::Condition& condition) {
     const std::string* text = element.Attribute("break");
-    if (!text || *text == "on-false") return true;
+    if (!text || *text == "on-false") return;
     if (*text == "on-true") {
       condition.breaks = Dialplan::Break::kOnTrue;
     } else if (*text == "always") {
@@ -141,38 +155,58 @@ class DialplanReader {
     } else if (*text == "never") {
       condition.breaks = Dialplan::Break::kNever;
     } else {
-      return Fail(element, "\"break\" is \"" + *text + "\", not on-false, on-true, always or never");
+      AddToConditions(element, "\"break\" is \"" + *text + "\", not on-false, on-true, always or never");
     }
-    return true;
   }
 
-  bool ReadAction(const LocatedElement& element, Dialplan::Condition& condition) {
+  void ReadAction(const LocatedElement& element, Dialplan::Condition& condition) {
     const bool anti = element.name == "anti-action";
-    if (!anti && element.name != "action") return Unexpected(element, "action");
-    if (!OnlyAttributes(element, {"application", "data"})) return false;
+    if (!anti && !Expect("action", element)) return;
+    ExpectAttributes(element, {"application", "data"});
     const std::string* application = element.Attribute("application");
-    if (!application) return Fail(element, "an action needs an \"application\"");
     const std::string* data = element.Attribute("data");
-    DialplanAction action{*application, data ? *data : ""};
-    const std::string fault = FaultOfAction(action.application, action.data);
-    if (!fault.empty()) return Fail(element, fault);
+    DialplanAction action{application ? *application : "", data ? *data : ""};
+    const std::string fault =
+        application ? FaultOfAction(action.application, action.data) : "an action needs an \"application\"";
+    if (!fault.empty()) {
+      Add(element, fault);
+    } else if (action.application == "transfer") {
+      NoteTransfer(element, action.data);
+    }
+    numbers_change_ = numbers_change_ || action.data.find("destination_number=") != std::string::npos;
     (anti ? condition.anti_actions : condition.actions).push_back(std::move(action));
-    return true;
   }
 
-  Dialplan& dialplan_;
-  std::string& error_;
+  /// What the call decides is left out: a number with a reference in it is none here.
+  void NoteTransfer(const LocatedElement& element, const std::string& data) {
+    const std::vector<std::string> words = WordsOf(data);
+    if (words.empty() || words.size() > 3 || HasReference(words.back())) return;
+    const bool literal = !HasReference(words[0]);
+    transfers_.push_back({At(path_, element), words.size() == 3 ? words[2] : context_, literal ? words[0] : ""});
+  }
+
+  DialplanDraft& draft_;
   std::string path_;
+  std::string context_;
+  std::set<std::string> unclear_contexts_;  // whose extensions may match what they do not seem to
+  bool numbers_change_ = false;             // a variable hides the number that was called
+  std::vector<Transfer> transfers_;
 };
 
-std::shared_ptr<const Dialplan> Dialplan::Load(const std::string& directory, std::string& error) {
+std::shared_ptr<const DialplanDraft> Dialplan::Draft(const std::string& directory) {
+  auto draft = std::make_shared<DialplanDraft>();
   std::vector<std::string> paths;
-  if (!ListXmlFiles(directory, paths, error)) return nullptr;
-  auto dialplan = std::make_shared<Dialplan>();
-  error.clear();
-  DialplanReader reader(*dialplan, error);
+  if (!ListXmlFiles(directory, paths, draft->mistakes)) return draft;
+  DialplanReader reader(*draft);
   for (const std::string& path : paths) reader.ReadFile(path);
-  return error.empty() ? dialplan : nullptr;
+  reader.Finish();
+  return draft;
+}
+
+std::shared_ptr<const Dialplan> Dialplan::Load(const std::string& directory, std::string& error) {
+  const std::shared_ptr<const DialplanDraft> draft = Draft(directory);
+  error = draft->mistakes;
+  return error.empty() ? std::shared_ptr<const Dialplan>(draft, &draft->dialplan) : nullptr;
 }
 
 bool Dialplan::Holds(const Condition& condition, const VariableLookup& variables, std::vector<std::string>& match) {
@@ -223,6 +257,32 @@ Route Dialplan::Find(const std::string& context, const VariableLookup& variables
 bool Dialplan::HasContext(const std::string& context) const {
   return std::any_of(contexts_.begin(), contexts_.end(),
                      [&context](const Context& candidate) { return candidate.name == context; });
+}
+
+/// As Matches, with every condition that looks at something else than the number holding or not, whichever leads there.
+bool Dialplan::MayMatch(const Extension& extension, const std::string& number) {
+  bool may_match = false;
+  for (const Condition& condition : extension.conditions) {
+    const bool judged = condition.field == "destination_number" || condition.field == "${destination_number}";
+    const bool found = judged && condition.expression->Search(number).has_value();
+    const bool may_hold = condition.field.empty() || !judged || found;
+    const bool may_fail = !condition.field.empty() && (!judged || !found);
+    const bool other_actions = !condition.anti_actions.empty();
+    const bool ends_if_true = condition.breaks == Break::kAlways || condition.breaks == Break::kOnTrue;
+    const bool ends_if_false = condition.breaks == Break::kAlways || condition.breaks == Break::kOnFalse;
+    if ((may_hold && ends_if_true) || (may_fail && ends_if_false && other_actions)) return true;
+    if ((!may_hold || ends_if_true) && (!may_fail || ends_if_false)) return false;  // whichever it is, it ends here
+    may_match = may_match || may_hold || other_actions;
+  }
+  return may_match;
+}
+
+bool Dialplan::MayRoute(const std::string& context, const std::string& number) const {
+  const auto found = std::find_if(contexts_.begin(), contexts_.end(),
+                                  [&context](const Context& candidate) { return candidate.name == context; });
+  return found != contexts_.end() &&
+         std::any_of(found->extensions.begin(), found->extensions.end(),
+                     [&number](const Extension& extension) { return MayMatch(extension, number); });
 }
 
 std::string ExpandChannelVariables(const std::string& text, const VariableLookup& variables) {

@@ -20,10 +20,13 @@ struct Route {
   std::vector<DialplanAction> actions;
 };
 
+struct DialplanDraft;
+
 class Dialplan {
  public:
-  /// Reads every *.xml below `directory`. Null and `error`, a line "file:line: what" for each mistake, when there is
-  /// any.
+  /// What stands in every *.xml below `directory`, mistakes and all. Never null.
+  static std::shared_ptr<const DialplanDraft> Draft(const std::string& directory);
+  /// The same without mistakes. Null and `error`, a line "file:line: what" for each mistake, when there is any.
   static std::shared_ptr<const Dialplan> Load(const std::string& directory, std::string& error);
 
   /// The actions for a call in `context`; empty when no extension matches. An extension with continue="true" adds its
@@ -31,6 +34,10 @@ class Dialplan {
   Route Find(const std::string& context, const VariableLookup& variables) const;
 
   bool HasContext(const std::string& context) const;
+
+  /// Whether there is a call that goes to an extension of `context` with `number`. What else the conditions look at is
+  /// not known and may be anything.
+  bool MayRoute(const std::string& context, const std::string& number) const;
 
  private:
   friend class DialplanReader;
@@ -55,10 +62,18 @@ class Dialplan {
   };
 
   static bool Holds(const Condition& condition, const VariableLookup& variables, std::vector<std::string>& match);
+  static bool MayMatch(const Extension& extension, const std::string& number);
   static bool Matches(const Extension& extension, const VariableLookup& variables,
                       std::vector<DialplanAction>& actions);
 
   std::vector<Context> contexts_;
+};
+
+/// A dialplan that may have mistakes in it: for finding others that depend on it.
+struct DialplanDraft {
+  Dialplan dialplan;
+  std::string mistakes;         ///< lines "file:line: what"; empty: none
+  bool contexts_known = false;  ///< what could not be read has no further context in it
 };
 
 /// Replaces ${name} by the variable's value, once: what a value holds is not looked at again, so a caller cannot

@@ -7,6 +7,8 @@
 
 #include "sip/bridge_target.h"
 #include "sip/destination.h"
+#include "sip/reference.h"
+#include "sip/variable_check.h"
 
 namespace kvx_switch {
 
@@ -26,27 +28,29 @@ std::optional<long> NumberBetween(const std::string& text, long least, long most
 
 std::string FaultOfAssignment(const std::string& data) {
   const size_t equals = data.find('=');
-  return equals == 0 || equals == std::string::npos ? "\"" + data + "\" is not name=value" : "";
+  if (equals == std::string::npos && HasReference(data)) return "";
+  if (equals == 0 || equals == std::string::npos) return "\"" + data + "\" is not name=value";
+  return FaultOfVariable(data.substr(0, equals), data.substr(equals + 1));
+}
+
+std::string FaultOfExport(const std::string& data) {
+  const std::string prefix = "nolocal:";
+  return FaultOfAssignment(data.rfind(prefix, 0) == 0 ? data.substr(prefix.size()) : data);
 }
 
 std::string FaultOfHangup(const std::string& data) {
-  return data.empty() || CauseOfText(data) ? "" : "\"" + data + "\" is no hang-up cause";
+  return data.empty() || HasReference(data) || CauseOfText(data) ? "" : "\"" + data + "\" is no hang-up cause";
 }
 
 std::string FaultOfSleep(const std::string& data) {
-  return SleepOfText(data) ? "" : "\"" + data + "\" is not a number of milliseconds from 0 to 86400000";
+  return HasReference(data) || SleepOfText(data)
+             ? ""
+             : "\"" + data + "\" is not a number of milliseconds from 0 to 86400000";
 }
 
 std::string FaultOfTransfer(const std::string& data) {
   std::string error;
-  ParseDestination(WordsOf(data), error);
-  return error;
-}
-
-std::string FaultOfBridge(const std::string& data) {
-  BridgePlan plan;
-  std::string error;
-  ParseBridgePlan(data, plan, error);
+  if (!HasReference(data)) ParseDestination(WordsOf(data), error);
   return error;
 }
 
@@ -64,25 +68,23 @@ struct Application {
 };
 
 constexpr Application kApplications[] = {
-    {"answer", &NoFault},        {"bridge", &FaultOfBridge}, {"export", &FaultOfAssignment},
-    {"hangup", &FaultOfHangup},  {"log", &NoFault},          {"park", &FaultOfNoData},
-    {"set", &FaultOfAssignment}, {"sleep", &FaultOfSleep},   {"transfer", &FaultOfTransfer},
+    {"answer", &FaultOfNoData},
+    {"bridge", &FaultsOfDialString},
+    {"export", &FaultOfExport},
+    {"hangup", &FaultOfHangup},
+    {"log", &NoFault},
+    {"park", &FaultOfNoData},
+    {"set", &FaultOfAssignment},
+    {"sleep", &FaultOfSleep},
+    {"transfer", &FaultOfTransfer},
 };
-
-/// "$1" or "${name}".
-bool HasReference(const std::string& data) {
-  for (size_t i = data.find('$'); i != std::string::npos; i = data.find('$', i + 1)) {
-    if (i + 1 < data.size() && (data[i + 1] == '{' || (data[i + 1] >= '1' && data[i + 1] <= '9'))) return true;
-  }
-  return false;
-}
 
 }  // namespace
 
 std::string FaultOfAction(const std::string& application, const std::string& data) {
   for (const Application& known : kApplications) {
     if (application != known.name) continue;
-    const std::string fault = HasReference(data) ? "" : known.fault(data);
+    const std::string fault = known.fault(data);
     return fault.empty() ? "" : application + ": " + fault;
   }
   return "there is no application \"" + application + "\"";

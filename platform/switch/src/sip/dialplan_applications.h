@@ -10,7 +10,7 @@
 /// told makes sense. Pure functions.
 namespace kvx_switch {
 
-/// What is wrong with running `application` with `data`; "" when nothing is. Data with a reference in it ("$1",
+/// What is wrong with running `application` with `data`; "" when nothing is. A part with a reference in it ("$1",
 /// "${name}") is only known when a call runs it, and passes.
 std::string FaultOfAction(const std::string& application, const std::string& data);
 

@@ -1,4 +1,5 @@
 #include "sip/leg_helpers.h"
+#include "core/event.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -69,6 +70,7 @@ void AgreeOnTelephoneEvents(const SdpMedia& stream, bool wanted, AgreedMedia& ag
 }
 
 void FireLegEvent(switch_core_session_t* session, switch_event_types_t type) {
+  if (!IsEventWanted(type)) return;
   switch_event_t* event = nullptr;
   if (switch_event_create(&event, type) != SWITCH_STATUS_SUCCESS) return;
   switch_channel_event_set_data(switch_core_session_get_channel(session), event);
@@ -76,6 +78,7 @@ void FireLegEvent(switch_core_session_t* session, switch_event_types_t type) {
 }
 
 void FireBridgeEvent(switch_core_session_t* session, switch_event_types_t type, const std::string& other_uuid) {
+  if (!IsEventWanted(type)) return;
   switch_event_t* event = nullptr;
   if (switch_event_create(&event, type) != SWITCH_STATUS_SUCCESS) return;
   switch_channel_event_set_data(switch_core_session_get_channel(session), event);

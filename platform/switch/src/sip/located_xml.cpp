@@ -12,6 +12,7 @@
 #include <memory>
 #include <sstream>
 
+#include "core/configuration.h"
 #include "core/variables.h"
 
 namespace kvx_switch {
@@ -22,8 +23,8 @@ namespace {
 std::string ExpandGlobals(const std::string& path, const std::string& text) {
   return ExpandVariables(text, [&](const std::string& name, size_t offset) {
     auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(offset), '\n');
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s:%ld: $${%s} is not set\n", path.c_str(),
-                      static_cast<long>(line), name.c_str());
+    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s:%ld: no variable \"%s\", taken as empty\n",
+                      path.c_str(), static_cast<long>(line), name.c_str());
   });
 }
 
@@ -93,6 +94,18 @@ bool ListXmlFiles(const std::string& directory, std::vector<std::string>& paths,
 
 std::string At(const std::string& path, const LocatedElement& element) {
   return path + ":" + std::to_string(element.line) + ": ";
+}
+
+std::string UnknownAttributes(const std::string& path, const LocatedElement& element,
+                              std::initializer_list<const char*> known, const char* end) {
+  const bool vowel = std::string("aeiou").find(element.name.front()) != std::string::npos;
+  std::string lines;
+  for (const auto& [attribute, value] : element.attributes) {
+    if (std::find(known.begin(), known.end(), attribute) != known.end()) continue;
+    AddLine(lines, At(path, element) + (vowel ? "an <" : "a <") + element.name + "> has no attribute \"" + attribute +
+                       "\"" + end);
+  }
+  return lines;
 }
 
 std::string PlaceOfParameter(const std::string& path, const std::string& name) {

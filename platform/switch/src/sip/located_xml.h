@@ -1,5 +1,6 @@
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +28,11 @@ bool ListXmlFiles(const std::string& directory, std::vector<std::string>& paths,
 
 /// "file:line: "
 std::string At(const std::string& path, const LocatedElement& element);
+
+/// An attribute that nobody reads is a mistyped one: a line for each that is not among the known ones, with `end`
+/// behind it.
+std::string UnknownAttributes(const std::string& path, const LocatedElement& element,
+                              std::initializer_list<const char*> known, const char* end = "");
 
 /// Where the file last gives the parameter <param name="NAME" .../> of a section: "file:line: "; "file: " when it does
 /// not.

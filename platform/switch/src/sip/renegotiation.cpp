@@ -77,10 +77,16 @@ void Renegotiation::OnOffer(const std::string& sdp) {
   std::string error;
   std::optional<SessionDescription> offer = ParseSdp(sdp, error);
   if (!offer) return Refuse(kNotAcceptable, "the SDP cannot be read: " + error);
-  if (step_ != Step::kIdle) return Refuse(kRequestPending, "the call's media is being changed already");
   const size_t stream = ChosenStream(*offer);
+  const bool image = stream < offer->media.size() && offer->media[stream].IsFaxImage();
+  // Our hold has met theirs and waits for its time: meanwhile theirs is taken, which is what the time is for (RFC 3261,
+  // 14.1).
+  const bool our_hold_waits = step_ == Step::kWeHold && !image;
+  if (step_ != Step::kIdle && !our_hold_waits) {
+    return Refuse(kRequestPending, "the call's media is being changed already");
+  }
   if (stream == offer->media.size()) return Refuse(kNotAcceptable, "neither audio nor fax is offered");
-  if (offer->media[stream].IsFaxImage()) {
+  if (image) {
     OnImageOffer(std::move(*offer), stream);
   } else {
     OnAudioOffer(std::move(*offer), stream);
@@ -99,6 +105,7 @@ bool Renegotiation::ApplyAudioOffer(const SessionDescription& offer, size_t stre
 void Renegotiation::OnAudioOffer(SessionDescription offer, size_t stream) {
   AgreedMedia agreed;
   if (!TakeAudio(offer.media[stream], agreed)) return;
+  const bool our_hold_waits = step_ == Step::kWeHold;
   step_ = Step::kPartnerAsks;
   to_fax_ = false;
   offer_ = std::move(offer);
@@ -108,22 +115,24 @@ void Renegotiation::OnAudioOffer(SessionDescription offer, size_t stream) {
   if (fax_) {
     AskPartner([](Renegotiation& partner) { partner.OfferAudio(); });
   } else {
-    AnswerAudio();
+    AnswerAudio(our_hold_waits);
   }
 }
 
-void Renegotiation::AnswerAudio() {
+void Renegotiation::AnswerAudio(bool our_hold_waits) {
   const bool was_fax = std::exchange(fax_, false);
   const MediaDirection before = audio_.direction;
   remote_ = std::move(offer_);
   stream_ = offer_stream_;
   audio_ = remote_.media[stream_];
-  if (held_) audio_.direction = WithoutSending(audio_.direction);
+  const bool held = held_ != our_hold_waits;  // what waits is not yet so
+  if (held) audio_.direction = WithoutSending(audio_.direction);
   agreed_ = std::move(offer_agreed_);
   step_ = Step::kIdle;
   local_ = AudioDescription(local_media_);
   local_.direction = Reversed(audio_.direction);
-  leg_.dialog->AnswerReinvite(BuildAnswer(local_, remote_, stream_));
+  const std::string answer = BuildAnswer(local_, remote_, stream_);
+  leg_.dialog->AnswerReinvite(answer, our_hold_waits ? HoldOffer() : "");
   if (was_fax) LegLog(leg_.session, SWITCH_LOG_NOTICE, "Back from fax to audio");
   if (was_fax || before != audio_.direction) DirectionChanged();
 }

@@ -106,7 +106,9 @@ class Renegotiation {
   bool ApplyAudioOffer(const SessionDescription& offer, size_t stream, const AgreedMedia& agreed);
   void OnAudioAnswer(const SessionDescription& answer);
   void OnImageAnswer(const SessionDescription& answer);
-  void AnswerAudio();
+  void AnswerAudio(bool our_hold_waits = false);
+  /// The next description, with our far end held or taken back.
+  std::string HoldOffer();
   LocalDescription AudioDescription(const LocalMedia& local) const;
   LocalDescription ImageDescription(const LocalMedia& local, const std::vector<std::string>& attributes) const;
   void Offer(const LocalDescription& local);

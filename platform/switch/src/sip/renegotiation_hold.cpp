@@ -15,13 +15,17 @@ std::string Renegotiation::Hold(HoldChange change) {
   if (on == held_) return "";
   if (!quiet()) return "the call's media is being changed, or is a fax";
   held_ = on;
-  step_ = Step::kWeHold;
   to_fax_ = false;
-  ++local_.version;
-  local_.direction = on ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
   LegLog(leg_.session, SWITCH_LOG_INFO, on ? "Putting the far end on hold" : "Taking the far end back from hold");
-  leg_.dialog->Reinvite(BuildAnswer(local_, remote_, stream_));
+  leg_.dialog->Reinvite(HoldOffer());
   return "";
+}
+
+std::string Renegotiation::HoldOffer() {
+  step_ = Step::kWeHold;
+  ++local_.version;
+  local_.direction = held_ ? MediaDirection::kSendOnly : MediaDirection::kSendReceive;
+  return BuildAnswer(local_, remote_, stream_);
 }
 
 /// By whichever side: the far end hears the other one no more, or again.

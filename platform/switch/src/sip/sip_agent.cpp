@@ -112,6 +112,7 @@ std::shared_ptr<SipAgent> SipAgent::Start(const SipProfile& profile, InviteHandl
     error = place + "no event descriptor: " + std::strerror(errno);
     return nullptr;
   }
+  CountWholeMilliseconds();
   std::promise<std::string> started;
   std::future<std::string> result = started.get_future();
   agent->thread_ = std::thread(&SipAgent::ThreadMain, agent.get(), std::move(started));
@@ -134,6 +135,7 @@ bool SipAgent::Post(std::function<void()> task) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!accepting_) return false;
     tasks_.push_back(std::move(task));
+    if (tasks_.size() > 1) return true;  // who put the first one in wakes the thread
   }
   uint64_t one = 1;
   // Fails only when the counter is full, and then the thread is to be woken already.

@@ -2,30 +2,31 @@
 
 #include <switch.h>
 
-#include <list>
 #include <map>
 #include <utility>
 #include <vector>
 
-#include "sip/access_control.h"
+#include "core/configuration.h"
 #include "sip/located_xml.h"
 
 namespace kvx_switch {
 namespace {
 
-void LogError(const std::string& error) {
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());
-}
+using Addresses = std::map<std::string, std::string>;  // and the file that has each
 
-using Addresses = std::map<std::pair<std::string, uint16_t>, std::string>;
-
-/// Two profiles cannot listen on one address; port 0 is a port of its own for each.
-void CheckAddress(const SipProfile& profile, Addresses& taken) {
+/// Two profiles cannot listen on one address, over one transport; port 0 is a port of its own for each.
+void CheckAddress(const SipProfile& profile, Addresses& taken, std::string& error) {
   if (profile.sip_port == 0) return;
-  const auto [at, fresh] = taken.emplace(std::make_pair(profile.sip_address, profile.sip_port), profile.file);
-  if (fresh) return;
-  LogError(PlaceOfParameter(profile.file, "sip-port") + profile.sip_address + ":" + std::to_string(profile.sip_port) +
-           " is already that of " + at->second);
+  const std::string host = profile.IsIpv6() ? "[" + profile.sip_address + "]" : profile.sip_address;
+  const std::string address = host + ":" + std::to_string(profile.sip_port);
+  const std::pair<const char*, bool> transports[] = {{"udp", profile.transports.udp}, {"tcp", profile.transports.tcp}};
+  for (const auto& [transport, used] : transports) {
+    if (!used) continue;
+    const auto [at, fresh] = taken.emplace(transport + (" " + address), profile.file);
+    if (fresh) continue;
+    AddLine(error, PlaceOfParameter(profile.file, "sip-port") + address + " is already that of " + at->second);
+    return;
+  }
 }
 
 }  // namespace
@@ -41,31 +42,32 @@ bool CheckContext(const SipProfile& profile, const Dialplan& dialplan, std::stri
   return false;
 }
 
-void CheckSip() {
-  std::string error;
-  const std::shared_ptr<const Dialplan> dialplan = Dialplan::Load(ConfigurationDirectory("dialplan"), error);
-  if (!dialplan) LogError(error);
+bool ReadSipConfiguration(SipConfiguration& configuration, AccessControl& access, std::string& error) {
+  const std::shared_ptr<const DialplanDraft> draft = Dialplan::Draft(ConfigurationDirectory("dialplan"));
+  configuration.dialplan = {draft, &draft->dialplan};
+  error = draft->mistakes;
   std::vector<std::string> paths;
   const std::string directory = ConfigurationDirectory("sip_profiles");
-  if (!ListXmlFiles(directory, paths, error)) {
-    LogError(error);
+  std::string mistake;
+  if (!ListXmlFiles(directory, paths, mistake)) {
+    AddLine(error, mistake);
   } else if (paths.empty()) {
-    LogError(directory + ": there is no profile (*.xml)");
+    AddLine(error, directory + ": there is no profile (*.xml)");
   }
   Addresses taken;
-  std::list<SipProfile> profiles;
-  std::vector<const SipProfile*> good;
+  std::vector<const SipProfile*> readable;
   for (const std::string& path : paths) {
-    SipProfile& profile = profiles.emplace_back();
-    if (!LoadSipProfile(path, profile, error)) {
-      LogError(error);
-      continue;
-    }
-    good.push_back(&profile);
-    CheckAddress(profile, taken);
-    if (dialplan && !CheckContext(profile, *dialplan, error)) LogError(error);
+    SipProfile& profile = configuration.profiles.emplace_back();
+    if (!LoadSipProfile(path, profile, mistake)) AddLine(error, mistake);
+    if (profile.file.empty()) continue;
+    readable.push_back(&profile);
+    CheckAddress(profile, taken, error);
+    const bool context_known = draft->contexts_known && !profile.context.empty();
+    if (context_known && !CheckContext(profile, draft->dialplan, mistake)) AddLine(error, mistake);
   }
-  if (!AccessControl().Load(ConfigurationDirectory("autoload_configs") + "/acl.conf.xml", good, error)) LogError(error);
+  if (!access.Load(ConfigurationDirectory("autoload_configs") + "/acl.conf.xml", readable, mistake))
+    AddLine(error, mistake);
+  return error.empty();
 }
 
 }  // namespace kvx_switch

@@ -76,7 +76,9 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   /// A further INVITE. One at a time; it waits for one of the far end's to be over, and is repeated a few times when
   /// both had the idea at once (RFC 3261, 14.1).
   void Reinvite(std::string sdp);
-  void AnswerReinvite(std::string sdp);
+  /// `waiting_offer`: what our own INVITE, which waits for this one to be over, is to say now; "" when it may say what
+  /// it was to say, or there is none.
+  void AnswerReinvite(std::string sdp, std::string waiting_offer = "");
   void RefuseReinvite(int status, std::string warning);
   /// Tells how the transfer goes that the REFER `id` asked for; from 200 on it is over (RFC 3515, 2.4.5).
   void NotifyReferrer(unsigned id, int status);
@@ -110,7 +112,7 @@ class SipDialog : public std::enable_shared_from_this<SipDialog> {
   void OnReinviteOnSipThread(const sip_s* sip);
   void OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip);
   void SendReinviteOnSipThread();
-  void SendNextOfferOnSipThread();
+  void TakeNextOffer();
   void OnReferOnSipThread(const sip_s* sip);
   void AcceptOnSipThread(const std::string& sdp, const msg_s* update);
   void RefuseTheirsOnSipThread(int status, const std::string& warning);

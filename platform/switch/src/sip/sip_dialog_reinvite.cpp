@@ -36,16 +36,17 @@ void SipDialog::Reinvite(std::string sdp) {
     self.our_offer_ = sdp;
     self.refreshing_ = false;
     self.glares_ = 0;
-    self.SendReinviteOnSipThread();
+    if (!self.glare_timer_) self.SendReinviteOnSipThread();
   });
 }
 
-void SipDialog::AnswerReinvite(std::string sdp) {
-  PostSelf([sdp = std::move(sdp)](SipDialog& self) {
+void SipDialog::AnswerReinvite(std::string sdp, std::string waiting_offer) {
+  PostSelf([sdp = std::move(sdp), waiting_offer = std::move(waiting_offer)](SipDialog& self) {
     if (self.phase_ != Phase::kUp || self.exchange_ != Exchange::kTheirs) return;
     self.we_offered_ = self.their_offer_.empty();
     if (!self.we_offered_) self.remote_sdp_ = std::exchange(self.their_offer_, {});
     self.local_sdp_ = sdp;
+    if (!waiting_offer.empty()) self.our_offer_ = waiting_offer;
     self.AcceptOnSipThread(sdp, self.their_update_ ? self.their_update_->Message() : nullptr);
     self.EndTheirExchangeOnSipThread();
   });
@@ -109,7 +110,10 @@ void SipDialog::OnReinviteOnSipThread(const sip_s* sip) {
 void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, const sip_s* sip) {
   if (status < 200) return;
   exchange_ = Exchange::kNone;
-  if (status >= 300 && refreshing_ && next_offer_) return SendNextOfferOnSipThread();
+  if (status >= 300 && refreshing_ && next_offer_) {
+    TakeNextOffer();
+    if (status != 491) return SendReinviteOnSipThread();
+  }
   if (status == 491 && ++glares_ <= kMostGlares) return RepeatReinviteLaterOnSipThread();
   if (status == 422 && timer_.OnTooSmall(TimerHeaders(sip))) return SendReinviteOnSipThread();
   if (status < 300) {
@@ -117,7 +121,10 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
     StartSessionTimerOnSipThread();
   }
   const std::string offered = std::exchange(our_offer_, std::nullopt).value_or("");
-  if (refreshing_) return SendNextOfferOnSipThread();
+  if (refreshing_) {
+    TakeNextOffer();
+    return SendReinviteOnSipThread();
+  }
   DialogEvent event{DialogEvent::Kind::kReinviteRefused, status, phrase, "", SWITCH_CAUSE_NONE};
   if (status < 300) {
     local_sdp_ = offered;
@@ -129,11 +136,10 @@ void SipDialog::OnReinviteResponseOnSipThread(int status, const char* phrase, co
 }
 
 /// After a refresh: the offer that came while it was out, if one did.
-void SipDialog::SendNextOfferOnSipThread() {
+void SipDialog::TakeNextOffer() {
   our_offer_ = std::exchange(next_offer_, std::nullopt);
   refreshing_ = false;
   glares_ = 0;
-  SendReinviteOnSipThread();
 }
 
 void SipDialog::RepeatReinviteLaterOnSipThread() {

@@ -133,10 +133,11 @@ void SipDialog::EndUnrefreshedOnSipThread() {
 
 /// Without a description where the far end knows UPDATE, else an INVITE with the one that it has.
 void SipDialog::RefreshOnSipThread() {
-  if (exchange_ != Exchange::kNone || updating_) return;  // that refreshes too
+  // Each of them refreshes too; an INVITE that met theirs has its own time (RFC 3261, 14.1).
+  if (exchange_ != Exchange::kNone || updating_ || glare_timer_) return;
   if (!far_end_updates_) {
-    refreshing_ = !our_offer_;
-    if (refreshing_) our_offer_ = local_sdp_;
+    refreshing_ = true;
+    our_offer_ = local_sdp_;
     return SendReinviteOnSipThread();
   }
   updating_ = true;

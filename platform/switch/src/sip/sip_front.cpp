@@ -45,7 +45,7 @@ class SipFront {
 
   bool LoadDialplan(std::string& error);
   bool LoadAccessControl(std::string& error);
-  bool StartProfile(const std::string& path, std::string& error);
+  bool StartProfile(const SipProfile& profile, std::string& error);
   void OnInvite(const InboundInvite& invite, const std::shared_ptr<SipDialog>& dialog);
 
   AccessControl access_;
@@ -64,8 +64,8 @@ void WarnOfUnknownPreferences(const SipProfile& profile) {
   for (const std::string& preference : profile.codec_prefs) {
     if (!PreferredCodecs(RegisteredCodecs(), {preference}).empty()) continue;
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
-                      "%s: \"codec-prefs\" names %s, which no module registered\n", profile.file.c_str(),
-                      preference.c_str());
+                      "%s\"codec-prefs\" names %s, which no module registered\n",
+                      PlaceOfParameter(profile.file, "codec-prefs").c_str(), preference.c_str());
   }
 }
 
@@ -81,8 +81,10 @@ bool SipFront::LoadDialplan(std::string& error) {
   if (!dialplan) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   for (const std::shared_ptr<SipAgent>& agent : agents_) {
-    if (!CheckContext(agent->profile(), *dialplan, error)) return false;
+    std::string mistake;
+    if (!CheckContext(agent->profile(), *dialplan, mistake)) AddLine(error, mistake);
   }
+  if (!error.empty()) return false;
   dialplan_ = std::move(dialplan);
   return true;
 }
@@ -111,14 +113,7 @@ bool SipFront::LoadAccessControl(std::string& error) {
   return access_.Load(ConfigurationDirectory("autoload_configs") + "/acl.conf.xml", profiles, error);
 }
 
-bool SipFront::StartProfile(const std::string& path, std::string& error) {
-  SipProfile profile;
-  if (!LoadSipProfile(path, profile, error)) return false;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!CheckContext(profile, *dialplan_, error)) return false;
-  }
-  if (!access_.Check(profile, error)) return false;
+bool SipFront::StartProfile(const SipProfile& profile, std::string& error) {
   WarnOfUnknownPreferences(profile);
   std::shared_ptr<SipAgent> agent = SipAgent::Start(
       profile,
@@ -134,14 +129,15 @@ bool SipFront::StartProfile(const std::string& path, std::string& error) {
 
 bool SipFront::Start(std::string& error) {
   su_log_redirect(nullptr, StackLog, nullptr);
-  std::vector<std::string> paths;
-  const std::string directory = ConfigurationDirectory("sip_profiles");
-  bool good = LoadDialplan(error) && LoadAccessControl(error) && ListXmlFiles(directory, paths, error);
-  if (good && paths.empty()) {
-    error = directory + ": there is no profile (*.xml)";
-    good = false;
+  SipConfiguration configuration;
+  bool good = ReadSipConfiguration(configuration, access_, error);
+  if (good) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    dialplan_ = std::move(configuration.dialplan);
   }
-  for (size_t i = 0; good && i < paths.size(); ++i) good = StartProfile(paths[i], error);
+  for (auto at = configuration.profiles.begin(); good && at != configuration.profiles.end(); ++at) {
+    good = StartProfile(*at, error);
+  }
   if (!good) {
     Stop();
     return false;

@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "core/configuration.h"
 #include "sip/located_xml.h"
 
 namespace kvx_switch {
@@ -45,13 +46,13 @@ Setter TruthValue(bool& target) {
 Setter NumericAddress(std::string& target) {
   return [&target](const std::string& value, std::string& expected) {
     unsigned char address[sizeof(in6_addr)];
-    target = value;
     const bool ipv4 = inet_pton(AF_INET, value.c_str(), address) == 1;
     const bool known = ipv4 || inet_pton(AF_INET6, value.c_str(), address) == 1;
     // Far ends are told of it: one that stands for all of this machine's would lead them nowhere.
     const bool one =
         std::any_of(address, address + (ipv4 ? sizeof(in_addr) : sizeof(in6_addr)), [](auto b) { return b; });
     expected = known ? "one address of this machine" : "a numeric address";
+    if (known && one) target = value;
     return known && one;
   };
 }
@@ -72,19 +73,18 @@ Setter DtmfType(bool& telephone_events) {
   };
 }
 
-Setter CommaList(std::vector<std::string>& target) {
-  return [&target](const std::string& value, std::string&) {
-    target.clear();
-    std::string word;
-    for (char c : value + ",") {
-      if (c == ' ') continue;
-      if (c != ',')
-        word += c;
-      else if (!word.empty())
-        target.push_back(std::exchange(word, {}));
-    }
-    return true;
-  };
+/// The words of a list, without blanks; an empty one between two commas, or behind the last, is one that is missing.
+bool SplitList(const std::string& value, std::vector<std::string>& words) {
+  words.clear();
+  std::string word;
+  for (char c : value + ",") {
+    if (c == ' ') continue;
+    if (c == ',')
+      words.push_back(std::exchange(word, {}));
+    else
+      word += c;
+  }
+  return std::none_of(words.begin(), words.end(), [](const std::string& one) { return one.empty(); });
 }
 
 /// NAME, or NAME with numbers behind: "@20i", "@8000h", "@24000b", in any order.
@@ -102,9 +102,13 @@ bool IsCodecPreference(const std::string& text) {
 
 Setter CodecPreferences(std::vector<std::string>& target) {
   return [&target](const std::string& value, std::string& expected) {
-    CommaList(target)(value, expected);
+    std::vector<std::string> names;
+    const bool whole = value.empty() || SplitList(value, names);
     expected = "a list of NAME, NAME@20i, NAME@8000h or NAME@24000b";
-    return std::all_of(target.begin(), target.end(), IsCodecPreference);
+    if (!whole) expected += " without an empty place in it";
+    if (!whole || !std::all_of(names.begin(), names.end(), IsCodecPreference)) return false;
+    target = std::move(names);
+    return true;
   };
 }
 
@@ -115,13 +119,14 @@ Setter BindParams(SipTransports& transports) {
     const std::string start = "transport=";
     if (value.compare(0, start.size(), start) != 0) return false;
     std::vector<std::string> names;
-    CommaList(names)(value.substr(start.size()), expected);
-    transports = {false, false};
+    SplitList(value.substr(start.size()), names);
+    SipTransports wanted{false, false};
     for (const std::string& name : names) {
       if (name != "udp" && name != "tcp") return false;
-      (name == "udp" ? transports.udp : transports.tcp) = true;
+      (name == "udp" ? wanted.udp : wanted.tcp) = true;
     }
-    return !names.empty();
+    transports = wanted;
+    return true;
   };
 }
 
@@ -137,14 +142,16 @@ Setter Security(SecureMedia& wanted) {
 Setter Suites(std::vector<SrtpSuite>& suites) {
   return [&suites](const std::string& value, std::string& expected) {
     std::vector<std::string> names;
-    CommaList(names)(value, expected);
-    suites.clear();
+    SplitList(value, names);
+    std::vector<SrtpSuite> wanted;
     for (const std::string& name : names) {
       const std::optional<SrtpSuite> suite = SrtpSuiteOfName(name);
-      if (suite) suites.push_back(*suite);
+      if (suite) wanted.push_back(*suite);
     }
     expected = "a list of AES_CM_128_HMAC_SHA1_80 and AES_CM_128_HMAC_SHA1_32";
-    return !names.empty() && suites.size() == names.size();
+    if (wanted.size() != names.size()) return false;
+    suites = std::move(wanted);
+    return true;
   };
 }
 
@@ -184,40 +191,77 @@ std::map<std::string, Setter> Parameters(SipProfile& profile) {
           {"rtp-secure-media-suites", Suites(media.security.suites)}};
 }
 
-bool ApplyParameter(const LocatedElement& param, const std::map<std::string, Setter>& known, const SipProfile& profile,
-                    std::string& error) {
-  const std::string* name = param.Attribute("name");
-  const std::string* value = param.Attribute("value");
-  if (!name || !value) {
-    error = At(profile.file, param) + "a \"param\" needs \"name\" and \"value\"";
+void Warn(const std::string& lines) {
+  if (!lines.empty()) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\n", lines.c_str());
+}
+
+/// Takes the parameters of a profile and gathers every mistake in them.
+class ProfileReader {
+ public:
+  explicit ProfileReader(SipProfile& profile) : profile_(profile), known_(Parameters(profile)) {}
+
+  std::string Read(const LocatedElement& root) {
+    WarnOfAttributes(root, {"name"});
+    for (const LocatedElement& section : root.children) {
+      if (!Expect("settings", section)) continue;
+      WarnOfAttributes(section, {});
+      for (const LocatedElement& param : section.children) {
+        if (Expect("param", param)) ReadParam(param);
+      }
+    }
+    // Nobody knows what they would come to.
+    if (bad_.count("sip-ip") || bad_.count("sip-port")) profile_.sip_port = 0;
+    if (bad_.count("context")) profile_.context.clear();
+    if (bad_.count("apply-inbound-acl")) profile_.access_list.clear();
+    if (!bad_.count("session-timeout") && !bad_.count("minimum-session-expires")) WarnOfTimers();
+    return mistakes_;
+  }
+
+ private:
+  void WarnOfAttributes(const LocatedElement& element, std::initializer_list<const char*> known) {
+    Warn(UnknownAttributes(profile_.file, element, known, "; ignored"));
+  }
+
+  /// An element of another name is a mistyped one.
+  bool Expect(const std::string& name, const LocatedElement& element) {
+    if (element.name == name) return true;
+    Warn(At(profile_.file, element) + "expected <" + name + ">, not <" + element.name + ">; ignored");
     return false;
   }
-  auto setter = known.find(*name);
-  if (setter == known.end()) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sunknown parameter \"%s\", ignored\n",
-                      At(profile.file, param).c_str(), name->c_str());
-    return true;
+
+  void ReadParam(const LocatedElement& param) {
+    WarnOfAttributes(param, {"name", "value"});
+    const std::string* name = param.Attribute("name");
+    const std::string* value = param.Attribute("value");
+    const std::string place = At(profile_.file, param);
+    if (name && !names_.insert(*name).second) Warn(place + "\"" + *name + "\" stands here again; the last counts");
+    if (!name || !value) {
+      AddLine(mistakes_, place + "a \"param\" needs \"name\" and \"value\"");
+      if (name) bad_.insert(*name);
+      return;
+    }
+    auto setter = known_.find(*name);
+    if (setter == known_.end()) return Warn(place + "unknown parameter \"" + *name + "\", ignored");
+    std::string expected;
+    if (setter->second(*value, expected)) return;
+    bad_.insert(*name);
+    AddLine(mistakes_, place + "\"" + *name + "\" is \"" + *value + "\", not " + expected);
   }
-  std::string expected;
-  if (setter->second(*value, expected)) return true;
-  error = At(profile.file, param) + "\"" + *name + "\" is \"" + *value + "\", not " + expected;
-  return false;
-}
 
-/// An element of another name is a mistyped one.
-bool Expect(const char* name, const LocatedElement& element, const std::string& path) {
-  if (element.name == name) return true;
-  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%sexpected <%s>, not <%s>; ignored\n",
-                    At(path, element).c_str(), name, element.name.c_str());
-  return false;
-}
+  void WarnOfTimers() const;
 
-void WarnOfTimers(const SipProfile& profile) {
+  SipProfile& profile_;
+  const std::map<std::string, Setter> known_;
+  std::set<std::string> names_;  // of the parameters that were given
+  std::set<std::string> bad_;    // those of them whose value makes no sense
+  std::string mistakes_;
+};
+
+void ProfileReader::WarnOfTimers() const {
   constexpr uint32_t kLeast = 90;  // RFC 4028, 5
-  const SessionTimerSettings& timer = profile.session_timer;
-  const auto warn = [&profile](const char* name, const std::string& what) {
-    switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s%s\n", PlaceOfParameter(profile.file, name).c_str(),
-                      what.c_str());
+  const SessionTimerSettings& timer = profile_.session_timer;
+  const auto warn = [this](const char* name, const std::string& what) {
+    Warn(PlaceOfParameter(profile_.file, name) + what);
   };
   if (timer.least_seconds < kLeast) {
     warn("minimum-session-expires", "\"minimum-session-expires\" is " + std::to_string(timer.least_seconds) +
@@ -233,6 +277,7 @@ void WarnOfTimers(const SipProfile& profile) {
 }  // namespace
 
 bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error) {
+  profile = {};
   LocatedElement root;
   if (!ReadLocatedXml(path, root, error)) return false;
   const std::string* name = root.Attribute("name");
@@ -240,27 +285,9 @@ bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& e
     error = At(path, root) + "expected <profile name=\"...\">, not <" + root.name + ">";
     return false;
   }
-  profile = {};
   profile.file = path;
   profile.name = *name;
-  const std::map<std::string, Setter> known = Parameters(profile);
-  // Every mistake of the file, not only the first.
-  error.clear();
-  std::set<std::string> names;
-  for (const LocatedElement& section : root.children) {
-    if (!Expect("settings", section, path)) continue;
-    for (const LocatedElement& param : section.children) {
-      std::string mistake;
-      const std::string* given = param.Attribute("name");
-      if (given && !names.insert(*given).second) {
-        switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s\"%s\" stands here again; the last counts\n",
-                          At(path, param).c_str(), given->c_str());
-      }
-      if (!Expect("param", param, path) || ApplyParameter(param, known, profile, mistake)) continue;
-      error += (error.empty() ? "" : "\n") + mistake;
-    }
-  }
-  if (error.empty()) WarnOfTimers(profile);
+  error = ProfileReader(profile).Read(root);
   return error.empty();
 }
 

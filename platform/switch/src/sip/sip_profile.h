@@ -64,8 +64,10 @@ struct SipProfile {
   bool IsIpv6() const { return sip_address.find(':') != std::string::npos; }
 };
 
-/// False and `error`, as lines "file:line: what", when the file is malformed or values are out of their range. A
-/// parameter or element that is not known is logged and passed over.
+/// False and `error`, as lines "file:line: what", when the file is malformed or values are out of their range.
+/// `profile` then holds what was good, so that it can be looked at further: its context or access list is empty and its
+/// port 0 when theirs was not, and its file is empty when nothing could be read. What is not known is logged and passed
+/// over.
 bool LoadSipProfile(const std::string& path, SipProfile& profile, std::string& error);
 
 }  // namespace kvx_switch

@@ -11,9 +11,17 @@
 #include "sip/message_limits.h"
 #include "sip/sip_text.h"
 
+// What the stack's library calls with each time that it reads; exported by it, but in no header. Null in a library that
+// does not have it.
+extern "C" void (*_su_time)(su_time_t* now) __attribute__((weak));
+
 namespace kvx_switch {
 
 namespace {
+
+void DropMicroseconds(su_time_t* now) {
+  now->tv_usec -= now->tv_usec % 1000;
+}
 
 constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER, UPDATE";
 
@@ -65,6 +73,16 @@ std::string ProbeAddress(const SipProfile& profile) {
     if (!problem.empty()) return std::string(transport) + " " + HostPort(profile, profile.sip_port) + ": " + problem;
   }
   return "";
+}
+
+// The stack waits for its next timer by whole milliseconds, rounded down: with less than one left it would not wait at
+// all but look again and again until the timer is due, and with some thousand timers running that is nearly always.
+void CountWholeMilliseconds() {
+  static const bool done = [] {
+    if (&_su_time != nullptr) _su_time = DropMicroseconds;
+    return true;
+  }();
+  static_cast<void>(done);
 }
 
 nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, const SipProfile& profile) {

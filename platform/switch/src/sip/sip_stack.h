@@ -15,6 +15,9 @@ std::string HostPort(const SipProfile& profile, unsigned port);
 /// cannot, and what the system says: "tcp 127.0.0.1:5060: Address already in use".
 std::string ProbeAddress(const SipProfile& profile);
 
+/// Has the stacks of the process see the time in whole milliseconds; before the first one starts.
+void CountWholeMilliseconds();
+
 /// The stack, listening. Null when it does not start. On the SIP thread.
 nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, const SipProfile& profile);
 

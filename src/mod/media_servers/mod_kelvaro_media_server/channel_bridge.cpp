@@ -99,7 +99,7 @@ Outcome migrate_partner(const Pair& pair) {
     return failed();
   }
 
-  const auto held = hold_legs();
+  const auto held = kvx_media_server::hold_legs_to_move_one();
   if (!mod_globals->GetMSTable()->MigrateNetworkConnection(pair.refuuid, pair.ms_uuid, pair.reffsuuid)) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "ERROR - Unable to migrate Network Connection.");
     return failed_and_clean_up(pair.fsuuid);

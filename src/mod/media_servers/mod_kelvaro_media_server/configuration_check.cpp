@@ -15,10 +15,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,12 @@ std::string quoted(const char* text) {
   return "\"" + std::string(text) + "\"";
 }
 
+std::string lower_case(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
 /// The text without the blanks and line ends around it.
 std::string text_of(switch_xml_t element) {
   const std::string text = switch_xml_txt(element);
@@ -60,6 +68,15 @@ class File {
     const int line = switch_xml_line(element);
     const std::string place = path_ + (line > 0 ? ":" + std::to_string(line) : "");
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%s: %s\n", place.c_str(), what.c_str());
+  }
+
+  /// Tells of each attribute that nobody reads, and what becomes of it.
+  void ExpectAttributes(switch_xml_t element, std::initializer_list<const char*> known,
+                        const char* end = "; ignored") const {
+    for (char** at = element->attr; at && at[0]; at += 2) {
+      if (is_one_of(at[0], known, false)) continue;
+      Mistake(element, "a <" + std::string(element->name) + "> has no attribute " + quoted(at[0]) + end);
+    }
   }
 
   /// False, and told, for an element of another name: a mistyped one.
@@ -87,22 +104,25 @@ struct ModuleFile {
     if (!document) return;  // logged with its reason
     const char* directory = SWITCH_GLOBAL_dirs.conf_dir;
     const File file(std::string(directory ? directory : ".") + "/autoload_configs/" + kName + ".xml");
-    bool config_given = false;
+    std::set<std::string> names;
+    file.ExpectAttributes(configuration, {"name", "description"});
     for (switch_xml_t section = configuration->child; section; section = section->ordered) {
       if (!file.Expect(section, {"settings"})) continue;
+      file.ExpectAttributes(section, {});
       for (switch_xml_t param = section->child; param; param = param->ordered) {
-        if (!file.Expect(param, {"param"})) continue;
-        config_given = config_given || strcasecmp(switch_xml_attr_soft(param, "name"), "config") == 0;
-        ReadParam(file, param);
+        if (file.Expect(param, {"param"})) ReadParam(file, param, names);
       }
     }
-    if (!config_given) file.Mistake(configuration, "no \"config\" given");
+    if (names.count("config") == 0) file.Mistake(configuration, "no \"config\" given");
   }
 
  private:
-  void ReadParam(const File& file, switch_xml_t param) {
+  void ReadParam(const File& file, switch_xml_t param, std::set<std::string>& names) {
     const char* name = switch_xml_attr_soft(param, "name");
     const char* value = switch_xml_attr_soft(param, "value");
+    file.ExpectAttributes(param, {"name", "value"});
+    if (!names.insert(lower_case(name)).second)
+      file.Mistake(param, quoted(name) + " stands here again; the last counts");
     if (strcasecmp(name, "config") == 0) {
       ReadPath(file, param, config);
     } else if (strcasecmp(name, "statsfilter") == 0) {
@@ -128,6 +148,10 @@ struct ModuleFile {
 };
 
 void check_codec(const File& file, switch_xml_t codec) {
+  file.ExpectAttributes(codec, {});
+  for (switch_xml_t child = codec->child; child; child = child->ordered) {
+    file.Expect(child, {"sampling_rate", "bit_rate"});
+  }
   bool known = false;
   for (const media_server_codec* entry = g_codec_map; entry->codec_id != -1; ++entry) {
     if (strcmp(codec->name, entry->iana_name) != 0) continue;
@@ -170,8 +194,17 @@ switch_xml_t find_element(switch_xml_t root, const std::string& path, const std:
   return found;
 }
 
+/// Some the library ignores, some it takes for settings that it does not know.
+void expect_no_attributes(const File& file, switch_xml_t element) {
+  if (!element) return;
+  file.ExpectAttributes(element, {}, "");
+  for (switch_xml_t child = element->child; child; child = child->ordered) expect_no_attributes(file, child);
+}
+
 void check_media_servers(const File& file, const char* path, switch_xml_t root) {
+  expect_no_attributes(file, switch_xml_child(root, "media_servers"));
   for (const auto& mistake : kelvaro::jsr309::CheckConfiguration(path)) {
+    if (mistake.element.find("<xmlattr>") != std::string::npos) continue;  // told above
     const std::string element =
         mistake.element.empty() ? "" : "element " + mistake.element + ", value \"" + mistake.value + "\": ";
     file.Mistake(find_element(root, mistake.element, mistake.value), element + mistake.reason);
@@ -179,47 +212,119 @@ void check_media_servers(const File& file, const char* path, switch_xml_t root) 
 }
 #endif
 
+/// What tells a codec from others.
+std::string identity_of(switch_xml_t codec) {
+  return std::string(codec->name) + "/" + text_of(switch_xml_child(codec, "sampling_rate")) + "/" +
+         text_of(switch_xml_child(codec, "bit_rate"));
+}
+
+void expect_children(const File& file, switch_xml_t parent, std::initializer_list<const char*> names) {
+  if (!parent) return;
+  file.ExpectAttributes(parent, {});
+  for (switch_xml_t child = parent->child; child; child = child->ordered) file.Expect(child, names);
+}
+
 void check_library_file(const std::string& path) {
   const XmlDocument root(switch_xml_parse_file_as_it_is(path.c_str()));
   if (!root) return;  // logged with its line
   const File file(path);
   if (!file.Expect(root.get(), {"jsr309"})) return;
-  for (switch_xml_t child = root->child; child; child = child->ordered) file.Expect(child, {"media", "media_servers"});
-  switch_xml_t audio = switch_xml_child(switch_xml_child(switch_xml_child(root.get(), "media"), "codec"), "audio");
-  for (switch_xml_t codec = audio ? audio->child : nullptr; codec; codec = codec->ordered) check_codec(file, codec);
+  expect_children(file, root.get(), {"media", "media_servers"});
+  switch_xml_t media = switch_xml_child(root.get(), "media");
+  expect_children(file, media, {"codec"});
+  switch_xml_t codecs = switch_xml_child(media, "codec");
+  expect_children(file, codecs, {"audio"});
+  switch_xml_t audio = switch_xml_child(codecs, "audio");
+  std::set<std::string> told;
+  for (switch_xml_t codec = audio ? audio->child : nullptr; codec; codec = codec->ordered) {
+    check_codec(file, codec);
+    if (!told.insert(identity_of(codec)).second)
+      file.Mistake(codec, "codec \"" + std::string(codec->name) + "\" stands here again; ignored");
+  }
   if (!audio) file.Mistake(root.get(), "no element jsr309.media.codec.audio: no codec will be offered");
 #ifdef KVX_LIBRARY_CHECKS_CONFIGURATION
   check_media_servers(file, path.c_str(), root.get());
 #endif
 }
 
-void check_figure(const File& file, switch_xml_t figure) {
-  if (!is_one_of(figure->name,
-                 {"active_calls", "max_calls", "active_calls_percentage", "max_calls_percentage", "min_duration",
-                  "max_duration", "avg_duration"},
-                 true)) {
-    file.Mistake(figure, "no figure \"" + std::string(figure->name) + "\": its column stays empty");
-  }
-  for (switch_xml_t child = figure->child; child; child = child->ordered) {
-    if (!file.Expect(child, {"application", "viewname", "xmlviewname"})) continue;
-    const std::string text = text_of(child);
-    if (strcmp(child->name, "application") == 0 && !is_one_of(text.c_str(), {"usage", "duration", "hardware"}, false)) {
-      file.Mistake(child, "no report \"" + text + "\": it is usage, duration or hardware");
-    } else if (strcmp(child->name, "xmlviewname") == 0 && text.find_first_of(" \t\r\n") != std::string::npos) {
-      file.Mistake(child, "xmlviewname \"" + text + "\" has a blank in it");
-    }
-  }
-  if (!switch_xml_child(figure, "application")) {
-    file.Mistake(figure, "no application in \"" + std::string(figure->name) + "\": no report shows it");
+/// One of what stands in a figure.
+void check_item(const File& file, switch_xml_t item, std::set<std::string>& items) {
+  const std::string text = text_of(item);
+  const std::string name = item->name;
+  file.ExpectAttributes(item, {});
+  if (!items.insert(name).second) return file.Mistake(item, "a second <" + name + ">; ignored");
+  if (name == "application") {
+    if (!is_one_of(text.c_str(), {"usage", "duration", "hardware"}, false))
+      file.Mistake(item, "no report \"" + text + "\": it is usage, duration or hardware");
+  } else if (name == "xmlviewname") {
+    if (text.find_first_of(" \t\r\n") != std::string::npos)
+      file.Mistake(item, "xmlviewname \"" + text + "\" has a blank in it");
+  } else if (text.substr(0, text.find_last_not_of('.') + 1).find('.') != std::string::npos) {
+    file.Mistake(item, "viewname \"" + text + "\" has a point in it: text reports show no value under it");
   }
 }
+
+/// Text of a view name as reports take it: points at the end are dropped.
+std::string view_of(switch_xml_t figure, const char* name) {
+  const std::string text = text_of(switch_xml_child(figure, name));
+  return text.substr(0, text.find_last_not_of('.') + 1);
+}
+
+class Figures {
+ public:
+  explicit Figures(const File& file) : file_(file) {}
+
+  void Check(switch_xml_t figure) {
+    const std::string name = figure->name;
+    file_.ExpectAttributes(figure, {});
+    if (!is_one_of(figure->name,
+                   {"active_calls", "max_calls", "active_calls_percentage", "max_calls_percentage", "min_duration",
+                    "max_duration", "avg_duration"},
+                   true)) {
+      file_.Mistake(figure, "no figure \"" + name + "\": its column stays empty");
+    }
+    std::set<std::string> items;
+    for (switch_xml_t item = figure->child; item; item = item->ordered) {
+      if (file_.Expect(item, {"application", "viewname", "xmlviewname"})) check_item(file_, item, items);
+    }
+    if (!figures_.insert(name).second) {
+      file_.Mistake(figure,
+                    "a second <" + name + ">: the first counts for both; write it in capitals to show it twice");
+      return;
+    }
+    CheckEffect(figure);
+  }
+
+ private:
+  void CheckEffect(switch_xml_t figure) {
+    const std::string name = figure->name;
+    if (!switch_xml_child(figure, "application")) {
+      file_.Mistake(figure, "no application in \"" + name + "\": no report shows it");
+    } else if (view_of(figure, "viewname").empty() && view_of(figure, "xmlviewname").empty()) {
+      file_.Mistake(figure, "no viewname and no xmlviewname in \"" + name + "\": no report shows it");
+    }
+    const std::string application = text_of(switch_xml_child(figure, "application"));
+    for (const char* kind : {"viewname", "xmlviewname"}) {
+      const std::string view = view_of(figure, kind);
+      if (view.empty() || views_.insert(application + " " + kind + " " + view).second) continue;
+      file_.Mistake(switch_xml_child(figure, kind),
+                    std::string(kind) + " \"" + view + "\" is that of another figure of the same report");
+    }
+  }
+
+  const File& file_;
+  std::set<std::string> figures_;  // names so far
+  std::set<std::string> views_;    // columns so far, with their reports
+};
 
 void check_statistics_filter(const std::string& path) {
   const XmlDocument root(switch_xml_parse_file_as_it_is(path.c_str()));
   if (!root) return;  // logged with its line
   const File file(path);
   if (!file.Expect(root.get(), {"statsconfig"})) return;
-  for (switch_xml_t figure = root->child; figure; figure = figure->ordered) check_figure(file, figure);
+  file.ExpectAttributes(root.get(), {});
+  Figures figures(file);
+  for (switch_xml_t figure = root->child; figure; figure = figure->ordered) figures.Check(figure);
 }
 
 }  // namespace

@@ -1,18 +1,21 @@
 #include "fs_uuid_table.h"
 
-#include <boost/thread/lock_guard.hpp>
 #include <boost/uuid/nil_generator.hpp>
 
+#include "brief_guard.h"
 #include "module_log.h"
 
 namespace kvx_media_server {
 
 namespace {
 constexpr std::size_t kInitialBuckets = 11;
-using Guard = boost::lock_guard<boost::recursive_mutex>;
+constexpr float kEntriesPerBucket = 0.25;  // so few that a new one seldom has to look at another's memory
+using Guard = BriefGuard<boost::recursive_mutex>;
 }  // namespace
 
-FSUuidTable::FSUuidTable() : fsuuidtable_(kInitialBuckets) {}
+FSUuidTable::FSUuidTable() : fsuuidtable_(kInitialBuckets) {
+  fsuuidtable_.max_load_factor(kEntriesPerBucket);
+}
 
 bool FSUuidTable::RegisterMediaSessionUuid(const std::string& fs_uuid, const boost::uuids::uuid& msuuid) {
   Guard guard(mutex_);

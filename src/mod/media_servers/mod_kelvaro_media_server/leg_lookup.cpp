@@ -1,5 +1,9 @@
 #include "leg_lookup.h"
 
+#include <array>
+#include <atomic>
+#include <cstddef>
+
 #include "mod_kelvaro_media_server.h"
 
 namespace kvx_media_server {
@@ -7,9 +11,27 @@ namespace kvx_media_server {
 const char* const kNoMediaSessionMessage =
     "Cannot find Media Session in (fsuuid=%s; msuuid=%s) in media sessions Table\n";
 
+namespace {
+
+/// On a cache line of its own, or threads that take different ones would still wait for each other.
+struct alignas(64) LegsLock {
+  std::mutex mutex;
+};
+
+std::array<LegsLock, 32> legs_locks;
+
+}  // namespace
+
 std::unique_lock<std::mutex> hold_legs() {
-  static std::mutex mutex;
-  return std::unique_lock<std::mutex>(mutex);
+  static std::atomic<unsigned> threads{0};
+  thread_local const std::size_t own = threads++ % legs_locks.size();
+  return std::unique_lock<std::mutex>(legs_locks[own].mutex);
+}
+
+std::vector<std::unique_lock<std::mutex>> hold_legs_to_move_one() {
+  std::vector<std::unique_lock<std::mutex>> held;
+  for (LegsLock& lock : legs_locks) held.emplace_back(lock.mutex);
+  return held;
 }
 
 boost::optional<boost::uuids::uuid> find_media_session_uuid(const std::string& fs_uuid) {

@@ -6,6 +6,7 @@
 #include <boost/uuid/uuid.hpp>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "media_session_table.h"
 
@@ -52,9 +53,13 @@ struct OwnMediaSession {
 OwnMediaSession lock_media_session_of(const std::string& fs_uuid);
 
 /// Keeps every leg in its place. A leg that moves stands in the one table under its new session and in the other still
-/// under its old one for a moment: who moves a leg holds this until both agree, and the look-ups above hold it so that
-/// they never see that moment. Taken under a record's mutex, never the other way round.
+/// under its old one for a moment: who moves a leg holds all legs until both agree, and the look-ups above hold them so
+/// that they never see that moment. Taken under a record's mutex, never the other way round.
+///
+/// Every callback looks legs up, and hardly any moves one. So the lock is many: who looks takes that of its thread, and
+/// meets others there as seldom as there are threads enough; who moves takes all of them.
 std::unique_lock<std::mutex> hold_legs();
+std::vector<std::unique_lock<std::mutex>> hold_legs_to_move_one();
 
 /// The connection that the leg holds in that media session; empty when there is none.
 NetworkConnectionSharedPtr find_connection(const boost::uuids::uuid& ms_uuid, const std::string& fs_uuid);

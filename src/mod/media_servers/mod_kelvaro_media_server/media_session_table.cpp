@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
-#include <boost/thread/lock_guard.hpp>
 
+#include "brief_guard.h"
 #include "kelvaro/jsr309/media_session.h"
 #include "kelvaro/jsr309/network_connection.h"
 #include "module_log.h"
@@ -14,10 +14,11 @@ namespace kvx_media_server {
 namespace {
 
 constexpr std::size_t kInitialBuckets = 11;
+constexpr float kEntriesPerBucket = 0.25;  // so few that a new one seldom has to look at another's memory
 constexpr char kNoSession[] = "Media session not registered in Media Session table";
 constexpr char kNoNodes[] = "Network Connection Node list empty!";
 
-using Guard = boost::lock_guard<boost::recursive_mutex>;
+using Guard = BriefGuard<boost::recursive_mutex>;
 
 }  // namespace
 
@@ -25,7 +26,9 @@ MediaSessionTable::FSMediaSession::FSMediaSession(const MediaSessionSharedPtr& s
                                                   const MyMediaServerLostListenerSharedPtr& listener)
     : ms(session), ms_listener(listener), direct(kelvaro::jsr309::kDuplex) {}
 
-MediaSessionTable::MediaSessionTable() : msvector_(kInitialBuckets) {}
+MediaSessionTable::MediaSessionTable() : msvector_(kInitialBuckets) {
+  msvector_.max_load_factor(kEntriesPerBucket);
+}
 
 MediaSessionTable::NodeList::iterator MediaSessionTable::FindNode(NodeList& nodes, const std::string& fs_uuid) {
   NodeList::iterator node = nodes.begin();
@@ -37,12 +40,9 @@ bool MediaSessionTable::RegisterMediaSession(const MediaSessionSharedPtr& ms,
                                              const MyMediaServerLostListenerSharedPtr& listener) {
   Guard guard(mutex_);
   const boost::uuids::uuid& msuuid = listener->GetUuid();
-  if (msvector_.count(msuuid) != 0) {
-    KVX_MS_LOG(SWITCH_LOG_DEBUG, "Media session already registered in table!");
-    return false;
-  }
-  msvector_.emplace(msuuid, boost::make_shared<FSMediaSession>(ms, listener));
-  return true;
+  const bool is_new = msvector_.emplace(msuuid, boost::make_shared<FSMediaSession>(ms, listener)).second;
+  if (!is_new) KVX_MS_LOG(SWITCH_LOG_DEBUG, "Media session already registered in table!");
+  return is_new;
 }
 
 bool MediaSessionTable::RegisterNetworkConnection(const boost::uuids::uuid& msuuid,

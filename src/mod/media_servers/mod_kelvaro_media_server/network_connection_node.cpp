@@ -1,7 +1,6 @@
 #include "network_connection_node.h"
 
-#include <boost/thread/lock_guard.hpp>
-
+#include "brief_guard.h"
 #include "hangup.h"
 #include "kelvaro/jsr309/network_connection.h"
 #include "module_log.h"
@@ -9,7 +8,7 @@
 namespace kvx_media_server {
 
 namespace {
-using Guard = boost::lock_guard<boost::recursive_mutex>;
+using Guard = BriefGuard<boost::recursive_mutex>;
 }  // namespace
 
 MediaSessionTable::NetworkConnectionNode::NetworkConnectionNode(const NetworkConnectionSharedPtr& nc,

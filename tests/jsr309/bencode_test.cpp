@@ -1,11 +1,12 @@
-#include "ng_client/bencode.h"
+#include "rtpengine/bencode.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <ostream>
 
-namespace rtpengine_ng {
+namespace kelvaro::jsr309::rtpengine {
 namespace {
 
 using testing::HasSubstr;
@@ -43,6 +44,8 @@ TEST(Bencode, GivesNoTextForANumber) {
 struct Malformed {
   const char* text;
   const char* error;
+
+  friend void PrintTo(const Malformed& one, std::ostream* out) { *out << '"' << one.text << "\": " << one.error; }
 };
 
 class BencodeRefuses : public testing::TestWithParam<Malformed> {};
@@ -92,4 +95,4 @@ TEST(Bencode, RefusesEveryPartOfAMessage) {
 }
 
 }  // namespace
-}  // namespace rtpengine_ng
+}  // namespace kelvaro::jsr309::rtpengine

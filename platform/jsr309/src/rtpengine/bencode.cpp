@@ -1,8 +1,8 @@
-#include "bencode.h"
+#include "rtpengine/bencode.h"
 
 #include <charconv>
 
-namespace rtpengine_ng {
+namespace kelvaro::jsr309::rtpengine {
 namespace {
 
 void Append(const Bencode& value, std::string& out);
@@ -146,10 +146,28 @@ std::optional<Bencode> DecodeBencode(std::string_view text, std::string& error) 
   return value;
 }
 
-std::string TextOf(const Bencode::Dictionary& dictionary, const std::string& key) {
+std::string TextOf(const Dictionary& dictionary, const std::string& key) {
   const auto found = dictionary.find(key);
   const std::string* const text = found == dictionary.end() ? nullptr : found->second.Text();
   return text == nullptr ? std::string() : *text;
 }
 
-}  // namespace rtpengine_ng
+std::optional<int64_t> NumberOf(const Dictionary& dictionary, const std::string& key) {
+  const auto found = dictionary.find(key);
+  if (found == dictionary.end()) return std::nullopt;
+  if (const int64_t* const number = found->second.Number()) return *number;
+  const std::string* const text = found->second.Text();
+  if (text == nullptr) return std::nullopt;
+  int64_t number = 0;
+  const char* const end = text->data() + text->size();
+  const auto [stop, problem] = std::from_chars(text->data(), end, number);
+  if (problem != std::errc() || (stop != end && *stop != '.')) return std::nullopt;
+  return number;
+}
+
+const Dictionary* EntriesOf(const Dictionary& dictionary, const std::string& key) {
+  const auto found = dictionary.find(key);
+  return found == dictionary.end() ? nullptr : found->second.Entries();
+}
+
+}  // namespace kelvaro::jsr309::rtpengine

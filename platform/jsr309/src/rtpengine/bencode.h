@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-namespace rtpengine_ng {
+namespace kelvaro::jsr309::rtpengine {
 
 class Bencode {
  public:
@@ -51,6 +51,8 @@ class Bencode {
   std::variant<int64_t, std::string, List, Dictionary> value_;
 };
 
+using Dictionary = Bencode::Dictionary;
+
 /// Lists and dictionaries in each other: deeper is refused.
 constexpr int kBencodeDepth = 16;
 
@@ -59,6 +61,11 @@ std::string EncodeBencode(const Bencode& value);
 std::optional<Bencode> DecodeBencode(std::string_view text, std::string& error);
 
 /// The text under that key; empty when there is none, or no text.
-std::string TextOf(const Bencode::Dictionary& dictionary, const std::string& key);
+std::string TextOf(const Dictionary& dictionary, const std::string& key);
+/// The number under that key, which daemons write as a number or as text, "12" or "12.5" (cut to 12). None when there
+/// is none.
+std::optional<int64_t> NumberOf(const Dictionary& dictionary, const std::string& key);
+/// The dictionary under that key; null when there is none, or no dictionary.
+const Dictionary* EntriesOf(const Dictionary& dictionary, const std::string& key);
 
-}  // namespace rtpengine_ng
+}  // namespace kelvaro::jsr309::rtpengine

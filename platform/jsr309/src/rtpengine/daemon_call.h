@@ -1,0 +1,62 @@
+/// One leg's call on its daemon.
+///
+/// Ownership: by the endpoint, and by operations that are under way. Threads: Open and Apply one at a time, under the
+/// endpoint's gate; the rest from any thread.
+#pragma once
+
+#include "rtpengine/call_picture.h"
+#include "rtpengine/rtpengine_context.h"
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kelvaro::jsr309::rtpengine {
+
+class DaemonCall {
+ public:
+  explicit DaemonCall(std::shared_ptr<RtpengineContext> context);
+
+  /// Makes the call, for codecs and marks of the picture. False, and why, with nothing left on the daemon.
+  bool Open(CallPicture picture, NgTime deadline, std::string& error);
+  /// Where the daemon receives, from the far end and from other legs; fixed once it is open.
+  const NgPlace& leg() const { return leg_; }
+  const NgPlace& bus() const { return bus_; }
+
+  /// Brings the daemon to the picture. False, and why, when it does not follow or does not answer in time.
+  bool Apply(const CallPicture& picture, NgTime deadline, std::string& error);
+  /// The same without waiting, for a picture with no keys that Apply has not brought; posted as for
+  /// RtpengineContext::Post.
+  void Post(const CallPicture& picture, const std::shared_ptr<PostedRequests>& posted);
+  /// What the daemon counts; none, and why, when it does not tell.
+  std::optional<Dictionary> Query(NgTime deadline, std::string& error);
+  /// Does not wait; done is called on the control thread, unless the request is refused at once.
+  bool PostQuery(NgDone done) { return context_->Query(QueryOf(name_), std::move(done)); }
+  /// Waits; see RtpengineContext::EndCall.
+  bool End(NgTime deadline, std::string& error) { return context_->EndCall(name_.call_id, deadline, error); }
+  /// Does not wait.
+  void Drop() { context_->DropCall(name_.call_id); }
+
+  /// Whether the daemon has not been lost since.
+  bool IsThere() const { return context_->Has(epoch_); }
+  void ReportUnknown() const;
+  uint64_t epoch() const { return epoch_; }
+
+ private:
+  bool Exchange(const CallPicture& picture, const Dictionary& offer, NgDescription& leg, NgDescription& bus,
+                NgTime deadline, std::string& error);
+  bool ApplyKeys(const CallPicture& picture, NgTime deadline, std::string& error);
+  bool ExchangeOnOurPorts(const CallPicture& picture, const Dictionary& offer, NgTime deadline, std::string& error);
+  std::string FaultOf(const NgDescription& leg) const;
+
+  const std::shared_ptr<RtpengineContext> context_;
+  const CallName name_;
+  const uint64_t epoch_;
+  NgPlace leg_, bus_;
+  std::optional<LegCrypto::Keys> applied_keys_;
+  std::atomic<bool> applied_learning_{false};
+  std::atomic<bool> was_blocked_{false};
+};
+
+}  // namespace kelvaro::jsr309::rtpengine
