@@ -41,6 +41,7 @@ struct EmbeddedOptions {
   std::string port_quarantine_ms = "0";  // empty: the default
   std::string coalescing_us;             // empty: the default
   std::string driver = "embedded";
+  std::vector<std::string> drivers;  // of the first servers, in place of that one
   unsigned request_timeout_ms = 5000;
   std::string extra;                // XML inside every media_server
   std::vector<std::string> extras;  // and inside the first ones
@@ -166,8 +167,9 @@ class EmbeddedTest : public ::testing::Test {
     }
     int number = 0;
     for (const std::string& address : options.addresses) {
-      file << "<media_server><driver>" << options.driver << "</driver><mac>02:00:00:00:00:0" << ++number
-           << "</mac><address>" << address << "</address>\n";
+      const auto index = static_cast<size_t>(number);
+      file << "<media_server><driver>" << (index < options.drivers.size() ? options.drivers[index] : options.driver)
+           << "</driver><mac>02:00:00:00:00:0" << ++number << "</mac><address>" << address << "</address>\n";
       if (!options.public_address.empty()) file << "<public_address>" << options.public_address << "</public_address>";
       const auto [first, last] = options.rtp_ports;
       file << "<rtp_port_min>" << (first != 0 ? first : port_min_) << "</rtp_port_min><rtp_port_max>"

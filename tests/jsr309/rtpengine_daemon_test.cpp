@@ -241,6 +241,25 @@ TEST_F(RtpengineDaemons, TellSilencesOnlyOfFarEndsThatAreExpectedToSpeak) {
   EXPECT_EQ(a.listener->Events().size(), 1u);
 }
 
+TEST_F(RtpengineDaemons, TellTheSilenceOfACallThatWasEndedByAnotherHand) {
+  RtpengineDaemon daemon;
+  Start(At(daemon));
+  const auto session = NewSession();
+  const auto listener = boost::make_shared<RecordingRtpTimeoutListener>();
+  Leg leg;
+  leg.connection = NewConnection(session);
+  ASSERT_TRUE(leg.connection->AddListener(listener));
+  AddCodec(leg.local);
+  leg.local.SetRtpTimeoutSec(MediaConfig::RTP_TIMEOUT_PENDING, 2);
+  ASSERT_TRUE(leg.connection->GetLocalOffer(leg.local));
+  ASSERT_TRUE(leg.connection->SetRemoteAnswer(RemoteOf(leg)));
+  EndCallsOn(daemon);
+  ASSERT_EQ(CallsOn(daemon), 0u);
+  ASSERT_TRUE(listener->WaitForEvents(1, seconds(30)));
+  EXPECT_FALSE(listener->Events()[0].active_);
+  EXPECT_TRUE(factory().IsMediaServerAvailable());
+}
+
 TEST_F(RtpengineDaemons, TakeTwoHundredCallsAtOnceFromManyThreadsEvenlyAndLetThemSpeak) {
   constexpr int kThreads = 8, kCallsEach = 25;
   RtpengineDaemon one, other;
@@ -332,7 +351,10 @@ TEST_F(RtpengineDaemons, SayOncePerServerWhatTheyDoNotSupport) {
   EXPECT_THAT(named, testing::UnorderedElementsAre(
                          "JitterMode and delays: the daemon's own jitter-buffer option counts for all calls",
                          "CngSuppressionFlag: comfort noise is passed on as it comes",
-                         "Ipv4TimeToLive and Ipv6HopLimit: they are those of the daemon's host"));
+                         "Ipv4TimeToLive and Ipv6HopLimit: they are those of the daemon's host",
+                         "rtp_port_min: the daemon's own port-min option counts",
+                         "rtp_port_max: the daemon's own port-max option counts",
+                         "threads: the daemon's own num-threads option counts"));
 }
 
 }  // namespace

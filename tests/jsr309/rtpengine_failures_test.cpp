@@ -3,6 +3,7 @@
 
 #include "kelvaro/jsr309/configuration_check.h"
 
+#include <atomic>
 #include <functional>
 
 namespace {
@@ -148,9 +149,9 @@ TEST_F(RtpengineFailures, ACallThatTheDaemonHasEndedByItselfIsNotTakenForANewOne
 }
 
 TEST_F(RtpengineFailures, SettingsThatAreWrongAreRefusedByFileElementAndValue) {
-  const std::string control = "not a numeric address and a port, as in 192.0.2.1:2223";
+  const std::string control = "not an address or a name, and a port, as in 192.0.2.1:2223";
   for (const char* value :
-       {"127.0.0.1", "localhost:2223", "127.0.0.1:0", "127.0.0.1:70000", "::1:2223", ":2223", "x"}) {
+       {"127.0.0.1", "256.0.0.1:2223", "media_1:2223", "127.0.0.1:0", "127.0.0.1:70000", "::1:2223", ":2223", "x"}) {
     ExpectRefused("<control>" + std::string(value) + "</control>", "control", value, control);
   }
   ExpectRefused("", "control", "", "missing");
@@ -161,6 +162,43 @@ TEST_F(RtpengineFailures, SettingsThatAreWrongAreRefusedByFileElementAndValue) {
   }
   ExpectRefused(right + "<interface>pub/1</interface>", "interface", "pub/1", "not the name of an interface");
   ExpectRefused(right + "<colour>blue</colour>", "colour", "blue", "not known to the rtpengine driver");
+}
+
+TEST_F(RtpengineFailures, TheDaemonIsFoundByItsName) {
+  NgServer server([](const NgServer::Frame& request, int) { return NgServer::Reply(request, {{"result", "pong"}}); });
+  EmbeddedOptions options = At("127.0.0.1", server.Port());
+  options.extras = {"<control>localhost:" + std::to_string(server.Port()) + "</control>"};
+  options.request_timeout_ms = 20000;
+  Start(options);
+  EXPECT_TRUE(factory().IsMediaServerAvailable());
+}
+
+TEST_F(RtpengineFailures, ANameThatNobodyHasIsRefused) {
+  // Longer than a label may be: no name server is asked.
+  const std::string name(64, 'x');
+  EmbeddedOptions options = At("127.0.0.1", 9);
+  options.extras = {"<control>" + name + ":2223</control>"};
+  EXPECT_FALSE(Init(options));
+  EXPECT_TRUE(logger().Has(kelvaro::ERROR_LOG_LEVEL,
+                           Element("control") + ", value \"" + name + ":2223\": the name cannot be resolved: "));
+}
+
+TEST_F(RtpengineFailures, DaemonsAreWaitedForAllAtOnceWhenTheFactoryStarts) {
+  std::atomic<bool> other_is_asked{false};
+  // The first answers nothing before the second was asked.
+  NgServer first([&](const NgServer::Frame& request, int) {
+    return other_is_asked ? NgServer::Reply(request, {{"result", "pong"}}) : NgServer::Answers();
+  });
+  NgServer second([&](const NgServer::Frame& request, int) {
+    other_is_asked = true;
+    return NgServer::Reply(request, {{"result", "pong"}});
+  });
+  EmbeddedOptions options = At("127.0.0.1", first.Port());
+  options.addresses.push_back("127.0.0.2");
+  options.extras.push_back("<control>127.0.0.1:" + std::to_string(second.Port()) + "</control>");
+  options.request_timeout_ms = 20000;
+  Start(options);
+  EXPECT_FALSE(logger().Has(kelvaro::WARN_LOG_LEVEL, "does not answer"));
 }
 
 TEST_F(RtpengineFailures, ACheckOfTheConfigurationNamesEveryMistakeAndAsksNobody) {

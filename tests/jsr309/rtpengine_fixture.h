@@ -43,15 +43,12 @@ class RtpengineTest : public EmbeddedTest {
   static void Resume(const RtpengineDaemon& daemon) { ASSERT_EQ(kill(daemon.Pid(), SIGCONT), 0); }
 
   /// How many calls the daemon has.
-  static std::size_t CallsOn(const RtpengineDaemon& daemon) {
-    using namespace kelvaro::jsr309::rtpengine;
-    NgControl control({daemon.Address(), daemon.ControlPort(), "test"},
-                      std::make_shared<kelvaro::jsr309::GuardedLogger>(nullptr));
-    std::string error;
-    if (!control.Start(nullptr, error)) throw std::runtime_error(error);
-    const auto reply = control.Ask({{"command", "list"}, {"limit", 1000}}, std::chrono::seconds(10), error);
-    if (!reply) throw std::runtime_error(error);
-    return reply->at("calls").Items()->size();
+  static std::size_t CallsOn(const RtpengineDaemon& daemon) { return ListCalls(daemon).size(); }
+  /// As an operator does.
+  static void EndCallsOn(const RtpengineDaemon& daemon) {
+    for (const auto& call : ListCalls(daemon)) {
+      Command(daemon, {{"command", "delete"}, {"call-id", *call.Text()}, {"delete-delay", 0}});
+    }
   }
   template <typename Condition>
   static bool Eventually(Condition condition) {
@@ -64,6 +61,20 @@ class RtpengineTest : public EmbeddedTest {
   }
 
  private:
+  static kelvaro::jsr309::rtpengine::Dictionary Command(const RtpengineDaemon& daemon,
+                                                        const kelvaro::jsr309::rtpengine::Dictionary& command) {
+    using namespace kelvaro::jsr309::rtpengine;
+    NgControl control({daemon.Address(), daemon.ControlPort(), "test"},
+                      std::make_shared<kelvaro::jsr309::GuardedLogger>(nullptr));
+    std::string error;
+    if (!control.Start(nullptr, error)) throw std::runtime_error(error);
+    auto reply = control.Ask(command, std::chrono::seconds(10), error);
+    if (!reply) throw std::runtime_error(error);
+    return *reply;
+  }
+  static kelvaro::jsr309::rtpengine::Bencode::List ListCalls(const RtpengineDaemon& daemon) {
+    return *Command(daemon, {{"command", "list"}, {"limit", 1000}}).at("calls").Items();
+  }
   static bool IsSuspended(pid_t process) {
     for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
       std::ifstream file(thread.path() / "stat");

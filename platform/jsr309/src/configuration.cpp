@@ -80,6 +80,7 @@ class ServerReader {
     for (const char* name : {"mac", "address"}) {
       if (!Seen(name)) mistakes_.Add({Path(name), "", "missing"});
     }
+    server_.settings.given = seen_;
     if (server_.settings.rtp_port_min >= server_.settings.rtp_port_max) {
       mistakes_.Add({Path("rtp_port_min"), std::to_string(server_.settings.rtp_port_min),
                      "not below rtp_port_max, which is " + std::to_string(server_.settings.rtp_port_max)});

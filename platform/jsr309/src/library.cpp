@@ -38,6 +38,7 @@ bool Library::Open(const Configuration& configuration, SettingError& refusal) {
     ShutDownServers();
     return false;
   }
+  for (const auto& driver : drivers_) driver.second->AwaitServers();
   events_.Start();
   const std::lock_guard<BriefMutex> lock(mutex_);
   state_ = State::kRunning;

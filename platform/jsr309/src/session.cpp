@@ -47,7 +47,13 @@ std::shared_ptr<Endpoint> Session::CreateEndpoint(const char* endpoint_log_id) {
 }
 
 bool Session::ImportEndpoint(const std::shared_ptr<Endpoint>& endpoint) {
-  if (endpoint->library != library || endpoint->server.driver != server.driver) return false;
+  if (endpoint->library != library) return false;
+  if (endpoint->server.driver != server.driver) {
+    KELVARO_LOG(library->logger(), ERROR_LOG_LEVEL, log_id,
+                "Refused import of endpoint " + endpoint->log_id + ": it is on media server " +
+                    endpoint->server.addresses.front() + ", whose driver is not that of " + server.addresses.front());
+    return false;
+  }
   {
     const std::lock_guard<BriefMutex> lock(library->mutex());
     if (ended || lost || endpoint->importing) return false;

@@ -22,8 +22,8 @@ uint16_t RtcpPortOf(const NgDescription& description) {
 
 }  // namespace
 
-DaemonCall::DaemonCall(std::shared_ptr<RtpengineContext> context)
-    : context_(std::move(context)), name_{context_->NewCall(), context_->interface()}, epoch_(context_->Epoch()) {}
+DaemonCall::DaemonCall(std::shared_ptr<RtpengineContext> context, uint64_t epoch)
+    : context_(std::move(context)), name_{context_->NewCall(epoch), context_->interface()}, epoch_(epoch) {}
 
 bool DaemonCall::Open(CallPicture picture, NgTime deadline, std::string& error) {
   picture.leg = picture.bus = Discarded(context_->family());

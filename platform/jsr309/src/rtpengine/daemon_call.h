@@ -16,7 +16,7 @@ namespace kelvaro::jsr309::rtpengine {
 
 class DaemonCall {
  public:
-  explicit DaemonCall(std::shared_ptr<RtpengineContext> context);
+  explicit DaemonCall(const std::shared_ptr<RtpengineContext>& context) : DaemonCall(context, context->Epoch()) {}
 
   /// Makes the call, for codecs and marks of the picture. False, and why, with nothing left on the daemon.
   bool Open(CallPicture picture, NgTime deadline, std::string& error);
@@ -35,6 +35,8 @@ class DaemonCall {
   bool PostQuery(NgDone done) { return context_->Query(QueryOf(name_), std::move(done)); }
   /// Waits; see RtpengineContext::EndCall.
   bool End(NgTime deadline, std::string& error) { return context_->EndCall(name_.call_id, deadline, error); }
+  /// What an operation that is under way asks from now on is refused; for End or Drop to follow.
+  void Condemn() { context_->CondemnCall(name_.call_id); }
   /// Does not wait.
   void Drop() { context_->DropCall(name_.call_id); }
 
@@ -44,6 +46,8 @@ class DaemonCall {
   uint64_t epoch() const { return epoch_; }
 
  private:
+  /// A call that is made while the daemon is lost and comes back belongs to before the loss.
+  DaemonCall(std::shared_ptr<RtpengineContext> context, uint64_t epoch);
   bool Exchange(const CallPicture& picture, const Dictionary& offer, NgDescription& leg, NgDescription& bus,
                 NgTime deadline, std::string& error);
   bool ApplyKeys(const CallPicture& picture, NgTime deadline, std::string& error);

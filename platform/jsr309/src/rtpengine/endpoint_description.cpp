@@ -78,9 +78,10 @@ std::string RtpengineEndpoint::DescribeLocal(MediaConfig& config, bool offer) {
   FillLocal(call->leg(), config);
   {
     const Lock lock(context_->books().mutex);
+    const milliseconds interval = silence_.Interval();
     if (!config.GetUdpPassThru()) TakeTimeouts(config, silence_);
     silence_.Described(now);
-    if (std::exchange(is_watched_, true)) return "";
+    if (std::exchange(is_watched_, true) && silence_.Interval() == interval) return "";
   }
   context_->Watch(weak_from_this());
   return "";
@@ -202,6 +203,7 @@ std::string RtpengineEndpoint::Commit(const LegRecord& next, const Call& call, N
   }
   {
     const Lock lock(context_->books().mutex);
+    former.KeepFound(record_);
     record_ = former;
     call_ = former_call;
     ++changes_;
@@ -213,13 +215,8 @@ std::string RtpengineEndpoint::Commit(const LegRecord& next, const Call& call, N
 
 void RtpengineEndpoint::TakeRecord(const LegRecord& next, std::vector<Self>& parted) {
   const LegRecord before = std::exchange(record_, next);
-  if (next.far_end == before.far_end) {
-    // May have been found meanwhile.
-    record_.found = before.found;
-    record_.learning = before.learning;
-  } else {
-    is_learning_applied_ = false;
-  }
+  record_.KeepFound(before);
+  if (!(next.far_end == before.far_end)) is_learning_applied_ = false;
   const NgTime now = NgTime::clock::now();
   KeepLearning(now);
   ++changes_;

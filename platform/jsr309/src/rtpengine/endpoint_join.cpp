@@ -46,6 +46,21 @@ std::string RtpengineEndpoint::CheckJoin(Direction direction, const RtpengineEnd
 std::string RtpengineEndpoint::JoinWith(Direction direction, const Self& other) {
   const NgTime now = NgTime::clock::now();
   const NgTime deadline = std::min(context_->DeadlineFrom(now), other->context_->DeadlineFrom(now));
+  const std::string refusal = TryJoin(direction, other, now, deadline);
+  if (refusal.empty()) return "";
+  // Whatever the two were before.
+  std::vector<Self> parted;
+  {
+    const Lock lock(context_->books().mutex);
+    if (partner_.lock() == other) Part(parted, now);
+  }
+  const auto posted = std::make_shared<PostedRequests>();
+  SettleAll(parted, posted);
+  posted->Wait(deadline);
+  return refusal;
+}
+
+std::string RtpengineEndpoint::TryJoin(Direction direction, const Self& other, NgTime now, NgTime deadline) {
   const GatePass pass(gate_, other->gate_, deadline);
   if (!pass) return kBusy;
   for (RtpengineEndpoint* one : {this, other.get()}) {
@@ -56,33 +71,23 @@ std::string RtpengineEndpoint::JoinWith(Direction direction, const Self& other) 
   {
     const Lock lock(context_->books().mutex);
     refusal = CheckJoin(direction, *other);
-    if (refusal.empty()) {
-      LinkWith(*other, GoesForward(direction), GoesBackward(direction), parted, now);
-      loss = PlanBus(record_.codecs, other->record_.codecs).loss;
-    } else if (partner_.lock() == other) {
-      Part(parted, now);
-    }
+    if (!refusal.empty()) return refusal;
+    LinkWith(*other, GoesForward(direction), GoesBackward(direction), parted, now);
+    loss = PlanBus(record_.codecs, other->record_.codecs).loss;
   }
   const auto posted = std::make_shared<PostedRequests>();
   SettleAll(parted, posted);
   if (!loss.empty()) context_->NameUnsupported(loss, "they reach the other leg under the type they came with");
-  if (refusal.empty()) refusal = SettleJoin(other, deadline);
+  refusal = SettleJoin(other, deadline);
   posted->Wait(deadline);
   return refusal;
 }
 
 std::string RtpengineEndpoint::SettleJoin(const Self& other, NgTime deadline) {
   std::string error;
-  const bool settled = Settle(deadline, error) && other->Settle(deadline, error);
-  std::vector<Self> parted;
-  {
-    const Lock lock(context_->books().mutex);
-    if (partner_.lock() != other) return settled ? "another operation has dissolved the join" : error;
-    if (settled) return "";
-    Part(parted, NgTime::clock::now());
-  }
-  SettleAll(parted, nullptr);
-  return error;
+  if (!Settle(deadline, error) || !other->Settle(deadline, error)) return error;
+  const Lock lock(context_->books().mutex);
+  return partner_.lock() == other ? "" : "another operation has dissolved the join";
 }
 
 bool RtpengineEndpoint::Unjoin(const std::shared_ptr<ServerEndpoint>& server_endpoint) {

@@ -72,15 +72,17 @@ void RtpengineEndpoint::StopLearningIfFound(const Call& call, NgTime deadline) {
 
 NgTime RtpengineEndpoint::LookAtPackets(NgTime now) {
   Call call;
+  NgTime next;
   {
     const Lock lock(context_->books().mutex);
     if (session_ == nullptr || call_ == nullptr || !call_->IsThere()) return NgTime::max();
     milliseconds interval = silence_.Interval();
     if (record_.learning) interval = interval.count() == 0 ? kLearningInterval : std::min(interval, kLearningInterval);
     if (interval.count() == 0) return NgTime::max();
-    if (now < next_look_) return next_look_;
-    next_look_ = now + interval;
-    if (is_looked_at_) return next_look_;
+    if (now < last_look_ + interval) return last_look_ + interval;
+    last_look_ = now;
+    next = now + interval;
+    if (is_looked_at_) return next;
     is_looked_at_ = true;
     call = call_;
   }
@@ -91,9 +93,10 @@ NgTime RtpengineEndpoint::LookAtPackets(NgTime now) {
     const Lock lock(self->context_->books().mutex);
     self->is_looked_at_ = false;
   });
+  if (asked) return next;
   const Lock lock(context_->books().mutex);
-  if (!asked) is_looked_at_ = false;
-  return next_look_;
+  is_looked_at_ = false;
+  return next;
 }
 
 void RtpengineEndpoint::TakePackets(const Dictionary& query, NgTime asked_at) {

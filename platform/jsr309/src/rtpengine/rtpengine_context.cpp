@@ -13,8 +13,8 @@ namespace {
 
 /// Between attempts to end calls that the daemon did not confirm as ended.
 constexpr milliseconds kCondemnedInterval{5000};
-/// Between looks at endpoints, however many there are.
-constexpr milliseconds kShortestRest{20};
+/// Between looks at endpoints, however many there are: those that are due in the meantime are looked at together.
+constexpr milliseconds kShortestRest{50};
 /// Whatever else happens, the control thread looks around then.
 constexpr milliseconds kLongestRest{1000};
 /// For what nobody waits for. A reply may take that long on a busy host.
@@ -49,9 +49,11 @@ bool RtpengineContext::Start(std::string& error) {
   return control_.Start(this, error);
 }
 
-bool RtpengineContext::AwaitAnswer(milliseconds limit) {
+bool RtpengineContext::AwaitAnswer(NgTime deadline) {
+  if (IsAlive()) return true;
   std::string ignored;
-  return control_.Ask({{"command", "ping"}}, limit, ignored).has_value();
+  const auto left = std::chrono::ceil<milliseconds>(deadline - NgTime::clock::now());
+  return left.count() > 0 && control_.Ask({{"command", "ping"}}, left, ignored).has_value();
 }
 
 void RtpengineContext::Stop(milliseconds limit) {
@@ -120,52 +122,60 @@ bool RtpengineContext::Query(const Dictionary& request, NgDone done) {
   return control_.Post(request, milliseconds(settings_.request_timeout_ms), std::move(done));
 }
 
-std::string RtpengineContext::NewCall() {
-  const uint64_t epoch = Epoch();
+std::string RtpengineContext::NewCall(uint64_t epoch) {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::string call_id = prefix_ + std::to_string(++last_call_);
   calls_.emplace(call_id, epoch);
   return call_id;
 }
 
-void RtpengineContext::Forget(const std::string& call_id) {
+void RtpengineContext::CondemnCall(const std::string& call_id) {
   const std::lock_guard<std::mutex> lock(mutex_);
+  if (calls_.count(call_id) != 0) condemned_.insert(call_id);
+}
+
+void RtpengineContext::DeleteIsOver(const std::string& call_id, bool gone) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  deletes_.erase(deletes_.find(call_id));
+  if (!gone) return;
   condemned_.erase(call_id);
   calls_.erase(call_id);
   fewer_calls_.notify_all();
 }
 
 bool RtpengineContext::EndCall(const std::string& call_id, NgTime deadline, std::string& error) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    condemned_.insert(call_id);
-  }
   const auto left = std::chrono::ceil<milliseconds>(deadline - NgTime::clock::now());
-  const std::optional<Dictionary> reply =
-      IsAlive() && left.count() > 0 ? control_.Ask(DeleteOf(call_id), left, error) : std::nullopt;
-  if (!reply) {
-    if (error.empty()) error = Name() + " is lost";
-    DropCall(call_id);
-    return false;
+  bool gone = false;
+  if (IsAlive() && left.count() > 0) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      if (calls_.count(call_id) == 0) return true;
+      condemned_.insert(call_id);
+      deletes_.insert(call_id);
+    }
+    // What it does not know is not there.
+    gone = control_.Ask(DeleteOf(call_id), left, error).has_value();
+    DeleteIsOver(call_id, gone);
   }
-  // What it does not know is not there.
-  Forget(call_id);
-  return true;
+  if (gone) return true;
+  if (error.empty()) error = Name() + " is lost";
+  DropCall(call_id);
+  return false;
 }
 
 void RtpengineContext::DropCall(const std::string& call_id) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (calls_.count(call_id) == 0) return;
-    condemned_.insert(call_id);
-  }
+  CondemnCall(call_id);
   if (IsAlive()) PostDelete(call_id);
 }
 
 void RtpengineContext::PostDelete(const std::string& call_id) {
-  control_.Post(DeleteOf(call_id), kPostedLimit, [this, call_id](const NgResult& result) {
-    if (result.reply) Forget(call_id);
-  });
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (calls_.count(call_id) == 0) return;
+    deletes_.insert(call_id);
+  }
+  const auto done = [this, call_id](const NgResult& result) { DeleteIsOver(call_id, result.reply.has_value()); };
+  if (!control_.Post(DeleteOf(call_id), kPostedLimit, done)) DeleteIsOver(call_id, false);
 }
 
 void RtpengineContext::EndFormerCalls() {
@@ -183,16 +193,26 @@ void RtpengineContext::EndCondemned(NgTime now) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (now < next_condemned_ || stopped_) return;
     next_condemned_ = now + kCondemnedInterval;
-    calls.assign(condemned_.begin(), condemned_.end());
+    for (const std::string& call_id : condemned_) {
+      if (deletes_.count(call_id) == 0) calls.push_back(call_id);
+    }
   }
   if (!IsAlive()) return;
   for (const std::string& call_id : calls) PostDelete(call_id);
 }
 
-void RtpengineContext::Watch(std::weak_ptr<RtpengineEndpoint> endpoint) {
+void RtpengineContext::Watch(const std::weak_ptr<RtpengineEndpoint>& endpoint) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    watched_.push_back(std::move(endpoint));
+    const auto same = [&endpoint](const Watched& one) {
+      return !one.endpoint.owner_before(endpoint) && !endpoint.owner_before(one.endpoint);
+    };
+    const auto found = std::find_if(watched_.begin(), watched_.end(), same);
+    if (found == watched_.end()) {
+      watched_.push_back({endpoint, NgTime::min()});
+    } else {
+      found->next = NgTime::min();
+    }
   }
   control_.WakeListener();
 }
@@ -203,18 +223,33 @@ NgTime RtpengineContext::OnTime(NgTime now) {
   return std::min({next, now + kLongestRest, LookAtEndpoints(now)});
 }
 
+std::vector<std::pair<std::size_t, std::shared_ptr<RtpengineEndpoint>>> RtpengineContext::TakeDueEndpoints(NgTime now) {
+  std::vector<std::pair<std::size_t, std::shared_ptr<RtpengineEndpoint>>> due;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto gone = [now](const Watched& one) { return one.next <= now && one.endpoint.expired(); };
+  watched_.erase(std::remove_if(watched_.begin(), watched_.end(), gone), watched_.end());
+  for (std::size_t i = 0; i < watched_.size(); ++i) {
+    if (watched_[i].next > now) continue;
+    watched_[i].next = now + kLongestRest;
+    if (auto endpoint = watched_[i].endpoint.lock()) due.emplace_back(i, std::move(endpoint));
+  }
+  return due;
+}
+
+/// Endpoints take a lock that all operations of the driver want, so only those that are due are asked.
 NgTime RtpengineContext::LookAtEndpoints(NgTime now) {
-  std::vector<std::shared_ptr<RtpengineEndpoint>> endpoints;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto gone = [](const std::weak_ptr<RtpengineEndpoint>& endpoint) { return endpoint.expired(); };
-    watched_.erase(std::remove_if(watched_.begin(), watched_.end(), gone), watched_.end());
-    for (const auto& watched : watched_) endpoints.push_back(watched.lock());
-  }
+  const auto due = TakeDueEndpoints(now);
+  std::vector<NgTime> looks;
+  looks.reserve(due.size());
+  for (const auto& one : due) looks.push_back(one.second->LookAtPackets(now));
   NgTime next = NgTime::max();
-  for (const auto& endpoint : endpoints) {
-    if (endpoint) next = std::min(next, endpoint->LookAtPackets(now));
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (std::size_t i = 0; i < due.size(); ++i) {
+    NgTime& look = watched_[due[i].first].next;
+    // Unless somebody wants it sooner since.
+    if (look > now) look = std::min(look, looks[i]);
   }
+  for (const Watched& one : watched_) next = std::min(next, one.next);
   return next == NgTime::max() ? next : std::max(next, now + kShortestRest);
 }
 

@@ -20,6 +20,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvaro::jsr309::rtpengine {
@@ -28,6 +29,7 @@ class RtpengineEndpoint;
 
 /// The driver's own settings of a server.
 struct RtpengineSettings {
+  std::string control_host;     ///< as configured: an address or a name
   std::string control_address;  ///< numeric
   uint16_t control_port = 0;
   std::string interface;  ///< by its name in the daemon's settings; empty for the daemon's first
@@ -71,7 +73,7 @@ class RtpengineContext : private NgListener {
 
   bool Start(std::string& error);
   /// Whether the daemon has answered by then.
-  bool AwaitAnswer(milliseconds limit);
+  bool AwaitAnswer(NgTime deadline);
   /// Ends every call and then the control channel, within that time.
   void Stop(milliseconds limit);
 
@@ -99,8 +101,10 @@ class RtpengineContext : private NgListener {
   /// Does not wait; done is called on the control thread, unless the request is refused at once.
   bool Query(const Dictionary& request, NgDone done);
 
-  /// A name for a new call, which counts as being there from now on.
-  std::string NewCall();
+  /// A name for a new call of that epoch, which counts as being there from now on.
+  std::string NewCall(uint64_t epoch);
+  /// The call is about to be ended: whatever else is asked of it from now on is refused.
+  void CondemnCall(const std::string& call_id);
   /// Waits for the daemon. Whether it has no such call now; if it did not say so, that is asked for again and again.
   bool EndCall(const std::string& call_id, NgTime deadline, std::string& error);
   /// Does not wait.
@@ -108,24 +112,30 @@ class RtpengineContext : private NgListener {
   /// The daemon is there again: what was made before it was lost is not to stay.
   void EndFormerCalls();
 
-  /// Looks at the endpoint's packets from now on, when it wants them looked at.
-  void Watch(std::weak_ptr<RtpengineEndpoint> endpoint);
-  /// What a watched endpoint wants has changed.
-  void WakeWatch() { control_.WakeListener(); }
+  /// Looks at the endpoint's packets from now on, when it wants them looked at; the first time at once. Again when what
+  /// it wants has changed.
+  void Watch(const std::weak_ptr<RtpengineEndpoint>& endpoint);
 
   void Log(LogLevel level, const std::string& text) const;
   /// Names a setting that was asked for and is not there: once per name, however many calls ask for it.
   void NameUnsupported(const std::string& setting, const std::string& consequence);
 
  private:
+  struct Watched {
+    std::weak_ptr<RtpengineEndpoint> endpoint;
+    NgTime next;  // look
+  };
+
   void OnAnswer(NgTime now) override { watch_.OnAnswer(now); }
   void OnRefused(NgTime now) override { watch_.OnRefused(now); }
   NgTime OnTime(NgTime now) override;
   NgTime LookAtEndpoints(NgTime now);
+  std::vector<std::pair<std::size_t, std::shared_ptr<RtpengineEndpoint>>> TakeDueEndpoints(NgTime now);
   NgCondition WantedFor(const Dictionary& request);
   void EndCondemned(NgTime now);
   void PostDelete(const std::string& call_id);
-  void Forget(const std::string& call_id);
+  /// What became of a delete: whether the daemon has no such call now.
+  void DeleteIsOver(const std::string& call_id, bool gone);
   bool WaitForNoCalls(NgTime deadline);
 
   const MediaServerSettings settings_;
@@ -137,13 +147,14 @@ class RtpengineContext : private NgListener {
 
   std::mutex mutex_;
   std::condition_variable fewer_calls_;
-  uint64_t last_call_ = 0;                                 // guarded by mutex_
-  std::map<std::string, uint64_t> calls_;                  // guarded by mutex_; name, epoch
-  std::set<std::string> condemned_;                        // guarded by mutex_; of calls_, to be ended
-  NgTime next_condemned_{};                                // guarded by mutex_
-  std::vector<std::weak_ptr<RtpengineEndpoint>> watched_;  // guarded by mutex_
-  std::set<std::string> named_;                            // guarded by mutex_
-  bool stopped_ = false;                                   // guarded by mutex_
+  uint64_t last_call_ = 0;                 // guarded by mutex_
+  std::map<std::string, uint64_t> calls_;  // guarded by mutex_; name, epoch
+  std::set<std::string> condemned_;        // guarded by mutex_; of calls_, to be ended
+  std::multiset<std::string> deletes_;     // guarded by mutex_; calls whose delete is under way
+  NgTime next_condemned_{};                // guarded by mutex_
+  std::vector<Watched> watched_;           // guarded by mutex_; taken out on the control thread only
+  std::set<std::string> named_;            // guarded by mutex_
+  bool stopped_ = false;                   // guarded by mutex_
 
   NgControl control_;
   DaemonWatch watch_;

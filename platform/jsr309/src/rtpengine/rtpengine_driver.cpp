@@ -3,13 +3,21 @@
 #include "address_text.h"
 #include "rtpengine/rtpengine_server.h"
 
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <charconv>
+#include <memory>
 #include <utility>
 
 namespace kelvaro::jsr309 {
 namespace {
 
+using rtpengine::milliseconds;
+using rtpengine::NgTime;
 using rtpengine::RtpengineBooks;
+using rtpengine::RtpengineContext;
 using rtpengine::RtpengineServer;
 using rtpengine::RtpengineSettings;
 
@@ -22,22 +30,56 @@ bool ParseNumber(const std::string& text, Number& number) {
   return !text.empty() && problem == std::errc() && end == text.data() + text.size();
 }
 
-/// "192.0.2.1:2223" or "[2001:db8::1]:2223".
+/// Digits and dots alone are an address that is wrong.
+bool IsName(const std::string& host) {
+  const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  const auto fits = [letter](char c) { return letter(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; };
+  return std::all_of(host.begin(), host.end(), fits) && std::any_of(host.begin(), host.end(), letter);
+}
+
+/// "192.0.2.1:2223", "[2001:db8::1]:2223" or "media1.example.net:2223".
 bool ParseControl(const std::string& text, RtpengineSettings& own) {
   const auto colon = text.rfind(':');
   if (colon == std::string::npos) return false;
-  const std::string host = text.substr(0, colon);
+  own.control_host = text.substr(0, colon);
   // An IPv6 literal without brackets leaves open where it ends.
-  if (host.find(':') != std::string::npos && host.front() != '[') return false;
-  if (!ParseIp(host) || !ParseNumber(text.substr(colon + 1), own.control_port) || own.control_port == 0) return false;
-  own.control_address = WithoutBrackets(host);
+  if (own.control_host.find(':') != std::string::npos && own.control_host.front() != '[') return false;
+  if (!ParseIp(own.control_host) && !IsName(own.control_host)) return false;
+  return ParseNumber(text.substr(colon + 1), own.control_port) && own.control_port != 0;
+}
+
+/// Of a name's addresses, the first of the media address's family, or else the first.
+bool Resolve(const MediaServerSettings& settings, RtpengineSettings& own, std::string& error) {
+  if (ParseIp(own.control_host)) {
+    own.control_address = WithoutBrackets(own.control_host);
+    return true;
+  }
+  addrinfo hints{}, *list = nullptr;
+  hints.ai_socktype = SOCK_DGRAM;
+  const int problem = getaddrinfo(own.control_host.c_str(), nullptr, &hints, &list);
+  if (problem != 0) {
+    error = std::string("the name cannot be resolved: ") + gai_strerror(problem);
+    return false;
+  }
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> found(list, freeaddrinfo);
+  const int preferred = ParseIp(settings.addresses.front()).value_or(IpKey()).family;
+  const addrinfo* chosen = list;
+  for (const addrinfo* one = list; one != nullptr && chosen->ai_family != preferred; one = one->ai_next) {
+    if (one->ai_family == preferred) chosen = one;
+  }
+  char text[NI_MAXHOST];
+  if (getnameinfo(chosen->ai_addr, chosen->ai_addrlen, text, sizeof(text), nullptr, 0, NI_NUMERICHOST) != 0) {
+    error = "the name has no numeric address";
+    return false;
+  }
+  own.control_address = text;
   return true;
 }
 
 /// Empty, or what is wrong with the value.
 std::string ReadSetting(const std::string& element, const std::string& value, RtpengineSettings& own) {
   if (element == "control") {
-    return ParseControl(value, own) ? "" : "not a numeric address and a port, as in 192.0.2.1:2223";
+    return ParseControl(value, own) ? "" : "not an address or a name, and a port, as in 192.0.2.1:2223";
   }
   if (element == "interface") {
     own.interface = value;
@@ -77,11 +119,29 @@ class RtpengineDriver : public MediaServerDriver {
       error = std::move(errors.front());
       return nullptr;
     }
-    auto server = std::make_unique<RtpengineServer>(settings, own, books_, observer, logger);
     std::string reason;
-    if (server->Start(reason)) return server;
-    error = {"", settings.addresses.front(), reason};
-    return nullptr;
+    if (!Resolve(settings, own, reason)) {
+      error = {"control", own.control_host + ":" + std::to_string(own.control_port), reason};
+      return nullptr;
+    }
+    auto server = std::make_unique<RtpengineServer>(settings, own, books_, observer, logger);
+    if (!server->Start(reason)) {
+      error = {"", settings.addresses.front(), reason};
+      return nullptr;
+    }
+    opened_.push_back(server->context());
+    return server;
+  }
+
+  /// So that a host's first call finds those alive that are there.
+  void AwaitServers() override {
+    const NgTime now = NgTime::clock::now();
+    for (const std::weak_ptr<RtpengineContext>& opened : std::exchange(opened_, {})) {
+      const auto context = opened.lock();
+      if (context == nullptr) continue;
+      if (context->AwaitAnswer(now + milliseconds(context->settings().request_timeout_ms / 2))) continue;
+      context->Log(WARN_LOG_LEVEL, context->Name() + " does not answer; it takes sessions when it does");
+    }
   }
 
   std::vector<SettingError> Check(const MediaServerSettings& settings) override {
@@ -91,6 +151,7 @@ class RtpengineDriver : public MediaServerDriver {
 
  private:
   const std::shared_ptr<RtpengineBooks> books_ = std::make_shared<RtpengineBooks>();
+  std::vector<std::weak_ptr<RtpengineContext>> opened_;  // and not yet waited for
 };
 
 }  // namespace

@@ -12,6 +12,12 @@ void LegRecord::SetFarEnd(const NgPlace& place) {
   learning = detect;
 }
 
+void LegRecord::KeepFound(const LegRecord& latest) {
+  if (!(latest.far_end == far_end)) return;
+  found = latest.found;
+  learning = latest.learning;
+}
+
 RtpengineEndpoint::RtpengineEndpoint(std::shared_ptr<RtpengineContext> context,
                                      std::shared_ptr<RtpengineSessionBook> session, std::weak_ptr<RtpTimeoutSink> sink)
     : context_(std::move(context)), sink_(std::move(sink)), session_(std::move(session)) {}
@@ -70,9 +76,11 @@ void RtpengineEndpoint::LeaveSession() {
 bool RtpengineEndpoint::Close() {
   const NgTime now = NgTime::clock::now();
   const NgTime deadline = context_->DeadlineFrom(now);
-  const GatePass pass(gate_, deadline);
   const auto posted = std::make_shared<PostedRequests>();
   const Call call = TakeApart(posted, now);
+  // An operation that is under way sees that by its next request, and gives up.
+  if (call != nullptr) call->Condemn();
+  const GatePass pass(gate_, deadline);
   if (call == nullptr) return true;
   if (!pass) {
     call->Drop();  // and the operation that is under way does so once more

@@ -56,6 +56,8 @@ struct LegRecord {
   bool learning = false;  ///< and the daemon is still looking
 
   void SetFarEnd(const NgPlace& place);
+  /// What was learned meanwhile of the same far end stays.
+  void KeepFound(const LegRecord& latest);
   /// Where media goes and comes from.
   const NgPlace& target() const { return found.empty() ? far_end : found; }
 };
@@ -105,6 +107,7 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   void FillImage(const NgPlace& place, MediaConfig& config) const;
   std::string DetectAddress();
   std::string JoinWith(Direction direction, const Self& other);
+  std::string TryJoin(Direction direction, const Self& other, NgTime now, NgTime deadline);
   std::string SettleJoin(const Self& other, NgTime deadline);
   std::string CheckJoin(Direction direction, const RtpengineEndpoint& other) const;
   std::string CheckCarriage(const RtpengineEndpoint& other) const;
@@ -154,7 +157,7 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   uint64_t changes_ = 0;  // of all that a picture is made from
   bool is_watched_ = false;
   bool is_looked_at_ = false;  // a query is under way
-  NgTime next_look_{};
+  NgTime last_look_{};
 };
 
 }  // namespace kelvaro::jsr309::rtpengine

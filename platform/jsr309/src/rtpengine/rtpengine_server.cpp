@@ -1,5 +1,7 @@
 #include "rtpengine/rtpengine_server.h"
 
+#include "rtpengine/rtpengine_unsupported.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -13,10 +15,7 @@ RtpengineServer::RtpengineServer(const MediaServerSettings& settings, const Rtpe
 
 bool RtpengineServer::Start(std::string& reason) {
   if (!context_->Start(reason)) return false;
-  // So that a host's first call finds it alive; one that is not there holds the start up for half a request's time.
-  if (!context_->AwaitAnswer(milliseconds(context_->settings().request_timeout_ms / 2))) {
-    context_->Log(WARN_LOG_LEVEL, context_->Name() + " does not answer; it takes sessions when it does");
-  }
+  NameIgnoredElements(*context_);
   return true;
 }
 

@@ -16,9 +16,10 @@ class RtpengineServer : public MediaServer, private DaemonListener {
                   std::shared_ptr<RtpengineBooks> books, MediaServerObserver& observer,
                   std::shared_ptr<GuardedLogger> logger);
 
-  /// Once, before anything else. Waits a moment for a daemon that is there. False, with nothing left behind, when the
-  /// system gives no socket or thread.
+  /// Once, before anything else; does not wait. False, with nothing left behind, when the system gives no socket or
+  /// thread.
   bool Start(std::string& reason);
+  const std::shared_ptr<RtpengineContext>& context() const { return context_; }
 
   bool IsAlive() const override { return context_->IsAlive(); }
   std::vector<std::string> Addresses() const override { return context_->settings().addresses; }

@@ -1,5 +1,8 @@
 #include "rtpengine/rtpengine_unsupported.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace kelvaro::jsr309::rtpengine {
 namespace {
 
@@ -85,6 +88,15 @@ void NameVideo(const MediaConfig& config, RtpengineContext& context) {
 }
 
 }  // namespace
+
+void NameIgnoredElements(RtpengineContext& context) {
+  const std::vector<std::string>& given = context.settings().given;
+  for (const auto& [element, option] :
+       {std::pair("rtp_port_min", "port-min"), {"rtp_port_max", "port-max"}, {"threads", "num-threads"}}) {
+    if (std::find(given.begin(), given.end(), element) == given.end()) continue;
+    context.NameUnsupported(element, "the daemon's own " + std::string(option) + " option counts");
+  }
+}
 
 void NameUnsupportedSettings(const MediaConfig& config, Side side, RtpengineContext& context) {
   NameStreamSettings(config, context);

@@ -126,6 +126,7 @@ struct MediaServerSettings {
   std::size_t capacity = 1000;         ///< sessions
   unsigned threads = 0;                ///< 0: the driver chooses
   unsigned request_timeout_ms = 2000;  ///< the longest that a request may wait
+  std::vector<std::string> given;      ///< names of the elements that the file has for this server
   /// What is the driver's own: element names (nested ones joined by ".") and texts, in file order. A driver refuses
   /// what it does not know.
   std::vector<std::pair<std::string, std::string>> driver_settings;
@@ -146,6 +147,9 @@ class MediaServerDriver {
   /// but does not answer yet opens all the same, not alive. The observer outlives the server's Shutdown.
   virtual std::unique_ptr<MediaServer> Open(const MediaServerSettings& settings, MediaServerObserver& observer,
                                             const std::shared_ptr<GuardedLogger>& logger, SettingError& error) = 0;
+  /// Called once, after the last Open. May wait for servers that are about to answer, for all of them together as long
+  /// as one request may wait.
+  virtual void AwaitServers() {}
   /// What Open would refuse in the settings themselves, all of it; opens nothing and asks nobody. Settings whose values
   /// were out of range carry their defaults.
   virtual std::vector<SettingError> Check(const MediaServerSettings& /*settings*/) { return {}; }
