@@ -51,6 +51,7 @@ Outcome EndpointCrypto::PrepareLocal(const LocalSettings& settings, bool new_por
   } else if (next_local_ && next_local_->outgoing && next_local_->outgoing->keys().SameAs(keys)) {
     next_local_->outgoing->SetLifetime(keys);
     side.outgoing = std::move(next_local_->outgoing);
+    side.starts_anew = next_local_->starts_anew || new_port;
   } else {
     std::string reason;
     side.outgoing = SrtpTransform::Make(SrtpTransform::Direction::kOutgoing, keys, reason);

@@ -13,6 +13,12 @@ namespace {
 // Who helps may find that others put more in meanwhile; it does not go on for ever.
 constexpr int kRoundsOfHelp = 4;
 
+/// Gives the helm back whatever happens: without it a worker never serves again.
+struct HelmGuard {
+  Helm& helm;
+  ~HelmGuard() { helm.GiveBack(); }
+};
+
 }  // namespace
 
 Mailbox::Mailbox() : event_fd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
@@ -61,8 +67,11 @@ void Mailbox::Ring() {
 
 void Mailbox::Serve() {
   for (int round = 0; round < kRoundsOfHelp && HasMail() && helm_.TryTake(); ++round) {
-    const Worker::Help help = worker_->HelpOut();
-    helm_.GiveBack();
+    Worker::Help help;
+    {
+      const HelmGuard guard{helm_};
+      help = worker_->HelpOut();
+    }
     if (help.wake) Ring();
     if (!help.done) break;
   }

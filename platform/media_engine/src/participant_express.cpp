@@ -16,6 +16,7 @@ bool Participant::ReviewExpress() {
   received_at_review_ = counters_.rtp_packets_received;
   if (ports_ == nullptr) return false;
   if (ports_->express().is_open()) {
+    server_->ports().CountDescriptors(ports_->rtp().fd());
     if (ports_->express_peer() != remote_rtp() || server_->ports().FewDescriptorsLeft()) ports_->CloseExpress();
     return false;
   }

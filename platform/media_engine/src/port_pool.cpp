@@ -1,6 +1,8 @@
 #include "port_pool.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -61,6 +63,12 @@ PortPool::PortPool(SocketAddress address, uint16_t first, uint16_t last, millise
       quarantine_(clock ? quarantine : milliseconds{0}),
       clock_(std::move(clock)),
       taken_(size_) {}
+
+void PortPool::CountDescriptors(int open_descriptor) {
+  const int lowest = fcntl(open_descriptor, F_DUPFD_CLOEXEC, 0);
+  few_descriptors_left_.store(lowest < 0 || IsBeyond(lowest, kFewLeft), std::memory_order_relaxed);
+  if (lowest >= 0) close(lowest);
+}
 
 std::unique_ptr<PortPair> PortPool::Acquire(std::string& reason) {
   std::size_t taken_by_others = 0;

@@ -73,6 +73,8 @@ class PortPool : public std::enable_shared_from_this<PortPool> {
   /// Without those that rest.
   std::size_t in_use() const;
   /// Nearly as many files are open as may be: sockets that only make things faster should go.
+  /// Looks anew; the descriptor is any that is open.
+  void CountDescriptors(int open_descriptor);
   bool FewDescriptorsLeft() const { return few_descriptors_left_.load(std::memory_order_relaxed); }
 
  private:

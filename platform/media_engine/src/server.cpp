@@ -5,6 +5,7 @@
 #include "media_engine/engine.h"
 #include "requests.h"
 #include "server_context.h"
+#include "srtp_cipher.h"
 #include "worker_thread.h"
 
 namespace media_engine {
@@ -28,6 +29,10 @@ Server::~Server() {
 }
 
 Outcome Server::Start(const ServerConfig& config) {
+  // OpenSSL reads its configuration with the first cipher: not while packets wait.
+  if (std::string reason; !SrtpCipher::Make(reason)) {
+    context_->Log(LogLevel::kWarning, "media server " + context_->address().Host() + " refuses SRTP: " + reason);
+  }
   const milliseconds longest_wait = HeartbeatMonitor::IntervalFor(config.heartbeat);
   for (unsigned i = 0; i < config.threads; ++i) {
     workers_.push_back(std::make_unique<WorkerThread>(context_, longest_wait, Coalescing(config.coalescing)));

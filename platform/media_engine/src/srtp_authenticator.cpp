@@ -63,6 +63,7 @@ SrtpAuthenticator::Digest SrtpAuthenticator::Compute(const uint8_t* data, std::s
   context = Resume(outer_);
   SHA1_Update(&context, digest.data(), digest.size());
   SHA1_Final(digest.data(), &context);
+  OPENSSL_cleanse(&context, sizeof context);
   return digest;
 }
 

@@ -53,10 +53,13 @@ Outcome Worker::Ready() const {
 
 void Worker::RunOnce(milliseconds longest_wait) {
   rest_ = RestWithin(longest_wait);
+  const milliseconds until_playout =
+      playout_timers_.empty() ? longest_wait : playout_timers_.RestAfter(server_->Now(), longest_wait);
   std::array<epoll_event, kEventsPerTurn> events;
   mailbox_->helm().Leave();
-  Pause(longest_wait);
-  const int wait = mailbox_->HasMail() ? 0 : static_cast<int>(rest_.count());
+  // A pause is shorter than the millisecond by which rests are reckoned.
+  const milliseconds left = Pause(until_playout) ? std::max(rest_ - milliseconds{1}, milliseconds{0}) : rest_;
+  const int wait = mailbox_->HasMail() ? 0 : static_cast<int>(left.count());
   int count = epoll_wait(epoll_fd_, events.data(), kEventsPerTurn, wait);
   if (mailbox_->helm().Return()) {
     // Somebody may have closed what these events are about; what is still there is reported again.
@@ -90,12 +93,13 @@ milliseconds Worker::RestWithin(milliseconds longest) const {
 }
 
 /// Requests are not kept waiting.
-void Worker::Pause(milliseconds longest_wait) {
-  const std::chrono::nanoseconds pause = std::min<std::chrono::nanoseconds>(pause_, longest_wait);
-  if (pause <= std::chrono::nanoseconds{0} || mailbox_->HasMail()) return;
+bool Worker::Pause(milliseconds longest) {
+  const std::chrono::nanoseconds pause = std::min<std::chrono::nanoseconds>(pause_, longest);
+  if (pause <= std::chrono::nanoseconds{0} || mailbox_->HasMail()) return false;
   pollfd mail{mailbox_->event_fd(), POLLIN, 0};
   const timespec limit{0, static_cast<long>(pause.count())};
   ppoll(&mail, 1, &limit, nullptr);
+  return true;
 }
 
 std::size_t Worker::Serve(uint64_t tag, bool all) {
@@ -308,9 +312,9 @@ void Worker::MoveAway(const std::shared_ptr<EndpointRoute>& route) {
   --gauges_.endpoints;
   leaving->Separate(now_);
   leaving->DetachTimers();
-  leaving->CloseExpress();  // which is watched here, and is soon made anew there
   LeaveSession(*leaving);
   Unwatch(*leaving);
+  leaving->CloseExpress();  // which is soon made anew there
   leaving->server().AddEmigrant(route);
   const auto make_move = [&leaving](const std::shared_ptr<SessionRoute>& to) {
     leaving->set_session(to.get());

@@ -81,8 +81,8 @@ class Worker {
   std::size_t Serve(uint64_t tag, bool all);
   /// How long there is nothing to do by the clock, at most that.
   milliseconds RestWithin(milliseconds longest) const;
-  /// Lets packets gather.
-  void Pause(milliseconds longest_wait);
+  /// Lets packets gather, as long as that at most; false when there is no reason to.
+  bool Pause(milliseconds longest);
   /// Whether there is something to do besides tasks.
   bool IsDue() const;
   void RunTasks(Mailbox::Tasks tasks);

@@ -8,6 +8,7 @@ namespace kvx_switch {
 namespace {
 
 constexpr uint64_t kDescriptorsForSession = 2;  // RTP and RTCP
+constexpr uint64_t kUsefulForSession = 1;       // the media server's third socket, which it can do without
 /// Clients of the event socket with two each, the media servers' loops, SIP, the log, files that are read.
 constexpr uint64_t kOtherDescriptors = 256;
 
@@ -27,7 +28,8 @@ uint64_t DescriptorsFor(const ConfiguredLoad& load) {
 }
 
 ProcessLimits RaiseProcessLimits(const ConfiguredLoad& load) {
-  return {raise(RLIMIT_NOFILE, DescriptorsFor(load)), raise(RLIMIT_CORE, RLIM_INFINITY)};
+  return {raise(RLIMIT_NOFILE, DescriptorsFor(load) + load.sessions * kUsefulForSession),
+          raise(RLIMIT_CORE, RLIM_INFINITY)};
 }
 
 std::vector<std::string> FindLowLimits(const ProcessLimits& limits, const ConfiguredLoad& load) {

@@ -23,8 +23,8 @@ struct ConfiguredLoad {
 /// the switch has anyway.
 uint64_t DescriptorsFor(const ConfiguredLoad& load);
 
-/// Raises what this process may raise itself, its file descriptors as far as the load needs and the size of a core
-/// file, and says what holds then.
+/// Raises what this process may raise itself, its file descriptors as far as the load needs, with one more for each
+/// session, and the size of a core file, and says what holds then.
 ProcessLimits RaiseProcessLimits(const ConfiguredLoad& load);
 
 /// A sentence for each limit that is too low: the number there is, the number needed and the settings that give it.
