@@ -285,6 +285,34 @@ TEST_F(Log, WhatNoSinkTakesInTimeIsCountedNotKept) {
   switch_log_unbind_logger(stop_at_gate);
 }
 
+/// Logs as many lines again as the log keeps, at the first line of an overload.
+switch_status_t log_more(const switch_log_node_t* node, switch_log_level_t) {
+  static constexpr int kMore = 70000;
+  if (std::string(node->content) != "first") return SWITCH_STATUS_SUCCESS;
+  for (int i = 0; i < kMore; ++i) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "x");
+  return SWITCH_STATUS_SUCCESS;
+}
+
+TEST_F(Log, EveryLineOfALongOverloadIsWrittenOrCounted) {
+  Sink sink;
+  switch_log_bind_logger(log_more, SWITCH_LOG_DEBUG, SWITCH_FALSE);
+  hold_log();
+  switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "first");
+  constexpr int kMany = 70000;
+  for (int i = 0; i < kMany; ++i) switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_INFO, "x");
+  release_log();
+  uint64_t written = 0, dropped = 0;
+  for (int i = 0; i < 3; ++i) kvx_switch::FlushLog();  // what is told of dropped lines is a line, too
+  for (const std::string& text : Sink::Texts()) {
+    if (text == "x") ++written;
+    if (text.find(" log lines were dropped") != std::string::npos) dropped += std::stoull(text);
+  }
+  EXPECT_EQ(written + dropped, 2u * kMany);
+  EXPECT_GT(dropped, 0u);
+  switch_log_unbind_logger(stop_at_gate);
+  switch_log_unbind_logger(log_more);
+}
+
 TEST(LogConsole, AddsTheLineEndThatIsMissing) {
   switch_log_node_t node{};
   char with[] = "with\n";

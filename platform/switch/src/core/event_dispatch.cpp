@@ -44,7 +44,8 @@ class Dispatcher {
   /// Takes the event; false, and it stays the caller's, when the dispatcher does not run.
   bool Queue(switch_event_t* event);
   bool IsWanted(switch_event_types_t id) const {
-    return wanted_[id].load() != 0 || wanted_[SWITCH_EVENT_ALL].load() != 0;
+    const bool known = id >= 0 && id <= SWITCH_EVENT_ALL;
+    return (known && wanted_[id].load() != 0) || wanted_[SWITCH_EVENT_ALL].load() != 0;
   }
   void Deliver(switch_event_t* event);
 
@@ -230,7 +231,7 @@ void FlushEvents() {
 }
 
 bool IsEventWanted(switch_event_types_t id) {
-  return id >= 0 && id <= SWITCH_EVENT_ALL && the_dispatcher().IsWanted(id);
+  return the_dispatcher().IsWanted(id);
 }
 
 int RemoveEventBindingsIf(const std::function<bool(void*)>& is_doomed) {

@@ -90,6 +90,8 @@ class Log {
   void Run();
   /// Hands over what waits until nothing does; `lock` on mutex_ is given back meanwhile.
   void DeliverAll(std::unique_lock<std::mutex>& lock);
+  /// The first lines that wait, kLongBatch at most. Guard: mutex_ held by the caller.
+  std::deque<Line> TakeBatch();
   void Deliver(Line& line);
 
   std::mutex start_mutex_;
@@ -188,22 +190,32 @@ void Log::Run() {
 
 void Log::DeliverAll(std::unique_lock<std::mutex>& lock) {
   while (!lines_.empty()) {
-    std::deque<Line> batch;
-    batch.swap(lines_);
+    std::deque<Line> batch = TakeBatch();
     const uint64_t dropped = std::exchange(lines_dropped_, 0);
     hurry_ = false;
     lock.unlock();
-    for (Line& line : batch) Deliver(line);
-    fflush(stdout);
+    // Now, while there is room for it: behind the lines that were kept.
     if (dropped) {
       switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING, "%llu log lines were dropped: the sinks are too slow\n",
                         static_cast<unsigned long long>(dropped));
     }
+    for (Line& line : batch) Deliver(line);
+    fflush(stdout);
     lock.lock();
     lines_out_ += batch.size();
     delivered_.notify_all();
+    if (lines_.size() >= kLongBatch) continue;
     queued_.wait_for(lock, kRest, [this] { return stopping_ || hurry_; });
   }
+}
+
+std::deque<Line> Log::TakeBatch() {
+  std::deque<Line> batch;
+  while (!lines_.empty() && batch.size() < kLongBatch) {
+    batch.push_back(std::move(lines_.front()));
+    lines_.pop_front();
+  }
+  return batch;
 }
 
 void Log::Deliver(Line& line) {
@@ -296,6 +308,7 @@ switch_status_t LogToConsole(const switch_log_node_t* node, switch_log_level_t l
   if (coloured) text += "\033[0m";
   text += '\n';
   fwrite(text.data(), 1, text.size(), stdout);
+  if (level <= SWITCH_LOG_ERROR) fflush(stdout);  // the rest of its batch may be long
   return SWITCH_STATUS_SUCCESS;
 }
 

@@ -219,7 +219,7 @@ void DrainTasks(switch_core_session_t* session) {
 }
 
 void ForgetMediaServersInfo(switch_core_session_t* session) {
-  // A reader asks the media server for something at most, which takes its request timeout.
+  // A reader looks at it at once, and may hold the leg for a request to the media server after that.
   constexpr std::chrono::seconds kReaderPatience{5};
   const auto forget = [session] { session->media_connection.private_info = nullptr; };
   if (!session->lock.RunUnlocked(kReaderPatience, forget)) forget();

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <boost/functional/hash.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 #include <boost/unordered_map.hpp>
 #include <boost/uuid/uuid.hpp>
-#include <functional>
 #include <string>
 
 namespace kvx_media_server {
@@ -31,7 +31,7 @@ class FSUuidTable {
   bool EraseAllItems();
 
  private:
-  using FSUuidMap = boost::unordered_map<std::string, boost::uuids::uuid, std::hash<std::string>>;
+  using FSUuidMap = boost::unordered_map<std::string, boost::uuids::uuid, boost::hash<std::string>>;
 
   FSUuidMap fsuuidtable_;  // guarded by mutex_
   boost::recursive_mutex mutex_;
