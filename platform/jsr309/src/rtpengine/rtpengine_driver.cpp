@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <charconv>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 namespace kelvaro::jsr309 {
@@ -129,6 +130,7 @@ class RtpengineDriver : public MediaServerDriver {
       error = {"", settings.addresses.front(), reason};
       return nullptr;
     }
+    const std::lock_guard<std::mutex> lock(mutex_);
     opened_.push_back(server->context());
     return server;
   }
@@ -136,8 +138,13 @@ class RtpengineDriver : public MediaServerDriver {
   /// So that a host's first call finds those alive that are there.
   void AwaitServers() override {
     const NgTime now = NgTime::clock::now();
-    for (const std::weak_ptr<RtpengineContext>& opened : std::exchange(opened_, {})) {
-      const auto context = opened.lock();
+    std::vector<std::weak_ptr<RtpengineContext>> opened;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      opened.swap(opened_);
+    }
+    for (const std::weak_ptr<RtpengineContext>& one : opened) {
+      const auto context = one.lock();
       if (context == nullptr) continue;
       if (context->AwaitAnswer(now + milliseconds(context->settings().request_timeout_ms / 2))) continue;
       context->Log(WARN_LOG_LEVEL, context->Name() + " does not answer; it takes sessions when it does");
@@ -151,7 +158,8 @@ class RtpengineDriver : public MediaServerDriver {
 
  private:
   const std::shared_ptr<RtpengineBooks> books_ = std::make_shared<RtpengineBooks>();
-  std::vector<std::weak_ptr<RtpengineContext>> opened_;  // and not yet waited for
+  std::mutex mutex_;
+  std::vector<std::weak_ptr<RtpengineContext>> opened_;  // guarded by mutex_; and not yet waited for
 };
 
 }  // namespace
