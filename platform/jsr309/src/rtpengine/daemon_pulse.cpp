@@ -26,13 +26,10 @@ DaemonLife ReadDaemonLife(const Dictionary& statistics_reply) {
 DaemonPulse::DaemonPulse(milliseconds heartbeat)
     : heartbeat_(heartbeat), interval_(std::max(heartbeat / 4, kShortestInterval)) {}
 
-DaemonPulse::Change DaemonPulse::TakeAnswer(NgTime now) {
+void DaemonPulse::TakeAnswer(NgTime now) {
   refusals_ = 0;
   asked_.reset();
-  if (alive_) return Change::kNone;
-  alive_ = true;
-  next_statistics_ = now;
-  return Change::kBack;
+  if (!alive_ && !std::exchange(greeted_, true)) next_statistics_ = now;
 }
 
 DaemonPulse::Change DaemonPulse::TakeRefusal(NgTime now) {
@@ -50,11 +47,16 @@ DaemonPulse::Change DaemonPulse::TakeTime(NgTime now) {
 DaemonPulse::Change DaemonPulse::TakeLife(const DaemonLife& life) {
   statistics_asked_ = false;
   const bool suspected = std::exchange(judging_suspicion_, false);
-  if (!alive_) return Change::kNone;
+  if (!alive_) {
+    if (!greeted_) return Change::kNone;
+    alive_ = true;
+    life_ = life;
+    return Change::kBack;
+  }
   std::string why = "a call is not known any more";
   if (WasRestarted(life, why).value_or(suspected)) {
     Lose(why);
-    alive_ = true;
+    alive_ = greeted_ = true;
     life_ = life;
     return Change::kLostAndBack;
   }
@@ -64,6 +66,7 @@ DaemonPulse::Change DaemonPulse::TakeLife(const DaemonLife& life) {
 
 void DaemonPulse::TakeNoLife() {
   statistics_asked_ = false;
+  if (!alive_) greeted_ = false;  // to be asked again when it answers again
   suspected_ = suspected_ || std::exchange(judging_suspicion_, false);
 }
 
@@ -84,7 +87,7 @@ void DaemonPulse::Suspect() {
 }
 
 DaemonPulse::Change DaemonPulse::Lose(const std::string& why) {
-  alive_ = suspected_ = judging_suspicion_ = false;
+  alive_ = greeted_ = suspected_ = judging_suspicion_ = false;
   why_ = why;
   refusals_ = 0;
   asked_.reset();
@@ -93,7 +96,7 @@ DaemonPulse::Change DaemonPulse::Lose(const std::string& why) {
 }
 
 DaemonPulse::Request DaemonPulse::TakeDue(NgTime now) {
-  if (alive_ && !statistics_asked_ && now >= next_statistics_) {
+  if ((alive_ || greeted_) && !statistics_asked_ && now >= next_statistics_) {
     next_statistics_ = now + heartbeat_;
     statistics_asked_ = true;
     judging_suspicion_ = std::exchange(suspected_, false);
@@ -107,7 +110,7 @@ DaemonPulse::Request DaemonPulse::TakeDue(NgTime now) {
 
 NgTime DaemonPulse::Next() const {
   NgTime next = next_ping_;
-  if (alive_ && !statistics_asked_) next = std::min(next, next_statistics_);
+  if ((alive_ || greeted_) && !statistics_asked_) next = std::min(next, next_statistics_);
   if (alive_ && asked_) next = std::min(next, *asked_ + (heartbeat_ - interval_));
   return next;
 }

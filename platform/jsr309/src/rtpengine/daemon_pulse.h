@@ -8,7 +8,8 @@
 ///   - when its host said twice, with no answer between, that nobody listens there, or
 ///   - when it was restarted: the number of statistics it gave does not rise, or, where a daemon does not count them,
 ///     its uptime falls. (The uptime alone would follow a clock that is set back.)
-/// and is back with the next answer, in the third case at once. Until the first answer it is neither.
+/// and is back when it answers again and has told its figures, in the third case at once. Without these figures a
+/// restart soon after would go unnoticed, with calls on it that nobody has. Until then it is neither.
 #pragma once
 
 #include "rtpengine/ng_control.h"
@@ -39,7 +40,7 @@ class DaemonPulse {
 
   explicit DaemonPulse(milliseconds heartbeat);
 
-  Change TakeAnswer(NgTime now);
+  void TakeAnswer(NgTime now);
   Change TakeRefusal(NgTime now);
   Change TakeTime(NgTime now);
   /// What became of the statistics that TakeDue asked for last.
@@ -67,6 +68,7 @@ class DaemonPulse {
   const milliseconds heartbeat_;
   const milliseconds interval_;  // between pings: four fit into a heartbeat
   bool alive_ = false;
+  bool greeted_ = false;  // it has answered since the last loss
   std::string why_;
   int refusals_ = 0;  // since the last answer
   // When it was first asked since the last answer: who was asleep himself, this process, has missed no answer.

@@ -27,14 +27,13 @@ void DaemonWatch::ReportUnknownCall(uint64_t epoch) {
 }
 
 void DaemonWatch::OnAnswer(NgTime now) {
-  DaemonPulse::Change change = DaemonPulse::Change::kNone;
+  bool due = false;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    change = pulse_.TakeAnswer(now);
+    pulse_.TakeAnswer(now);
+    due = pulse_.Next() <= now;
   }
-  if (change == DaemonPulse::Change::kNone) return;
-  Tell(change, {});
-  control_.WakeListener();
+  if (due) control_.WakeListener();
 }
 
 void DaemonWatch::OnRefused(NgTime now) {

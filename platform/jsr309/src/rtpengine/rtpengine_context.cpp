@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <random>
+#include <thread>
 #include <utility>
 
 namespace kelvaro::jsr309::rtpengine {
@@ -53,7 +54,10 @@ bool RtpengineContext::AwaitAnswer(NgTime deadline) {
   if (IsAlive()) return true;
   std::string ignored;
   const auto left = std::chrono::ceil<milliseconds>(deadline - NgTime::clock::now());
-  return left.count() > 0 && control_.Ask({{"command", "ping"}}, left, ignored).has_value();
+  if (left.count() <= 0 || !control_.Ask({{"command", "ping"}}, left, ignored)) return false;
+  // Its figures, which the watch asks for then, come a moment later. Only a start waits here.
+  while (!IsAlive() && NgTime::clock::now() < deadline) std::this_thread::sleep_for(milliseconds(1));
+  return IsAlive();
 }
 
 void RtpengineContext::Stop(milliseconds limit) {

@@ -72,7 +72,7 @@ class RtpengineContext : private NgListener {
                    std::shared_ptr<GuardedLogger> logger);
 
   bool Start(std::string& error);
-  /// Whether the daemon has answered by then.
+  /// Whether the daemon takes calls by then.
   bool AwaitAnswer(NgTime deadline);
   /// Ends every call and then the control channel, within that time.
   void Stop(milliseconds limit);
