@@ -153,7 +153,9 @@ TEST_F(Service, OpensItsLogFileAnewAtAHangUp) {
 TEST_F(Service, LivesWithADiskThatIsFull) {
   LogInto("/dev/full");
   Start({});
-  EXPECT_THAT(child_->Output(), HasSubstr("Log file /dev/full cannot be written: No space left on device; "));
+  const std::string told = "Log file /dev/full cannot be written: No space left on device; ";
+  test_support::wait_until(seconds(10), [&] { return child_->Output().find(told) != std::string::npos; });
+  EXPECT_THAT(child_->Output(), HasSubstr(told));
   Stop();
 }
 

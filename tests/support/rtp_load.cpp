@@ -36,6 +36,16 @@ std::uint8_t filler(const Label& label) {
   return static_cast<std::uint8_t>(label.stream * 31 + label.number * 7 + 1);
 }
 
+sockaddr_in socket_address(const UdpAddress& address) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_port = htons(address.port);
+  if (inet_pton(AF_INET, address.address.c_str(), &result.sin_addr) != 1) {
+    throw std::invalid_argument("no IPv4 address: " + address.address);
+  }
+  return result;
+}
+
 /// What one phone says, and what its partner hears of it.
 struct Stream {
   RtpPhone* from = nullptr;
@@ -43,6 +53,7 @@ struct Stream {
   RtpSeal* sealed_by = nullptr;
   RtpSeal* opened_by = nullptr;
   sockaddr_in to{};
+  sockaddr_in heard_from{};  // the media server's address for who listens; ports of loopback have former owners
   std::uint32_t id = 0;
   std::uint16_t sequence = 0;
   std::uint32_t timestamp = 0;
@@ -61,7 +72,8 @@ class Load {
   RtpLoadResult Run();
 
  private:
-  void Add(RtpPhone* from, RtpPhone* at, const UdpAddress& to, RtpSeal* sealed_by, RtpSeal* opened_by);
+  void Add(RtpPhone* from, RtpPhone* at, const UdpAddress& to, const UdpAddress& heard_from, RtpSeal* sealed_by,
+           RtpSeal* opened_by);
   bool OpenPaths();
   void SendAll();
   void AwaitTheRest();
@@ -89,12 +101,13 @@ Load::Load(const std::vector<RtpLoadCall>& calls, const RtpLoadSettings& setting
   }
   streams_.reserve(2 * calls.size());
   for (const RtpLoadCall& call : calls) {
-    Add(call.caller, call.callee, call.caller_to, call.caller_seal, call.callee_seal);
-    Add(call.callee, call.caller, call.callee_to, call.callee_seal, call.caller_seal);
+    Add(call.caller, call.callee, call.caller_to, call.callee_to, call.caller_seal, call.callee_seal);
+    Add(call.callee, call.caller, call.callee_to, call.caller_to, call.callee_seal, call.caller_seal);
   }
 }
 
-void Load::Add(RtpPhone* from, RtpPhone* at, const UdpAddress& to, RtpSeal* sealed_by, RtpSeal* opened_by) {
+void Load::Add(RtpPhone* from, RtpPhone* at, const UdpAddress& to, const UdpAddress& heard_from, RtpSeal* sealed_by,
+               RtpSeal* opened_by) {
   Stream stream;
   stream.from = from;
   stream.at = at;
@@ -103,11 +116,8 @@ void Load::Add(RtpPhone* from, RtpPhone* at, const UdpAddress& to, RtpSeal* seal
   stream.id = static_cast<std::uint32_t>(streams_.size());
   stream.sequence = static_cast<std::uint16_t>(stream.id * 977);
   stream.heard.resize(packets_);
-  stream.to.sin_family = AF_INET;
-  stream.to.sin_port = htons(to.port);
-  if (inet_pton(AF_INET, to.address.c_str(), &stream.to.sin_addr) != 1) {
-    throw std::invalid_argument("no IPv4 address: " + to.address);
-  }
+  stream.to = socket_address(to);
+  stream.heard_from = socket_address(heard_from);
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.u64 = stream.id;
@@ -200,8 +210,13 @@ void Load::ListenUntil(Clock::time_point until) {
     const int count = epoll_wait(epoll_, ready.data(), static_cast<int>(ready.size()), wait);
     for (int i = 0; i < count; ++i) {
       Stream& stream = streams_[ready[static_cast<std::size_t>(i)].data.u64];
-      const ssize_t size = recv(stream.at->Rtp().Descriptor(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-      if (size >= 0) Heard(stream, buffer.data(), static_cast<std::size_t>(size));
+      sockaddr_in from{};
+      socklen_t length = sizeof(from);
+      const ssize_t size = recvfrom(stream.at->Rtp().Descriptor(), buffer.data(), buffer.size(), MSG_DONTWAIT,
+                                    reinterpret_cast<sockaddr*>(&from), &length);
+      const bool ours =
+          from.sin_port == stream.heard_from.sin_port && from.sin_addr.s_addr == stream.heard_from.sin_addr.s_addr;
+      if (size >= 0 && ours) Heard(stream, buffer.data(), static_cast<std::size_t>(size));
     }
     if (count < static_cast<int>(ready.size()) && Clock::now() + kGrain >= until) return;
   }

@@ -35,8 +35,8 @@ struct RtpLoadCount {
   std::size_t sent = 0;
   std::size_t received = 0;  // each packet once
   std::size_t duplicated = 0;
-  std::size_t foreign = 0;  // readable, but not what the partner said: altered, or another call's
-  std::size_t unreadable = 0;
+  std::size_t foreign = 0;     // readable, but not what the partner said: altered, or another call's
+  std::size_t unreadable = 0;  // of what the media server sent; other senders' datagrams do not count
 
   bool Complete() const { return sent > 0 && received == sent && duplicated == 0 && foreign == 0 && unreadable == 0; }
 };
