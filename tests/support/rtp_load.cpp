@@ -46,6 +46,10 @@ sockaddr_in socket_address(const UdpAddress& address) {
   return result;
 }
 
+bool is_same(const sockaddr_in& a, const sockaddr_in& b) {
+  return a.sin_port == b.sin_port && a.sin_addr.s_addr == b.sin_addr.s_addr;
+}
+
 /// What one phone says, and what its partner hears of it.
 struct Stream {
   RtpPhone* from = nullptr;
@@ -214,8 +218,8 @@ void Load::ListenUntil(Clock::time_point until) {
       socklen_t length = sizeof(from);
       const ssize_t size = recvfrom(stream.at->Rtp().Descriptor(), buffer.data(), buffer.size(), MSG_DONTWAIT,
                                     reinterpret_cast<sockaddr*>(&from), &length);
-      const bool ours =
-          from.sin_port == stream.heard_from.sin_port && from.sin_addr.s_addr == stream.heard_from.sin_addr.s_addr;
+      // A relay of one direction sends from where it receives.
+      const bool ours = is_same(from, stream.heard_from) || is_same(from, stream.to);
       if (size >= 0 && ours) Heard(stream, buffer.data(), static_cast<std::size_t>(size));
     }
     if (count < static_cast<int>(ready.size()) && Clock::now() + kGrain >= until) return;
