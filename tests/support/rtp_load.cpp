@@ -83,7 +83,8 @@ class Load {
   void AwaitTheRest();
   void Send(Stream& stream, std::uint32_t number);
   void ListenUntil(Clock::time_point until);
-  void Heard(Stream& stream, const std::uint8_t* data, std::size_t size);
+  /// ours: it came from the call's media server. Of what others send only this load's own packets matter.
+  void Heard(Stream& stream, const std::uint8_t* data, std::size_t size, bool ours);
   bool AllHeard() const;
 
   const RtpLoadSettings settings_;
@@ -220,13 +221,13 @@ void Load::ListenUntil(Clock::time_point until) {
                                     reinterpret_cast<sockaddr*>(&from), &length);
       // A relay of one direction sends from where it receives.
       const bool ours = is_same(from, stream.heard_from) || is_same(from, stream.to);
-      if (size >= 0 && ours) Heard(stream, buffer.data(), static_cast<std::size_t>(size));
+      if (size >= 0) Heard(stream, buffer.data(), static_cast<std::size_t>(size), ours);
     }
     if (count < static_cast<int>(ready.size()) && Clock::now() + kGrain >= until) return;
   }
 }
 
-void Load::Heard(Stream& stream, const std::uint8_t* data, std::size_t size) {
+void Load::Heard(Stream& stream, const std::uint8_t* data, std::size_t size, bool ours) {
   std::optional<std::vector<std::uint8_t>> opened;
   if (stream.opened_by != nullptr) {
     opened = stream.opened_by->Open({data, data + size});
@@ -237,16 +238,16 @@ void Load::Heard(Stream& stream, const std::uint8_t* data, std::size_t size) {
   }
   const bool readable = (stream.opened_by == nullptr || opened) && size >= kRtpHeader && data[0] == 0x80;
   if (!readable) {
-    ++stream.count.unreadable;
+    if (ours) ++stream.count.unreadable;
     return;
   }
   Label label;
   const bool fits = size == kRtpHeader + settings_.payload_octets && (data[1] & 0x7f) == settings_.payload_type;
   if (fits) std::memcpy(&label, data + kRtpHeader, sizeof(label));
   const std::uint8_t* rest = data + kRtpHeader + sizeof(label);
-  if (!fits || label.stream != stream.id || (label.number >= packets_ && label.number != kPriming) ||
-      std::any_of(rest, data + size, [&](std::uint8_t octet) { return octet != filler(label); })) {
-    ++stream.count.foreign;
+  const bool whole = fits && std::all_of(rest, data + size, [&](std::uint8_t octet) { return octet == filler(label); });
+  if (!whole || label.stream != stream.id || (label.number >= packets_ && label.number != kPriming)) {
+    if (ours || (whole && label.stream < streams_.size())) ++stream.count.foreign;
     return;
   }
   stream.open = true;
