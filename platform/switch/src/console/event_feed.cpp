@@ -10,10 +10,16 @@ namespace kvx_switch {
 EventFeed::EventFeed(std::string peer, EventOutbox& outbox) : peer_(std::move(peer)), outbox_(outbox) {}
 
 EventFeed::~EventFeed() {
-  switch_event_unbind(&node_);
-  if (outbox_.dropped() == 0) return;
+  Stop();
+}
+
+void EventFeed::Stop() {
+  Want({});
+  const uint64_t untold = outbox_.dropped() - dropped_told_;
+  if (untold == 0) return;
+  dropped_told_ += untold;
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_WARNING,
-                    "Event socket: %" PRIu64 " events were dropped for %s, which read too slowly\n", outbox_.dropped(),
+                    "Event socket: %" PRIu64 " events were dropped for %s, which read too slowly\n", untold,
                     peer_.c_str());
 }
 

@@ -214,7 +214,7 @@ void EventSocketServer::ServeClient(Client& client) {
                       client.peer.c_str(), exception.what());
   }
   client.log.Stop();
-  client.feed.Want({});  // until the client is reaped nobody would read
+  client.feed.Stop();  // until the client is reaped nobody would read
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Event socket: connection from %s ended\n",
                     client.peer.c_str());
   client.gone = true;
