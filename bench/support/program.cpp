@@ -48,7 +48,7 @@ Program::Program(ProgramSettings settings) : settings_(std::move(settings)) {
 
 void Program::RunChild(int input, int output) {
   try {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (settings_.core != kAnyCore) PinTo(settings_.core);
     AllowFiles(settings_.files);
     const int log = open(settings_.log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
