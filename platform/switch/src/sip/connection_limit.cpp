@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace kvx_switch {
@@ -18,13 +19,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kBetweenLooks{200};
 constexpr std::chrono::milliseconds kLongestWait{1000};
-/// A busy stack turns thousands of times a second, and to ask each time which descriptor is free would cost it more
-/// than the connections that a far end can make in between.
+/// A busy stack turns thousands of times a second, and to ask each time how many connections there are would cost it
+/// more than those that a far end can make in between.
 constexpr std::chrono::milliseconds kBetweenGlances{2};
 constexpr std::chrono::seconds kBetweenWarnings{10};
-/// So many descriptors more than at the last look are reason enough to look at once.
-constexpr int kManyOpened = 32;
-constexpr int kNone = 1 << 30;  // beyond every descriptor
+/// So many connections more than at the last look are reason enough to look at once.
+constexpr size_t kManyOpened = 32;
+constexpr size_t kUnknown = SIZE_MAX / 2;  // beyond every limit
 
 std::vector<uint8_t> BytesOf(const sockaddr_storage& address) {
   const auto* v4 = reinterpret_cast<const sockaddr_in*>(&address);
@@ -49,6 +50,15 @@ bool IsUp(int descriptor, uint32_t& silent_ms) {
   return info.tcpi_state == TCP_ESTABLISHED;
 }
 
+/// The number behind "TCP: inuse" in what the system counts; kUnknown where it does not tell.
+size_t InUse(int descriptor, const char* before) {
+  char text[512];
+  const ssize_t length = pread(descriptor, text, sizeof(text) - 1, 0);
+  text[std::max<ssize_t>(length, 0)] = '\0';
+  const char* found = std::strstr(text, before);
+  return found == nullptr ? kUnknown : std::strtoul(found + std::strlen(before), nullptr, 10);
+}
+
 size_t QuarterOfDescriptors() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return SIZE_MAX;
@@ -63,15 +73,10 @@ ConnectionLimit::ConnectionLimit(const std::string& profile, const std::string& 
   auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
   auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
   storage.ss_family = inet_pton(AF_INET, address.c_str(), &v4->sin_addr) == 1 ? AF_INET : AF_INET6;
+  const bool ipv4 = storage.ss_family == AF_INET;
+  sockets_ = FileDescriptor(open(ipv4 ? "/proc/self/net/sockstat" : "/proc/self/net/sockstat6", O_RDONLY | O_CLOEXEC));
   if (storage.ss_family == AF_INET6) inet_pton(AF_INET6, address.c_str(), &v6->sin6_addr);
   address_ = BytesOf(storage);
-}
-
-int ConnectionLimit::LowestFree() const {
-  const int copy = fcntl(dirfd(descriptors_.get()), F_DUPFD_CLOEXEC, 0);
-  if (copy < 0) return kNone;
-  close(copy);
-  return copy;
 }
 
 bool ConnectionLimit::IsOurs(const sockaddr_storage& local) const {
@@ -105,11 +110,13 @@ std::chrono::milliseconds ConnectionLimit::Look(Clock::time_point now) {
   if (!descriptors_) return kLongestWait;
   if (now < next_glance_) return kBetweenLooks;
   next_glance_ = now + kBetweenGlances;
-  const int free = LowestFree();
-  if (now < next_look_ && free < free_at_last_look_ + kManyOpened) return kBetweenLooks;
-  next_look_ = now + kBetweenLooks;
-  free_at_last_look_ = free;
   const size_t most = std::min<size_t>(most_, QuarterOfDescriptors());
+  const size_t in_use = InUse(sockets_.get(), address_.size() == sizeof(in_addr) ? "TCP: inuse " : "TCP6: inuse ");
+  // With calls up there are thousands of descriptors to look through, nearly all of them media's.
+  if (in_use <= most) return kLongestWait;
+  if (now < next_look_ && in_use < in_use_at_last_look_ + kManyOpened) return kBetweenLooks;
+  next_look_ = now + kBetweenLooks;
+  in_use_at_last_look_ = in_use;
   Connections connections;
   const size_t count = Find(connections);
   if (count > most) ShutDown(connections, count - most, most, now);
