@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 #include "operate/process_limits.h"
@@ -24,6 +25,24 @@ TEST(ProcessLimitsTest, ThatAreTooLowComeWithTheNumberNeededAndTheSettings) {
           "switch.conf or tcp-max-connections in the SIP profiles",
           "A crash would leave no core file, whose size is limited to 0: set LimitCORE=infinity in the "
           "service's unit or \"ulimit -c unlimited\" in a shell"));
+}
+
+/// -1 where the system knows no such request.
+int WaitQueues() {
+  constexpr int kFutexHash = 78, kGetSlots = 2;
+  return prctl(kFutexHash, kGetSlots, 0UL, 0UL, 0UL);
+}
+
+TEST(ProcessLimitsTest, ThereIsAWaitQueueForEachSession) {
+  const bool known = WaitQueues() >= 0;
+  ShortenWaitQueues({1000, 100});
+  EXPECT_EQ(WaitQueues(), known ? 1024 : -1);
+  ShortenWaitQueues({1025, 0});
+  EXPECT_EQ(WaitQueues(), known ? 2048 : -1);
+  ShortenWaitQueues({0, 0});
+  EXPECT_EQ(WaitQueues(), known ? 256 : -1);
+  ShortenWaitQueues({1'000'000'000, 0});
+  EXPECT_EQ(WaitQueues(), known ? 65536 : -1);
 }
 
 TEST(ProcessLimitsTest, AreRaisedAsFarAsTheProcessMay) {

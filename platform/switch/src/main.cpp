@@ -272,6 +272,7 @@ int Serve(const Options& options, Signals& signals) {
   ServiceManager manager;
   std::string error;
   RaiseProcessLimits(LoadNow());  // what listens needs some of it
+  ShortenWaitQueues(LoadNow());
   if (!StartFronts(error)) {
     WarnOfLowLimits();  // they may be why
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "%s\n", error.c_str());

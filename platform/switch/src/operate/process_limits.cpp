@@ -1,5 +1,6 @@
 #include "operate/process_limits.h"
 
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -11,6 +12,13 @@ constexpr uint64_t kDescriptorsForSession = 2;  // RTP and RTCP
 constexpr uint64_t kUsefulForSession = 1;       // the media server's third socket, which it can do without
 /// Clients of the event socket with two each, the media servers' loops, SIP, the log, files that are read.
 constexpr uint64_t kOtherDescriptors = 256;
+
+// Linux 6.16 and later; the C library's headers are older.
+#ifndef PR_FUTEX_HASH
+#define PR_FUTEX_HASH 78
+#define PR_FUTEX_HASH_SET_SLOTS 1
+#endif
+constexpr uint64_t kFewestSlots = 256, kMostSlots = 65536;
 
 uint64_t raise(decltype(RLIMIT_CORE) resource, uint64_t wanted) {
   rlimit limit{};
@@ -30,6 +38,12 @@ uint64_t DescriptorsFor(const ConfiguredLoad& load) {
 ProcessLimits RaiseProcessLimits(const ConfiguredLoad& load) {
   return {raise(RLIMIT_NOFILE, DescriptorsFor(load) + load.sessions * kUsefulForSession),
           raise(RLIMIT_CORE, RLIM_INFINITY)};
+}
+
+void ShortenWaitQueues(const ConfiguredLoad& load) {
+  uint64_t slots = kFewestSlots;
+  while (slots < load.sessions && slots < kMostSlots) slots *= 2;
+  prctl(PR_FUTEX_HASH, PR_FUTEX_HASH_SET_SLOTS, slots, 0UL, 0UL);
 }
 
 std::vector<std::string> FindLowLimits(const ProcessLimits& limits, const ConfiguredLoad& load) {

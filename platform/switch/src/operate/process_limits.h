@@ -27,6 +27,11 @@ uint64_t DescriptorsFor(const ConfiguredLoad& load);
 /// session, and the size of a core file, and says what holds then.
 ProcessLimits RaiseProcessLimits(const ConfiguredLoad& load);
 
+/// Linux keeps the sleeping threads of a process in lists of its own, a few for each processor, and looks through one
+/// of them for every thread that is woken. A leg is a thread: with thousands of them that search would be a quarter of
+/// the work. This asks for as many lists as there may be legs; systems that know no such request have lists enough.
+void ShortenWaitQueues(const ConfiguredLoad& load);
+
 /// A sentence for each limit that is too low: the number there is, the number needed and the settings that give it.
 std::vector<std::string> FindLowLimits(const ProcessLimits& limits, const ConfiguredLoad& load);
 
