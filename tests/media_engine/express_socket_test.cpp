@@ -90,15 +90,15 @@ TEST_P(ExpressPorts, ThePortIsFreeOnceThePairIsGone) {
 INSTANTIATE_TEST_SUITE_P(BothFamilies, ExpressPorts, testing::Values("127.0.0.1", "::1"),
                          [](const auto& info) { return std::string(info.index == 0 ? "IPv4" : "IPv6"); });
 
-/// Leaves the process few files to open while it lives: ten, for the sanitizers need some to look at memory. That these
-/// are few out of all, many others are open.
+/// Leaves the process few files to open while it lives, but some, which the sanitizers need to look at memory. That
+/// these are few out of all, many others are open.
 class FewFiles {
  public:
-  FewFiles() {
+  explicit FewFiles(rlim_t left = 10) {
     for (int& file : others_) file = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
     getrlimit(RLIMIT_NOFILE, &before_);
     rlimit few = before_;
-    few.rlim_cur = static_cast<rlim_t>(others_.back()) + 11;
+    few.rlim_cur = static_cast<rlim_t>(others_.back()) + 1 + left;
     setrlimit(RLIMIT_NOFILE, &few);
   }
   ~FewFiles() {
@@ -119,6 +119,8 @@ class ExpressLegs : public WorkerTurns {
     JoinThem(a_, b_);
     GoExpress(a_);
   }
+
+  std::string reason_;
 
   /// The far end sends for a while.
   void GoExpress(TurnedLeg& leg) {
@@ -308,12 +310,31 @@ TEST_F(ExpressLegs, AnEndpointThatMovesToAnotherWorkerGoesOn) {
   EXPECT_EQ(a_.participant->Statistics().rtp_packets_received, before + 31);
 }
 
+TEST_F(ExpressLegs, WhereThereIsNoRoomForMoreThatIsFoundOutOnceAndAgainWhenSocketsWereClosed) {
+  const std::unique_ptr<PortPair> more = pool_->Acquire(reason_);
+  ASSERT_TRUE(more) << reason_;
+  {
+    // Less than a sixteenth and a half of all, but more than a sixteenth.
+    const FewFiles few(40);
+    EXPECT_TRUE(pool_->RoomForExpress());
+    EXPECT_FALSE(more->OpenExpress(b_.far_end.address()));
+    EXPECT_FALSE(pool_->RoomForExpress());
+    EXPECT_FALSE(pool_->FewDescriptorsLeft());
+    SendFor(b_, b_.far_end);
+    EXPECT_FALSE(Express(b_));
+    EXPECT_TRUE(Express(a_)) << "what there is stays";
+  }
+  EXPECT_FALSE(more->OpenExpress(b_.far_end.address())) << "nothing has been closed since";
+  EXPECT_TRUE(pool_->Acquire(reason_)) << reason_;
+  EXPECT_TRUE(pool_->RoomForExpress());
+  GoExpress(b_);
+}
+
 TEST_F(ExpressLegs, WhenFewFilesAreLeftTheExpressSocketsGoAndTheCallsGoOn) {
   ASSERT_TRUE(Express(a_));
-  std::string reason;
   {
     const FewFiles few;
-    const std::unique_ptr<PortPair> more = pool_->Acquire(reason);
+    const std::unique_ptr<PortPair> more = pool_->Acquire(reason_);
     EXPECT_TRUE(pool_->FewDescriptorsLeft());
     for (int i = 0; i < 80; ++i) {
       clock_->Advance(milliseconds{100});
@@ -325,7 +346,7 @@ TEST_F(ExpressLegs, WhenFewFilesAreLeftTheExpressSocketsGoAndTheCallsGoOn) {
     SendFor(a_, a_.far_end);
     EXPECT_FALSE(Express(a_));
   }
-  ASSERT_TRUE(pool_->Acquire(reason)) << reason;
+  ASSERT_TRUE(pool_->Acquire(reason_)) << reason_;
   EXPECT_FALSE(pool_->FewDescriptorsLeft());
   GoExpress(a_);
 }

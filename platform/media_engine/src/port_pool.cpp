@@ -46,10 +46,19 @@ std::size_t PairsIn(uint16_t first, uint16_t last) {
 
 }  // namespace
 
+void PortPair::CloseExpress() {
+  if (!express_.is_open()) return;
+  express_.Close();
+  pool_->room_for_express_.store(true, std::memory_order_relaxed);
+}
+
 bool PortPair::OpenExpress(const SocketAddress& peer) {
-  if (pool_->FewDescriptorsLeft()) return false;
+  if (pool_->FewDescriptorsLeft() || !pool_->RoomForExpress()) return false;
   if (express_.ConnectBeside(rtp_, address_, peer) != 0) return false;
-  if (IsBeyond(express_.fd(), kRoomForExpress)) express_.Close();
+  if (IsBeyond(express_.fd(), kRoomForExpress)) {
+    pool_->room_for_express_.store(false, std::memory_order_relaxed);
+    express_.Close();
+  }
   express_peer_ = peer;
   return express_.is_open();
 }
@@ -134,6 +143,7 @@ void PortPool::WakeRested() {
 }
 
 void PortPool::Release(std::size_t index, bool rest) {
+  room_for_express_.store(true, std::memory_order_relaxed);
   std::lock_guard<std::mutex> lock(mutex_);
   --in_use_;
   if (rest && quarantine_ > milliseconds{0}) {

@@ -37,7 +37,7 @@ class PortPair {
   /// each packet to it, and of the socket for each packet from it; everybody else's packets still come to rtp(). Not
   /// open when the system refuses, or when so many files are open that it would be missed elsewhere.
   bool OpenExpress(const SocketAddress& peer);
-  void CloseExpress() { express_.Close(); }
+  void CloseExpress();
   const UdpSocket& express() const { return express_; }
   /// Of the express socket, while it is open.
   const SocketAddress& express_peer() const { return express_peer_; }
@@ -72,10 +72,13 @@ class PortPool : public std::enable_shared_from_this<PortPool> {
   std::size_t capacity() const { return size_; }
   /// Without those that rest.
   std::size_t in_use() const;
-  /// Nearly as many files are open as may be: sockets that only make things faster should go.
-  /// Looks anew; the descriptor is any that is open.
+  /// Looks anew how many files are open; the descriptor is any that is.
   void CountDescriptors(int open_descriptor);
+  /// Nearly as many files are open as may be: sockets that only make things faster should go.
   bool FewDescriptorsLeft() const { return few_descriptors_left_.load(std::memory_order_relaxed); }
+  /// False from when such a socket was made and found to be one too many until a socket of any pair was closed: to make
+  /// one and close it again, for every leg again and again, costs more than it would bring.
+  bool RoomForExpress() const { return room_for_express_.load(std::memory_order_relaxed); }
 
  private:
   friend class PortPair;
@@ -103,6 +106,7 @@ class PortPool : public std::enable_shared_from_this<PortPool> {
   const milliseconds quarantine_;
   const std::shared_ptr<const Clock> clock_;
   std::atomic<bool> few_descriptors_left_{false};
+  std::atomic<bool> room_for_express_{true};
 
   mutable std::mutex mutex_;
   std::vector<bool> taken_;      // guarded by mutex_; in use or resting
