@@ -18,7 +18,7 @@ ProgramSettings SettingsOf(const Settings& settings, std::vector<std::string> co
 }
 
 // What the control library sets when nothing is said.
-constexpr char kDefaultCoalescingUs[] = "300";
+constexpr char kDefaultCoalescingUs[] = "400";
 
 class FloorRelay : public Relay {
  public:

@@ -16,7 +16,8 @@ struct RelayRun {
   double loss = 0, backlog = 0;   ///< shares of what was sent
   double cpu_us_per_packet = 0;   ///< the relay's, of all its threads, by what it delivered
   double p50_us = 0, p99_us = 0;  ///< from the far end's send to the arrival at the other; only if stamped
-  bool load_failed = false;       ///< the load was late, or refused by the system: the run says nothing of the relay
+  bool load_too_slow = false;     ///< or refused by the system: the run says nothing of the relay
+  bool load_stumbled = false;     ///< was put off for a moment: what the relay lost then says nothing of it
   std::string text;               ///< for the log
 };
 

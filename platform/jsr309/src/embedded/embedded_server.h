@@ -18,7 +18,7 @@ struct EmbeddedSettings {
   /// Longer than packets are under way, and than a far end takes to hear of the end.
   std::chrono::milliseconds port_quarantine{2000};
   /// A dozen packets at a thousand legs, and far less than any jitter buffer holds.
-  std::chrono::microseconds coalescing{300};
+  std::chrono::microseconds coalescing{400};
 };
 
 class EmbeddedServer : public MediaServer, private media_engine::ServerEvents {
