@@ -22,8 +22,11 @@ std::thread::id run_one(LegThreads& threads) {
 
 template <typename Condition>
 bool eventually(Condition condition) {
-  for (int i = 0; i < 5000 && !condition(); ++i) std::this_thread::sleep_for(milliseconds(2));
-  return condition();
+  for (int i = 0; i < 5000; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(milliseconds(2));
+  }
+  return false;
 }
 
 TEST(LegThreads, UsesAThreadAgainWhoseLegIsOver) {
