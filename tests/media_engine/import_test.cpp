@@ -166,7 +166,7 @@ TEST_F(Import, DoesNotWaitForAWorkerThatIsStuck) {
   EXPECT_TRUE(here->Import(*b.endpoint).ok);
   EXPECT_TRUE(there->Import(*b.endpoint).ok);
   EXPECT_TRUE(here->Import(*b.endpoint).ok);
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, milliseconds{500});
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, seconds{5});
   const Leg unanswered{b.endpoint, b.far_end, b.events, b.local};
   EXPECT_EQ(unanswered.endpoint->DetectRemoteAddress(milliseconds{20}).reason,
             "the media server did not answer within 20 ms");
