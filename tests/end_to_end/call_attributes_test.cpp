@@ -15,12 +15,11 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test_support::CallTrialSettings;
-using test_support::ConfigurationCopy;
 using test_support::RtpContent;
 using test_support::SippCallFields;
 using test_support::UdpSocket;
 
-class CallAttributes : public OrderedCall {
+class CallAttributes : public OnEachDriver<OrderedCall> {
  protected:
   /// From the call's beginning to the switch's end, with `callees_offer` in what the callee is offered and
   /// `callers_answer` in what the caller is answered.
@@ -41,8 +40,7 @@ class CallAttributes : public OrderedCall {
   }
 
   void Profile(const std::string& from, const std::string& to) {
-    conf_.Replace("sip_profiles/internal.xml", from, to);
-    switch_settings_.conf = conf_.Path();
+    Configuration().Replace("sip_profiles/internal.xml", from, to);
   }
 
   /// The media server goes on reporting to the phone, from the port that it told.
@@ -80,14 +78,11 @@ class CallAttributes : public OrderedCall {
     settings.codec.opaque_bytes = bytes;
     return settings;
   }
-
- private:
-  ConfigurationCopy conf_;
 };
 
 // 2001 tells at the end what each leg's phone reported: what came from the port that was named, for it comes from no
 // other.
-TEST_F(CallAttributes, RtcpGoesToAndComesFromThePortThatEachPhoneNamed) {
+TEST_P(CallAttributes, RtcpGoesToAndComesFromThePortThatEachPhoneNamed) {
   UdpSocket caller_rtcp;
   UdpSocket callee_rtcp;
   CallTrialSettings settings;
@@ -104,8 +99,13 @@ TEST_F(CallAttributes, RtcpGoesToAndComesFromThePortThatEachPhoneNamed) {
   std::swap(Callee().media->Rtcp(), callee_rtcp);
   const auto talk = trial_->Talk().at(0);
   EXPECT_TRUE(talk.Passed()) << talk.to_callee.Reasons() << talk.to_caller.Reasons();
-  ExpectReportsAt(Caller());
-  ExpectReportsAt(Callee());
+  if (IsOnRtpengine()) {  // which passes on what the phones report to each other, and reports nothing itself
+    EXPECT_GE(talk.caller_reports.heard_sender_reports, 1u);
+    EXPECT_GE(talk.callee_reports.heard_sender_reports, 1u);
+  } else {
+    ExpectReportsAt(Caller());
+    ExpectReportsAt(Callee());
+  }
   EXPECT_FALSE(caller_rtcp.Receive()) << "RTCP at a port that was not named";
   EXPECT_FALSE(callee_rtcp.Receive()) << "RTCP at a port that was not named";
   HangUp();
@@ -113,23 +113,25 @@ TEST_F(CallAttributes, RtcpGoesToAndComesFromThePortThatEachPhoneNamed) {
   for (const HeardEvent& event : listener->WaitFor(4, seconds(20))) {
     if (event.Header("Inflow-RTP-Flag") == "1") sender_reports += event.Number("SR-Sent-Count");
   }
-  EXPECT_EQ(sender_reports, static_cast<long>(talk.caller_reports.sender_reports + talk.callee_reports.sender_reports));
+  const std::size_t sent = talk.caller_reports.sender_reports + talk.callee_reports.sender_reports;
+  EXPECT_EQ(sender_reports, IsOnRtpengine() ? 0 : static_cast<long>(sent));
   listener.reset();
   ExpectEndedWell();
 }
 
-TEST_F(CallAttributes, PacketsOf10MillisecondsPass) {
+TEST_P(CallAttributes, PacketsOf10MillisecondsPass) {
   Carries(PacketTime(10), "a=ptime:10", "a=ptime:10");
 }
 
-TEST_F(CallAttributes, PacketsOf30MillisecondsPass) {
+TEST_P(CallAttributes, PacketsOf30MillisecondsPass) {
   Carries(PacketTime(30), "a=ptime:30", "a=ptime:30");
 }
 
 // Each leg names the codec by a number of its own. 12.2 kbit/s: CMR, table of contents, 31 octets (RFC 4867, 4.4).
-TEST_F(CallAttributes, AmrIsCarriedInOctetAlignedPayloads) {
+TEST_P(CallAttributes, AmrIsCarriedInOctetAlignedPayloads) {
   CallTrialSettings settings =
       Phones(Codec("100", "AMR/8000", "fmtp:100 octet-align=1"), Codec("96", "AMR/8000", "fmtp:96 octet-align=1"), 33);
+  if (IsOnRtpengine()) return ExpectCallThatCannotBeJoined(settings, "AMR/8000 octet-align=1 under payload types 100");
   settings.talk = milliseconds(900);
   StartPhones(settings);
   ExpectCallsToCarrySpeech(1);
@@ -140,19 +142,19 @@ TEST_F(CallAttributes, AmrIsCarriedInOctetAlignedPayloads) {
   ExpectEndedWell();
 }
 
-TEST_F(CallAttributes, G729WithoutAnnexBStaysSoOnBothLegsWhenTheCallerSaysSo) {
+TEST_P(CallAttributes, G729WithoutAnnexBStaysSoOnBothLegsWhenTheCallerSaysSo) {
   Carries(Phones(Codec("18", "G729/8000", "fmtp:18 annexb=no"), Codec("18", "G729/8000", "ptime:20"), 20),
           "a=fmtp:18 annexb=no", "a=fmtp:18 annexb=no");
 }
 
-TEST_F(CallAttributes, G729WithoutAnnexBStaysSoOnBothLegsWhenTheProfileSaysSo) {
+TEST_P(CallAttributes, G729WithoutAnnexBStaysSoOnBothLegsWhenTheProfileSaysSo) {
   Profile("name=\"g729-annexb\" value=\"true\"", "name=\"g729-annexb\" value=\"false\"");
   Carries(Phones(Codec("18", "G729/8000", "ptime:20"), Codec("18", "G729/8000", "ptime:20"), 20), "a=fmtp:18 annexb=no",
           "a=fmtp:18 annexb=no");
 }
 
 // 24 octets of 30 ms at 6.3 kbit/s: the two lowest bits of the first say so (RFC 3551, 4.5.3).
-TEST_F(CallAttributes, G723WithoutAnnexAStaysSoOnBothLegs) {
+TEST_P(CallAttributes, G723WithoutAnnexAStaysSoOnBothLegs) {
   CallTrialSettings settings =
       Phones(Codec("4", "G723/8000", "fmtp:4 annexa=no"), Codec("4", "G723/8000", "fmtp:4 annexa=no"), 24);
   settings.codec.ptime = milliseconds(30);
@@ -162,7 +164,7 @@ TEST_F(CallAttributes, G723WithoutAnnexAStaysSoOnBothLegs) {
 
 // Telephone-events that we offer under one number are answered under another: what goes out bears theirs, what comes in
 // bears ours (RFC 3264, 5.1). The codec has a number of its own on each leg.
-TEST_F(CallAttributes, PayloadTypesMayDifferBetweenTheLegsAndBetweenTheDirectionsOfOne) {
+TEST_P(CallAttributes, PayloadTypesMayDifferBetweenTheLegsAndBetweenTheDirectionsOfOne) {
   Profile("name=\"asymmetric-dynamic-payload\" value=\"false\"", "name=\"asymmetric-dynamic-payload\" value=\"true\"");
   CallTrialSettings settings =
       Phones(Codec("116", "iLBC/8000", "fmtp:116 mode=20"), Codec("98", "iLBC/8000", "fmtp:98 mode=20"), 38);
@@ -170,6 +172,9 @@ TEST_F(CallAttributes, PayloadTypesMayDifferBetweenTheLegsAndBetweenTheDirection
   settings.callee.event_payload_type = "110";
   settings.caller_digits = "37";
   settings.callee_digits = "0";
+  if (IsOnRtpengine()) {
+    return ExpectCallThatCannotBeJoined(settings, "iLBC/8000 bitrate=15200 under payload types 116 and ");
+  }
   settings.talk = seconds(2);
   StartPhones(settings);
   ExpectCallsToCarrySpeech(1);
@@ -180,6 +185,8 @@ TEST_F(CallAttributes, PayloadTypesMayDifferBetweenTheLegsAndBetweenTheDirection
   HangUp();
   ExpectEndedWell();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, CallAttributes, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

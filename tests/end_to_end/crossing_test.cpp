@@ -12,9 +12,9 @@ using std::chrono::seconds;
 using test_support::CallTrialSettings;
 using test_support::SipMessage;
 
-class CancelRace : public OrderedCall {};
+class CancelRace : public OnEachDriver<OrderedCall> {};
 
-TEST_F(CancelRace, ThatTheAnswerWinsAtTheCallerLeavesTheCallUp) {
+TEST_P(CancelRace, ThatTheAnswerWinsAtTheCallerLeavesTheCallUp) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller_cancels_too_late";
   StartCall(settings);
@@ -26,7 +26,7 @@ TEST_F(CancelRace, ThatTheAnswerWinsAtTheCallerLeavesTheCallUp) {
 }
 
 // The callee takes the call at the moment in which our CANCEL is on its way: it is thanked and hung up.
-TEST_F(CancelRace, ThatTheAnswerWinsAtTheCalleeEndsTheCallThere) {
+TEST_P(CancelRace, ThatTheAnswerWinsAtTheCalleeEndsTheCallThere) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller_cancels";
   settings.callee_scenario = "callee_answers_cancelled_call";
@@ -40,9 +40,9 @@ TEST_F(CancelRace, ThatTheAnswerWinsAtTheCalleeEndsTheCallThere) {
   ExpectEndedWell();
 }
 
-class ForkedCall : public OrderedCall {};
+class ForkedCall : public OnEachDriver<OrderedCall> {};
 
-TEST_F(ForkedCall, StaysWithThePhoneThatAnsweredFirstAndSendsTheSecondAway) {
+TEST_P(ForkedCall, StaysWithThePhoneThatAnsweredFirstAndSendsTheSecondAway) {
   CallTrialSettings settings;
   settings.callee_scenario = "callee_forks";
   StartCall(settings);
@@ -58,6 +58,9 @@ TEST_F(ForkedCall, StaysWithThePhoneThatAnsweredFirstAndSendsTheSecondAway) {
   HangUp();
   ExpectEndedWell();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, CancelRace, every_media_driver(), media_driver_name);
+INSTANTIATE_TEST_SUITE_P(Over, ForkedCall, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

@@ -10,9 +10,9 @@ namespace {
 using std::chrono::seconds;
 using test_support::CallTrialSettings;
 
-class EarlyMedia : public OrderedCall {};
+class EarlyMedia : public OnEachDriver<OrderedCall> {};
 
-TEST_F(EarlyMedia, IsHeardByTheCallerBeforeTheAnswerAndTheCallGoesOnFromThere) {
+TEST_P(EarlyMedia, IsHeardByTheCallerBeforeTheAnswerAndTheCallGoesOnFromThere) {
   CallTrialSettings settings;
   settings.callee_scenario = "callee_plays_early";
   StartPhones(settings);
@@ -33,7 +33,7 @@ TEST_F(EarlyMedia, IsHeardByTheCallerBeforeTheAnswerAndTheCallGoesOnFromThere) {
 }
 
 // Two phones behind one number: who began last is heard, until one of them answers.
-TEST_F(EarlyMedia, OfTwoPhonesIsThatOfTheLastAndTheCallThatOfTheOneThatAnswers) {
+TEST_P(EarlyMedia, OfTwoPhonesIsThatOfTheLastAndTheCallThatOfTheOneThatAnswers) {
   CallTrialSettings settings;
   settings.callee_scenario = "callee_forks_early";
   StartPhones(settings);
@@ -56,6 +56,8 @@ TEST_F(EarlyMedia, OfTwoPhonesIsThatOfTheLastAndTheCallThatOfTheOneThatAnswers) 
   HangUp();
   ExpectEndedWell();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, EarlyMedia, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

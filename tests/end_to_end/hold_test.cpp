@@ -12,7 +12,7 @@ constexpr std::chrono::milliseconds kTalk{500};
 
 using test_support::SippAgent;
 
-class Hold : public OrderedCall {
+class Hold : public OnEachDriver<OrderedCall> {
  protected:
   /// Everything that the phone may say of its direction, in one call.
   void EveryHoldOf(SippAgent& holding, const Party& holder, SippAgent& unaware, const Party& other,
@@ -61,21 +61,21 @@ class Hold : public OrderedCall {
   }
 };
 
-TEST_F(Hold, ByTheCallerDecidesWhoIsHeard) {
+TEST_P(Hold, ByTheCallerDecidesWhoIsHeard) {
   StartCall();
   EveryHoldOf(CallerAgent(), Caller(), CalleeAgent(), Callee(), LegOf("inbound"));
   HangUp();
   ExpectEndedWell();
 }
 
-TEST_F(Hold, ByTheCalleeDecidesWhoIsHeard) {
+TEST_P(Hold, ByTheCalleeDecidesWhoIsHeard) {
   StartCall();
   EveryHoldOf(CalleeAgent(), Callee(), CallerAgent(), Caller(), LegOf("outbound"));
   HangUp();
   ExpectEndedWell();
 }
 
-TEST_F(Hold, OfBothLastsForEachUntilItResumesItself) {
+TEST_P(Hold, OfBothLastsForEachUntilItResumesItself) {
   StartCall();
   Order(CallerAgent(), {"INVITE", MediaOf(Caller()), "recvonly"});
   Order(CalleeAgent(), {"INVITE", MediaOf(Callee()), "recvonly"});
@@ -87,6 +87,8 @@ TEST_F(Hold, OfBothLastsForEachUntilItResumesItself) {
   HangUp();
   ExpectEndedWell();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, Hold, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

@@ -18,11 +18,9 @@ using test_support::SipDialogue;
 using test_support::SipMessage;
 using test_support::StoppedThreads;
 
-constexpr char kFirst[] = "127.0.0.1";
-constexpr char kSecond[] = "127.0.0.2";
 constexpr std::size_t kWorkers = 2;  // of each media server of the sample
 
-class MediaServerLoss : public SwitchCall {
+class MediaServerLoss : public OnEachDriver<SwitchCall> {
  protected:
   /// Phones at 2000, whose calls are to be lost, and at 1000, which talk for longer than it takes to find that out.
   void StartWithPhonesAtBothNumbers() {
@@ -75,31 +73,43 @@ class MediaServerLoss : public SwitchCall {
     }
   }
 
+  /// The first media server serves no more: its threads are stopped, or its process is killed.
+  void StopTheFirst() {
+    if (IsOnRtpengine()) return fleet_->At(0).Kill();
+    workers_ = std::make_unique<StoppedThreads>(switch_->Pid(), "media-worker", 0, kWorkers);
+  }
+  void ContinueTheFirst() {
+    if (IsOnRtpengine()) return fleet_->At(0).Start();
+    workers_->Continue();
+  }
+
   void HangUpAll() { EXPECT_EQ(switch_->Api("hupall"), "+OK hangup all channels with cause MANAGER_REQUEST\n"); }
 
   std::unique_ptr<CallTrial> ones_;
   std::unique_ptr<CallTrial> others_;
 
  private:
+  std::unique_ptr<StoppedThreads> workers_;
   std::unique_ptr<CallTrial> Phones(const std::string& name, CallTrialSettings settings) {
     settings.caller_scenario = "caller_awaits_bye";
+    settings.relays_source = IsOnRtpengine();
     settings.directory = directory_.Path() / name;
     std::filesystem::create_directory(settings.directory);
     return std::make_unique<CallTrial>(settings);
   }
 };
 
-TEST_F(MediaServerLoss, EndsItsCallsOnceEachLeavesTheOthersAloneAndIsMadeGood) {
+TEST_P(MediaServerLoss, EndsItsCallsOnceEachLeavesTheOthersAloneAndIsMadeGood) {
   StartWithPhonesAtBothNumbers();
-  Service("down", kSecond);
-  Establish(*ones_, 2, kFirst);
+  Service("down", MediaServerAddress(1));
+  Establish(*ones_, 2, MediaServerAddress(0));
   ExpectSpeech(*ones_);
-  Service("up", kSecond);
-  Service("down", kFirst);
-  Establish(*others_, 2, kSecond);
-  Service("up", kFirst);
+  Service("up", MediaServerAddress(1));
+  Service("down", MediaServerAddress(0));
+  Establish(*others_, 2, MediaServerAddress(1));
+  Service("up", MediaServerAddress(0));
 
-  StoppedThreads workers_of_the_first(switch_->Pid(), "media-worker", 0, kWorkers);
+  StopTheFirst();
   ExpectSpeech(*others_);
   ones_->WaitHungUp(seconds(60));
   ExpectEndedOnce(ones_->Caller().Dialogues(), 2);
@@ -108,16 +118,16 @@ TEST_F(MediaServerLoss, EndsItsCallsOnceEachLeavesTheOthersAloneAndIsMadeGood) {
   EXPECT_EQ(switch_->Log().find("02:00:00:00:00:02 - Media server lost"), std::string::npos);
 
   // Emptier, and back in service, but not there.
-  Establish(*ones_, 1, kSecond);
+  Establish(*ones_, 1, MediaServerAddress(1));
   ExpectSpeech(*ones_);
   HangUpAll();
   ones_->WaitHungUp(seconds(30));
   others_->WaitHungUp(seconds(30));
   others_->WaitCalleeDone(seconds(30));
 
-  workers_of_the_first.Continue();
+  ContinueTheFirst();
   ExpectLogLine({"02:00:00:00:00:01", "Media server back"});
-  Establish(*ones_, 1, kFirst);
+  Establish(*ones_, 1, MediaServerAddress(0));
   ExpectSpeech(*ones_);
   HangUpAll();
   ones_->WaitHungUp(seconds(30));
@@ -129,6 +139,8 @@ TEST_F(MediaServerLoss, EndsItsCallsOnceEachLeavesTheOthersAloneAndIsMadeGood) {
                           [](const std::string& line) { return line.find("Media server lost") != std::string::npos; }),
             1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, MediaServerLoss, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

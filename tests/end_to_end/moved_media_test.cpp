@@ -11,7 +11,7 @@ namespace {
 using test_support::RtpPhone;
 using test_support::SippAgent;
 
-class MovedMedia : public OrderedCall {
+class MovedMedia : public OnEachDriver<OrderedCall> {
  protected:
   /// The phone moves to another port, then to another address too: it is heard and hears there, and nowhere else.
   void MovesTwice(SippAgent& phone, const Party& before, const Party& other, const std::string& method) {
@@ -34,19 +34,21 @@ class MovedMedia : public OrderedCall {
   }
 };
 
-TEST_F(MovedMedia, FollowsTheCallersUpdate) {
+TEST_P(MovedMedia, FollowsTheCallersUpdate) {
   StartCall();
   MovesTwice(CallerAgent(), Caller(), Callee(), "UPDATE");
   HangUp();
   ExpectEndedWell();
 }
 
-TEST_F(MovedMedia, FollowsTheCalleesFurtherInvite) {
+TEST_P(MovedMedia, FollowsTheCalleesFurtherInvite) {
   StartCall();
   MovesTwice(CalleeAgent(), Callee(), Caller(), "INVITE");
   HangUp();
   ExpectEndedWell();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, MovedMedia, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

@@ -89,7 +89,7 @@ void OrderedCall::ExpectEndedWell() {
   ExpectCleanStop();
 }
 
-void OrderedCall::ExpectHeard(const Party& from, const Party& to, milliseconds length) {
+void OrderedCall::ExpectHeard(const Party& from, const Party& to, milliseconds length) const {
   while (to.media->Rtp().Receive()) {
   }
   test_support::RtpDirectionSettings direction;
@@ -97,6 +97,7 @@ void OrderedCall::ExpectHeard(const Party& from, const Party& to, milliseconds l
   direction.talk.length = length;
   direction.to = {from.far.address, from.far.port};
   direction.expected.from = UdpAddress{to.far.address, to.far.port}.ToString();
+  direction.expected.relays_source = IsOnRtpengine();
   const auto heard = test_support::say_rtp(*from.media, *to.media, direction);
   EXPECT_TRUE(heard.Passed()) << heard.Reasons();
   EXPECT_EQ(heard.received, heard.sent);

@@ -36,8 +36,8 @@ class OrderedCall : public SentOn {
   /// Where the far end is told that this phone hears: an order that moves nothing names it.
   static test_support::UdpAddress MediaOf(const Party& party) { return {"127.0.0.1", party.media->Port()}; }
   /// All of what `from` says is heard at `to`, unaltered.
-  static void ExpectHeard(const Party& from, const Party& to,
-                          std::chrono::milliseconds length = std::chrono::milliseconds(400));
+  void ExpectHeard(const Party& from, const Party& to,
+                   std::chrono::milliseconds length = std::chrono::milliseconds(400)) const;
   /// Nothing of what `from` says is heard at `to`, as soon as the bridge has turned.
   static void ExpectUnheard(const Party& from, const Party& to);
 

@@ -10,13 +10,11 @@ namespace {
 using std::chrono::seconds;
 using test_support::CallTrialSettings;
 
-class RtpTimeout : public SwitchCall {};
+class RtpTimeout : public OnEachDriver<SwitchCall> {};
 
-TEST_F(RtpTimeout, EndsTheCallWithItsCauseOnBothSides) {
-  test_support::ConfigurationCopy conf;
-  conf.Replace("sip_profiles/internal.xml", "name=\"rtp-timeout-sec\" value=\"300\"",
-               "name=\"rtp-timeout-sec\" value=\"2\"");
-  switch_settings_.conf = conf.Path();
+TEST_P(RtpTimeout, EndsTheCallWithItsCauseOnBothSides) {
+  Configuration().Replace("sip_profiles/internal.xml", "name=\"rtp-timeout-sec\" value=\"300\"",
+                          "name=\"rtp-timeout-sec\" value=\"2\"");
   CallTrialSettings settings;
   settings.caller_scenario = "caller_awaits_bye";
   StartWithPhones(settings);
@@ -31,6 +29,8 @@ TEST_F(RtpTimeout, EndsTheCallWithItsCauseOnBothSides) {
   ExpectAtRest();
   ExpectCleanStop();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, RtpTimeout, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

@@ -31,13 +31,14 @@ SippSettings settings_of(const std::string& name, const std::filesystem::path& d
   return settings;
 }
 
-RtpDirectionSettings direction(const Party& talker, const Party& listener, milliseconds length) {
+RtpDirectionSettings direction(const Party& talker, const Party& listener, milliseconds length, bool relays_source) {
   static std::mt19937 seeds{std::random_device{}()};
   RtpDirectionSettings settings;
   settings.talk = test_support::random_talk(static_cast<std::uint32_t>(seeds()));
   settings.talk.length = length;
   settings.to = {talker.far.address, talker.far.port};
   settings.expected.from = UdpAddress{listener.far.address, listener.far.port}.ToString();
+  settings.expected.relays_source = relays_source;
   return settings;
 }
 
@@ -82,12 +83,12 @@ Party SentOn::Callee() {
   return {&trial_->CalleePhone(0), trial_->Calls().at(0).callee_far};
 }
 
-void SentOn::ExpectTheyTalk(const Party& one, const Party& other, milliseconds length) {
+void SentOn::ExpectTheyTalk(const Party& one, const Party& other, milliseconds length) const {
   RtpCallSettings call;
   call.caller = one.media;
   call.callee = other.media;
-  call.to_callee = direction(one, other, length);
-  call.to_caller = direction(other, one, length);
+  call.to_callee = direction(one, other, length, IsOnRtpengine());
+  call.to_caller = direction(other, one, length, IsOnRtpengine());
   const auto results = test_support::exchange_rtp({call});
   ASSERT_EQ(results.size(), 1u);
   EXPECT_TRUE(results[0].to_callee.Passed()) << "to the second: " << results[0].to_callee.Reasons();

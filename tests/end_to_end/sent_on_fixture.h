@@ -51,8 +51,8 @@ class SentOn : public SwitchCall {
   Party Callee();
   Party Carol() { return {&carol_->Media(), carol_->Far()}; }
   /// Both say something and hear all of what the other says.
-  static void ExpectTheyTalk(const Party& one, const Party& other,
-                             std::chrono::milliseconds length = std::chrono::milliseconds(1500));
+  void ExpectTheyTalk(const Party& one, const Party& other,
+                      std::chrono::milliseconds length = std::chrono::milliseconds(1500)) const;
   /// What arrived before is taken away; then nothing comes while `talk` runs.
   template <typename Talk>
   static void ExpectNothingReaches(const Party& party, Talk talk) {

@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test_support::CallTrialSettings;
 
-class SentOnCall : public SentOn {
+class SentOnCall : public OnEachDriver<SentOn> {
  protected:
   static CallTrialSettings Patient() {
     CallTrialSettings settings;
@@ -20,7 +20,7 @@ class SentOnCall : public SentOn {
   }
 };
 
-TEST_F(SentOnCall, CallerTalksToTheNewPartyAndTheOldOneHearsNothing) {
+TEST_P(SentOnCall, CallerTalksToTheNewPartyAndTheOldOneHearsNothing) {
   StartWithCarol(Patient());
   TalkToCallee();
   const std::string leg = LegOf("inbound");
@@ -36,7 +36,7 @@ TEST_F(SentOnCall, CallerTalksToTheNewPartyAndTheOldOneHearsNothing) {
   ExpectCleanStop();
 }
 
-TEST_F(SentOnCall, CalleeTakesItsMediaAlongToTheNewParty) {
+TEST_P(SentOnCall, CalleeTakesItsMediaAlongToTheNewParty) {
   StartWithCarol(Patient());
   TalkToCallee();
   const std::string callee = LegOf("outbound");
@@ -51,7 +51,7 @@ TEST_F(SentOnCall, CalleeTakesItsMediaAlongToTheNewParty) {
   ExpectCleanStop();
 }
 
-TEST_F(SentOnCall, BothLegsMayBeParkedAndHearNothingOfEachOther) {
+TEST_P(SentOnCall, BothLegsMayBeParkedAndHearNothingOfEachOther) {
   StartWithCarol(Patient());
   TalkToCallee();
   ExpectApi("uuid_transfer " + LegOf("inbound") + " -both 3001", "+OK\n");
@@ -78,7 +78,7 @@ TEST_F(SentOnCall, BothLegsMayBeParkedAndHearNothingOfEachOther) {
   ExpectCleanStop();
 }
 
-TEST_F(SentOnCall, ParkedCallerIsSentToAPhone) {
+TEST_P(SentOnCall, ParkedCallerIsSentToAPhone) {
   CallTrialSettings settings = Patient();
   settings.dialled = "3001";
   StartWithCarol(settings);
@@ -98,7 +98,7 @@ TEST_F(SentOnCall, ParkedCallerIsSentToAPhone) {
   ExpectCleanStop();
 }
 
-TEST_F(SentOnCall, ByTheDialplanLeadsToAnotherNumber) {
+TEST_P(SentOnCall, ByTheDialplanLeadsToAnotherNumber) {
   CallTrialSettings settings;
   settings.dialled = "3002";
   StartWithPhones(settings);
@@ -108,7 +108,7 @@ TEST_F(SentOnCall, ByTheDialplanLeadsToAnotherNumber) {
   ExpectCleanStop();
 }
 
-class HeldCall : public SentOn {
+class HeldCall : public OnEachDriver<SentOn> {
  protected:
   static std::size_t Arrived(const Party& party) {
     std::size_t heard = 0;
@@ -125,7 +125,7 @@ class HeldCall : public SentOn {
   }
 };
 
-TEST_F(HeldCall, HeldPhoneIsNotHeardUntilItIsTakenBack) {
+TEST_P(HeldCall, HeldPhoneIsNotHeardUntilItIsTakenBack) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller_awaits_bye";
   settings.callee_scenario = "callee_is_held";
@@ -168,9 +168,9 @@ TEST_F(BridgeFailover, SecondPhoneIsCalledWhenTheFirstIsBusy) {
   ExpectCleanStop();
 }
 
-class OriginatedCall : public SentOn {};
+class OriginatedCall : public OnEachDriver<SentOn> {};
 
-TEST_F(OriginatedCall, CallsTwoPhonesAndJoinsThem) {
+TEST_P(OriginatedCall, CallsTwoPhonesAndJoinsThem) {
   CalledPhone bob("bob", directory_.Path());
   carol_ = std::make_unique<CalledPhone>("carol", directory_.Path());
   StartSwitch();
@@ -188,7 +188,7 @@ TEST_F(OriginatedCall, CallsTwoPhonesAndJoinsThem) {
   ExpectCleanStop();
 }
 
-TEST_F(OriginatedCall, NamesTheCauseOfABusyPhone) {
+TEST_P(OriginatedCall, NamesTheCauseOfABusyPhone) {
   CalledPhone busy("busy", directory_.Path(), "callee_is_busy");
   StartSwitch();
   ExpectApi("originate sip:2000@" + busy.Address().ToString() + " 2000", "-ERR USER_BUSY\n");
@@ -196,6 +196,10 @@ TEST_F(OriginatedCall, NamesTheCauseOfABusyPhone) {
   ExpectAtRest();
   ExpectCleanStop();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, SentOnCall, every_media_driver(), media_driver_name);
+INSTANTIATE_TEST_SUITE_P(Over, HeldCall, every_media_driver(), media_driver_name);
+INSTANTIATE_TEST_SUITE_P(Over, OriginatedCall, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

@@ -12,33 +12,28 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test_support::CallTrialSettings;
-using test_support::ConfigurationCopy;
 using test_support::SipDialogue;
 using test_support::SipMessage;
 using test_support::SippAgent;
 
 const std::string kReason = "Q.850;cause=102;text=\"RECOVERY_ON_TIMER_EXPIRE\"";
 
-class SessionTimerCall : public OrderedCall {
+class SessionTimerCall : public OnEachDriver<OrderedCall> {
  protected:
   void StartWithIntervalsFrom(const std::string& least) {
-    conf_.Replace("sip_profiles/internal.xml", "name=\"minimum-session-expires\" value=\"120\"",
-                  "name=\"minimum-session-expires\" value=\"" + least + "\"");
-    switch_settings_.conf = conf_.Path();
+    Configuration().Replace("sip_profiles/internal.xml", "name=\"minimum-session-expires\" value=\"120\"",
+                            "name=\"minimum-session-expires\" value=\"" + least + "\"");
   }
 
   static std::size_t Refreshes(SippAgent& phone, const std::string& method) {
     return count_messages(phone.Dialogues().at(0),
                           [&](const SipMessage& m) { return m.Status() == 200 && !m.sent && m.Method() == method; });
   }
-
- private:
-  ConfigurationCopy conf_;
 };
 
 // Without a refresh this call would end after six seconds (RFC 4028, 10); it is talked on for seven. Then both phones
 // fall silent.
-TEST_F(SessionTimerCall, LastsWhileBothPhonesRefreshAndEndsWithAReasonWhenTheyStop) {
+TEST_P(SessionTimerCall, LastsWhileBothPhonesRefreshAndEndsWithAReasonWhenTheyStop) {
   StartWithIntervalsFrom("1");
   CallTrialSettings settings;
   settings.caller.header = "Session-Expires: 9;refresher=uac";
@@ -67,7 +62,7 @@ TEST_F(SessionTimerCall, LastsWhileBothPhonesRefreshAndEndsWithAReasonWhenTheySt
   ExpectEndedWell();
 }
 
-TEST_F(SessionTimerCall, TooSmallAnIntervalIsRefusedAndTheOneThatWasNamedTaken) {
+TEST_P(SessionTimerCall, TooSmallAnIntervalIsRefusedAndTheOneThatWasNamedTaken) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller_asks_again";
   StartCall(settings);
@@ -79,6 +74,8 @@ TEST_F(SessionTimerCall, TooSmallAnIntervalIsRefusedAndTheOneThatWasNamedTaken) 
   HangUp();
   ExpectEndedWell();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, SessionTimerCall, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

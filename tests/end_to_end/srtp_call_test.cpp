@@ -10,7 +10,7 @@ namespace {
 using std::chrono::seconds;
 using test_support::CallTrialSettings;
 
-class SrtpCall : public SwitchCall {
+class SrtpCall : public OnEachDriver<SwitchCall> {
  protected:
   void StartWith(const std::string& secure_media, const std::string& caller, const std::string& callee) {
     switch_settings_.variables.emplace_back("rtp_secure_media", secure_media);
@@ -33,7 +33,7 @@ class SrtpCall : public SwitchCall {
   }
 };
 
-TEST_F(SrtpCall, IsEncryptedOnBothLegsWithTheLongTag) {
+TEST_P(SrtpCall, IsEncryptedOnBothLegsWithTheLongTag) {
   StartWith("mandatory", "AES_CM_128_HMAC_SHA1_80", "AES_CM_128_HMAC_SHA1_80");
   ExpectCallsToCarrySpeech(1);
   ExpectKeysOfItsOwnForEachStream();
@@ -42,7 +42,7 @@ TEST_F(SrtpCall, IsEncryptedOnBothLegsWithTheLongTag) {
   ExpectCleanStop();
 }
 
-TEST_F(SrtpCall, MayBeEncryptedWithTheShortTagOnOneLegOnly) {
+TEST_P(SrtpCall, MayBeEncryptedWithTheShortTagOnOneLegOnly) {
   StartWith("optional", "AES_CM_128_HMAC_SHA1_32", "");
   ExpectCallsToCarrySpeech(1);
   EXPECT_EQ(trial_->Calls().at(0).caller_far.crypto.substr(0, 26), "1 AES_CM_128_HMAC_SHA1_32 ");
@@ -52,13 +52,15 @@ TEST_F(SrtpCall, MayBeEncryptedWithTheShortTagOnOneLegOnly) {
   ExpectCleanStop();
 }
 
-TEST_F(SrtpCall, IsRefusedInTheClearWhereItIsMandatory) {
+TEST_P(SrtpCall, IsRefusedInTheClearWhereItIsMandatory) {
   switch_settings_.variables.emplace_back("rtp_secure_media", "mandatory");
   StartSwitch();
   EXPECT_EQ(RefusedWith("caller_is_refused", "2000"), 488);
   ExpectLogLine({"SRTP is mandatory: no key is offered"});
   ExpectAtRest();
 }
+
+INSTANTIATE_TEST_SUITE_P(Over, SrtpCall, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

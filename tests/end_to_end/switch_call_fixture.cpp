@@ -6,6 +6,7 @@
 
 namespace end_to_end {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test_support::CallTrial;
 using test_support::CallTrialSettings;
@@ -26,8 +27,34 @@ bool has_line(const std::string& log, const std::vector<std::string>& texts) {
   return false;
 }
 
+SwitchCall::~SwitchCall() = default;
+
+test_support::ConfigurationCopy& SwitchCall::Configuration() {
+  if (configuration_ == nullptr) {
+    configuration_ = std::make_unique<test_support::ConfigurationCopy>();
+    switch_settings_.conf = configuration_->Path();
+  }
+  return *configuration_;
+}
+
+void SwitchCall::PutMediaOnRtpengine(unsigned heartbeat_ms) {
+  fleet_ = std::make_unique<test_support::RtpengineFleet>(2);
+  fleet_->PutInto(Configuration(), heartbeat_ms);
+}
+
+std::string SwitchCall::MediaServerAddress(std::size_t server) const {
+  return IsOnRtpengine() ? fleet_->At(server).Address() : "127.0.0." + std::to_string(server + 1);
+}
+
+pid_t SwitchCall::MediaServerPid(const std::string& address) const {
+  if (!IsOnRtpengine()) return switch_->Pid();
+  return fleet_->At(address == MediaServerAddress(0) ? 0 : 1).Pid();
+}
+
 void SwitchCall::StartWithPhones(CallTrialSettings settings) {
   settings.directory = directory_.Path();
+  settings.relays_source = IsOnRtpengine();
+  if (IsOnRtpengine()) settings.hold_margin += milliseconds(1500);  // two daemons more have to get their turns
   trial_ = std::make_unique<CallTrial>(settings);
   StartSwitch(trial_->CalleeUriAddress());
 }
@@ -74,9 +101,25 @@ void SwitchCall::ExpectHungUp() {
   ASSERT_NO_THROW(trial_->WaitCalleeDone(seconds(30)));
 }
 
+void SwitchCall::ExpectCallThatCannotBeJoined(CallTrialSettings settings, const std::string& reason) {
+  settings.caller_scenario = "caller_awaits_bye";
+  settings.callee_scenario = "callee";
+  StartWithPhones(settings);
+  trial_->Dial(switch_->Sip(), 1);
+  ExpectHungUp();
+  ExpectLogLine({"[ERR]", reason});
+  ExpectAtRest();
+  ASSERT_NO_THROW(switch_->Stop(seconds(30)));
+}
+
 void SwitchCall::ExpectAtRest() {
   const auto rest = test_support::await_rest(*switch_, before_, seconds(15));
   EXPECT_TRUE(rest.AtRest()) << rest.Faults();
+  for (std::size_t daemon = 0; IsOnRtpengine() && daemon < 2; ++daemon) {
+    std::size_t calls = 0;
+    EXPECT_TRUE(test_support::wait_until(seconds(15), [&] { return (calls = fleet_->At(daemon).Calls()) == 0; }))
+        << calls << " calls still on the daemon at " << MediaServerAddress(daemon);
+  }
 }
 
 void SwitchCall::ExpectCleanStop() {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "switch_call_fixture.h"
 
 namespace end_to_end {
@@ -28,7 +30,7 @@ std::string tag_of(const std::string& header) {
   return header.substr(start, header.find(';', start) - start);
 }
 
-class Transfer : public SwitchCall {
+class TransferCalls : public SwitchCall {
  protected:
   /// A trial call, and "1000" reaches a third phone that answers and hangs up in the end.
   void StartWithThreePhones(CallTrialSettings settings) {
@@ -77,16 +79,17 @@ class Transfer : public SwitchCall {
     return {&trial_->CallerPhone(0), view.caller_own, view.caller_far};
   }
 
-  static test_support::RtpDirectionSettings Direction(const Party& from, const Party& to, std::uint32_t seed) {
+  test_support::RtpDirectionSettings Direction(const Party& from, const Party& to, std::uint32_t seed) const {
     test_support::RtpDirectionSettings direction;
     direction.talk = test_support::random_talk(seed);
     direction.talk.length = seconds(1);
     direction.to = {from.far.address, from.far.port};
     direction.expected.from = test_support::UdpAddress{to.far.address, to.far.port}.ToString();
+    direction.expected.relays_source = IsOnRtpengine();
     return direction;
   }
 
-  static void ExpectToTalk(const Party& one, const Party& other) {
+  void ExpectToTalk(const Party& one, const Party& other) const {
     test_support::RtpCallSettings call;
     call.caller = one.phone;
     call.callee = other.phone;
@@ -115,7 +118,9 @@ class Transfer : public SwitchCall {
   std::unique_ptr<SippAgent> target_;
 };
 
-TEST_F(Transfer, TheCallerTalksToWhomTheCalledPhoneNamed) {
+class Transfer : public OnEachDriver<TransferCalls> {};
+
+TEST_P(Transfer, TheCallerTalksToWhomTheCalledPhoneNamed) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller_awaits_bye";
   settings.callee_scenario = "callee_refers";
@@ -133,7 +138,7 @@ TEST_F(Transfer, TheCallerTalksToWhomTheCalledPhoneNamed) {
   ExpectCleanStop();
 }
 
-TEST_F(Transfer, TwoCallsOfOnePhoneAreJoined) {
+TEST_P(Transfer, TwoCallsOfOnePhoneAreJoined) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller_awaits_bye";
   settings.callee_scenario = "callee";
@@ -153,7 +158,7 @@ TEST_F(Transfer, TwoCallsOfOnePhoneAreJoined) {
   ExpectCleanStop();
 }
 
-TEST_F(Transfer, ACallTakesThePlaceOfAnother) {
+TEST_P(Transfer, ACallTakesThePlaceOfAnother) {
   CallTrialSettings settings;
   settings.caller_scenario = "caller";
   settings.callee_scenario = "callee";
@@ -170,6 +175,57 @@ TEST_F(Transfer, ACallTakesThePlaceOfAnother) {
   ExpectAtRest();
   ExpectCleanStop();
 }
+
+class TransferBetweenDrivers : public TransferCalls {
+ protected:
+  /// One of the sample's media servers, and a daemon in the place of the other.
+  void StartWithOneOfEach(const CallTrialSettings& settings) {
+    const std::string second =
+        "<driver>embedded</driver>\n      <mac>02:00:00:00:00:02</mac>\n      <address>127.0.0.2";
+    Configuration().Replace("jsr309.xml", second,
+                            "<driver>rtpengine</driver>\n      <mac>02:00:00:00:00:02</mac>\n      <control>" +
+                                test_support::UdpAddress{daemon_.Address(), daemon_.ControlPort()}.ToString() +
+                                "</control>\n      <address>" + daemon_.Address());
+    StartWithThreePhones(settings);
+  }
+
+  /// Whether that phone was told of that.
+  static bool WasNotified(const SippAgent& phone, const std::string& status_line) {
+    const SipDialogue dialogue = phone.Dialogues().at(0);
+    return std::any_of(dialogue.Messages().begin(), dialogue.Messages().end(), [&](const auto& message) {
+      return !message.sent && message.Method() == "NOTIFY" && message.body.rfind(status_line, 0) == 0;
+    });
+  }
+
+  test_support::RtpengineDaemon daemon_;
+};
+
+// The legs of the one cannot be moved to the other. Who asked for it is told, and nobody stays in a call alone.
+TEST_F(TransferBetweenDrivers, IsRefusedWithTheirPlacesNamedAndEndsTheCalls) {
+  CallTrialSettings settings;
+  settings.caller_scenario = "caller_awaits_bye";
+  settings.callee_scenario = "callee";
+  StartWithOneOfEach(settings);
+  ExpectCallsToCarrySpeech(1);
+  ASSERT_EQ(Caller().far.address, "127.0.0.1");
+  RtpPhone asker_phone;
+  const auto asker = CallAbout("caller_joins_calls", "1000", asker_phone);
+  ASSERT_TRUE(Reached(*target_)) << target_->Account() << asker->Account();
+  EXPECT_EQ(PartyOf(*target_, target_phone_).far.address, daemon_.Address());
+  ExpectLogLine({"[ERR]", "Refused import of endpoint ",
+                 ": it is on media server 127.0.0.1, whose driver is not that of " + daemon_.Address()});
+  // Told of another end than these two wait for.
+  for (SippAgent* phone : {asker.get(), target_.get()})
+    EXPECT_TRUE(phone->WaitForExit(seconds(30))) << phone->Account();
+  EXPECT_TRUE(WasNotified(*asker, "SIP/2.0 503 ")) << asker->Account();
+  ASSERT_NO_THROW(trial_->WaitHungUp(seconds(20)));
+  ASSERT_NO_THROW(trial_->WaitCalleeDone(seconds(20)));
+  ExpectAtRest();
+  EXPECT_TRUE(test_support::wait_until(seconds(10), [this] { return daemon_.Calls() == 0; }));
+  ASSERT_NO_THROW(switch_->Stop(seconds(30)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Over, Transfer, every_media_driver(), media_driver_name);
 
 }  // namespace
 }  // namespace end_to_end

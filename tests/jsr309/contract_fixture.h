@@ -57,6 +57,25 @@ class ContractTest : public EmbeddedTest, public ::testing::WithParamInterface<M
     EmbeddedTest::Start(options);
   }
 
+  /// One server on ::1, the only IPv6 address that a loopback has.
+  void StartOnIpv6() {
+    EmbeddedOptions options;
+    options.addresses = {"::1"};
+    if (IsRtpengine()) {
+      RtpengineDaemon::Options daemon = DaemonOptions();
+      daemon.address = "::1";
+      // What others here have taken is passed over; a part of its own keeps that from happening often.
+      daemon.port_min = static_cast<std::uint16_t>(30000 + getpid() % 100 * 300);
+      daemon.port_max = static_cast<std::uint16_t>(daemon.port_min + 299);
+      daemons_.push_back(std::make_unique<RtpengineDaemon>(daemon));
+      options.extras = {"<control>[::1]:" + std::to_string(daemons_.back()->ControlPort()) + "</control>"};
+      options.driver = "rtpengine";
+      options.port_quarantine_ms.clear();
+    }
+    addresses_ = options.addresses;
+    EmbeddedTest::Start(options);
+  }
+
   const std::string& Address(size_t server = 0) const { return addresses_.at(server); }
   RtpengineDaemon& Daemon(size_t server) { return *daemons_.at(server); }
 

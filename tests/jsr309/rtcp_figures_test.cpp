@@ -29,14 +29,15 @@ Dictionary Query(const Dictionary& leg, const Dictionary& bus, const Dictionary&
 }
 
 TEST(RtcpFigures, ComeFromBothSidesOfTheCallAndTheReportsOfBothFarEnds) {
-  const Dictionary to_far_end = {{"cumulative loss", 4},
-                                 {"average MOS", Sample(2, 1, 90000, 30400)},
-                                 {"highest MOS", Sample(1, 0, 80000, 20000)},
-                                 {"lowest MOS", Sample(5, 10, 120000, 60600)}};
-  const Dictionary from_far_end = {{"cumulative loss", 7}, {"average MOS", Sample(3, 50, 1, 1)}};
+  // Under each source stands what it says of the other's stream.
+  const Dictionary said_by_far_end = {{"cumulative loss", 4},
+                                      {"average MOS", Sample(2, 1, 90000, 30400)},
+                                      {"highest MOS", Sample(1, 0, 80000, 20000)},
+                                      {"lowest MOS", Sample(5, 10, 120000, 60600)}};
+  const Dictionary said_by_other = {{"cumulative loss", 7}, {"average MOS", Sample(3, 50, 1, 1)}};
   const Dictionary query = Query(Side(Stream(50, 8600, 0, 17, {}, Endpoint("192.0.2.7", 4010)), {}),
                                  Side(Stream(42, 40 * 172, 2, 34, {}, Endpoint("192.0.2.8", 4020)), {}),
-                                 {{"34", to_far_end}, {"17", from_far_end}});
+                                 {{"17", said_by_far_end}, {"34", said_by_other}});
   const auto reports = ReadReports(query, 16000);
   ASSERT_EQ(reports.size(), 1u);
   const RtcpStatsReport& report = reports[0];
@@ -51,7 +52,10 @@ TEST(RtcpFigures, ComeFromBothSidesOfTheCallAndTheReportsOfBothFarEnds) {
   EXPECT_EQ(report.lrsTotalLostRTPPacketsCnt, 7u);
   EXPECT_EQ(report.lrsMaxFractionLost, 128);
   EXPECT_EQ(report.lrsAvgInterArrivalJitter, 48u);
-  EXPECT_EQ(report.rssSenderReportCnt + report.rssRTPPacketsSent + report.lssSenderReportCnt, 0u);
+  // What the sender reports said is not told: packets that came stand for those that were sent.
+  EXPECT_EQ(report.rssRTPPacketsSent, 50u);
+  EXPECT_EQ(report.rssBytesSent, 50u * 160u);
+  EXPECT_EQ(report.rssSenderReportCnt + report.lssSenderReportCnt, 0u);
 }
 
 TEST(RtcpFigures, ThereAreNoneBeforeTheFirstPacketOrFromARepliesThatSayNothing) {

@@ -25,6 +25,7 @@ using rtpengine::TextOf;
 using std::chrono::milliseconds;
 using test_support::kPatience;
 using test_support::NgServer;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -69,6 +70,16 @@ class ObedientDaemon {
       if (condition(request)) cookies.insert(request.cookie);
     }
     return cookies.size();
+  }
+  /// The commands that came for that call, in order.
+  std::vector<std::string> CommandsFor(const std::string& call_id) const {
+    std::vector<std::string> commands;
+    std::set<std::string> cookies;
+    for (const NgServer::Frame& request : Requests()) {
+      if (TextOf(request.message, "call-id") != call_id || !cookies.insert(request.cookie).second) continue;
+      commands.push_back(TextOf(request.message, "command"));
+    }
+    return commands;
   }
   /// The call that was made last.
   std::string LastCall() const {
@@ -142,6 +153,13 @@ class RtpengineOperations : public testing::Test {
     AddCodec(remote);
     return remote;
   }
+  /// Both sides of the daemon's call have to hear of this one.
+  static MediaConfig RemoteWithEvents() {
+    MediaConfig remote = Remote();
+    remote.SetRfc2833Flag(true);
+    remote.SetRfc2833Payload(101);
+    return remote;
+  }
   static void AddCodec(MediaConfig& config) {
     config.AddCodec("PCMU", 0, 20, 8000, 64000, false, 0, 0, 0, nullptr, 0, 1.0);
   }
@@ -171,7 +189,7 @@ TEST_F(RtpengineOperations, UnderWayGiveUpWithTheNextRequestWhenTheEndpointIsClo
   ASSERT_TRUE(a->Join(kDuplex, b));
   const auto offers_a = daemon.Count(offer_a), answers_a = daemon.Count(answer_a), offers_b = daemon.Count(offer_b);
   daemon.KeepBack(offer_a);
-  auto described = std::async(std::launch::async, [&] { return a->SetRemoteOffer(Remote(40002)); });
+  auto described = std::async(std::launch::async, [&] { return a->SetRemoteOffer(RemoteWithEvents()); });
   EXPECT_TRUE(Eventually([&] { return daemon.Count(offer_a) > offers_a; }));
   auto closed = std::async(std::launch::async, [&] { return a->Close(); });
   // The end does not wait for the operation: the other leg hears of it at once.
@@ -181,6 +199,50 @@ TEST_F(RtpengineOperations, UnderWayGiveUpWithTheNextRequestWhenTheEndpointIsClo
   EXPECT_TRUE(closed.get());
   EXPECT_EQ(daemon.Count(answer_a), answers_a);
   EXPECT_TRUE(Eventually([&] { return daemon.Count(ObedientDaemon::Is("delete", call_a)) > 0; }));
+}
+
+// Each is a round trip to another machine.
+TEST_F(RtpengineOperations, OfAPlainCallAskForNothingThatTheDaemonKnows) {
+  ObedientDaemon daemon;
+  const auto session = Open(daemon).CreateSession();
+  const auto caller = session->CreateEndpoint({}), callee = session->CreateEndpoint({});
+  MediaConfig offer, answer;
+  AddCodec(offer);
+  AddCodec(answer);
+  ASSERT_TRUE(caller->SetRemoteOffer(Remote()) && callee->GetLocalOffer(offer));
+  const std::string call_of_callee = daemon.LastCall();
+  ASSERT_TRUE(callee->SetRemoteAnswer(Remote(40002)) && caller->GetLocalAnswer(answer));
+  const std::string call_of_caller = daemon.LastCall();
+  ASSERT_TRUE(caller->Join(kDuplex, callee) && caller->Unjoin(callee));
+  ASSERT_TRUE(caller->Close() && callee->Close());
+  // Made with its far end, joined, parted, ended; made without one, which answers, joined, parted, ended.
+  EXPECT_THAT(daemon.CommandsFor(call_of_caller), ElementsAre("offer", "answer", "offer", "offer", "delete"));
+  EXPECT_THAT(daemon.CommandsFor(call_of_callee), ElementsAre("offer", "answer", "answer", "offer", "offer", "delete"));
+}
+
+TEST_F(RtpengineOperations, RepeatADescriptionToADaemonThatKnowsItAndSoFindOutWhetherItsCallIsThere) {
+  ObedientDaemon daemon;
+  const auto session = Open(daemon).CreateSession();
+  const auto a = NewLeg(*session);
+  const auto before = daemon.CommandsFor(daemon.LastCall()).size();
+  ASSERT_TRUE(a->SetRemoteOffer(Remote()));
+  EXPECT_EQ(daemon.CommandsFor(daemon.LastCall()).size(), before + 2);
+}
+
+// What the daemon was told then is not known.
+TEST_F(RtpengineOperations, DescribeBothSidesAfterARefusal) {
+  ObedientDaemon daemon;
+  const auto session = Open(daemon).CreateSession();
+  const auto a = NewLeg(*session);
+  const std::string call = daemon.LastCall();
+  daemon.Refuse(ObedientDaemon::Is("answer", call));
+  EXPECT_FALSE(a->SetRemoteOffer(Remote(40002)));
+  daemon.Refuse(nullptr);
+  ASSERT_TRUE(a->SetRemoteOffer(Remote(40004)));
+  const auto commands = daemon.CommandsFor(call);
+  ASSERT_GE(commands.size(), 2u);
+  EXPECT_EQ(commands[commands.size() - 2], "offer");
+  EXPECT_EQ(commands.back(), "answer");
 }
 
 TEST_F(RtpengineOperations, JoinThatFailsUndoesTheJoinThatWas) {
@@ -214,10 +276,7 @@ TEST_F(RtpengineOperations, DescriptionThatIsRefusedLeavesTheFarEndWhereItWasFou
   const Dictionary tag{{"medias", rtpengine::Bencode::List{media}}};
   daemon.Tell({{"tags", Dictionary{{"leg", tag}}}});
   daemon.Refuse(ObedientDaemon::Is("offer", call));
-  MediaConfig again = Remote();
-  again.SetRfc2833Flag(true);
-  again.SetRfc2833Payload(101);
-  EXPECT_FALSE(a->SetRemoteOffer(again));
+  EXPECT_FALSE(a->SetRemoteOffer(RemoteWithEvents()));
   daemon.Refuse(nullptr);
   EXPECT_TRUE(a->SetRemoteOffer(Remote()));
   const auto answers = daemon.Requests();

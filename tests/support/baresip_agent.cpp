@@ -155,11 +155,12 @@ BaresipAgent::MediaAccount BaresipAgent::Media() const {
   const std::string table = log.substr(at);
   const auto packets = row(table, "packets:");
   const auto errors = row(table, "errors:");
-  const auto lost = row(table, "lost:");
   MediaAccount account;
   account.sent = static_cast<std::size_t>(packets.first);
   account.received = static_cast<std::size_t>(packets.second);
   account.errors = static_cast<std::size_t>(errors.first + errors.second);
+  if (table.find("\nlost:") == std::string::npos) return account;
+  const auto lost = row(table, "lost:");
   account.lost = lost.first + lost.second;
   return account;
 }

@@ -49,7 +49,7 @@ class BaresipAgent {
     std::size_t sent = 0;      // RTP packets
     std::size_t received = 0;  // RTP packets
     std::size_t errors = 0;    // in either direction
-    long lost = 0;             // in either direction, as the reports told
+    long lost = -1;            // in either direction, as the reports told; -1 when none came
   };
   MediaAccount Media() const;
   /// The audio of its calls so far, decoded, in order; complete once the call is over.

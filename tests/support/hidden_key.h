@@ -17,6 +17,8 @@ class HiddenKey {
   std::uint8_t operator[](std::size_t index) const { return masked_[index] ^ kMask; }
   /// How often the key stands in what the process has written to, freed memory included.
   std::size_t CopiesInMemory() const;
+  /// The same of the key in base64 (RFC 4648), as descriptions carry it.
+  std::size_t Base64CopiesInMemory() const;
 
  private:
   static constexpr std::uint8_t kMask = 0xa5;

@@ -9,10 +9,15 @@
 namespace test_support {
 namespace {
 
-/// Replaces in place; what is put in has the length of what was there, so that Content-Length stays right.
 void replace(std::string& text, const std::string& from, const std::string& to) {
   const std::size_t at = text.find(from);
-  if (at != std::string::npos && from.size() == to.size()) text.replace(at, from.size(), to);
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+}
+
+/// From there to the end of the line.
+void replace_rest_of_line(std::string& text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  if (at != std::string::npos) text.replace(at, text.find("\r\n", at + from.size()) - at, to);
 }
 
 }  // namespace
@@ -58,12 +63,17 @@ void RtpTap::HandSipOn() {
 
 void RtpTap::Rewrite(std::string& message, Side& side, std::uint16_t port) {
   const std::size_t end = message.find("\r\n\r\n");
-  const auto audio = end == std::string::npos ? std::nullopt : parse_sdp_audio(message.substr(end + 4));
+  std::string body = end == std::string::npos ? "" : message.substr(end + 4);
+  const auto audio = parse_sdp_audio(body);
   if (!audio) return;
   side.media = {audio->address, audio->port};
   side.crypto = audio->crypto;
-  replace(message, "m=audio " + std::to_string(audio->port) + " ", "m=audio " + std::to_string(port) + " ");
-  replace(message, "c=IN IP4 " + audio->address, "c=IN IP4 127.0.0.1");
+  replace(body, "m=audio " + std::to_string(audio->port) + " ", "m=audio " + std::to_string(port) + " ");
+  replace(body, "c=IN IP4 " + audio->address, "c=IN IP4 127.0.0.1");
+  replace_rest_of_line(body, "a=rtcp:", "a=rtcp:" + std::to_string(port + 1));
+  message.resize(end + 4);
+  replace_rest_of_line(message, "\r\nContent-Length: ", "\r\nContent-Length: " + std::to_string(body.size()));
+  message += body;
 }
 
 void RtpTap::HandMediaOn(RtpPhone& in, RtpPhone& out, Side& from, const Side& to) {

@@ -13,8 +13,8 @@
 namespace test_support {
 
 /// Whether a call is really encrypted shows only on the wire. A tap stands between a phone and the switch: the phone
-/// dials the tap instead of the switch, the tap hands every SIP message on with its own media ports in the description,
-/// and so all RTP of the call passes through it, is written down, and is handed on as it came.
+/// dials the tap instead of the switch, the tap hands every SIP message on with its own media address in the
+/// description, and so all RTP of the call passes through it, is written down, and is handed on as it came.
 ///
 /// For the first description each way, IPv4 on loopback; later messages of the dialogue go past it, as their addresses
 /// are the switch's own. A thread of its own, joined by the destructor; the other members may be called from one other

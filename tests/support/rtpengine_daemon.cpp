@@ -65,7 +65,7 @@ std::vector<std::string> RtpengineDaemon::Command(std::uint16_t port) const {
                                       "--foreground",
                                       "--log-stderr",
                                       "--interface=" + options_.address,
-                                      "--listen-ng=" + options_.address + ":" + std::to_string(port),
+                                      "--listen-ng=" + UdpAddress{options_.address, port}.ToString(),
                                       "--port-min=" + std::to_string(options_.port_min),
                                       "--port-max=" + std::to_string(options_.port_max),
                                       "--num-threads=2"};
@@ -75,16 +75,33 @@ std::vector<std::string> RtpengineDaemon::Command(std::uint16_t port) const {
   return command;
 }
 
-bool RtpengineDaemon::AwaitPong() {
-  UdpSocket socket;
-  const std::string ping = "tests_0 d7:command4:pinge";
-  bool ponged = false;
+std::string RtpengineDaemon::Ask(const std::string& command) const {
+  UdpSocket socket(0, UdpAddress{options_.address}.IsIpv6());
+  std::string reply;
   wait_until(seconds(30), [&] {
-    if (socket.Receive()) ponged = true;
-    if (!ponged) socket.SendTo({options_.address, control_port_}, {ping.begin(), ping.end()});
-    return ponged || !child_->Running();
+    if (const auto datagram = socket.Receive()) reply.assign(datagram->data.begin(), datagram->data.end());
+    if (reply.empty()) socket.SendTo({options_.address, control_port_}, {command.begin(), command.end()});
+    return !reply.empty() || !child_->Running();
   });
-  return ponged;
+  return reply;
+}
+
+bool RtpengineDaemon::AwaitPong() {
+  return !Ask("tests_0 d7:command4:pinge").empty();
+}
+
+std::size_t RtpengineDaemon::Calls() const {
+  const std::string reply = Ask("tests_1 d7:command4:list5:limiti1000000ee");
+  const std::string key = "5:callsl";
+  const std::size_t list = reply.find(key);
+  if (list == std::string::npos) throw std::runtime_error("rtpengine lists no calls: " + reply);
+  std::size_t calls = 0;
+  for (std::size_t at = list + key.size(); at < reply.size() && reply[at] != 'e'; ++calls) {
+    const std::size_t colon = reply.find(':', at);
+    if (colon == std::string::npos) throw std::runtime_error("rtpengine's list of calls is cut off: " + reply);
+    at = colon + 1 + std::stoul(reply.substr(at, colon - at));
+  }
+  return calls;
 }
 
 void RtpengineDaemon::Kill() {

@@ -37,6 +37,9 @@ class RtpengineDaemon {
   /// What it has written since it was started last.
   std::string Log() const { return child_->Output(); }
 
+  /// How many calls it has; throws std::runtime_error when it does not say.
+  std::size_t Calls() const;
+
   /// SIGKILL, and waits for its end.
   void Kill();
   /// Again, at the same address and ports.
@@ -44,6 +47,8 @@ class RtpengineDaemon {
 
  private:
   std::vector<std::string> Command(std::uint16_t port) const;
+  /// Its reply to a command as it travels; empty when it ends instead, or says nothing for half a minute.
+  std::string Ask(const std::string& command) const;
   /// Whether it answers before it ends.
   bool AwaitPong();
 

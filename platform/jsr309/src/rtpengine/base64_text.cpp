@@ -10,8 +10,8 @@ constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnop
 
 }  // namespace
 
-std::string ToBase64(const SecretBytes& bytes) {
-  std::string text;
+SecretText ToBase64(const SecretBytes& bytes) {
+  SecretText text;
   for (std::size_t at = 0; at < bytes.size(); at += 3) {
     const std::size_t count = std::min<std::size_t>(3, bytes.size() - at);
     uint32_t group = 0;

@@ -5,15 +5,15 @@
 namespace kelvaro::jsr309::rtpengine {
 namespace {
 
-void Append(const Bencode& value, std::string& out);
+void Append(const Bencode& value, SecretText& out);
 
-void AppendText(const std::string& text, std::string& out) {
+void AppendText(const std::string& text, SecretText& out) {
   out += std::to_string(text.size());
   out += ':';
-  out += text;
+  out.append(text.data(), text.size());
 }
 
-void Append(const Bencode& value, std::string& out) {
+void Append(const Bencode& value, SecretText& out) {
   if (const int64_t* number = value.Number()) {
     out += 'i' + std::to_string(*number) + 'e';
   } else if (const std::string* text = value.Text()) {
@@ -130,9 +130,9 @@ class Reader {
 }  // namespace
 
 std::string EncodeBencode(const Bencode& value) {
-  std::string out;
+  SecretText out;
   Append(value, out);
-  return out;
+  return {out.data(), out.size()};
 }
 
 std::optional<Bencode> DecodeBencode(std::string_view text, std::string& error) {

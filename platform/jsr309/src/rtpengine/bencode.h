@@ -3,8 +3,10 @@
 /// What is read comes from the network: Decode accepts what the notation allows and nothing else, and is bounded in
 /// depth whatever it is given. Dictionaries are written in the order of their keys and accepted in any.
 ///
-/// Plain values without shared state; any thread.
+/// Values without shared state; any thread. Their texts may hold keys, and are wiped when they end.
 #pragma once
+
+#include "rtpengine/secret_text.h"
 
 #include <cstdint>
 #include <map>
@@ -27,6 +29,11 @@ class Bencode {
   Bencode(const char* text) : value_(std::string(text)) {}
   Bencode(List list) : value_(std::move(list)) {}
   Bencode(Dictionary dictionary) : value_(std::move(dictionary)) {}
+  ~Bencode() { WipeText(); }
+  Bencode(const Bencode&) = default;
+  Bencode(Bencode&&) = default;
+  Bencode& operator=(const Bencode& other) { return Set(other.value_); }
+  Bencode& operator=(Bencode&& other) noexcept { return Set(std::move(other.value_)); }
 
   Bencode& operator=(int64_t number) { return Set(number); }
   Bencode& operator=(std::string text) { return Set(std::move(text)); }
@@ -44,8 +51,12 @@ class Bencode {
  private:
   template <typename T>
   Bencode& Set(T value) {
+    WipeText();
     value_ = std::move(value);
     return *this;
+  }
+  void WipeText() {
+    if (auto* const text = std::get_if<std::string>(&value_)) Wipe(*text);
   }
 
   std::variant<int64_t, std::string, List, Dictionary> value_;
@@ -56,6 +67,7 @@ using Dictionary = Bencode::Dictionary;
 /// Lists and dictionaries in each other: deeper is refused.
 constexpr int kBencodeDepth = 16;
 
+/// What it gives is the only copy of the value's texts: nothing of it is left in freed memory.
 std::string EncodeBencode(const Bencode& value);
 /// One value and nothing behind it. None when text is not that; error then says what is wrong, and at which octet.
 std::optional<Bencode> DecodeBencode(std::string_view text, std::string& error);

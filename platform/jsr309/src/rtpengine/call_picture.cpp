@@ -36,12 +36,13 @@ Dictionary Request(const char* command, const std::string& call_id) {
   return {{"command", command}, {"call-id", call_id}};
 }
 
-Dictionary Description(const char* command, const CallName& name, const std::string& sdp, bool learn) {
+Dictionary Description(const char* command, const CallName& name, std::string sdp, bool learn) {
   Dictionary request = Request(command, name.call_id);
   request.emplace("from-tag", kBus);
-  request.emplace("sdp", sdp);
+  request.emplace("sdp", std::move(sdp));
   request.emplace("flags", Flags(learn));
-  request.emplace("replace", Bencode::List{"origin"});
+  // Nobody's address is answered with the daemon's own.
+  request.emplace("replace", Bencode::List{"origin", "zero-address"});
   request.emplace("rtcp-mux", Bencode::List{"demux"});
   request.emplace("ICE", "remove");
   return request;
@@ -61,8 +62,14 @@ NgPlace Nowhere(int family) {
   return {family == AF_INET6 ? "::" : "0.0.0.0", kDiscardPort, 0};
 }
 
-NgPlace Discarded(int family) {
-  return {family == AF_INET6 ? "100::1" : "192.0.2.1", kDiscardPort, 0};  // RFC 6666, RFC 5737
+PictureChange ChangeOf(const CallPicture& told, const CallPicture& picture) {
+  const auto in_order = [](const CallPicture& one) { return one.image || one.learn || one.keys; };
+  const bool same_streams = told.leg_codecs == picture.leg_codecs && told.bus_codecs == picture.bus_codecs &&
+                            told.packet_time_ms == picture.packet_time_ms && told.tos == picture.tos;
+  if (in_order(told) || in_order(picture) || !same_streams) return PictureChange::kBoth;
+  const bool same_leg = told.leg == picture.leg, same_bus = told.bus == picture.bus;
+  if (same_leg == same_bus) return same_leg ? PictureChange::kNothing : PictureChange::kBoth;
+  return same_leg ? PictureChange::kBus : PictureChange::kLeg;
 }
 
 Dictionary OfferOf(const CallName& name, const CallPicture& picture) {

@@ -31,6 +31,13 @@ struct CallPicture {
   std::optional<uint8_t> tos;
 };
 
+/// What of a call has to be described to a daemon again.
+enum class PictureChange { kNothing, kBus, kLeg, kBoth };
+/// From a picture that the daemon follows to another one. A side can be described alone where nothing but its place has
+/// changed, and nothing hangs on the order in which both are described: keys, images, a far end that is looked for.
+/// block is not part of a description.
+PictureChange ChangeOf(const CallPicture& told, const CallPicture& picture);
+
 /// Names of a call on a daemon, and through which of its interfaces it goes (empty: the daemon's first).
 struct CallName {
   std::string call_id;
@@ -39,9 +46,6 @@ struct CallName {
 
 /// Where nobody is: a daemon sends nothing there and takes nothing from there. family: AF_INET or AF_INET6.
 NgPlace Nowhere(int family);
-/// The same for a call that is being made, whose replies must carry the daemon's addresses, which they do not beside
-/// nobody's. Packets are never sent there since none are taken.
-NgPlace Discarded(int family);
 
 Dictionary OfferOf(const CallName& name, const CallPicture& picture);
 Dictionary AnswerOf(const CallName& name, const CallPicture& picture);

@@ -8,7 +8,9 @@ namespace kelvaro::jsr309::rtpengine {
 namespace {
 
 bool ReadReply(const Dictionary& reply, NgDescription& description, std::string& error) {
-  if (ReadSdp(TextOf(reply, "sdp"), description, error)) {
+  const auto sdp = reply.find("sdp");
+  const std::string* const text = sdp == reply.end() ? nullptr : sdp->second.Text();
+  if (ReadSdp(text == nullptr ? std::string_view() : *text, description, error)) {
     if (description.rtp_port != 0) return true;
     error = "it gave no port";
   }
@@ -26,11 +28,12 @@ DaemonCall::DaemonCall(std::shared_ptr<RtpengineContext> context, uint64_t epoch
     : context_(std::move(context)), name_{context_->NewCall(epoch), context_->interface()}, epoch_(epoch) {}
 
 bool DaemonCall::Open(CallPicture picture, NgTime deadline, std::string& error) {
-  picture.leg = picture.bus = Discarded(context_->family());
-  picture.keys.reset();
+  const bool whole = !picture.keys && !picture.image && !picture.learn;
+  if (!whole) picture.leg = Nowhere(context_->family());
   picture.image = picture.block = picture.learn = false;
   NgDescription leg, bus;
-  bool open = Exchange(picture, OfferOf(name_, picture), leg, bus, deadline, error);
+  const Dictionary offer = picture.keys ? KeyOfferOf(name_, picture) : OfferOf(name_, picture);
+  bool open = Exchange(picture, offer, leg, bus, deadline, error);
   if (open) {
     error = FaultOf(leg);
     open = error.empty();
@@ -41,6 +44,9 @@ bool DaemonCall::Open(CallPicture picture, NgTime deadline, std::string& error) 
   }
   leg_ = {context_->settings().addresses.front(), leg.rtp_port, RtcpPortOf(leg)};
   bus_ = {bus.address, bus.rtp_port, RtcpPortOf(bus)};
+  applied_keys_ = picture.keys;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (whole) told_ = Told{std::move(picture), true};
   return true;
 }
 
@@ -62,9 +68,15 @@ bool DaemonCall::Exchange(const CallPicture& picture, const Dictionary& offer, N
 
 bool DaemonCall::ExchangeOnOurPorts(const CallPicture& picture, const Dictionary& offer, NgTime deadline,
                                     std::string& error) {
-  NgDescription leg, bus;
-  if (!Exchange(picture, offer, leg, bus, deadline, error)) return false;
-  if (leg.rtp_port == leg_.rtp_port && bus.rtp_port == bus_.rtp_port) return true;
+  return AskOnPort(offer, leg_.rtp_port, deadline, error) &&
+         AskOnPort(AnswerOf(name_, picture), bus_.rtp_port, deadline, error);
+}
+
+bool DaemonCall::AskOnPort(const Dictionary& request, uint16_t port, NgTime deadline, std::string& error) {
+  NgDescription description;
+  const auto reply = context_->Ask(request, epoch_, deadline, error);
+  if (!reply || !ReadReply(*reply, description, error)) return false;
+  if (description.rtp_port == port) return true;
   // An offer makes a call that is not there; the one that was has been ended by the daemon.
   ReportUnknown();
   error = "the daemon has ended the call by itself";
@@ -82,25 +94,68 @@ bool DaemonCall::ApplyKeys(const CallPicture& picture, NgTime deadline, std::str
   return true;
 }
 
+std::optional<DaemonCall::Told> DaemonCall::TakeTold(uint64_t& posts) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  posts = posts_;
+  return std::exchange(told_, std::nullopt);
+}
+
 bool DaemonCall::Apply(const CallPicture& picture, NgTime deadline, std::string& error) {
+  uint64_t posts = 0;
+  const std::optional<Told> told = TakeTold(posts);
+  PictureChange change = told ? ChangeOf(told->picture, picture) : PictureChange::kBoth;
+  // A description that is repeated later finds out whether the call is still there.
+  if (change == PictureChange::kNothing && !told->by_open) change = PictureChange::kBoth;
+  if (!Describe(change, picture, deadline, error)) return false;
+  applied_learning_ = picture.learn;
+  if (picture.block) was_blocked_ = true;
+  if (was_blocked_ && !context_->Ask(BlockOf(name_, picture.block), epoch_, deadline, error)) return false;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (posts == posts_) told_ = Told{picture};
+  return true;
+}
+
+bool DaemonCall::Describe(PictureChange change, const CallPicture& picture, NgTime deadline, std::string& error) {
+  switch (change) {
+    case PictureChange::kNothing:
+      return true;
+    case PictureChange::kBus:
+      return AskOnPort(OfferOf(name_, picture), leg_.rtp_port, deadline, error);
+    case PictureChange::kLeg:
+      return AskOnPort(AnswerOf(name_, picture), bus_.rtp_port, deadline, error);
+    case PictureChange::kBoth:
+      break;
+  }
+  return DescribeBoth(picture, deadline, error);
+}
+
+bool DaemonCall::DescribeBoth(const CallPicture& picture, NgTime deadline, std::string& error) {
   if (!ApplyKeys(picture, deadline, error)) return false;
   // A daemon that has made up its mind on a far end looks for it again with the second description that lets it.
   const int times = picture.learn && !applied_learning_ ? 2 : 1;
   for (int i = 0; i < times; ++i) {
     if (!ExchangeOnOurPorts(picture, OfferOf(name_, picture), deadline, error)) return false;
   }
-  applied_learning_ = picture.learn;
-  if (picture.block) was_blocked_ = true;
-  if (!was_blocked_) return true;
-  return context_->Ask(BlockOf(name_, picture.block), epoch_, deadline, error).has_value();
+  return true;
 }
 
 void DaemonCall::Post(const CallPicture& picture, const std::shared_ptr<PostedRequests>& posted) {
-  context_->Post(OfferOf(name_, picture), epoch_, posted);
-  context_->Post(AnswerOf(name_, picture), epoch_, posted);
+  std::optional<Told> told;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ++posts_;
+    told = std::exchange(told_, std::nullopt);
+  }
+  const PictureChange change = told ? ChangeOf(told->picture, picture) : PictureChange::kBoth;
+  if (change != PictureChange::kLeg) context_->Post(OfferOf(name_, picture), epoch_, posted);
+  if (change != PictureChange::kBus) context_->Post(AnswerOf(name_, picture), epoch_, posted);
   if (!picture.learn) applied_learning_ = false;
   if (picture.block) was_blocked_ = true;
   if (was_blocked_) context_->Post(BlockOf(name_, picture.block), epoch_, posted);
+  // Whoever has told it something meanwhile does not know in which order that was.
+  const std::lock_guard<std::mutex> lock(mutex_);
+  ++posts_;
+  told_.reset();
 }
 
 std::optional<Dictionary> DaemonCall::Query(NgTime deadline, std::string& error) {

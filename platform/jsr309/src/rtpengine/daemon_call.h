@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -18,7 +19,8 @@ class DaemonCall {
  public:
   explicit DaemonCall(const std::shared_ptr<RtpengineContext>& context) : DaemonCall(context, context->Epoch()) {}
 
-  /// Makes the call, for codecs and marks of the picture. False, and why, with nothing left on the daemon.
+  /// Makes the call, with as much of the picture as a call can begin with; Apply brings the rest. False, and why, with
+  /// nothing left on the daemon.
   bool Open(CallPicture picture, NgTime deadline, std::string& error);
   /// Where the daemon receives, from the far end and from other legs; fixed once it is open.
   const NgPlace& leg() const { return leg_; }
@@ -46,11 +48,22 @@ class DaemonCall {
   uint64_t epoch() const { return epoch_; }
 
  private:
+  /// What a daemon was told last, as far as that is known.
+  struct Told {
+    CallPicture picture;
+    bool by_open = false;  ///< a moment ago
+  };
+
   /// A call that is made while the daemon is lost and comes back belongs to before the loss.
   DaemonCall(std::shared_ptr<RtpengineContext> context, uint64_t epoch);
   bool Exchange(const CallPicture& picture, const Dictionary& offer, NgDescription& leg, NgDescription& bus,
                 NgTime deadline, std::string& error);
+  bool Describe(PictureChange change, const CallPicture& picture, NgTime deadline, std::string& error);
+  bool DescribeBoth(const CallPicture& picture, NgTime deadline, std::string& error);
   bool ApplyKeys(const CallPicture& picture, NgTime deadline, std::string& error);
+  bool AskOnPort(const Dictionary& request, uint16_t port, NgTime deadline, std::string& error);
+  /// Unknown from now on: something else is about to be told.
+  std::optional<Told> TakeTold(uint64_t& posts);
   bool ExchangeOnOurPorts(const CallPicture& picture, const Dictionary& offer, NgTime deadline, std::string& error);
   std::string FaultOf(const NgDescription& leg) const;
 
@@ -61,6 +74,10 @@ class DaemonCall {
   std::optional<LegCrypto::Keys> applied_keys_;
   std::atomic<bool> applied_learning_{false};
   std::atomic<bool> was_blocked_{false};
+
+  std::mutex mutex_;
+  std::optional<Told> told_;  // guarded by mutex_; empty when it is not known
+  uint64_t posts_ = 0;        // guarded by mutex_; so far, each counted when it begins and when it is over
 };
 
 }  // namespace kelvaro::jsr309::rtpengine

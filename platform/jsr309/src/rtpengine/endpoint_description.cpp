@@ -89,11 +89,8 @@ std::string RtpengineEndpoint::DescribeLocal(MediaConfig& config, bool offer) {
 
 std::string RtpengineEndpoint::OpenCall(const LegRecord& record, NgTime deadline, Call& call) const {
   auto made = std::make_shared<DaemonCall>(context_);
-  CallPicture picture;
-  picture.leg_codecs = picture.bus_codecs = LegLines(record.codecs);
-  picture.tos = context_->family() == AF_INET6 ? record.marks.traffic_class : record.marks.tos;
   std::string error;
-  if (!made->Open(std::move(picture), deadline, error)) return error;
+  if (!made->Open(PictureAlone(record), deadline, error)) return error;
   call = std::move(made);
   return "";
 }

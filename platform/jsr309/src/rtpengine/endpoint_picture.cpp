@@ -15,45 +15,47 @@ bool IsSomewhere(const NgPlace& place) {
 
 }  // namespace
 
-CallPicture RtpengineEndpoint::Picture() const {
-  const Self partner = partner_.lock();
+CallPicture RtpengineEndpoint::PictureAlone(const LegRecord& record) const {
   CallPicture picture;
   picture.leg = picture.bus = Nowhere(context_->family());
-  picture.leg_codecs = picture.bus_codecs = LegLines(record_.codecs);
-  picture.packet_time_ms = record_.codecs.packet_time_ms();
-  picture.tos = context_->family() == AF_INET6 ? record_.marks.traffic_class : record_.marks.tos;
-  picture.image = record_.image.in_use();
-  if (!picture.image) {
-    PictureAudio(partner.get(), picture);
-    return picture;
+  picture.leg_codecs = picture.bus_codecs = LegLines(record.codecs);
+  picture.packet_time_ms = record.codecs.packet_time_ms();
+  picture.tos = context_->family() == AF_INET6 ? record.marks.traffic_class : record.marks.tos;
+  picture.image = record.image.in_use();
+  NgPlace far_end = picture.image ? record.image.far_end() : record.target();
+  if (picture.image) {
+    // A far end whose audio comes from another place than it says sends its images from there too.
+    const bool as_audio = far_end.address == record.far_end.address && far_end.rtp_port == record.far_end.rtp_port;
+    if (as_audio && !record.found.empty()) far_end = record.found;
+  } else {
+    picture.keys = record.crypto.effective();
+    if (record.crypto.mandatory() && !picture.keys) return picture;
+    picture.learn = record.learning;
   }
-  NgPlace far_end = record_.image.far_end();
-  // A far end whose audio comes from another place than it says sends its images from there too.
-  const bool as_audio = far_end.address == record_.far_end.address && far_end.rtp_port == record_.far_end.rtp_port;
-  if (as_audio && !record_.found.empty()) far_end = record_.found;
   if (IsSomewhere(far_end)) picture.leg = far_end;
-  const bool linked = partner != nullptr && partner->call_ != nullptr && partner->record_.image.in_use();
-  if (linked && (carries_ || partner->carries_)) {
-    picture.bus = partner->call_->bus();
-    picture.block = !carries_;
-  }
   return picture;
 }
 
-void RtpengineEndpoint::PictureAudio(const RtpengineEndpoint* partner, CallPicture& picture) const {
-  picture.keys = record_.crypto.effective();
-  if (record_.crypto.mandatory() && !picture.keys) return;
-  picture.learn = record_.learning;
-  if (IsSomewhere(record_.target())) picture.leg = record_.target();
-  if (partner == nullptr || partner->call_ == nullptr || partner->record_.image.in_use()) return;
-  if (!carries_ && !partner->carries_) return;
-  // Both legs have to come to the same plan.
-  const bool first = std::less<>()(this, partner);
-  const BusPlan plan =
-      first ? PlanBus(record_.codecs, partner->record_.codecs) : PlanBus(partner->record_.codecs, record_.codecs);
-  if (plan.way == BusPlan::Way::kImpossible) return;
-  if (plan.way == BusPlan::Way::kTranslated) picture.bus_codecs = plan.translated;
-  picture.bus = partner->call_->bus();
+CallPicture RtpengineEndpoint::Picture() const {
+  CallPicture picture = PictureAlone(record_);
+  const Self partner = partner_.lock();
+  const bool linked =
+      partner != nullptr && partner->call_ != nullptr && partner->record_.image.in_use() == picture.image;
+  if (linked && (carries_ || partner->carries_)) PictureBus(*partner, picture);
+  return picture;
+}
+
+void RtpengineEndpoint::PictureBus(const RtpengineEndpoint& partner, CallPicture& picture) const {
+  if (!picture.image) {
+    if (record_.crypto.mandatory() && !picture.keys) return;
+    // Both legs have to come to the same plan.
+    const bool first = std::less<>()(this, &partner);
+    const BusPlan plan =
+        first ? PlanBus(record_.codecs, partner.record_.codecs) : PlanBus(partner.record_.codecs, record_.codecs);
+    if (plan.way == BusPlan::Way::kImpossible) return;
+    if (plan.way == BusPlan::Way::kTranslated) picture.bus_codecs = plan.translated;
+  }
+  picture.bus = partner.call_->bus();
   picture.block = !carries_;
 }
 
@@ -95,16 +97,21 @@ bool RtpengineEndpoint::Settle(NgTime deadline, std::string& error) {
 }
 
 void RtpengineEndpoint::PostSettle(const std::shared_ptr<PostedRequests>& posted) {
-  CallPicture picture;
-  Call call;
-  {
-    const Lock lock(context_->books().mutex);
-    if (session_ == nullptr || call_ == nullptr) return;
-    call = call_;
-    picture = Picture();
-    ++changes_;  // whoever is telling the daemon of something else comes back to this
+  for (uint64_t changes = 0;;) {
+    CallPicture picture;
+    Call call;
+    {
+      const Lock lock(context_->books().mutex);
+      if (session_ == nullptr || call_ == nullptr) return;
+      // Whoever is telling the daemon of something else comes back to this; and this to what they have changed.
+      if (changes == 0) ++changes_;
+      if (changes == changes_) return;
+      changes = changes_;
+      call = call_;
+      picture = Picture();
+    }
+    call->Post(picture, posted);
   }
-  call->Post(picture, posted);
 }
 
 void RtpengineEndpoint::SettleAll(const std::vector<Self>& endpoints, const std::shared_ptr<PostedRequests>& posted) {

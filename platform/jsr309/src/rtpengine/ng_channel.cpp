@@ -89,14 +89,14 @@ void NgControl::Channel::Complain(const std::string& text) {
 
 uint64_t NgControl::Channel::Add(NgRequest request, const Dictionary& message, const NgCondition& wanted,
                                  std::string& error) {
-  const std::string text = EncodeBencode(message);
+  const std::shared_ptr<const std::string> text = ShareSecret(EncodeBencode(message));
   NgBatch batch;
   bool wake = false;
   uint64_t number = 0;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     number = request.number = ++last_number_;
-    request.datagram = std::make_shared<const std::string>(cookie_prefix_ + std::to_string(number) + " " + text);
+    request.datagram = ShareSecret(cookie_prefix_ + std::to_string(number) + " " + *text);
     const std::string what = name_ + ": \"" + request.command + "\"";
     if (!running_) {
       error = what + " after the stop";
@@ -199,6 +199,7 @@ void NgControl::Channel::ReceiveAll() {
     if (received == NgSocket::Received::kNothing) break;
     if (received == NgSocket::Received::kDatagram) {
       TakeDatagram(datagram);
+      socket_.WipeReceived();
       continue;
     }
     const bool oversized = received == NgSocket::Received::kOversized;

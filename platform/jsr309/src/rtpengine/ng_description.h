@@ -25,6 +25,11 @@ struct NgCodec {
   int clock_rate = 0;             ///< of the RTP timestamps, Hz
   int channels = 0;               ///< 0: one
   std::string format_parameters;  ///< of a=fmtp, empty when there are none
+
+  bool operator==(const NgCodec& other) const {
+    return payload_type == other.payload_type && name == other.name && clock_rate == other.clock_rate &&
+           channels == other.channels && format_parameters == other.format_parameters;
+  }
 };
 
 struct NgCryptoLine {
@@ -46,7 +51,8 @@ struct NgDescription {
   std::vector<NgCryptoLine> cryptos;  ///< in order of preference; any: SRTP
 };
 
-/// Control characters in texts are left out, so that no text adds a line of its own.
+/// Control characters in texts are left out, so that no text adds a line of its own. With keys, the text holds them: it
+/// is the caller's to wipe.
 std::string WriteSdp(const NgDescription& description);
 
 /// False when the text is not a description of one stream; error then names the line and what is wrong with it, and

@@ -38,21 +38,21 @@ std::string CodecLines(const NgCodec& codec) {
   return lines;
 }
 
-std::string CryptoText(const NgCryptoLine& crypto) {
-  std::string line =
-      "a=crypto:" + std::to_string(crypto.tag) + " " + Plain(crypto.suite) + " inline:" + ToBase64(crypto.key);
-  if (!crypto.lifetime.empty()) line += "|" + Plain(crypto.lifetime);
-  if (!crypto.mki.empty()) line += "|" + Plain(crypto.mki);
-  return line + "\r\n";
+void AddCrypto(const NgCryptoLine& crypto, SecretText& lines) {
+  lines += "a=crypto:" + std::to_string(crypto.tag) + " " + Plain(crypto.suite) + " inline:";
+  lines += ToBase64(crypto.key);
+  if (!crypto.lifetime.empty()) lines += "|" + Plain(crypto.lifetime);
+  if (!crypto.mki.empty()) lines += "|" + Plain(crypto.mki);
+  lines += "\r\n";
 }
 
-std::string AudioLines(const NgDescription& description) {
-  std::string lines = description.cryptos.empty() ? " RTP/AVP" : " RTP/SAVP";
+SecretText AudioLines(const NgDescription& description) {
+  SecretText lines = description.cryptos.empty() ? " RTP/AVP" : " RTP/SAVP";
   for (const NgCodec& codec : description.codecs) lines += " " + std::to_string(codec.payload_type);
   lines += "\r\n";
   for (const NgCodec& codec : description.codecs) lines += CodecLines(codec);
   if (description.rtcp_port != 0) lines += "a=rtcp:" + std::to_string(description.rtcp_port) + "\r\n";
-  for (const NgCryptoLine& crypto : description.cryptos) lines += CryptoText(crypto);
+  for (const NgCryptoLine& crypto : description.cryptos) AddCrypto(crypto, lines);
   if (description.packet_time_ms != 0) lines += "a=ptime:" + std::to_string(description.packet_time_ms) + "\r\n";
   return lines;
 }
@@ -62,10 +62,12 @@ std::string AudioLines(const NgDescription& description) {
 std::string WriteSdp(const NgDescription& description) {
   const std::string address = Plain(description.address);
   const std::string at = (address.find(':') == std::string::npos ? "IN IP4 " : "IN IP6 ") + address + "\r\n";
-  std::string sdp = "v=0\r\no=- 1 1 " + at + "s=-\r\nc=" + at + "t=0 0\r\n";
+  SecretText sdp;
+  sdp += "v=0\r\no=- 1 1 " + at + "s=-\r\nc=" + at + "t=0 0\r\n";
   sdp += (description.image ? "m=image " : "m=audio ") + std::to_string(description.rtp_port);
   sdp += description.image ? " udptl t38\r\n" : AudioLines(description);
-  return sdp + "a=" + TextOf(description.direction) + "\r\n";
+  sdp += "a=" + std::string(TextOf(description.direction)) + "\r\n";
+  return {sdp.data(), sdp.size()};
 }
 
 }  // namespace kelvaro::jsr309::rtpengine

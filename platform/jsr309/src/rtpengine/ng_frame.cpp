@@ -5,7 +5,12 @@
 namespace kelvaro::jsr309::rtpengine {
 
 std::string FrameNg(const std::string& cookie, const Dictionary& message) {
-  return cookie + " " + EncodeBencode(message);
+  std::string text = EncodeBencode(message);
+  std::string datagram = cookie + " ";
+  datagram.reserve(datagram.size() + text.size());
+  datagram += text;
+  Wipe(text);
+  return datagram;
 }
 
 std::optional<NgFrame> ParseNg(std::string_view datagram, std::string& error) {

@@ -21,6 +21,7 @@ struct NgFrame {
   Dictionary message;
 };
 
+/// With keys in the message, the caller's to wipe.
 std::string FrameNg(const std::string& cookie, const Dictionary& message);
 /// None when the datagram is malformed; error then says why.
 std::optional<NgFrame> ParseNg(std::string_view datagram, std::string& error);

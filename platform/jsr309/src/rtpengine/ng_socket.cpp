@@ -2,6 +2,7 @@
 
 #include <netdb.h>
 #include <poll.h>
+#include <string.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -63,6 +64,7 @@ NgSocket::Received NgSocket::Receive(std::string_view& datagram, std::string& er
   const ssize_t length = recv(socket_, room_.data(), room_.size(), MSG_TRUNC);
   if (length > static_cast<ssize_t>(kLongestNgDatagram)) return Received::kOversized;
   if (length >= 0) {
+    taken_ = static_cast<std::size_t>(length);
     datagram = {room_.data(), static_cast<std::size_t>(length)};
     return Received::kDatagram;
   }
@@ -70,6 +72,10 @@ NgSocket::Received NgSocket::Receive(std::string_view& datagram, std::string& er
   if (errno == ECONNREFUSED) return Received::kRefused;
   error = Message(errno);
   return Received::kFailed;
+}
+
+void NgSocket::WipeReceived() {
+  explicit_bzero(room_.data(), taken_);
 }
 
 void NgSocket::Wait(std::chrono::milliseconds time) {

@@ -32,6 +32,8 @@ class NgSocket {
   Sent Send(const std::string& datagram, std::string& error);
   /// The datagram lies in the socket's memory until the next call.
   Received Receive(std::string_view& datagram, std::string& error);
+  /// Of the datagram that came last: there may be keys in it.
+  void WipeReceived();
   /// Until something comes, Ring is called, or the time is over.
   void Wait(std::chrono::milliseconds time);
   void Ring();
@@ -39,6 +41,7 @@ class NgSocket {
  private:
   int socket_ = -1, bell_ = -1;
   std::vector<char> room_;
+  std::size_t taken_ = 0;  // octets of room_
 };
 
 }  // namespace kelvaro::jsr309::rtpengine

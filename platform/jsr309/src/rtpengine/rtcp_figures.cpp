@@ -134,8 +134,12 @@ std::vector<RtcpStatsReport> ReadReports(const Dictionary& query, uint32_t clock
   RtcpStatsReport report;
   report.lssRTPPacketsSent = out.packets;
   report.lssBytesSent = out.octets;
-  if (const Dictionary* const source = SourceOf(query, out.ssrc)) FillRemoteReceiver(*source, clock_rate, report);
-  if (const Dictionary* const source = SourceOf(query, in.ssrc)) FillLocalReceiver(*source, clock_rate, report);
+  // What the far end's sender reports say is not told; losses of no packets at all would mean nothing to anybody.
+  report.rssRTPPacketsSent = in.packets;
+  report.rssBytesSent = in.octets;
+  // Under a source stands what it has reported of what it gets.
+  if (const Dictionary* const source = SourceOf(query, in.ssrc)) FillRemoteReceiver(*source, clock_rate, report);
+  if (const Dictionary* const source = SourceOf(query, out.ssrc)) FillLocalReceiver(*source, clock_rate, report);
   return {report};
 }
 

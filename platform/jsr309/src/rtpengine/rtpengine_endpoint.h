@@ -125,9 +125,11 @@ class RtpengineEndpoint : public ServerEndpoint, public std::enable_shared_from_
   /// As long as the far end has not been found, each description and join is a chance for it to speak.
   void KeepLearning(NgTime now);
   CallPicture Picture() const;
-  void PictureAudio(const RtpengineEndpoint* partner, CallPicture& picture) const;
+  void PictureBus(const RtpengineEndpoint& partner, CallPicture& picture) const;
   bool ExpectsMedia() const;
 
+  /// Of a leg with nobody at the other end; of what is handed in, with no lock.
+  CallPicture PictureAlone(const LegRecord& record) const;
   /// Brings the daemon to what stands in the books.
   bool Settle(NgTime deadline, std::string& error);
   void PostSettle(const std::shared_ptr<PostedRequests>& posted);
