@@ -122,11 +122,15 @@ class BaresipCall : public OnEachDriver<SwitchCall> {
     EXPECT_EQ(test_support::listen_for_tone(audio_of(packets), hertz).tone.count(), 0) << hertz << " Hz on the wire";
   }
   /// What one phone said is what the other one got, but for what was said before and after.
-  static void ExpectCarried(const BaresipAgent::MediaAccount& from, const BaresipAgent::MediaAccount& to) {
+  void ExpectCarried(const BaresipAgent::MediaAccount& from, const BaresipAgent::MediaAccount& to) {
     EXPECT_GE(static_cast<long>(to.received), kPacketsOfASecond * kHeardOfTalk.count() / 1000);
     EXPECT_LE(to.received, from.sent);
     EXPECT_LE(static_cast<long>(from.sent - to.received), kAtTheEdges);
-    EXPECT_LE(to.lost, 0);
+    if (IsOnRtpengine()) {
+      EXPECT_LE(to.lost, 0);  // its own count, which begins before the first packet
+    } else {
+      EXPECT_EQ(to.lost, 0);
+    }
     EXPECT_EQ(to.errors, 0u);
   }
   void ExpectHeardAtBothEnds() {

@@ -160,7 +160,7 @@ SwitchCall::CliRun SwitchCall::Cli(std::vector<std::string> arguments, std::uint
 }
 
 void SwitchCall::ExpectLogLine(const std::vector<std::string>& texts) {
-  const bool found = test_support::wait_until(seconds(5), [&] { return has_line(switch_->Log(), texts); });
+  const bool found = test_support::wait_until(seconds(30), [&] { return has_line(switch_->Log(), texts); });
   EXPECT_TRUE(found) << "no line of the log has " << testing::PrintToString(texts) << "\n"
                      << test_support::last_lines(switch_->Log(), 40);
 }

@@ -185,7 +185,8 @@ class TransferBetweenDrivers : public TransferCalls {
     Configuration().Replace("jsr309.xml", second,
                             "<driver>rtpengine</driver>\n      <mac>02:00:00:00:00:02</mac>\n      <control>" +
                                 test_support::UdpAddress{daemon_.Address(), daemon_.ControlPort()}.ToString() +
-                                "</control>\n      <address>" + daemon_.Address());
+                                "</control>\n      <heartbeat_ms>20000</heartbeat_ms>\n      <address>" +
+                                daemon_.Address());
     StartWithThreePhones(settings);
   }
 

@@ -44,7 +44,8 @@ void RtpengineDaemon::Start() {
   for (int attempt = 0; attempt < 5; ++attempt) {
     const std::uint16_t port = control_port_ != 0 ? control_port_ : free_udp_port();
     ChildSettings settings;
-    if (options_.as_nobody) settings.command = {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"};
+    if (options_.as_nobody)
+      settings.command = {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "--pdeathsig=KILL"};
     for (const std::string& word : Command(port)) settings.command.push_back(word);
     settings.output = directory_.Path() / "log";
     settings.directory = directory_.Path();
@@ -76,22 +77,25 @@ std::vector<std::string> RtpengineDaemon::Command(std::uint16_t port) const {
 }
 
 std::string RtpengineDaemon::Ask(const std::string& command) const {
+  // A daemon answers a cookie that it has seen with what it answered then.
+  static std::atomic<unsigned> asked{0};
+  const std::string request = "tests_" + std::to_string(++asked) + " " + command;
   UdpSocket socket(0, UdpAddress{options_.address}.IsIpv6());
   std::string reply;
   wait_until(seconds(30), [&] {
     if (const auto datagram = socket.Receive()) reply.assign(datagram->data.begin(), datagram->data.end());
-    if (reply.empty()) socket.SendTo({options_.address, control_port_}, {command.begin(), command.end()});
+    if (reply.empty()) socket.SendTo({options_.address, control_port_}, {request.begin(), request.end()});
     return !reply.empty() || !child_->Running();
   });
   return reply;
 }
 
 bool RtpengineDaemon::AwaitPong() {
-  return !Ask("tests_0 d7:command4:pinge").empty();
+  return !Ask("d7:command4:pinge").empty();
 }
 
 std::size_t RtpengineDaemon::Calls() const {
-  const std::string reply = Ask("tests_1 d7:command4:list5:limiti1000000ee");
+  const std::string reply = Ask("d7:command4:list5:limiti1000000ee");
   const std::string key = "5:callsl";
   const std::size_t list = reply.find(key);
   if (list == std::string::npos) throw std::runtime_error("rtpengine lists no calls: " + reply);

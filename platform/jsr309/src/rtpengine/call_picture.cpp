@@ -62,11 +62,15 @@ NgPlace Nowhere(int family) {
   return {family == AF_INET6 ? "::" : "0.0.0.0", kDiscardPort, 0};
 }
 
+bool CanBeToldInPart(const CallPicture& picture) {
+  return !picture.image && !picture.learn && !picture.keys;
+}
+
 PictureChange ChangeOf(const CallPicture& told, const CallPicture& picture) {
-  const auto in_order = [](const CallPicture& one) { return one.image || one.learn || one.keys; };
+  const auto whole = [](const CallPicture& one) { return !CanBeToldInPart(one) || one.leg_codecs != one.bus_codecs; };
   const bool same_streams = told.leg_codecs == picture.leg_codecs && told.bus_codecs == picture.bus_codecs &&
                             told.packet_time_ms == picture.packet_time_ms && told.tos == picture.tos;
-  if (in_order(told) || in_order(picture) || !same_streams) return PictureChange::kBoth;
+  if (whole(told) || whole(picture) || !same_streams) return PictureChange::kBoth;
   const bool same_leg = told.leg == picture.leg, same_bus = told.bus == picture.bus;
   if (same_leg == same_bus) return same_leg ? PictureChange::kNothing : PictureChange::kBoth;
   return same_leg ? PictureChange::kBus : PictureChange::kLeg;

@@ -31,10 +31,14 @@ struct CallPicture {
   std::optional<uint8_t> tos;
 };
 
+/// Not where something hangs on the order in which both sides are described: keys, images, a far end that is looked
+/// for.
+bool CanBeToldInPart(const CallPicture& picture);
+
 /// What of a call has to be described to a daemon again.
 enum class PictureChange { kNothing, kBus, kLeg, kBoth };
 /// From a picture that the daemon follows to another one. A side can be described alone where nothing but its place has
-/// changed, and nothing hangs on the order in which both are described: keys, images, a far end that is looked for.
+/// changed, and the daemon translates nothing, for which it needs to hear both.
 /// block is not part of a description.
 PictureChange ChangeOf(const CallPicture& told, const CallPicture& picture);
 

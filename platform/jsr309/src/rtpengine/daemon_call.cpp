@@ -28,7 +28,7 @@ DaemonCall::DaemonCall(std::shared_ptr<RtpengineContext> context, uint64_t epoch
     : context_(std::move(context)), name_{context_->NewCall(epoch), context_->interface()}, epoch_(epoch) {}
 
 bool DaemonCall::Open(CallPicture picture, NgTime deadline, std::string& error) {
-  const bool whole = !picture.keys && !picture.image && !picture.learn;
+  const bool whole = CanBeToldInPart(picture);
   if (!whole) picture.leg = Nowhere(context_->family());
   picture.image = picture.block = picture.learn = false;
   NgDescription leg, bus;
@@ -88,7 +88,10 @@ void DaemonCall::ReportUnknown() const {
 }
 
 bool DaemonCall::ApplyKeys(const CallPicture& picture, NgTime deadline, std::string& error) {
+  if (keys_replaced_.exchange(false)) applied_keys_.reset();
   const bool has_them = picture.image || !picture.keys || (applied_keys_ && *applied_keys_ == *picture.keys);
+  // Until the daemon has said that it has taken others, it may have those or these.
+  if (!has_them) applied_keys_.reset();
   if (!has_them && !ExchangeOnOurPorts(picture, KeyOfferOf(name_, picture), deadline, error)) return false;
   applied_keys_ = picture.image ? std::nullopt : picture.keys;
   return true;
@@ -111,7 +114,7 @@ bool DaemonCall::Apply(const CallPicture& picture, NgTime deadline, std::string&
   if (picture.block) was_blocked_ = true;
   if (was_blocked_ && !context_->Ask(BlockOf(name_, picture.block), epoch_, deadline, error)) return false;
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (posts == posts_) told_ = Told{picture};
+  if (posts == posts_ && CanBeToldInPart(picture)) told_ = Told{picture};
   return true;
 }
 
@@ -150,6 +153,7 @@ void DaemonCall::Post(const CallPicture& picture, const std::shared_ptr<PostedRe
   if (change != PictureChange::kLeg) context_->Post(OfferOf(name_, picture), epoch_, posted);
   if (change != PictureChange::kBus) context_->Post(AnswerOf(name_, picture), epoch_, posted);
   if (!picture.learn) applied_learning_ = false;
+  if (picture.image) keys_replaced_ = true;
   if (picture.block) was_blocked_ = true;
   if (was_blocked_) context_->Post(BlockOf(name_, picture.block), epoch_, posted);
   // Whoever has told it something meanwhile does not know in which order that was.

@@ -74,6 +74,7 @@ class DaemonCall {
   std::optional<LegCrypto::Keys> applied_keys_;
   std::atomic<bool> applied_learning_{false};
   std::atomic<bool> was_blocked_{false};
+  std::atomic<bool> keys_replaced_{false};  ///< by something posted since
 
   std::mutex mutex_;
   std::optional<Told> told_;  // guarded by mutex_; empty when it is not known

@@ -198,15 +198,19 @@ std::string RtpengineEndpoint::Commit(const LegRecord& next, const Call& call, N
     posted->Wait(deadline);
     return "";
   }
+  Self partner;
   {
     const Lock lock(context_->books().mutex);
     former.KeepFound(record_);
     record_ = former;
     call_ = former_call;
     ++changes_;
+    partner = partner_.lock();
+    if (partner != nullptr) ++partner->changes_;  // it may have been told of the other place meanwhile
   }
   if (call != nullptr && call != former_call) call->Drop();
   PostSettle(nullptr);
+  if (partner != nullptr) partner->PostSettle(nullptr);
   return error;
 }
 

@@ -57,9 +57,12 @@ std::string RtpengineEndpoint::DetectAddress() {
   }
   std::string error;
   if (Settle(deadline, error)) return "";
-  const Lock lock(context_->books().mutex);
-  record_.detect = record_.learning = false;
-  ++changes_;
+  {
+    const Lock lock(context_->books().mutex);
+    record_.detect = record_.learning = false;
+    ++changes_;
+  }
+  PostSettle(nullptr);  // it may have begun to look, and would take the first stranger
   return error;
 }
 
