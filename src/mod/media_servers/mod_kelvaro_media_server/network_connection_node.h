@@ -31,6 +31,8 @@ class MediaSessionTable::NetworkConnectionNode : public virtual kelvaro::jsr309:
   void OnEvent(const kelvaro::jsr309::RtpTimeoutEvent& event) override;
 
   std::string GetFSUuid() const;
+  /// Whether GetFSUuid would say so; takes no lock, since that never changes.
+  bool IsOf(const std::string& fs_uuid) const { return fs_uuid_ == fs_uuid; }
   NetworkConnectionSharedPtr GetNetworkConnection() const;
   void SetNetworkConnection(NetworkConnectionSharedPtr nc);
   void SetPeer(const NetworkConnectionNodeSharedPtr& peer);
