@@ -22,17 +22,8 @@ void Await(const std::atomic<unsigned>& number, unsigned parity) {
   }
 }
 
-}  // namespace
-
-double CoreDistanceNs() {
-  alignas(64) std::atomic<unsigned> number{0};
-  alignas(64) std::atomic<bool> enough{false};
-  std::thread other([&] {
-    while (!enough) {
-      Await(number, 1);
-      ++number;
-    }
-  });
+/// The one side: makes the number odd and waits for the other to make it even. The least time for a way.
+double Serve(std::atomic<unsigned>& number) {
   int64_t least = std::numeric_limits<int64_t>::max();
   const int64_t end = MonotonicNs() + kPatienceNs;
   for (int64_t now = MonotonicNs(); now < end;) {
@@ -44,10 +35,32 @@ double CoreDistanceNs() {
     now = MonotonicNs();
     least = std::min(least, now - before);
   }
-  enough = true;
-  ++number;
-  other.join();
   return static_cast<double>(least) / kWays;
+}
+
+}  // namespace
+
+double CoreDistanceNs() {
+  if (CoreCount() < 2) return 0;
+  alignas(64) std::atomic<unsigned> number{0};
+  alignas(64) std::atomic<bool> enough{false};
+  double distance = 0;
+  std::thread other([&] {
+    PinTo(1);
+    while (!enough) {
+      Await(number, 1);
+      ++number;
+    }
+  });
+  std::thread one([&] {
+    PinTo(0);
+    distance = Serve(number);
+    enough = true;
+    ++number;
+  });
+  one.join();
+  other.join();
+  return distance;
 }
 
 }  // namespace bench

@@ -7,8 +7,8 @@
 
 namespace bench {
 
-/// What one way of a cache line from thread to thread takes, in nanoseconds: the least that was found within a
-/// twentieth of a second, since threads may share a core for a while. Keeps two cores busy meanwhile.
+/// What one way of a cache line between cores 0 and 1 takes, in nanoseconds: the least that was found within a
+/// twentieth of a second, in which others may be at work on the cores. 0 when there is but one core.
 double CoreDistanceNs();
 
 }  // namespace bench
