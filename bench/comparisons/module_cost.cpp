@@ -20,7 +20,8 @@ Figures Measure(const Settings& settings, int sessions, int threads) {
     throw std::runtime_error("the module's program failed at its end");
   settings.say("    module, " + std::to_string(sessions) + " sessions, " + std::to_string(threads) +
                " threads: " + std::to_string(figures["cpu_us_per_call"]) + " us CPU a call, " +
-               std::to_string(figures["calls_per_second"]) + " calls/s");
+               std::to_string(figures["calls_per_second"]) + " calls/s" +
+               (threads == 1 ? "" : ", cores " + std::to_string(figures["core_distance_ns"]) + " ns apart"));
   return figures;
 }
 

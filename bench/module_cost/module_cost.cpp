@@ -1,8 +1,10 @@
 // What the module costs a call: its callbacks, called as the switch calls them, over media servers that answer at once.
 //
-//     bench_module_cost DIRECTORY SESSIONS THREADS SECONDS  ->  result cpu_us_per_call X calls_per_second Y
+//     bench_module_cost DIRECTORY SESSIONS THREADS SECONDS
+//     ->  result cpu_us_per_call X calls_per_second Y core_distance_ns Z
 //
-// DIRECTORY is for the configuration. SESSIONS legs are in the module's tables all the while.
+// DIRECTORY is for the configuration. SESSIONS legs are in the module's tables all the while. With one thread there is
+// no distance: Z is 0.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -17,6 +19,7 @@
 
 #include "../support/lines.h"
 #include "../support/system.h"
+#include "core_distance.h"
 #include "instant_driver.h"
 #include "module_leg.h"
 
@@ -135,13 +138,14 @@ void Main(const std::filesystem::path& directory, std::size_t sessions, unsigned
   for (auto& own : pairs) {
     for (int i = 0; i < kPairs; ++i) own.push_back(std::make_unique<Pair>());
   }
+  const double distance = threads > 1 ? CoreDistanceNs() : 0;
   Place(pairs, seconds / 10);
   const double cpu = OwnCpuSeconds();
   const int64_t start = MonotonicNs();
   const double calls = static_cast<double>(Place(pairs, seconds));
   const double wall = 1e-9 * static_cast<double>(MonotonicNs() - start);
   Answer("result cpu_us_per_call " + std::to_string(1e6 * (OwnCpuSeconds() - cpu) / calls) + " calls_per_second " +
-         std::to_string(calls / wall));
+         std::to_string(calls / wall) + " core_distance_ns " + std::to_string(distance));
 }
 
 }  // namespace

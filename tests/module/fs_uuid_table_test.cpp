@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <boost/optional/optional_io.hpp>
 #include <boost/uuid/nil_generator.hpp>
 #include <boost/uuid/string_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
@@ -38,6 +39,18 @@ TEST(FSUuidTable, UnknownLegHasTheNilUuid) {
   FSUuidTable table;
   EXPECT_EQ(table.GetMediaSessionUuid("leg"), boost::uuids::nil_uuid());
   EXPECT_FALSE(table.IsFSUuidAlreadyThere("leg"));
+}
+
+TEST(FSUuidTable, OneLookTellsWhetherALegIsKnownAndWhereItIs) {
+  test_support::LogCapture log;
+  FSUuidTable table;
+  EXPECT_FALSE(table.FindMediaSessionUuid("leg"));
+  table.RegisterMediaSessionUuid("leg", kFirst);
+  EXPECT_EQ(table.FindMediaSessionUuid("leg"), kFirst);
+  EXPECT_FALSE(table.FindMediaSessionUuid("other leg"));
+  table.UnregisterMediaSession("leg");
+  EXPECT_FALSE(table.FindMediaSessionUuid("leg"));
+  EXPECT_THAT(log.ModuleLines(), IsEmpty());
 }
 
 TEST(FSUuidTable, UnregisterIsTrueWhetherOrNotTheLegIsThere) {

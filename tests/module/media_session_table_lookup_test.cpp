@@ -1,3 +1,5 @@
+#include <thread>
+
 #include "module/media_session_table_fixture.h"
 
 namespace module_test {
@@ -42,6 +44,41 @@ TEST_F(MediaSessionTableLookUp, LookUpsOfUnknownLegAreEmptyAndSilent) {
   EXPECT_FALSE(table_.GetPeerNetworkConnectionNode(id(kFirst), "stranger"));
   EXPECT_FALSE(table_.GetPeerNetworkConnectionNode(id(kFirst), "leg"));
   EXPECT_THAT(Logged(), IsEmpty());
+}
+
+TEST_F(MediaSessionTableLookUp, OneLookFindsALegsSessionAndConnection) {
+  AddSession(kFirst);
+  const FakeConnection connection = AddLeg(kFirst, "leg");
+  const auto place = table_.FindLeg(id(kFirst), "leg");
+  EXPECT_TRUE(place.is_session_known);
+  EXPECT_EQ(place.connection, connection);
+  const auto stranger = table_.FindLeg(id(kFirst), "stranger");
+  EXPECT_TRUE(stranger.is_session_known);
+  EXPECT_FALSE(stranger.connection);
+  EXPECT_THAT(Logged(), IsEmpty());
+}
+
+TEST_F(MediaSessionTableLookUp, OneLookSaysWhyThereIsNothing) {
+  AddSession(kFirst);
+  EXPECT_FALSE(table_.FindLeg(id(kUnknown), "leg").is_session_known);
+  EXPECT_THAT(Logged(), ElementsAre(kNoSession));
+  const auto place = table_.FindLeg(id(kFirst), "leg");
+  EXPECT_TRUE(place.is_session_known);
+  EXPECT_FALSE(place.connection);
+  EXPECT_THAT(Logged(), ElementsAre(kNoNodes));
+}
+
+TEST_F(MediaSessionTableLookUp, OthersSeeAllThatIsDoneWhileTheTableIsHeldOrNothing) {
+  std::size_t seen = 0;
+  std::thread other;
+  {
+    const auto held = table_.Hold();
+    other = std::thread([&] { seen = table_.CountMediaSessionAllFSUuid(); });
+    AddSession(kFirst);
+    AddSession(kSecond);
+  }
+  other.join();
+  EXPECT_EQ(seen, 2u);
 }
 
 TEST_F(MediaSessionTableLookUp, PeersAreSetAndResetOneSideAtATime) {

@@ -48,10 +48,7 @@ bool Endpoint::Unjoin(const std::shared_ptr<Endpoint>& other) {
 }
 
 bool Endpoint::Ask(const char* what, const std::function<bool(ServerEndpoint&)>& request) {
-  {
-    const std::lock_guard<BriefMutex> lock(library->mutex());
-    if (!Usable()) return false;
-  }
+  if (!Usable()) return false;
   if (request(*peer)) return true;
   LogRefusal(what);
   return false;
@@ -114,11 +111,7 @@ bool Endpoint::AddHandle() {
 }
 
 void Endpoint::DropHandle() {
-  {
-    const std::lock_guard<BriefMutex> lock(library->mutex());
-    if (--handles > 0) return;
-  }
-  End(false);
+  if (--handles == 0 && open) End(false);
 }
 
 void Endpoint::End(bool wait) {
@@ -131,6 +124,7 @@ void Endpoint::End(bool wait) {
     const std::lock_guard<BriefMutex> lock(library->mutex());
     if (session == nullptr) return;
     former_session.swap(session);
+    open = false;
     former_listener.swap(listener);
     auto& siblings = former_session->endpoints;
     siblings.erase(std::find(siblings.begin(), siblings.end(), self));

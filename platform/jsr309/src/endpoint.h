@@ -5,6 +5,7 @@
 #include "kelvaro/jsr309/network_connection.h"
 #include "library.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -42,10 +43,10 @@ class Endpoint : public RtpTimeoutSink, public std::enable_shared_from_this<Endp
   void Abandon() { End(false); }
   /// One handle more; false when the endpoint has ended.
   bool AddHandle();
-  /// One handle less; the last one ends the endpoint without waiting.
+  /// One handle less; the last one ends the endpoint without waiting. An endpoint enters its session with one handle.
   void DropHandle();
 
-  /// Whether its server has been lost since it was made. Guard: Library::mutex_ held by the caller.
+  /// Whether its server has been lost since it was made.
   bool IsLost() const { return server.epoch != server_epoch; }
 
   const std::shared_ptr<Library> library;
@@ -55,17 +56,20 @@ class Endpoint : public RtpTimeoutSink, public std::enable_shared_from_this<Endp
   const std::string log_id;
   std::shared_ptr<ServerEndpoint> peer;  ///< set before the endpoint enters its session, then constant
 
+  /// Whether `session` is set; written with it under Library::mutex_. Every request asks, and asking takes no lock.
+  std::atomic<bool> open{false};
+  /// The last one to go cannot meet one that is added: who adds one holds another.
+  std::atomic<unsigned> handles{0};
+
   // All guarded by Library::mutex_.
   std::shared_ptr<Session> session;  ///< null once the endpoint has ended
   RtpTimeoutListenerSharedPtr listener;
-  unsigned handles = 0;
   bool importing = false;  ///< a thread is moving it into another session
 
  private:
   bool Ask(const char* what, const std::function<bool(ServerEndpoint&)>& request);
   bool AskPair(const char* what, const std::shared_ptr<Endpoint>& other, const std::function<bool()>& request);
-  /// Guard: Library::mutex_ held by the caller.
-  bool Usable() const { return session != nullptr && !IsLost(); }
+  bool Usable() const { return open && !IsLost(); }
   void End(bool wait);
   void DeliverTimeout(bool had_media);
   void LogRefusal(const char* what);

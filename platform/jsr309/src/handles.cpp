@@ -8,11 +8,6 @@
 namespace kelvaro::jsr309 {
 namespace {
 
-NetworkConnection* MakeHandle(const std::shared_ptr<Endpoint>& endpoint) {
-  if (endpoint == nullptr || !endpoint->AddHandle()) return nullptr;
-  return new NetworkConnectionHandle(endpoint);
-}
-
 // Null when the other is gone or is no connection of this library.
 boost::shared_ptr<NetworkConnectionHandle> Lock(const JoinableWeakPtr& other) {
   return boost::dynamic_pointer_cast<NetworkConnectionHandle>(other.lock());
@@ -27,13 +22,14 @@ MediaSessionHandle::~MediaSessionHandle() {
 }
 
 NetworkConnection* MediaSessionHandle::CreateNetworkConnection(const char* log_id) {
-  return MakeHandle(session_->CreateEndpoint(log_id));
+  auto endpoint = session_->CreateEndpoint(log_id);
+  return endpoint == nullptr ? nullptr : new NetworkConnectionHandle(std::move(endpoint));
 }
 
 NetworkConnection* MediaSessionHandle::ImportNetworkConnection(NetworkConnectionSharedPtr connection) {
   const auto handle = boost::dynamic_pointer_cast<NetworkConnectionHandle>(connection);
   if (handle == nullptr || !session_->ImportEndpoint(handle->endpoint())) return nullptr;
-  return MakeHandle(handle->endpoint());
+  return handle->endpoint()->AddHandle() ? new NetworkConnectionHandle(handle->endpoint()) : nullptr;
 }
 
 bool MediaSessionHandle::AddListener(const MediaServerLostListenerSharedPtr& listener) {

@@ -32,7 +32,7 @@ class MediaSessionHandle final : public MediaSession {
 /// Counts as one handle of its endpoint from construction to destruction.
 class NetworkConnectionHandle final : public NetworkConnection {
  public:
-  /// Takes over a handle that was counted with Endpoint::AddHandle.
+  /// Takes over a handle that was counted with Endpoint::AddHandle, or with which the endpoint came into its session.
   explicit NetworkConnectionHandle(std::shared_ptr<Endpoint> endpoint);
   ~NetworkConnectionHandle() override;
   NetworkConnectionHandle(const NetworkConnectionHandle&) = delete;

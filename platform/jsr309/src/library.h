@@ -77,12 +77,12 @@ class Library : public std::enable_shared_from_this<Library> {
   std::map<std::string, std::shared_ptr<MediaServerDriver>> drivers_;  // set by Open, then constant
   std::vector<std::unique_ptr<Server>> servers_;                       // set by Open, then constant
 
-  BriefMutex mutex_;
-  std::condition_variable_any stopped_condition_;
+  alignas(64) BriefMutex mutex_;  // what stands above is read without it, and not on its cache line
+  std::atomic<uint32_t> last_number_{0};
   State state_ = State::kOpening;  // guarded by mutex_
   std::list<Session*> sessions_;   // guarded by mutex_; those that have not ended, as they came
   MediaSessionStats summary_;      // guarded by mutex_; capacity and service are filled in by GetStats
-  std::atomic<uint32_t> last_number_{0};
+  std::condition_variable_any stopped_condition_;
 
   EventLoop events_;  // last: its thread uses all of the above
 };

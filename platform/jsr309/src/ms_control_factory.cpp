@@ -5,6 +5,7 @@
 #include "library.h"
 #include "session.h"
 
+#include <atomic>
 #include <exception>
 #include <mutex>
 
@@ -59,11 +60,8 @@ class MSControlFactory::Impl {
     return false;
   }
 
-  /// Null before a successful Init.
-  std::shared_ptr<Library> library() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return library_;
-  }
+  /// Null before a successful Init, then the same until the factory's end.
+  Library* library() const { return opened_.load(); }
 
  private:
   bool BeginInit() {
@@ -77,12 +75,14 @@ class MSControlFactory::Impl {
     const std::lock_guard<std::mutex> lock(mutex_);
     initialising_ = false;
     library_ = library;
+    opened_ = library.get();
   }
 
   const std::shared_ptr<Clock> clock_;
   mutable std::mutex mutex_;
-  bool initialising_ = false;         // guarded by mutex_
-  std::shared_ptr<Library> library_;  // guarded by mutex_
+  bool initialising_ = false;              // guarded by mutex_
+  std::shared_ptr<Library> library_;       // guarded by mutex_
+  std::atomic<Library*> opened_{nullptr};  // what library_ holds: every call asks, and the lock is for Init alone
 };
 
 MSControlFactory::MSControlFactory() : MSControlFactory(std::make_shared<SteadyClock>()) {}
@@ -90,7 +90,7 @@ MSControlFactory::MSControlFactory() : MSControlFactory(std::make_shared<SteadyC
 MSControlFactory::MSControlFactory(std::shared_ptr<Clock> clock) : impl_(std::make_unique<Impl>(std::move(clock))) {}
 
 MSControlFactory::~MSControlFactory() {
-  const auto library = impl_->library();
+  Library* const library = impl_->library();
   if (library == nullptr) return;
   library->Stop();
   library->JoinEventThread();
@@ -101,28 +101,28 @@ bool MSControlFactory::Init(const char* path, LoggingIdLogger* logger) {
 }
 
 void MSControlFactory::Stop() {
-  if (const auto library = impl_->library()) library->Stop();
+  if (Library* const library = impl_->library()) library->Stop();
 }
 
 MediaSession* MSControlFactory::CreateMediaSession() {
-  const auto library = impl_->library();
+  Library* const library = impl_->library();
   if (library == nullptr) return nullptr;
   auto session = library->CreateSession();
   return session == nullptr ? nullptr : new MediaSessionHandle(std::move(session));
 }
 
 bool MSControlFactory::IsMediaServerAvailable() const {
-  const auto library = impl_->library();
+  Library* const library = impl_->library();
   return library != nullptr && library->IsServerAvailable();
 }
 
 bool MSControlFactory::SetMediaServerStatus(const char* ip, bool in_service) {
-  const auto library = impl_->library();
+  Library* const library = impl_->library();
   return library != nullptr && ip != nullptr && library->SetServerStatus(ip, in_service);
 }
 
 bool MSControlFactory::GetStats(JSR309Stats& stats) const {
-  const auto library = impl_->library();
+  Library* const library = impl_->library();
   return library != nullptr && library->GetStats(stats);
 }
 

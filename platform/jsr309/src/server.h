@@ -4,6 +4,7 @@
 #include "kelvaro/jsr309/driver.h"
 #include "kelvaro/jsr309/media_session_stats.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,10 +30,12 @@ class Server : public MediaServerObserver {
   std::unique_ptr<MediaServer> media_server;
   std::vector<std::string> addresses;
 
-  // All guarded by Library::mutex_.
-  bool lost = false;      ///< from OnServerLost to OnServerBack
-  uint64_t epoch = 0;     ///< how often it was lost; what was made in a former epoch is gone
-  uint64_t reserved = 0;  ///< sessions that the server is being asked for
+  /// How often it was lost; what was made in a former epoch is gone. Written under Library::mutex_, read by anyone.
+  std::atomic<uint64_t> epoch{0};
+
+  // All guarded by Library::mutex_, and on cache lines of their own: the rest is read all the time.
+  alignas(64) bool lost = false;  ///< from OnServerLost to OnServerBack
+  uint64_t reserved = 0;          ///< sessions that the server is being asked for
   MediaSessionStats stats;
 
  private:

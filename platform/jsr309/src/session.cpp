@@ -34,6 +34,8 @@ std::shared_ptr<Endpoint> Session::CreateEndpoint(const char* endpoint_log_id) {
     const std::lock_guard<BriefMutex> lock(library->mutex());
     if (!ended && !lost) {
       endpoint->session = shared_from_this();
+      endpoint->open = true;
+      endpoint->handles = 1;
       endpoints.push_back(endpoint);
       entered = true;
     }
@@ -145,6 +147,7 @@ void Session::End() {
     for (const auto& endpoint : former_endpoints) {
       former_rtp_listeners.emplace_back().swap(endpoint->listener);
       endpoint->session.reset();  // self still holds the session
+      endpoint->open = false;
     }
     library->ForgetSession(*this);
   }

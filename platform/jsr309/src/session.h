@@ -23,7 +23,7 @@ class Session : public std::enable_shared_from_this<Session> {
   Session(std::shared_ptr<Library> library, Server& server, std::shared_ptr<ServerSession> peer,
           Clock::TimePoint started);
 
-  /// Null when the session has ended or lost its server, or the server refuses.
+  /// With a handle counted; null when the session has ended or lost its server, or the server refuses.
   std::shared_ptr<Endpoint> CreateEndpoint(const char* log_id);
   /// Moves an endpoint into this session, unless it is there already. Does not wait.
   bool ImportEndpoint(const std::shared_ptr<Endpoint>& endpoint);

@@ -12,6 +12,7 @@
 
 #include "core/guard.h"
 #include "core/leg_threads.h"
+#include "core/many_readers_lock.h"
 #include "core/session_rate.h"
 #include "core/session_record.h"
 
@@ -27,7 +28,7 @@ struct State {
   mutable std::mutex mutex;
   std::condition_variable ended;                                    // a leg is gone
   std::condition_variable to_trim;                                  // memory has come into use, or no legs will come
-  mutable std::shared_mutex uuids_mutex;                            // after mutex; looked up far more than changed
+  mutable ManyReadersLock uuids_mutex;                              // after mutex; looked up far more than changed
   std::unordered_map<std::string, switch_core_session_t*> by_uuid;  // guarded by uuids_mutex
   std::chrono::steady_clock::time_point last_end;                   // guarded by mutex; of a leg
   std::thread trimmer;                                              // Start and Stop only
@@ -175,7 +176,7 @@ switch_core_session_t* SessionManager::Create(switch_call_direction_t direction,
   }
   State& all = state();
   std::lock_guard<std::mutex> lock(all.mutex);
-  std::lock_guard<std::shared_mutex> uuids_lock(all.uuids_mutex);
+  std::lock_guard<ManyReadersLock> uuids_lock(all.uuids_mutex);
   if (uuid.size() > SWITCH_UUID_FORMATTED_LENGTH) {
     reason = "the uuid is too long";
   } else if (!all.running) {
@@ -248,7 +249,7 @@ void SessionManager::Destroy(switch_core_session_t* session) {
 
 void SessionManager::Free(switch_core_session_t* session) {
   {
-    std::lock_guard<std::shared_mutex> lock(state().uuids_mutex);
+    std::lock_guard<ManyReadersLock> lock(state().uuids_mutex);
     state().by_uuid.erase(session->uuid.load());
   }
   // Nobody finds the leg any more; those who have found it finish first.
@@ -285,7 +286,7 @@ void SessionManager::GiveMemoryBack() {
 void SessionManager::DestroyUnlaunched() {
   std::vector<switch_core_session_t*> unlaunched;
   {
-    std::shared_lock<std::shared_mutex> lock(state().uuids_mutex);
+    std::shared_lock<ManyReadersLock> lock(state().uuids_mutex);
     for (const auto& item : state().by_uuid) {
       if (!item.second->started) unlaunched.push_back(item.second);
     }
@@ -299,7 +300,7 @@ void SessionManager::DestroyUnlaunched() {
 }
 
 switch_core_session_t* SessionManager::Locate(const std::string& uuid, bool also_hung_up) {
-  std::shared_lock<std::shared_mutex> lock(state().uuids_mutex);
+  std::shared_lock<ManyReadersLock> lock(state().uuids_mutex);
   const auto found = state().by_uuid.find(uuid);
   if (found == state().by_uuid.end()) return nullptr;
   switch_core_session_t* session = found->second;
@@ -310,7 +311,7 @@ switch_core_session_t* SessionManager::Locate(const std::string& uuid, bool also
 bool SessionManager::Rename(switch_core_session_t* session, const std::string& uuid) {
   if (uuid.empty() || uuid.size() > SWITCH_UUID_FORMATTED_LENGTH) return false;
   char* text = switch_core_strdup(session->pool, uuid.c_str());
-  std::lock_guard<std::shared_mutex> lock(state().uuids_mutex);
+  std::lock_guard<ManyReadersLock> lock(state().uuids_mutex);
   if (session->uuid.load() == uuid) return true;
   if (!state().by_uuid.emplace(uuid, session).second) return false;
   state().by_uuid.erase(session->uuid.load());
@@ -320,10 +321,11 @@ bool SessionManager::Rename(switch_core_session_t* session, const std::string& u
 
 std::vector<switch_core_session_t*> SessionManager::LockAll() {
   std::vector<switch_core_session_t*> locked;
-  std::shared_lock<std::shared_mutex> lock(state().uuids_mutex);
+  std::shared_lock<ManyReadersLock> lock(state().uuids_mutex);
   for (const auto& item : state().by_uuid) {
     if (item.second->lock.TryLockRead()) locked.push_back(item.second);
   }
+  lock.unlock();
   std::sort(locked.begin(), locked.end(), [](const auto* a, const auto* b) { return a->id < b->id; });
   return locked;
 }

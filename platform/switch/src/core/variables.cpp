@@ -9,12 +9,14 @@
 
 #include <switch.h>
 
+#include "core/many_readers_lock.h"
+
 namespace kvx_switch {
 namespace {
 
 struct Variables {
   /// Every look-up of a leg's variable that the leg does not have ends here, and hardly anything is ever set.
-  std::shared_mutex mutex;
+  ManyReadersLock mutex;
   std::map<std::string, char*, std::less<>> values;  // guarded by mutex; points into texts
   std::deque<std::string> texts;     // guarded by mutex; keeps what was handed out, also when it is replaced
   std::set<std::string> overridden;  // guarded by mutex
@@ -40,20 +42,20 @@ Variables& the_variables() {
 
 void OverrideVariable(const std::string& name, const std::string& value) {
   Variables& variables = the_variables();
-  std::lock_guard<std::shared_mutex> lock(variables.mutex);
+  std::lock_guard<ManyReadersLock> lock(variables.mutex);
   variables.Set(name, value.c_str());
   variables.overridden.insert(name);
 }
 
 void SetConfiguredVariable(const std::string& name, const std::string& value) {
   Variables& variables = the_variables();
-  std::lock_guard<std::shared_mutex> lock(variables.mutex);
+  std::lock_guard<ManyReadersLock> lock(variables.mutex);
   if (!variables.overridden.count(name)) variables.Set(name, value.c_str());
 }
 
 void ClearVariables() {
   Variables& variables = the_variables();
-  std::lock_guard<std::shared_mutex> lock(variables.mutex);
+  std::lock_guard<ManyReadersLock> lock(variables.mutex);
   variables.values.clear();
   variables.texts.clear();
   variables.overridden.clear();
@@ -83,7 +85,7 @@ std::string ExpandVariables(const std::string& text, const std::function<void(co
 char* switch_core_get_variable(const char* varname) {
   if (!varname) return nullptr;
   auto& variables = kvx_switch::the_variables();
-  std::shared_lock<std::shared_mutex> lock(variables.mutex);
+  std::shared_lock<kvx_switch::ManyReadersLock> lock(variables.mutex);
   const auto found = variables.values.find(std::string_view(varname));
   return found == variables.values.end() ? nullptr : found->second;
 }
@@ -91,6 +93,6 @@ char* switch_core_get_variable(const char* varname) {
 void switch_core_set_variable(const char* varname, const char* value) {
   if (!varname) return;
   auto& variables = kvx_switch::the_variables();
-  std::lock_guard<std::shared_mutex> lock(variables.mutex);
+  std::lock_guard<kvx_switch::ManyReadersLock> lock(variables.mutex);
   variables.Set(varname, value);
 }

@@ -45,8 +45,9 @@ Outcome failed_and_clean_up(const std::string& fs_uuid) {
   return {SWITCH_STATUS_FALSE, fs_uuid};
 }
 
-bool both_legs_known(const std::string& fsuuid, const std::string& reffsuuid) {
-  const bool own_known = find_media_session_uuid(fsuuid).has_value();
+/// The uuid of the own leg's media session; none, after a message for each that is not, unless both legs are known.
+boost::optional<uuid> both_legs_known(const std::string& fsuuid, const std::string& reffsuuid) {
+  const boost::optional<uuid> own_known = find_media_session_uuid(fsuuid);
   const bool partner_known = find_media_session_uuid(reffsuuid).has_value();
   if (!own_known) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Unexpected session fsuuid. It does't exist. %s\n",
@@ -56,7 +57,7 @@ bool both_legs_known(const std::string& fsuuid, const std::string& reffsuuid) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, "Unexpected session reffsuuid. It does't exist. %s\n",
                       reffsuuid.c_str());
   }
-  return own_known && partner_known;
+  return partner_known ? own_known : boost::none;
 }
 
 void log_join_mode(int joinmode) {
@@ -128,6 +129,7 @@ Outcome find_connections(Pair& pair) {
   {
     const auto held = hold_legs();  // another bridge may be moving B
     pair.refuuid = mod_globals->GetFSUuidTable()->GetMediaSessionUuid(pair.reffsuuid);
+    const auto held_sessions = sessions->Hold();
     partner_is_somewhere = sessions->GetMediaSession(pair.refuuid).has_value();
     if (partner_is_somewhere) {
       pair.node_a = sessions->GetNetworkConnectionNode(pair.ms_uuid, pair.fsuuid);
@@ -150,8 +152,8 @@ Outcome find_connections(Pair& pair) {
 }
 
 /// The bridge itself, under the mutex of leg A's record.
-Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direction direct) {
-  const OwnMediaSession own = lock_media_session_of(fsuuid);
+Outcome join_legs(const std::string& fsuuid, const uuid& ms_uuid, const std::string& reffsuuid, Direction direct) {
+  const OwnMediaSession own = lock_media_session_of(fsuuid, ms_uuid);
   if (!own.record) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR,
                       "Could not find media session uuid from fs uuid %s from FS table. Channel bridge failed",
@@ -172,9 +174,12 @@ Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direc
   }
 
   enable_listeners_by(direct, pair);
-  const auto& sessions = mod_globals->GetMSTable();
-  sessions->SetPeerNetworkConnectionNode(pair.ms_uuid, fsuuid, pair.node_b);
-  sessions->SetPeerNetworkConnectionNode(pair.refuuid, reffsuuid, pair.node_a);
+  {
+    const auto& sessions = mod_globals->GetMSTable();
+    const auto held = sessions->Hold();
+    sessions->SetPeerNetworkConnectionNode(pair.ms_uuid, fsuuid, pair.node_b);
+    sessions->SetPeerNetworkConnectionNode(pair.refuuid, reffsuuid, pair.node_a);
+  }
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Successfully joining uuid(%s) to uuid(%s)!\n",
                     fsuuid.c_str(), reffsuuid.c_str());
   return succeeded();
@@ -183,14 +188,19 @@ Outcome join_legs(const std::string& fsuuid, const std::string& reffsuuid, Direc
 /// The unbridging itself, under the mutex of the leg's record. A leg without a peer counts as unbridged.
 switch_status_t unjoin_leg(const std::string& fsuuid, const uuid& ms_uuid) {
   const auto& sessions = mod_globals->GetMSTable();
-  const NetworkConnectionNodeSharedPtr node = sessions->GetNetworkConnectionNode(ms_uuid, fsuuid);
-  const NetworkConnectionSharedPtr connection = connection_of(node);
+  NetworkConnectionNodeSharedPtr node, peer;
+  NetworkConnectionSharedPtr connection;
+  {
+    const auto held = sessions->Hold();
+    node = sessions->GetNetworkConnectionNode(ms_uuid, fsuuid);
+    connection = connection_of(node);
+    if (connection) peer = sessions->GetPeerNetworkConnectionNode(ms_uuid, fsuuid);
+  }
   if (!connection) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_NOTICE, "Cannot find NetworkConnection with uuid=%s\n",
                       fsuuid.c_str());
     return SWITCH_STATUS_FALSE;
   }
-  const NetworkConnectionNodeSharedPtr peer = sessions->GetPeerNetworkConnectionNode(ms_uuid, fsuuid);
   const NetworkConnectionSharedPtr peer_connection = connection_of(peer);
   if (!peer_connection) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Cannot find peer for NetworkConnection with uuid=%s\n",
@@ -203,8 +213,11 @@ switch_status_t unjoin_leg(const std::string& fsuuid, const uuid& ms_uuid) {
   if (!connection->Unjoin(JoinableWeakPtr(peer_connection))) {
     KVX_MS_LOG(SWITCH_LOG_ERROR, "ERROR - Unable to unjoin Network Connection A to Network Connection B.");
   }
-  sessions->ResetPeerNetworkConnectionNode(ms_uuid, node);
-  sessions->ResetPeerNetworkConnectionNode(ms_uuid, peer);
+  {
+    const auto held = sessions->Hold();
+    sessions->ResetPeerNetworkConnectionNode(ms_uuid, node);
+    sessions->ResetPeerNetworkConnectionNode(ms_uuid, peer);
+  }
   switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_DEBUG, "Successfully unjoined uuid(%s)!\n", fsuuid.c_str());
   return SWITCH_STATUS_SUCCESS;
 }
@@ -224,14 +237,15 @@ switch_status_t channel_bridge(switch_media_connection_t* mc, RTPDirection joinm
   const std::string reffsuuid = switch_core_session_get_uuid(partner.get());
   partner.reset();
 
-  if (!both_legs_known(fsuuid, reffsuuid)) {
+  const boost::optional<uuid> ms_uuid = both_legs_known(fsuuid, reffsuuid);
+  if (!ms_uuid) {
     objects_cleanup(fsuuid.c_str());
     return SWITCH_STATUS_FALSE;
   }
 
   // The switch's directions count as the library's, number by number; so INACTIVE joins with audio and without video.
   log_join_mode(joinmode);
-  const Outcome outcome = join_legs(fsuuid, reffsuuid, static_cast<Direction>(joinmode));
+  const Outcome outcome = join_legs(fsuuid, *ms_uuid, reffsuuid, static_cast<Direction>(joinmode));
   if (!outcome.leg_to_clean_up.empty()) objects_cleanup(outcome.leg_to_clean_up.c_str());
   return outcome.status;
 }
@@ -244,12 +258,13 @@ switch_status_t channel_unbridge(switch_media_connection_t* mc) {
     return SWITCH_STATUS_FALSE;
   }
   const char* fsuuid = switch_core_session_get_uuid(session);
-  if (!find_media_session_uuid(fsuuid)) {
+  const boost::optional<uuid> ms_uuid = find_media_session_uuid(fsuuid);
+  if (!ms_uuid) {
     KVX_MS_LOG(SWITCH_LOG_DEBUG, "FS UUID was no longer found in FS UUID table, nothing to unbridge");
     return SWITCH_STATUS_SUCCESS;
   }
 
-  const OwnMediaSession own = lock_media_session_of(fsuuid);
+  const OwnMediaSession own = lock_media_session_of(fsuuid, ms_uuid);
   if (own.ms_uuid.is_nil()) {
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR,
                       "Could not find media session uuid from fs uuid %s from FS table. Channel unbridge failed!",

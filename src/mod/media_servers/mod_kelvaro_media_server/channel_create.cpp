@@ -109,10 +109,17 @@ switch_status_t handle_leg_no_ref_channel_create(switch_media_connection_t* mc) 
   if (!mod_globals->GetFSUuidTable()->RegisterMediaSessionUuid(fs_uuid, ms_uuid)) {
     return undo_creation(fs_uuid, "ERROR - Unable to fill in FSUUID - MSUUID table.");
   }
-  if (!mod_globals->GetMSTable()->RegisterMediaSession(media_session, listener)) {
+  bool session_registered = false, connection_registered = false;
+  {
+    const auto& sessions = mod_globals->GetMSTable();
+    const auto held = sessions->Hold();
+    session_registered = sessions->RegisterMediaSession(media_session, listener);
+    connection_registered = session_registered && sessions->RegisterNetworkConnection(ms_uuid, connection, fs_uuid);
+  }
+  if (!session_registered) {
     return undo_creation(fs_uuid, "ERROR - Unable to register Media Session.");
   }
-  if (!mod_globals->GetMSTable()->RegisterNetworkConnection(ms_uuid, connection, fs_uuid)) {
+  if (!connection_registered) {
     return undo_creation(fs_uuid, "ERROR - Unable to register Network Connection.");
   }
   return created(mc, ms_uuid);

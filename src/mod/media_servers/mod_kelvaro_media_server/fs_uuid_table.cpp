@@ -11,6 +11,17 @@ namespace {
 constexpr std::size_t kInitialBuckets = 11;
 constexpr float kEntriesPerBucket = 0.25;  // so few that a new one seldom has to look at another's memory
 using Guard = BriefGuard<boost::recursive_mutex>;
+
+/// A text's hash, made before the lock is taken: that takes longer than all the rest of a look.
+class MadeHash {
+ public:
+  explicit MadeHash(const std::string& text) : hash_(boost::hash<std::string>()(text)) {}
+  std::size_t operator()(const std::string&) const { return hash_; }
+
+ private:
+  const std::size_t hash_;
+};
+
 }  // namespace
 
 FSUuidTable::FSUuidTable() : fsuuidtable_(kInitialBuckets) {
@@ -25,20 +36,28 @@ bool FSUuidTable::RegisterMediaSessionUuid(const std::string& fs_uuid, const boo
 }
 
 bool FSUuidTable::UnregisterMediaSession(const std::string& fs_uuid) {
+  const MadeHash hash(fs_uuid);
+  FSUuidMap::node_type erased;  // ends after the lock
   Guard guard(mutex_);
-  fsuuidtable_.erase(fs_uuid);
+  const FSUuidMap::const_iterator found = fsuuidtable_.find(fs_uuid, hash, fsuuidtable_.key_eq());
+  if (found != fsuuidtable_.end()) erased = fsuuidtable_.extract(found);
   return true;
 }
 
 bool FSUuidTable::IsFSUuidAlreadyThere(const std::string& fs_uuid) {
-  Guard guard(mutex_);
-  return fsuuidtable_.find(fs_uuid) != fsuuidtable_.end();
+  return FindMediaSessionUuid(fs_uuid).has_value();
 }
 
 boost::uuids::uuid FSUuidTable::GetMediaSessionUuid(const std::string& fs_uuid) {
+  return FindMediaSessionUuid(fs_uuid).get_value_or(boost::uuids::nil_uuid());
+}
+
+boost::optional<boost::uuids::uuid> FSUuidTable::FindMediaSessionUuid(const std::string& fs_uuid) {
+  const MadeHash hash(fs_uuid);
   Guard guard(mutex_);
-  const FSUuidMap::const_iterator found = fsuuidtable_.find(fs_uuid);
-  return found == fsuuidtable_.end() ? boost::uuids::nil_uuid() : found->second;
+  const FSUuidMap::const_iterator found = fsuuidtable_.find(fs_uuid, hash, fsuuidtable_.key_eq());
+  if (found == fsuuidtable_.end()) return boost::none;
+  return found->second;
 }
 
 bool FSUuidTable::EraseAllItems() {

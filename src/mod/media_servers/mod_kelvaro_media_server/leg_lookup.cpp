@@ -36,51 +36,56 @@ std::vector<std::unique_lock<std::mutex>> hold_legs_to_move_one() {
 
 boost::optional<boost::uuids::uuid> find_media_session_uuid(const std::string& fs_uuid) {
   const auto held = hold_legs();
-  if (!mod_globals->GetFSUuidTable()->IsFSUuidAlreadyThere(fs_uuid)) return boost::none;
-  return mod_globals->GetFSUuidTable()->GetMediaSessionUuid(fs_uuid);
+  return mod_globals->GetFSUuidTable()->FindMediaSessionUuid(fs_uuid);
 }
 
 boost::optional<Leg> find_leg(const std::string& fs_uuid, const LegLookupMessages& messages) {
   const auto& uuids = mod_globals->GetFSUuidTable();
   const auto& sessions = mod_globals->GetMSTable();
 
+  MediaSessionTable::LegPlace place;  // ends after the lock
   auto held = hold_legs();
-  if (!uuids->IsFSUuidAlreadyThere(fs_uuid)) {
+  const boost::optional<boost::uuids::uuid> known = uuids->FindMediaSessionUuid(fs_uuid);
+  if (!known) {
     held.unlock();
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.unknown_leg, fs_uuid.c_str());
     objects_cleanup(fs_uuid.c_str());
     return boost::none;
   }
 
-  const boost::uuids::uuid ms_uuid = uuids->GetMediaSessionUuid(fs_uuid);
-  if (!sessions->GetMediaSession(ms_uuid)) {
+  const boost::uuids::uuid ms_uuid = *known;
+  place = sessions->FindLeg(ms_uuid, fs_uuid);
+  if (!place.is_session_known) {
     held.unlock();
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.no_media_session, fs_uuid.c_str(),
                       uuid_to_text(ms_uuid).c_str());
     return boost::none;
   }
 
-  const NetworkConnectionSharedPtr connection = find_connection(ms_uuid, fs_uuid);
-  if (!connection) {
+  if (!place.connection) {
     held.unlock();
     switch_log_printf(SWITCH_CHANNEL_LOG, SWITCH_LOG_ERROR, messages.no_connection, fs_uuid.c_str(),
                       uuid_to_text(ms_uuid).c_str());
     objects_cleanup(fs_uuid.c_str());
     return boost::none;
   }
-  return Leg{fs_uuid, ms_uuid, connection};
+  return Leg{fs_uuid, ms_uuid, place.connection};
 }
 
-OwnMediaSession lock_media_session_of(const std::string& fs_uuid) {
+OwnMediaSession lock_media_session_of(const std::string& fs_uuid,
+                                      const boost::optional<boost::uuids::uuid>& last_seen_in) {
   const auto& uuids = mod_globals->GetFSUuidTable();
-  for (;;) {
+  for (boost::optional<boost::uuids::uuid> believed = last_seen_in;; believed = boost::none) {
     OwnMediaSession own;
     {
       const auto held = hold_legs();
-      own.ms_uuid = uuids->GetMediaSessionUuid(fs_uuid);
+      own.ms_uuid = believed ? *believed : uuids->GetMediaSessionUuid(fs_uuid);
       if (own.ms_uuid.is_nil()) return own;
       own.record = mod_globals->GetMSTable()->GetFSMediaSession(own.ms_uuid).get_value_or(own.record);
-      if (!own.record) return own;
+      if (!own.record) {
+        if (believed && uuids->GetMediaSessionUuid(fs_uuid) != own.ms_uuid) continue;
+        return own;
+      }
     }
     own.lock = boost::unique_lock<boost::recursive_mutex>(own.record->mutex_);
     if (uuids->GetMediaSessionUuid(fs_uuid) == own.ms_uuid) return own;
@@ -92,8 +97,7 @@ NetworkConnectionSharedPtr find_connection(const boost::uuids::uuid& ms_uuid, co
 }
 
 void forget_fs_uuid(const std::string& fs_uuid) {
-  const auto& uuids = mod_globals->GetFSUuidTable();
-  if (uuids->IsFSUuidAlreadyThere(fs_uuid)) uuids->UnregisterMediaSession(fs_uuid);
+  mod_globals->GetFSUuidTable()->UnregisterMediaSession(fs_uuid);
 }
 
 }  // namespace kvx_media_server

@@ -49,8 +49,9 @@ struct OwnMediaSession {
 
 /// Blocks until the record is free; the caller holds no other record's mutex. While this waits, a bridge of the leg's
 /// partner may move the leg into another session: what is returned is the session that the leg is in once the lock is
-/// held, and it stays there as long as the lock does.
-OwnMediaSession lock_media_session_of(const std::string& fs_uuid);
+/// held, and it stays there as long as the lock does. Who has just looked the leg up says where it was.
+OwnMediaSession lock_media_session_of(const std::string& fs_uuid,
+                                      const boost::optional<boost::uuids::uuid>& last_seen_in = boost::none);
 
 /// Keeps every leg in its place. A leg that moves stands in the one table under its new session and in the other still
 /// under its old one for a moment: who moves a leg holds all legs until both agree, and the look-ups above hold them so

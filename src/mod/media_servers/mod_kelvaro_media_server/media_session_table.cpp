@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <boost/make_shared.hpp>
 
-#include "brief_guard.h"
 #include "kelvaro/jsr309/media_session.h"
 #include "kelvaro/jsr309/network_connection.h"
 #include "module_log.h"
@@ -18,7 +17,7 @@ constexpr float kEntriesPerBucket = 0.25;  // so few that a new one seldom has t
 constexpr char kNoSession[] = "Media session not registered in Media Session table";
 constexpr char kNoNodes[] = "Network Connection Node list empty!";
 
-using Guard = BriefGuard<boost::recursive_mutex>;
+using Guard = MediaSessionTable::Held;
 
 }  // namespace
 
@@ -32,7 +31,7 @@ MediaSessionTable::MediaSessionTable() : msvector_(kInitialBuckets) {
 
 MediaSessionTable::NodeList::iterator MediaSessionTable::FindNode(NodeList& nodes, const std::string& fs_uuid) {
   NodeList::iterator node = nodes.begin();
-  while (node != nodes.end() && (*node)->GetFSUuid() != fs_uuid) ++node;
+  while (node != nodes.end() && !(*node)->IsOf(fs_uuid)) ++node;
   return node;
 }
 
@@ -241,9 +240,12 @@ bool MediaSessionTable::EraseAllMSUuid() {
 
 boost::optional<MediaSessionSharedPtr> MediaSessionTable::GetMediaSession(const boost::uuids::uuid& msuuid) {
   Guard guard(mutex_);
-  const boost::optional<FSMediaSessionSharedPtr> session = GetFSMediaSession(msuuid);
-  if (!session) return boost::none;
-  return (*session)->ms;
+  const FSMediaSessionMap::iterator entry = msvector_.find(msuuid);
+  if (entry == msvector_.end()) {
+    KVX_MS_LOG(SWITCH_LOG_DEBUG, kNoSession);
+    return boost::none;
+  }
+  return entry->second->ms;
 }
 
 boost::optional<FSMediaSessionSharedPtr> MediaSessionTable::GetFSMediaSession(const boost::uuids::uuid& msuuid) {
@@ -290,6 +292,22 @@ NetworkConnectionNodeSharedPtr MediaSessionTable::GetNetworkConnectionNode(const
   if (nodes == nullptr) return NetworkConnectionNodeSharedPtr();
   const NodeList::iterator node = FindNode(*nodes, fs_uuid);
   return node == nodes->end() ? NetworkConnectionNodeSharedPtr() : *node;
+}
+
+MediaSessionTable::LegPlace MediaSessionTable::FindLeg(const boost::uuids::uuid& msuuid, const std::string& fs_uuid) {
+  LegPlace place;
+  Guard guard(mutex_);
+  const FSMediaSessionMap::iterator entry = msvector_.find(msuuid);
+  if (entry == msvector_.end()) {
+    KVX_MS_LOG(SWITCH_LOG_DEBUG, kNoSession);
+    return place;
+  }
+  place.is_session_known = true;
+  NodeList& nodes = entry->second->nodelist;
+  if (nodes.empty()) KVX_MS_LOG(SWITCH_LOG_DEBUG, kNoNodes);
+  const NodeList::iterator node = FindNode(nodes, fs_uuid);
+  if (node != nodes.end()) place.connection = (*node)->GetNetworkConnection();
+  return place;
 }
 
 bool MediaSessionTable::SetPeerNetworkConnectionNode(const boost::uuids::uuid& msuuid, const std::string& fs_uuid,

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "brief_guard.h"
 #include "kelvaro/jsr309/joinable.h"
 #include "media_server_lost_listener.h"
 
@@ -61,6 +62,11 @@ class MediaSessionTable {
   MediaSessionTable(const MediaSessionTable&) = delete;
   MediaSessionTable& operator=(const MediaSessionTable&) = delete;
 
+  using Held = BriefGuard<boost::recursive_mutex>;
+  /// Holds the table for several operations in a row, which take it again. Others see all of them or none, and the
+  /// table changes cores once instead of once for each.
+  [[nodiscard]] Held Hold() { return Held(mutex_); }
+
   /// False when the listener's uuid is registered already; the first entry stays.
   bool RegisterMediaSession(const MediaSessionSharedPtr& ms, const MyMediaServerLostListenerSharedPtr& listener);
   /// Makes the leg's node and sets it up as the connection's RTP-timeout listener. False when the session is unknown or
@@ -96,6 +102,13 @@ class MediaSessionTable {
   /// Empty when not found.
   NetworkConnectionNodeSharedPtr GetNetworkConnectionNode(const boost::uuids::uuid& msuuid, const std::string& fs_uuid);
 
+  /// Whether GetFSMediaSession finds the session, and what GetNetworkConnection finds, in one look.
+  struct LegPlace {
+    bool is_session_known = false;
+    NetworkConnectionSharedPtr connection;  ///< empty when the session does not hold the leg
+  };
+  LegPlace FindLeg(const boost::uuids::uuid& msuuid, const std::string& fs_uuid);
+
   /// One side of a bridged pair; the caller sets and resets both.
   bool SetPeerNetworkConnectionNode(const boost::uuids::uuid& msuuid, const std::string& fs_uuid,
                                     const NetworkConnectionNodeSharedPtr& peer);
@@ -120,8 +133,9 @@ class MediaSessionTable {
                 const boost::uuids::uuid& msuuid, const std::string& fs_uuid);
   void EraseEntry(FSMediaSessionMap::iterator entry, const std::string& fs_uuid);
 
-  FSMediaSessionMap msvector_;    // guarded by mutex_
-  boost::recursive_mutex mutex_;  // guards the map and the node lists reached through it
+  // Together on one cache line, which is what goes from core to core, and apart from everything else.
+  alignas(64) FSMediaSessionMap msvector_;  // guarded by mutex_
+  boost::recursive_mutex mutex_;            // guards the map and the node lists reached through it
 };
 
 using FSMediaSession = MediaSessionTable::FSMediaSession;

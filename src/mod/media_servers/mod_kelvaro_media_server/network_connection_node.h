@@ -14,7 +14,8 @@ namespace kvx_media_server {
 /// connection, so that an event finds its leg without a look-up.
 ///
 /// Always on the heap and shared: by the table's list, by the control library while it listens, and by callers for the
-/// length of a call. Peers refer to each other weakly. Every accessor takes the node's own lock, the last in the order.
+/// length of a call. Peers refer to each other weakly. Every accessor but IsOf, which looks at
+/// what never changes, takes the node's own lock, the last in the order.
 class MediaSessionTable::NetworkConnectionNode : public virtual kelvaro::jsr309::RtpTimeoutListener {
  public:
   NetworkConnectionNode(const NetworkConnectionSharedPtr& nc, const std::string& fs_uuid);
@@ -31,6 +32,8 @@ class MediaSessionTable::NetworkConnectionNode : public virtual kelvaro::jsr309:
   void OnEvent(const kelvaro::jsr309::RtpTimeoutEvent& event) override;
 
   std::string GetFSUuid() const;
+  /// Whether GetFSUuid would say so; takes no lock, since that never changes.
+  bool IsOf(const std::string& fs_uuid) const { return fs_uuid_ == fs_uuid; }
   NetworkConnectionSharedPtr GetNetworkConnection() const;
   void SetNetworkConnection(NetworkConnectionSharedPtr nc);
   void SetPeer(const NetworkConnectionNodeSharedPtr& peer);

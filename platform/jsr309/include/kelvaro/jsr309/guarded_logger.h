@@ -7,6 +7,7 @@
 
 #include "kelvaro/logger.h"
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -15,7 +16,8 @@
 
 namespace kelvaro::jsr309 {
 
-/// Threads: all operations from any thread. No lock is held while the application's logger is called.
+/// Threads: all operations from any thread. No lock is held while the application's logger is called. Records are
+/// counted in one of many places each, by thread, or cores that log would wait for each other's cache line.
 class GuardedLogger {
  public:
   /// A null logger drops every record.
@@ -29,12 +31,19 @@ class GuardedLogger {
   void Detach();
 
  private:
+  /// Records that look at logger_ or are on their way into it, of some of the threads.
+  struct alignas(64) Writers {
+    std::atomic<unsigned> count{0};
+  };
+
+  Writers& WritersOfThisThread();
+  bool IsIdle() const;
   static void Write(const LoggingIdLogger& logger, LogLevel level, const std::string& id, const std::string& message,
                     const char* file, uint32_t line);
 
   std::atomic<const LoggingIdLogger*> logger_;  // null once detached
-  std::atomic<unsigned> writing_{0};            // records that look at logger_ or are on their way into it
-  std::mutex mutex_;                            // for the wait only
+  std::array<Writers, 16> writers_;
+  std::mutex mutex_;  // for the wait only
   std::condition_variable idle_;
 };
 
