@@ -49,7 +49,10 @@ TEST(CallPicture, BothSidesAreDescribedWhenMoreHasChangedOrTheOrderMatters) {
   EXPECT_EQ(After([](CallPicture& one) { one.keys = LegCrypto::Keys(); }), PictureChange::kBoth);
   for (const auto& always : {std::function<void(CallPicture&)>([](CallPicture& one) { one.image = true; }),
                              std::function<void(CallPicture&)>([](CallPicture& one) { one.learn = true; }),
-                             std::function<void(CallPicture&)>([](CallPicture& one) { one.keys.emplace(); })}) {
+                             std::function<void(CallPicture&)>([](CallPicture& one) { one.keys.emplace(); }),
+                             std::function<void(CallPicture&)>([](CallPicture& one) {
+                               one.bus_codecs = {{8, "PCMA", 8000, 0, ""}};  // translated
+                             })}) {
     CallPicture told = Plain(), next = Plain();
     always(told);
     always(next);

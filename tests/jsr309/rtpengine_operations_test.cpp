@@ -160,6 +160,12 @@ class RtpengineOperations : public testing::Test {
     remote.SetRfc2833Payload(101);
     return remote;
   }
+  static MediaConfig RemoteWithKeys(char number) {
+    const std::string key(30, number);
+    MediaConfig remote = Remote();
+    remote.SetCrypto("AES_CM_128_HMAC_SHA1_80", reinterpret_cast<const std::uint8_t*>(key.data()), 30, 0, nullptr);
+    return remote;
+  }
   static void AddCodec(MediaConfig& config) {
     config.AddCodec("PCMU", 0, 20, 8000, 64000, false, 0, 0, 0, nullptr, 0, 1.0);
   }
@@ -243,6 +249,70 @@ TEST_F(RtpengineOperations, DescribeBothSidesAfterARefusal) {
   ASSERT_GE(commands.size(), 2u);
   EXPECT_EQ(commands[commands.size() - 2], "offer");
   EXPECT_EQ(commands.back(), "answer");
+}
+
+// The daemon may protect with these keys or with the former ones.
+TEST_F(RtpengineOperations, OfferKeysAgainAfterAnExchangeOfKeysThatWasNotFinished) {
+  ObedientDaemon daemon;
+  const auto session = Open(daemon).CreateSession();
+  const auto a = session->CreateEndpoint({});
+  MediaConfig local;
+  AddCodec(local);
+  local.SetCrypto("AES_CM_128_HMAC_SHA1_80", nullptr, 0, 0, nullptr);
+  ASSERT_TRUE(a->SetRemoteOffer(RemoteWithKeys(1)) && a->GetLocalAnswer(local));
+  const std::string call = daemon.LastCall();
+  const auto key_offer = [is_offer = ObedientDaemon::Is("offer", call)](const NgServer::Frame& request) {
+    return is_offer(request) && TextOf(request.message, "sdp").find("a=crypto:") != std::string::npos;
+  };
+  const auto made = daemon.Count(key_offer);
+  ASSERT_TRUE(a->SetRemoteOffer(RemoteWithKeys(1)));
+  EXPECT_EQ(daemon.Count(key_offer), made) << "it has them";
+
+  daemon.Refuse(ObedientDaemon::Is("answer", call));
+  EXPECT_FALSE(a->SetRemoteOffer(RemoteWithKeys(2)));
+  daemon.Refuse(nullptr);
+  EXPECT_EQ(daemon.Count(key_offer), made + 1);
+  ASSERT_TRUE(a->SetRemoteOffer(RemoteWithKeys(1)));
+  EXPECT_EQ(daemon.Count(key_offer), made + 2);
+}
+
+// It may have been told of a place that is none.
+TEST_F(RtpengineOperations, ThatFailTellThePartnerOfTheFormerPlaceAgain) {
+  ObedientDaemon daemon;
+  const auto session = Open(daemon).CreateSession();
+  const auto a = NewLeg(*session);
+  const std::string call_a = daemon.LastCall();
+  const auto b = NewLeg(*session);
+  const std::string call_b = daemon.LastCall();
+  ASSERT_TRUE(a->Join(kDuplex, b));
+  const auto before = daemon.CommandsFor(call_b).size();
+  daemon.Refuse([=](const NgServer::Frame& request) { return TextOf(request.message, "call-id") == call_a; });
+  EXPECT_FALSE(a->SetRemoteOffer(RemoteWithEvents()));
+  EXPECT_TRUE(Eventually([&] { return daemon.CommandsFor(call_b).size() > before; }));
+}
+
+// It would take the first stranger who sends something.
+TEST_F(RtpengineOperations, TheSearchForAnAddressIsCalledOffWhenItCouldNotBeBegunProperly) {
+  ObedientDaemon daemon;
+  const auto session = Open(daemon).CreateSession();
+  const auto a = NewLeg(*session);
+  const std::string call = daemon.LastCall();
+  const auto answer = ObedientDaemon::Is("answer", call);
+  const auto searches = [=](const NgServer::Frame& request) {
+    const auto flags = request.message.find("flags");
+    return answer(request) && flags != request.message.end() &&
+           rtpengine::EncodeBencode(flags->second).find("asymmetric") == std::string::npos;
+  };
+  std::atomic<int> searched{0};
+  // The first is carried out, and the second one, which makes the daemon look again, is refused.
+  daemon.Refuse([&, searches](const NgServer::Frame& request) { return searches(request) && ++searched > 1; });
+  EXPECT_FALSE(a->SetRemoteAddressDetection());
+  daemon.Refuse(nullptr);
+  EXPECT_TRUE(Eventually([&] {
+    const auto requests = daemon.Requests();
+    const auto last = std::find_if(requests.rbegin(), requests.rend(), answer);
+    return last != requests.rend() && !searches(*last);
+  }));
 }
 
 TEST_F(RtpengineOperations, JoinThatFailsUndoesTheJoinThatWas) {

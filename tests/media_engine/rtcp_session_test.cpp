@@ -1,79 +1,8 @@
 // What an endpoint's RTCP says and believes, without sockets.
-#include "rtcp_session.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-
-#include "rtcp_bytes.h"
+#include "rtcp_session_fixture.h"
 
 namespace media_engine_test {
 namespace {
-
-using media_engine::NtpTimeline;
-using media_engine::Reception;
-using media_engine::RtcpCompound;
-using media_engine::RtcpSession;
-using media_engine::RtcpWriter;
-using media_engine::RtpHeader;
-using media_engine::StreamRecord;
-using media_engine::StreamStatistics;
-using media_engine::TimePoint;
-using std::chrono::microseconds;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-
-constexpr uint32_t kOurs = 0xaaaa0001, kTheirs = 0xbbbb0001;
-
-uint32_t MiddleDraw() {
-  return 0x80000000;
-}
-
-/// The monotonic clock's zero is NTP 0xb44db700.00000000.
-NtpTimeline Timeline() {
-  constexpr int64_t kFrom1900To1970 = 2208988800;
-  return NtpTimeline(TimePoint(),
-                     std::chrono::system_clock::time_point(seconds{int64_t{0xb44db700} - kFrom1900To1970}));
-}
-
-TimePoint At(double time) {
-  return TimePoint(std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(time)));
-}
-
-class Rtcp : public testing::Test {
- protected:
-  void Hear(uint16_t number, uint32_t ssrc = kTheirs) {
-    RtpHeader header;
-    header.sequence_number = number;
-    header.ssrc = ssrc;
-    if (reception_.IsNewSource(ssrc)) session_.BeginSource(reception_);
-    reception_.Count(header, 0, TimePoint());
-  }
-  void Send(unsigned packets) {
-    for (unsigned i = 0; i < packets; ++i) session_.CountSent(ssrc_, 160);
-  }
-  RtcpSeen Report(double time, bool last = false, uint32_t timestamp = 0, bool sent = true) {
-    std::array<uint8_t, RtcpWriter::kLongest> room;
-    const auto report = session_.WriteReport(reception_, timestamp, last, At(time), room.data());
-    session_.Reported(report, sent, reception_, At(time));
-    return Read(room, report.length);
-  }
-  static RtcpSeen Read(const std::array<uint8_t, RtcpWriter::kLongest>& room, std::size_t length) {
-    const auto seen = ReadRtcp(Bytes(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(length)));
-    EXPECT_TRUE(seen);
-    return seen.value_or(RtcpSeen());
-  }
-  void Take(const Bytes& packet, double time) {
-    const auto compound = RtcpCompound::Parse(packet.data(), packet.size());
-    ASSERT_TRUE(compound);
-    session_.Take(*compound, reception_, At(time));
-  }
-  StreamStatistics Stream() const { return session_.Streams(reception_).back(); }
-
-  uint32_t ssrc_ = kOurs;
-  Reception reception_;
-  RtcpSession session_{Timeline(), kOurs, MiddleDraw};
-};
 
 TEST(NtpTimeline, CountsFrom1900InFixedPoint) {
   const NtpTimeline timeline = Timeline();
@@ -353,62 +282,6 @@ TEST_F(Rtcp, ACnameIsDrawnUntilOneIsGivenAndLongOnesAreCutBetweenCharacters) {
   EXPECT_EQ(Report(2).cname, std::string(254, 'a'));
   session_.SetCname(std::string(300, 'b'));
   EXPECT_EQ(Report(3).cname, std::string(255, 'b'));
-}
-
-TEST_F(Rtcp, ReportsComeAtTheirTimes) {
-  const auto due = [&](double from, double until) {
-    for (double time = from; time < until; time += 0.1) {
-      if (session_.IsDue(reception_, At(time))) return time;
-    }
-    return 0.0;
-  };
-  EXPECT_FALSE(session_.IsDue(reception_, At(100)));  // starts the clock
-  // The draws are all in the middle: 2.5 / 1.21828 seconds first, then 5 / 1.21828.
-  EXPECT_NEAR(due(100, 110), 102.1, 0.101);
-  Report(102.1);
-  EXPECT_NEAR(due(102.1, 110), 106.2, 0.101);
-  Report(106.2);
-  Hear(1);
-  Take(ReceiverReportBytes(kTheirs) + GoodbyeBytes({kTheirs}), 107.2);
-  EXPECT_NEAR(due(107.2, 120), 110.3, 0.101);  // it was alone when the time was drawn: nothing to make up for
-  Report(110.3);
-}
-
-TEST_F(Rtcp, AGoodbyeBringsTheNextReportForward) {
-  session_.IsDue(reception_, At(100));
-  Hear(1);
-  Report(100);
-  Take(ReceiverReportBytes(kTheirs) + GoodbyeBytes({0x1234}), 101);  // not the one that is heard
-  EXPECT_FALSE(session_.IsDue(reception_, At(103)));
-  Take(ReceiverReportBytes(kTheirs) + GoodbyeBytes({kTheirs}), 101);
-  // 4.104 s after 100; at 101 half of what remains: 102.552. The report before counts as of 100.5: 104.604.
-  EXPECT_FALSE(session_.IsDue(reception_, At(102.6)));  // reconsidered
-  EXPECT_FALSE(session_.IsDue(reception_, At(104.6)));
-  EXPECT_TRUE(session_.IsDue(reception_, At(104.61)));
-}
-
-TEST_F(Rtcp, AFarEndThatHasLeftTakesNoShareOfTheBandwidth) {
-  media_engine::Codec slow;
-  slow.bit_rate = 800;
-  slow.packet_time_ms = 1000;  // 140 octets a second with headers: 7 for reports
-  const auto interval = [&](const Bytes& packet) {
-    session_ = RtcpSession(Timeline(), kOurs, MiddleDraw);
-    session_.SetCodec(&slow, 28);
-    session_.IsDue(reception_, At(100));
-    Hear(1);
-    Report(101);
-    Hear(2);
-    Take(packet, 102);
-    Report(103);
-    Report(104);
-    double time = 104;
-    while (!session_.IsDue(reception_, At(time)) && time < 200) time += 0.1;
-    return time - 104;
-  };
-  const double with_both = interval(ReceiverReportBytes(kTheirs));
-  const double alone = interval(ReceiverReportBytes(kTheirs) + GoodbyeBytes({kTheirs}));
-  EXPECT_GT(with_both, 15);
-  EXPECT_NEAR(alone / with_both, 0.5, 0.03);
 }
 
 }  // namespace
