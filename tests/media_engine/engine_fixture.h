@@ -17,7 +17,7 @@
 
 namespace media_engine_test {
 
-using namespace media_engine;  // NOLINT: this header is for the tests of that namespace
+using namespace media_engine;  // this header is for the tests of that namespace
 
 /// Requests answer within microseconds; this is for a busy machine.
 constexpr milliseconds kLimit{5000};

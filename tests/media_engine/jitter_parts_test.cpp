@@ -15,7 +15,7 @@
 namespace media_engine_test {
 namespace {
 
-using namespace media_engine;  // NOLINT: this file is about its parts
+using namespace media_engine;  // this file is about its parts
 using std::chrono::microseconds;
 
 struct PlanCase {
