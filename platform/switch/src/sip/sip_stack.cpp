@@ -23,6 +23,12 @@ void DropMicroseconds(su_time_t* now) {
   now->tv_usec -= now->tv_usec % 1000;
 }
 
+// Of the UDP socket. The system's default holds some ninety messages of calls, which a busy switch is sent while its
+// thread waits a few milliseconds for a processor; each one lost comes again after T1, with all others of that moment.
+// This holds as many as are read within T1 by a processor that has nothing else to do: what waits longer is sent again
+// anyway. The system gives what net.core.rmem_max allows, or all of it to a process that may administer the network.
+constexpr unsigned kReceiveBuffer = 2 << 20;
+
 constexpr const char* kMethods = "INVITE, ACK, BYE, CANCEL, OPTIONS, REFER, UPDATE";
 
 const char* Supported(const SipProfile& profile) {
@@ -94,13 +100,13 @@ nua_t* CreateStack(su_root_t* root, nua_callback_f callback, SipAgent* agent, co
                           (both ? "" : ";transport=" + profile.transports.Names());
   // A connection that says nothing, or breaks off in a message, is closed in the end; how many there may be until then
   // is ConnectionLimit's to see to.
-  nua_t* nua = nua_create(root, callback, agent, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0),
-                          NUTAG_AUTOANSWER(0), NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods),
-                          NUTAG_MIN_SE(1), NUTAG_APPL_METHOD("INVITE, REFER, UPDATE"), NTATAG_MAXSIZE(kLargestMessage),
-                          NTATAG_SIP_T1(profile.timers.t1), NTATAG_SIP_T1X64(profile.timers.t1x64),
-                          NTATAG_SIP_T2(profile.timers.t2), NTATAG_SIP_T4(profile.timers.t4),
-                          TPTAG_TIMEOUT(profile.timers.t1x64), TPTAG_IDLE(profile.tcp_idle_seconds * 1000),
-                          SIPTAG_SUPPORTED_STR(Supported(profile)), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
+  nua_t* nua = nua_create(
+      root, callback, agent, NUTAG_URL(url.c_str()), NUTAG_MEDIA_ENABLE(0), NUTAG_AUTOALERT(0), NUTAG_AUTOANSWER(0),
+      NUTAG_AUTOACK(1), NUTAG_SESSION_TIMER(0), NUTAG_ALLOW(kMethods), NUTAG_MIN_SE(1),
+      NUTAG_APPL_METHOD("INVITE, REFER, UPDATE"), NTATAG_MAXSIZE(kLargestMessage), NTATAG_SIP_T1(profile.timers.t1),
+      NTATAG_SIP_T1X64(profile.timers.t1x64), NTATAG_SIP_T2(profile.timers.t2), NTATAG_SIP_T4(profile.timers.t4),
+      TPTAG_UDP_RMEM(kReceiveBuffer), TPTAG_TIMEOUT(profile.timers.t1x64), TPTAG_IDLE(profile.tcp_idle_seconds * 1000),
+      SIPTAG_SUPPORTED_STR(Supported(profile)), SIPTAG_USER_AGENT_STR("kvx-switch"), TAG_END());
   if (nua) nua_set_params(nua, SIPTAG_ALLOW_STR(kMethods), NUTAG_AUTO302(0), TAG_END());
   return nua;
 }
