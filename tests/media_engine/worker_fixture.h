@@ -26,7 +26,7 @@ class WorkerTurns : public testing::Test {
     uint16_t port;
   };
 
-  WorkerTurns() { worker_.OpenSession(session_); }
+  explicit WorkerTurns(uint16_t ports = 8) : range_(FreePortRange(ports)) { worker_.OpenSession(session_); }
 
   TurnedLeg NewLeg(const std::shared_ptr<EndpointEvents>& events = nullptr, seconds inactive = seconds{0},
                    const std::optional<JitterBufferSettings>& jitter_buffer = std::nullopt) {
@@ -64,7 +64,7 @@ class WorkerTurns : public testing::Test {
     EXPECT_EQ(leg.participant->Statistics().rtp_packets_received, packets);
   }
 
-  std::pair<uint16_t, uint16_t> range_ = FreePortRange(8);
+  const std::pair<uint16_t, uint16_t> range_;
   std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
   std::shared_ptr<PortPool> pool_ =
       std::make_shared<PortPool>(*SocketAddress::Parse("127.0.0.1", 0), range_.first, range_.second);

@@ -59,7 +59,7 @@ PacketMover::Buffers::Buffers() : received{}, sent{} {
 
 PacketMover::PacketMover() : buffers_(std::make_unique<Buffers>()) {}
 
-bool PacketMover::Gather(Participant& from, const UdpSocket& socket, Protocol protocol) {
+std::size_t PacketMover::Gather(Participant& from, const UdpSocket& socket, Protocol protocol) {
   Buffers& b = *buffers_;
   socklen_t room = SocketAddress::kRoom;
   // With MSG_TRUNC the length is the packet's own.
@@ -67,14 +67,24 @@ bool PacketMover::Gather(Participant& from, const UdpSocket& socket, Protocol pr
                                   b.sources[gathered_].native(), &room);
   if (length < 0) {
     CountReceiveError(from);
-    return false;
+    return 0;
   }
-  if (static_cast<std::size_t>(length) > kPacketRoom) {
-    from.CountOversized();
-  } else {
-    b.gathered[gathered_++] = {&from, static_cast<std::size_t>(length), protocol};
+  b.gathered[gathered_++] = {&from, static_cast<std::size_t>(length), protocol};
+  return 1;
+}
+
+std::size_t PacketMover::GatherAll(Participant& from, const UdpSocket& socket, Protocol protocol) {
+  Buffers& b = *buffers_;
+  mmsghdr* const first = &b.received[gathered_];
+  for (std::size_t i = gathered_; i < kBatch; ++i) b.received[i].msg_hdr.msg_namelen = SocketAddress::kRoom;
+  const int count = recvmmsg(socket.fd(), first, static_cast<unsigned>(room()), MSG_DONTWAIT | MSG_TRUNC, nullptr);
+  if (count < 0) {
+    CountReceiveError(from);
+    return 0;
   }
-  return true;
+  for (const mmsghdr* one = first; one < first + count; ++one)
+    b.gathered[gathered_++] = {&from, one->msg_len, protocol};
+  return static_cast<std::size_t>(count);
 }
 
 void PacketMover::MoveGathered(TimePoint now) {
@@ -82,7 +92,9 @@ void PacketMover::MoveGathered(TimePoint now) {
   std::size_t out = 0;
   for (std::size_t i = 0; i < gathered_; ++i) {
     const Gathered& one = b.gathered[i];
-    if (one.protocol == Protocol::kRtcp) {
+    if (one.length > kPacketRoom) {
+      one.from->CountOversized();
+    } else if (one.protocol == Protocol::kRtcp) {
       one.from->TakeRtcp(b.packets[i].data(), one.length, b.sources[i], now);
     } else {
       b.handovers[out] = one.from->TakeRtp(b.packets[i].data(), one.length, b.sources[i], now);
@@ -90,35 +102,7 @@ void PacketMover::MoveGathered(TimePoint now) {
     }
   }
   gathered_ = 0;
-  for (std::size_t i = 0; i < out; ++i) SendOne(*b.handovers[i].to, b.handovers[i]);
-}
-
-std::size_t PacketMover::ReceiveBatch(const UdpSocket& socket, Participant& from) {
-  Buffers& b = *buffers_;
-  for (mmsghdr& one : b.received) one.msg_hdr.msg_namelen = SocketAddress::kRoom;
-  const int count = recvmmsg(socket.fd(), b.received.data(), kBatch, MSG_DONTWAIT, nullptr);
-  if (count >= 0) return static_cast<std::size_t>(count);
-  CountReceiveError(from);
-  return 0;
-}
-
-std::size_t PacketMover::MoveBatch(Participant& from, const UdpSocket& socket, Protocol protocol, TimePoint now) {
-  Buffers& b = *buffers_;
-  const std::size_t received = ReceiveBatch(socket, from);
-  std::size_t out = 0;
-  for (std::size_t i = 0; i < received; ++i) {
-    if ((b.received[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
-      from.CountOversized();
-    } else if (protocol == Protocol::kRtcp) {
-      from.TakeRtcp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
-    } else {
-      b.handovers[out] = from.TakeRtp(b.packets[i].data(), b.received[i].msg_len, b.sources[i], now);
-      if (b.handovers[out].to != nullptr) ++out;
-    }
-  }
-  // A participant has one peer at a time, and joins do not change within a batch.
-  if (out > 0) Send(*b.handovers[0].to, out);
-  return received;
+  Send(out);
 }
 
 void PacketMover::PlayOut(Participant& from, TimePoint now) {
@@ -129,12 +113,17 @@ void PacketMover::PlayOut(Participant& from, TimePoint now) {
     while (out < kBatch && (due = from.PlayNext(b.packets[out].data(), now, b.handovers[out]))) {
       if (b.handovers[out].to != nullptr) ++out;
     }
-    if (out > 0) Send(*b.handovers[0].to, out);
+    Send(out);
   }
 }
 
-void PacketMover::Send(Participant& through, std::size_t count) {
-  count == 1 ? SendOne(through, buffers_->handovers[0]) : SendBatch(through, count);
+void PacketMover::Send(std::size_t count) {
+  const auto& handovers = buffers_->handovers;
+  for (std::size_t begin = 0, end = 0; begin < count; begin = end) {
+    Participant* const to = handovers[begin].to;
+    for (end = begin + 1; end < count && handovers[end].to == to;) ++end;
+    end == begin + 1 ? SendOne(*to, handovers[begin]) : SendBatch(*to, begin, end);
+  }
 }
 
 void PacketMover::SendOne(Participant& through, const Handover& packet) {
@@ -148,19 +137,19 @@ void PacketMover::SendOne(Participant& through, const Handover& packet) {
   through.CountSendError();
 }
 
-void PacketMover::SendBatch(Participant& through, std::size_t count) {
+void PacketMover::SendBatch(Participant& through, std::size_t begin, std::size_t end) {
   Buffers& b = *buffers_;
   const Way way(through);
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = begin; i < end; ++i) {
     b.sent_parts[i] = {b.handovers[i].data, b.handovers[i].length};
     b.sent[i].msg_hdr.msg_name = const_cast<sockaddr*>(way.name);
     b.sent[i].msg_hdr.msg_namelen = way.length;
   }
-  std::size_t next = 0;
-  for (int attempt = 0; next < count;) {
-    const int sent = sendmmsg(way.fd, &b.sent[next], static_cast<unsigned>(count - next), MSG_DONTWAIT | MSG_NOSIGNAL);
+  std::size_t next = begin;
+  for (int attempt = 0; next < end;) {
+    const int sent = sendmmsg(way.fd, &b.sent[next], static_cast<unsigned>(end - next), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent > 0) {
-      for (const std::size_t end = next + static_cast<std::size_t>(sent); next < end; ++next) {
+      for (const std::size_t gone = next + static_cast<std::size_t>(sent); next < gone; ++next) {
         through.CountSent(b.handovers[next]);
       }
       attempt = 0;

@@ -2,8 +2,8 @@
 ///
 /// At 50 packets a second there is hardly ever a second packet in a socket, and asking for it costs as much as the next
 /// turn does. So one packet is taken with the plainest call there is, and many at once only where the caller expects
-/// them. Single packets of many endpoints are gathered and moved together: all are received, then all are handled, then
-/// all are sent, so that the processor finds the code of each step in its caches for all packets but the first.
+/// them. Packets of many endpoints are gathered and moved together: all are received, then all are handled, then all
+/// are sent, so that the processor finds the code of each step in its caches for all packets but the first.
 ///
 /// The buffers belong to the worker and serve one batch at a time, so nothing is allocated per packet. A batch is
 /// bounded: an endpoint that is flooded gets its turn like every other, and the rest waits in its socket.
@@ -30,15 +30,15 @@ class PacketMover {
 
   PacketMover();
 
-  /// Takes a packet from one of the endpoint's sockets, if there is one, to be moved with others. False when there is
-  /// none.
-  bool Gather(Participant& from, const UdpSocket& socket, Protocol protocol);
-  /// There is no room for another.
-  bool full() const { return gathered_ == kBatch; }
+  /// Takes a packet from one of the endpoint's sockets, if there is one, to be moved with others. How many: none or
+  /// one.
+  std::size_t Gather(Participant& from, const UdpSocket& socket, Protocol protocol);
+  /// Takes all packets that are in the socket, as far as there is room. How many.
+  std::size_t GatherAll(Participant& from, const UdpSocket& socket, Protocol protocol);
+  /// How many more can be gathered.
+  std::size_t room() const { return kBatch - gathered_; }
   /// Before anything else is asked of this or of the endpoints.
   void MoveGathered(TimePoint now);
-  /// Takes and moves what is in the socket, up to a batch. How many packets came. Nothing must have been gathered.
-  std::size_t MoveBatch(Participant& from, const UdpSocket& socket, Protocol protocol, TimePoint now);
   /// Sends on what is due in the endpoint's jitter buffer. Nothing must have been gathered.
   void PlayOut(Participant& from, TimePoint now);
 
@@ -62,10 +62,10 @@ class PacketMover {
     std::array<Gathered, kBatch> gathered;
   };
 
-  std::size_t ReceiveBatch(const UdpSocket& socket, Participant& from);
-  void Send(Participant& through, std::size_t count);
+  /// Sends the first handovers, those with one destination together.
+  void Send(std::size_t count);
   void SendOne(Participant& through, const Handover& packet);
-  void SendBatch(Participant& through, std::size_t count);
+  void SendBatch(Participant& through, std::size_t begin, std::size_t end);
 
   const std::unique_ptr<Buffers> buffers_;
   std::size_t gathered_ = 0;

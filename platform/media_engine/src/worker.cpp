@@ -72,6 +72,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
   const bool mail = mailbox_->HasMail() || std::any_of(events.begin(), end, [](const epoll_event& event) {
                       return event.data.u64 == kMailTag;
                     });
+  backlog_.BeginTurn(static_cast<std::size_t>(end - events.begin()), events.size());
   std::size_t packets = 0;
   for (auto event = events.begin(); event != end; ++event) {
     // What was there before a request is taken before it.
@@ -109,14 +110,19 @@ std::size_t Worker::Serve(uint64_t tag, bool all) {
   const bool rtcp = kind == SocketKind::kRtcp;
   const UdpSocket& socket = kind == SocketKind::kExpress ? ports.express() : rtcp ? ports.rtcp() : ports.rtp();
   const auto protocol = rtcp ? PacketMover::Protocol::kRtcp : PacketMover::Protocol::kRtp;
+  std::size_t packets = 0;
   // Served in the last turn and ready again: packets are piling up.
   if (all || (!rtcp && participant.ServedAgainIn(turn_))) {
     mover_.MoveGathered(now_);
-    return mover_.MoveBatch(participant, socket, protocol, now_);
+    packets = mover_.GatherAll(participant, socket, protocol);
+  } else if (mover_.room() > 1 && backlog_.TakesAll()) {
+    packets = mover_.GatherAll(participant, socket, protocol);
+    backlog_.Took(packets);
+  } else {
+    packets = mover_.Gather(participant, socket, protocol);
   }
-  const bool came = mover_.Gather(participant, socket, protocol);
-  if (mover_.full()) mover_.MoveGathered(now_);
-  return came ? 1 : 0;
+  if (mover_.room() == 0) mover_.MoveGathered(now_);
+  return packets;
 }
 
 Worker::Help Worker::HelpOut() {

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "backlog.h"
 #include "coalescing.h"
 #include "endpoint_route.h"
 #include "packet_mover.h"
@@ -104,6 +105,7 @@ class Worker {
   PacketMover mover_;
   TimePoint now_;
   uint64_t turn_ = 1;
+  Backlog backlog_;
   const Coalescing coalescing_;
   std::chrono::microseconds pause_{0};  // before the next turn
   milliseconds rest_{0};                // the present one, or the last
