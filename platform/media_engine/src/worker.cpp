@@ -30,6 +30,15 @@ uint64_t TagOf(Participant& participant, Kind kind) {
   return reinterpret_cast<uint64_t>(&participant) | static_cast<uint64_t>(kind);
 }
 
+/// Asks for the memory that a packet touches of its participant, which thousands of others' have driven out of the
+/// processor's caches since the last one. Of an address where there is none, nothing comes.
+void FetchAhead(uint64_t tag) {
+  constexpr uint64_t kLine = 64, kLines = 9;
+  for (uint64_t line = 0; line < kLines; ++line) {
+    __builtin_prefetch(reinterpret_cast<const void*>((tag & ~kKindBits) + line * kLine));
+  }
+}
+
 }  // namespace
 
 Worker::Worker(std::shared_ptr<ServerContext> server, std::shared_ptr<Mailbox> mailbox, Coalescing coalescing)
@@ -73,6 +82,7 @@ void Worker::RunOnce(milliseconds longest_wait) {
                       return event.data.u64 == kMailTag;
                     });
   backlog_.BeginTurn(static_cast<std::size_t>(end - events.begin()), events.size());
+  for (auto event = events.begin(); event != end; ++event) FetchAhead(event->data.u64);
   std::size_t packets = 0;
   for (auto event = events.begin(); event != end; ++event) {
     // What was there before a request is taken before it.
