@@ -47,7 +47,7 @@ std::string LoadNote(const Records& records, const Settings& settings) {
   return note;
 }
 
-/// What is left above the kernel's own work: nothing that moves packet by packet is faster than this.
+/// What the least that a relay can do comes to, as a measure of both.
 std::string FloorNote(Records& records) {
   const std::vector<double>& floor = records[RelayKind::kFloor].rates;
   if (floor.empty()) return "";

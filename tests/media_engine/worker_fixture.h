@@ -26,7 +26,7 @@ class WorkerTurns : public testing::Test {
     uint16_t port;
   };
 
-  explicit WorkerTurns(uint16_t ports = 8) : range_(FreePortRange(ports)) { worker_.OpenSession(session_); }
+  explicit WorkerTurns(uint16_t port_pairs = 8) : range_(FreePortRange(port_pairs)) { worker_.OpenSession(session_); }
 
   TurnedLeg NewLeg(const std::shared_ptr<EndpointEvents>& events = nullptr, seconds inactive = seconds{0},
                    const std::optional<JitterBufferSettings>& jitter_buffer = std::nullopt) {

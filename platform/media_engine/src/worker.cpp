@@ -30,8 +30,8 @@ uint64_t TagOf(Participant& participant, Kind kind) {
   return reinterpret_cast<uint64_t>(&participant) | static_cast<uint64_t>(kind);
 }
 
-/// Asks for the memory that a packet touches of its participant, which thousands of others' have driven out of the
-/// processor's caches since the last one. Of an address where there is none, nothing comes.
+/// Asks for the first lines of a participant, where most of what a packet touches stands, and which thousands of others
+/// have driven out of the processor's caches since the last one. Of an address where there is none, nothing comes.
 void FetchAhead(uint64_t tag) {
   constexpr uint64_t kLine = 64, kLines = 9;
   for (uint64_t line = 0; line < kLines; ++line) {
